@@ -1,0 +1,76 @@
+#include "clioutput.h"
+#include "model/errors.h"
+#include "projectcommands.h"
+
+#include <QCoreApplication>
+
+#include <functional>
+
+using namespace Qt::StringLiterals;
+using namespace kavel::cli;
+
+namespace {
+
+struct Command
+{
+    QString name;
+    QString usage;
+    QString summary;
+    std::function<int(const QStringList &)> run;
+};
+
+const QList<Command> &commands()
+{
+    static const QList<Command> table{
+        {u"new"_s, u"TITLE"_s, u"create an empty project in the projects folder, print its path"_s,
+         runNew},
+        {u"add-media"_s, u"BUNDLE FILE..."_s, u"copy media files into a project"_s, runAddMedia},
+        {u"info"_s, u"BUNDLE [--json]"_s,
+         u"show title, dates, sources, counts and the words with their times"_s, runInfo},
+    };
+    return table;
+}
+
+void printHelp()
+{
+    out() << u"Usage: kavel-cli COMMAND [ARGUMENTS]\n\n"
+             u"Kavel edits recordings by editing their transcript. This tool works on the\n"
+             u"project bundles the editor uses, without a window.\n\nCommands:\n"_s;
+    for (const Command &command : commands())
+        out() << QStringLiteral("  %1 %2\n      %3\n").arg(command.name, command.usage, command.summary);
+    out() << u"\nRun kavel-cli COMMAND --help for a command's options.\n"_s;
+    out().flush();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(u"Kavel"_s);
+    QCoreApplication::setApplicationName(u"Kavel"_s);
+
+    QStringList arguments = QCoreApplication::arguments().mid(1);
+    if (arguments.isEmpty() || arguments.first() == "--help"_L1 || arguments.first() == "-h"_L1
+        || arguments.first() == "help"_L1) {
+        printHelp();
+        return arguments.isEmpty() ? 2 : 0;
+    }
+
+    const QString name = arguments.takeFirst();
+    for (const Command &command : commands()) {
+        if (command.name != name)
+            continue;
+        try {
+            return command.run(arguments);
+        } catch (const CommandFailure &failure) {
+            err() << u"kavel-cli: "_s << failure.message << Qt::endl;
+            return failure.exitCode;
+        } catch (const kavel::Error &error) {
+            err() << u"kavel-cli: "_s << error.description() << Qt::endl;
+            return 1;
+        }
+    }
+    err() << u"kavel-cli: unknown command \""_s << name << u"\" (see kavel-cli --help)"_s << Qt::endl;
+    return 2;
+}

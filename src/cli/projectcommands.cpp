@@ -1,0 +1,148 @@
+#include "projectcommands.h"
+
+#include "clioutput.h"
+#include "model/errors.h"
+#include "model/jsonfields.h"
+#include "model/kavelproject.h"
+#include "model/projectpaths.h"
+#include "model/timeline.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::cli {
+
+namespace {
+
+// Parses `arguments` for a command that takes exactly the positional names given (the
+// last one may repeat when `repeatLast`), printing usage on misuse.
+QStringList parsePositionals(QCommandLineParser &parser, const QString &command,
+                             const QStringList &arguments, const QStringList &names,
+                             bool repeatLast = false)
+{
+    parser.addHelpOption();
+    for (const QString &name : names)
+        parser.addPositionalArgument(name, QString());
+    parser.process(QStringList{u"kavel-cli "_s + command} + arguments);
+    const QStringList values = parser.positionalArguments();
+    const bool countOk = repeatLast ? values.size() >= names.size() : values.size() == names.size();
+    if (!countOk)
+        throw CommandFailure{u"usage: kavel-cli "_s + command + u' ' + names.join(u' ')
+                                 + (repeatLast ? u"..."_s : QString()),
+                             2};
+    return values;
+}
+
+std::unique_ptr<KavelProject> openBundle(const QString &path)
+{
+    return KavelProject::load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+}
+
+} // namespace
+
+int runNew(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"Create an empty project in the projects folder."_s);
+    const QStringList values = parsePositionals(parser, u"new"_s, arguments, {u"TITLE"_s});
+
+    const QString directory = projectsDirectory();
+    const QString title = values.first();
+    if (const QString reason = invalidTitleReason(title); !reason.isEmpty())
+        throw FileError(FileError::Kind::invalidName, title, reason);
+    const QString bundle = QDir(directory).filePath(title + u'.' + bundleExtension);
+    if (QFileInfo::exists(bundle))
+        throw CommandFailure{u"项目已存在："_s + bundle};
+
+    auto project = KavelProject::create(title, directory);
+    out() << project->bundlePath() << Qt::endl;
+    return 0;
+}
+
+int runAddMedia(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"Copy media files into a project's media folder."_s);
+    const QStringList values =
+        parsePositionals(parser, u"add-media"_s, arguments, {u"BUNDLE"_s, u"FILE"_s}, true);
+
+    auto project = openBundle(values.first());
+    for (const QString &path : values.mid(1)) {
+        const SourceFile file =
+            project->addSourceFile(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+        out() << json::uuidString(file.id) << u'\t' << file.filename << u'\t'
+              << file.originalName << Qt::endl;
+    }
+    return 0;
+}
+
+int runInfo(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"Show a project's metadata and its words in playback order."_s);
+    const QCommandLineOption jsonOption(u"json"_s, u"Print JSON instead of text."_s);
+    parser.addOption(jsonOption);
+    const QStringList values = parsePositionals(parser, u"info"_s, arguments, {u"BUNDLE"_s});
+
+    auto project = openBundle(values.first());
+    if (!project->timelineLoadError().isEmpty())
+        err() << u"warning: "_s << project->timelineLoadError() << u" — the project has no words"_s
+              << Qt::endl;
+
+    const ProjectMetadata &m = project->metadata();
+    const QList<WordBlock> words = flattenParagraphs(project->paragraphs());
+
+    if (parser.isSet(jsonOption)) {
+        QJsonArray sources;
+        for (const SourceFile &file : m.sourceFiles)
+            sources.append(toJson(file));
+        QJsonArray wordArray;
+        for (const WordBlock &word : words)
+            wordArray.append(toJson(word));
+        QJsonObject o;
+        o.insert("id"_L1, json::uuidString(m.id));
+        o.insert("title"_L1, m.title);
+        o.insert("bundlePath"_L1, project->bundlePath());
+        o.insert("createdAt"_L1, json::dateString(m.createdAt));
+        o.insert("updatedAt"_L1, json::dateString(m.updatedAt));
+        o.insert("sourceFiles"_L1, sources);
+        o.insert("paragraphCount"_L1, project->paragraphs().size());
+        o.insert("wordCount"_L1, words.size());
+        o.insert("words"_L1, wordArray);
+        printJson(o);
+        return 0;
+    }
+
+    out() << u"Title:       "_s << m.title << Qt::endl;
+    out() << u"Id:          "_s << json::uuidString(m.id) << Qt::endl;
+    out() << u"Bundle:      "_s << project->bundlePath() << Qt::endl;
+    out() << u"Created:     "_s << json::dateString(m.createdAt) << Qt::endl;
+    out() << u"Updated:     "_s << json::dateString(m.updatedAt) << Qt::endl;
+    out() << u"Sources:     "_s << m.sourceFiles.size() << Qt::endl;
+    for (const SourceFile &file : m.sourceFiles) {
+        const bool present = project->sourceFileURL(file.id).has_value();
+        out() << u"  "_s << file.filename << u"  "_s << file.originalName
+              << (present ? QString() : u"  (missing)"_s) << Qt::endl;
+    }
+    out() << u"Paragraphs:  "_s << project->paragraphs().size() << Qt::endl;
+    out() << u"Words:       "_s << words.size() << Qt::endl;
+    for (const WordBlock &word : words) {
+        out() << QStringLiteral("%1  %2 - %3  ")
+                     .arg(word.sortOrder, 6)
+                     .arg(formatSeconds(word.mediaStart), formatSeconds(word.mediaEnd))
+              << word.text;
+        if (word.speakerLabel)
+            out() << u"  [speaker "_s << *word.speakerLabel << u']';
+        if (word.isFiller)
+            out() << u"  [filler]"_s;
+        out() << Qt::endl;
+    }
+    return 0;
+}
+
+} // namespace kavel::cli

@@ -1,0 +1,239 @@
+#include "jsonfields.h"
+
+#include "errors.h"
+
+#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <charconv>
+#include <cmath>
+
+namespace kavel::json {
+namespace {
+
+QString keyName(QLatin1StringView key)
+{
+    return QString(key);
+}
+
+[[noreturn]] void throwMissing(QLatin1StringView key)
+{
+    throw DecodeError(keyName(key), QStringLiteral("缺少必需的键“%1”").arg(keyName(key)));
+}
+
+[[noreturn]] void throwType(QLatin1StringView key, const char *expected)
+{
+    throw DecodeError(keyName(key),
+                      QStringLiteral("键“%1”的值应为%2").arg(keyName(key), QString::fromUtf8(expected)));
+}
+
+// Present and not null, or nullopt. Swift-style decoders treat an explicit null like
+// an absent key for optional fields, and as a missing value for required ones.
+std::optional<QJsonValue> present(const QJsonObject &object, QLatin1StringView key)
+{
+    const auto it = object.constFind(key);
+    if (it == object.constEnd() || it->isNull())
+        return std::nullopt;
+    return *it;
+}
+
+QJsonValue required(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        throwMissing(key);
+    return *value;
+}
+
+QUuid toUuid(const QJsonValue &value, QLatin1StringView key)
+{
+    if (!value.isString())
+        throwType(key, "UUID 字符串");
+    const QString text = value.toString();
+    // QUuid accepts braces; a stored identifier is always the bare 36-character form.
+    const QUuid id = text.size() == 36 ? QUuid::fromString(text) : QUuid();
+    if (id.isNull() && text != QLatin1String("00000000-0000-0000-0000-000000000000"))
+        throwType(key, "UUID 字符串");
+    return id;
+}
+
+double toDouble(const QJsonValue &value, QLatin1StringView key)
+{
+    if (!value.isDouble())
+        throwType(key, "数字");
+    return value.toDouble();
+}
+
+qint64 toInt64(const QJsonValue &value, QLatin1StringView key)
+{
+    if (!value.isDouble())
+        throwType(key, "整数");
+    // toInteger() falls back to its argument when the number is not integral or out of
+    // range, so two different fallbacks agreeing means the value really is an integer.
+    const qint64 a = value.toInteger(0);
+    const qint64 b = value.toInteger(1);
+    if (a != b)
+        throwType(key, "整数");
+    return a;
+}
+
+} // namespace
+
+QJsonObject asObject(const QJsonValue &value, const QString &where)
+{
+    if (!value.isObject())
+        throw DecodeError(where, QStringLiteral("应为 JSON 对象"));
+    return value.toObject();
+}
+
+QJsonArray asArray(const QJsonValue &value, const QString &where)
+{
+    if (!value.isArray())
+        throw DecodeError(where, QStringLiteral("应为 JSON 数组"));
+    return value.toArray();
+}
+
+QUuid requiredUuid(const QJsonObject &object, QLatin1StringView key)
+{
+    return toUuid(required(object, key), key);
+}
+
+QString requiredString(const QJsonObject &object, QLatin1StringView key)
+{
+    const QJsonValue value = required(object, key);
+    if (!value.isString())
+        throwType(key, "字符串");
+    return value.toString();
+}
+
+double requiredDouble(const QJsonObject &object, QLatin1StringView key)
+{
+    return toDouble(required(object, key), key);
+}
+
+qint64 requiredInt64(const QJsonObject &object, QLatin1StringView key)
+{
+    return toInt64(required(object, key), key);
+}
+
+QJsonArray requiredArray(const QJsonObject &object, QLatin1StringView key)
+{
+    const QJsonValue value = required(object, key);
+    if (!value.isArray())
+        throwType(key, "数组");
+    return value.toArray();
+}
+
+QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key)
+{
+    const QString text = requiredString(object, key);
+    auto date = parseDate(text);
+    if (!date)
+        throw DecodeError(keyName(key),
+                          QStringLiteral("键“%1”的日期“%2”不是 ISO 8601 格式").arg(keyName(key), text));
+    return *date;
+}
+
+std::optional<QUuid> optionalUuid(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        return std::nullopt;
+    return toUuid(*value, key);
+}
+
+std::optional<QString> optionalString(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        return std::nullopt;
+    if (!value->isString())
+        throwType(key, "字符串");
+    return value->toString();
+}
+
+std::optional<double> optionalDouble(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        return std::nullopt;
+    return toDouble(*value, key);
+}
+
+std::optional<qint64> optionalInt64(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        return std::nullopt;
+    return toInt64(*value, key);
+}
+
+std::optional<bool> optionalBool(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        return std::nullopt;
+    if (!value->isBool())
+        throwType(key, "布尔值");
+    return value->toBool();
+}
+
+std::optional<QJsonArray> optionalArray(const QJsonObject &object, QLatin1StringView key)
+{
+    auto value = present(object, key);
+    if (!value)
+        return std::nullopt;
+    if (!value->isArray())
+        throwType(key, "数组");
+    return value->toArray();
+}
+
+QString uuidString(const QUuid &id)
+{
+    return id.toString(QUuid::WithoutBraces).toUpper();
+}
+
+QString dateString(const QDateTime &date)
+{
+    QDateTime utc = date.toUTC();
+    utc.setTime(QTime(utc.time().hour(), utc.time().minute(), utc.time().second()));
+    return utc.toString(Qt::ISODate);
+}
+
+std::optional<QDateTime> parseDate(const QString &text)
+{
+    // ISO 8601 internet form: a date, a time and a zone. Without a zone the instant
+    // would depend on the reader's time zone, so it is refused.
+    static const QRegularExpression form(QStringLiteral(
+        "^\\d{4}-\\d{2}-\\d{2}T\\d{2}:\\d{2}:\\d{2}(\\.\\d+)?(Z|[+-]\\d{2}:?\\d{2})$"));
+    if (!form.match(text).hasMatch())
+        return std::nullopt;
+    QDateTime date = QDateTime::fromString(text, Qt::ISODateWithMs);
+    if (!date.isValid())
+        return std::nullopt;
+    return date.toUTC();
+}
+
+double floatForJson(float value)
+{
+    if (!std::isfinite(value))
+        return static_cast<double>(value);
+    char buffer[32];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    double widened = 0.0;
+    std::from_chars(buffer, result.ptr, widened);
+    return widened;
+}
+
+QJsonDocument parseDocument(const QByteArray &bytes)
+{
+    QJsonParseError error;
+    QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError)
+        throw DecodeError(QString(), QStringLiteral("JSON 无法解析：%1（第 %2 个字节）")
+                                         .arg(error.errorString())
+                                         .arg(error.offset));
+    return document;
+}
+
+} // namespace kavel::json

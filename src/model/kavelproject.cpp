@@ -1,0 +1,247 @@
+#include "kavelproject.h"
+
+#include "errors.h"
+#include "fileio.h"
+#include "jsonfields.h"
+#include "projectpaths.h"
+#include "timeline.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+namespace {
+
+constexpr auto metadataFileName = "project.json"_L1;
+constexpr auto timelineFileName = "timeline.json"_L1;
+
+QString bundleFile(const QUrl &bundleURL, QLatin1StringView name)
+{
+    return QDir(bundleURL.toLocalFile()).filePath(name);
+}
+
+} // namespace
+
+QString toRawValue(ProjectStatus status)
+{
+    switch (status) {
+    case ProjectStatus::created:
+        return u"created"_s;
+    case ProjectStatus::importingMedia:
+        return u"importingMedia"_s;
+    case ProjectStatus::extractingAudio:
+        return u"extractingAudio"_s;
+    case ProjectStatus::transcribing:
+        return u"transcribing"_s;
+    case ProjectStatus::ready:
+        return u"ready"_s;
+    case ProjectStatus::failed:
+        return u"failed"_s;
+    }
+    return {};
+}
+
+std::optional<ProjectStatus> projectStatusFromRaw(const QString &raw)
+{
+    for (auto status : {ProjectStatus::created, ProjectStatus::importingMedia,
+                        ProjectStatus::extractingAudio, ProjectStatus::transcribing,
+                        ProjectStatus::ready, ProjectStatus::failed}) {
+        if (toRawValue(status) == raw)
+            return status;
+    }
+    return std::nullopt;
+}
+
+const QStringList &mediaFileExtensions()
+{
+    static const QStringList extensions{u"mp4"_s, u"mov"_s, u"m4v"_s, u"avi"_s,
+                                        u"mkv"_s, u"mp3"_s, u"wav"_s, u"m4a"_s,
+                                        u"aiff"_s, u"aac"_s, u"flac"_s};
+    return extensions;
+}
+
+KavelProject::KavelProject(ProjectMetadata metadata, QUrl bundleURL, QObject *parent)
+    : QObject(parent)
+    , m_metadata(std::move(metadata))
+    , m_bundleURL(std::move(bundleURL))
+{}
+
+std::unique_ptr<KavelProject> KavelProject::create(const QString &title, const QString &directory)
+{
+    if (const QString reason = invalidTitleReason(title); !reason.isEmpty())
+        throw FileError(FileError::Kind::invalidName, title, reason);
+
+    const QString bundle = QDir(directory).filePath(title + u'.' + bundleExtension);
+    fileio::makeDirectory(bundle);
+    for (auto sub : {"media"_L1, "cache"_L1, "exports"_L1})
+        fileio::makeDirectory(QDir(bundle).filePath(sub));
+
+    ProjectMetadata metadata;
+    metadata.id = QUuid::createUuid();
+    metadata.title = title;
+    metadata.createdAt = QDateTime::currentDateTimeUtc();
+    metadata.updatedAt = metadata.createdAt;
+
+    auto project = std::make_unique<KavelProject>(std::move(metadata), QUrl::fromLocalFile(bundle));
+    project->saveMetadata();
+    project->saveTimeline();
+    return project;
+}
+
+std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
+{
+    if (!QFileInfo(bundleURL.toLocalFile()).isDir())
+        throw KavelProjectError(KavelProjectError::Code::bundleNotFound);
+
+    const QString metadataPath = bundleFile(bundleURL, metadataFileName);
+    ProjectMetadata metadata;
+    try {
+        metadata = decodeMetadataDocument(fileio::readFile(metadataPath));
+    } catch (const DecodeError &error) {
+        // Name the file: "the data is malformed" alone does not tell the user which one.
+        throw DecodeError(metadataPath, error.description());
+    }
+
+    auto project = std::make_unique<KavelProject>(std::move(metadata), bundleURL);
+
+    const QString timelinePath = bundleFile(bundleURL, timelineFileName);
+    if (QFileInfo::exists(timelinePath)) {
+        try {
+            const QByteArray bytes = fileio::readFile(timelinePath);
+            try {
+                project->m_paragraphs = decodeTimelineDocument(bytes).paragraphs;
+            } catch (const DecodeError &current) {
+                try {
+                    project->m_paragraphs = groupWordBlocks(decodeFlatWordBlocks(bytes));
+                } catch (const DecodeError &) {
+                    throw DecodeError(timelinePath, current.description());
+                }
+            }
+        } catch (const Error &error) {
+            // An unreadable transcript must not lock the user out of the project (its
+            // media and metadata are still good); it opens empty.
+            project->m_paragraphs.clear();
+            project->m_timelineLoadError = error.description();
+        }
+    }
+    return project;
+}
+
+void KavelProject::setMetadata(const ProjectMetadata &metadata)
+{
+    if (metadata == m_metadata)
+        return;
+    m_metadata = metadata;
+    Q_EMIT metadataChanged();
+}
+
+void KavelProject::setParagraphs(const QList<Paragraph> &paragraphs)
+{
+    m_paragraphs = paragraphs;
+    Q_EMIT paragraphsChanged();
+}
+
+void KavelProject::setStatus(ProjectStatus status)
+{
+    if (status == m_status)
+        return;
+    m_status = status;
+    Q_EMIT statusChanged();
+}
+
+QString KavelProject::mediaDirectory() const
+{
+    return QDir(bundlePath()).filePath(u"media"_s);
+}
+
+QString KavelProject::cacheDirectory() const
+{
+    return QDir(bundlePath()).filePath(u"cache"_s);
+}
+
+QString KavelProject::exportsDirectory() const
+{
+    return QDir(bundlePath()).filePath(u"exports"_s);
+}
+
+void KavelProject::saveMetadata()
+{
+    ProjectMetadata updated = m_metadata;
+    updated.updatedAt = QDateTime::currentDateTimeUtc();
+    fileio::writeFileAtomically(bundleFile(m_bundleURL, metadataFileName),
+                                encodeMetadataDocument(updated));
+    setMetadata(updated);
+}
+
+void KavelProject::saveTimeline()
+{
+    TimelineV2 timeline;
+    timeline.paragraphs = m_paragraphs;
+    fileio::writeFileAtomically(bundleFile(m_bundleURL, timelineFileName),
+                                encodeTimelineDocument(timeline));
+}
+
+SourceFile KavelProject::addSourceFile(const QUrl &url)
+{
+    const QFileInfo info(url.toLocalFile());
+    SourceFile file;
+    file.id = QUuid::createUuid();
+    // completeSuffix would take "final.mov" from "Interview.final.mov"; only the last
+    // extension names the format, and the rest belongs to the name.
+    file.filename = json::uuidString(file.id) + u'.' + info.suffix();
+    const QString name = info.fileName();
+    file.originalName = info.suffix().isEmpty() && !name.endsWith(u'.')
+                            ? name
+                            : name.left(name.size() - info.suffix().size() - 1);
+
+    const QString target = QDir(mediaDirectory()).filePath(file.filename);
+    fileio::copyFile(info.filePath(), target);
+
+    ProjectMetadata updated = m_metadata;
+    updated.sourceFiles.append(file);
+    updated.updatedAt = QDateTime::currentDateTimeUtc();
+    try {
+        fileio::writeFileAtomically(bundleFile(m_bundleURL, metadataFileName),
+                                    encodeMetadataDocument(updated));
+    } catch (const Error &) {
+        // The copy is not recorded anywhere; leaving it would only waste space.
+        QFile::remove(target);
+        throw;
+    }
+    setMetadata(updated);
+    return file;
+}
+
+std::optional<QUrl> KavelProject::sourceFileURL(const QUuid &id) const
+{
+    for (const SourceFile &file : m_metadata.sourceFiles) {
+        if (file.id != id)
+            continue;
+        const QString path = QDir(mediaDirectory()).filePath(file.filename);
+        if (QFileInfo(path).isFile())
+            return QUrl::fromLocalFile(path);
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::optional<QUrl> KavelProject::sourceMediaURL() const
+{
+    for (const SourceFile &file : m_metadata.sourceFiles) {
+        const QString path = QDir(mediaDirectory()).filePath(file.filename);
+        if (QFileInfo(path).isFile())
+            return QUrl::fromLocalFile(path);
+    }
+    const QFileInfoList entries =
+        QDir(mediaDirectory()).entryInfoList(QDir::Files, QDir::Name | QDir::IgnoreCase);
+    for (const QFileInfo &entry : entries) {
+        if (mediaFileExtensions().contains(entry.suffix().toLower()))
+            return QUrl::fromLocalFile(entry.filePath());
+    }
+    return std::nullopt;
+}
+
+} // namespace kavel

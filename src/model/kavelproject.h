@@ -1,0 +1,106 @@
+#pragma once
+
+#include "paragraph.h"
+#include "projectmetadata.h"
+
+#include <QObject>
+#include <QUrl>
+
+#include <memory>
+#include <optional>
+
+namespace kavel {
+
+enum class ProjectStatus {
+    created,
+    importingMedia,
+    extractingAudio,
+    transcribing,
+    ready,
+    failed,
+};
+
+QString toRawValue(ProjectStatus status);
+std::optional<ProjectStatus> projectStatusFromRaw(const QString &raw);
+
+// Reserved identity for a default or placeholder source file, e.g. words that were
+// made before any media was attached.
+inline const QUuid placeholderSourceFileId{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+
+// One open bundle: its metadata, its transcript and its processing state. Changes are
+// in memory until saveMetadata() or saveTimeline() writes them; nothing is written when
+// the object goes away.
+class KavelProject : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(kavel::ProjectMetadata metadata READ metadata WRITE setMetadata NOTIFY metadataChanged)
+    Q_PROPERTY(QList<kavel::Paragraph> paragraphs READ paragraphs WRITE setParagraphs NOTIFY
+                   paragraphsChanged)
+    Q_PROPERTY(kavel::ProjectStatus status READ status WRITE setStatus NOTIFY statusChanged)
+    Q_PROPERTY(QUrl bundleURL READ bundleURL CONSTANT)
+
+public:
+    KavelProject(ProjectMetadata metadata, QUrl bundleURL, QObject *parent = nullptr);
+
+    // Makes "<directory>/<title>.kavel" with its media, cache and exports folders and
+    // both files. Throws FileError; a title that cannot be a file name is refused before
+    // anything is created, a failure after that leaves the half-made bundle behind.
+    static std::unique_ptr<KavelProject> create(const QString &title, const QString &directory);
+
+    // Throws KavelProjectError(bundleNotFound) for a missing bundle, FileError or
+    // DecodeError (naming the file) for an unreadable or malformed "project.json". A
+    // missing or unreadable timeline is not an error: the project has no paragraphs.
+    static std::unique_ptr<KavelProject> load(const QUrl &bundleURL);
+
+    const ProjectMetadata &metadata() const { return m_metadata; }
+    void setMetadata(const ProjectMetadata &metadata);
+
+    const QList<Paragraph> &paragraphs() const { return m_paragraphs; }
+    void setParagraphs(const QList<Paragraph> &paragraphs);
+
+    ProjectStatus status() const { return m_status; }
+    void setStatus(ProjectStatus status);
+
+    // Why the transcript could not be read when the project was loaded (the project then
+    // opened with no paragraphs); empty when it was read or there was none.
+    const QString &timelineLoadError() const { return m_timelineLoadError; }
+
+    const QUrl &bundleURL() const { return m_bundleURL; }
+    QString bundlePath() const { return m_bundleURL.toLocalFile(); }
+    QString mediaDirectory() const;
+    QString cacheDirectory() const;
+    QString exportsDirectory() const;
+
+    // Moves updatedAt to now, then writes "project.json". Throws FileError.
+    void saveMetadata();
+    // Writes "timeline.json" from the paragraphs; updatedAt is left alone. Throws FileError.
+    void saveTimeline();
+
+    // Copies the file into "media" as "<UPPER-UUID>.<ext>" and records it. Throws
+    // FileError; on failure nothing is recorded.
+    SourceFile addSourceFile(const QUrl &url);
+
+    // The copy of the source with that id, if it is recorded and still on disk.
+    std::optional<QUrl> sourceFileURL(const QUuid &id) const;
+
+    // The primary media: the first recorded source whose copy exists, otherwise the first
+    // media file (by name) found in "media". Empty when the project has no media.
+    std::optional<QUrl> sourceMediaURL() const;
+
+Q_SIGNALS:
+    void metadataChanged();
+    void paragraphsChanged();
+    void statusChanged();
+
+private:
+    ProjectMetadata m_metadata;
+    QList<Paragraph> m_paragraphs;
+    ProjectStatus m_status = ProjectStatus::created;
+    const QUrl m_bundleURL;
+    QString m_timelineLoadError;
+};
+
+// Extensions of the media files a bundle's "media" folder may hold, in lower case.
+const QStringList &mediaFileExtensions();
+
+} // namespace kavel

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <QHashFunctions>
+#include <QJsonObject>
+#include <QString>
+#include <QUuid>
+
+#include <functional>
+#include <optional>
+
+namespace kavel {
+
+// One transcribed word and the stretch of source media it stands for. A flat value:
+// besides the two strings it owns no heap memory, because whole transcripts of these
+// are copied on every edit and undo snapshot.
+struct WordBlock
+{
+    QUuid id;
+    QString text;
+    std::optional<QString> speakerLabel;
+    QUuid sourceFileId;
+    double mediaStart = 0.0;
+    double mediaEnd = 0.0;
+    bool isDeleted = false;
+    bool isFiller = false;
+    qint64 sortOrder = 0;
+    float volumeLevel = 1.0f;
+    bool isMuted = false;
+    bool isAudioDetached = false;
+    double fadeInDuration = 0.0;
+    double fadeOutDuration = 0.0;
+
+    double duration() const { return mediaEnd - mediaStart; }
+
+    // Memberwise in declaration order; floats compare numerically (0.0 == -0.0, NaN is
+    // never equal), which is what the defaulted operator does.
+    friend bool operator==(const WordBlock &, const WordBlock &) = default;
+};
+
+size_t qHash(const WordBlock &block, size_t seed = 0) noexcept;
+
+// Keys are written in declaration order except that a nil speaker is left out.
+QJsonObject toJson(const WordBlock &block);
+
+// Throws DecodeError. Only "id", "text", "mediaStart" and "mediaEnd" are required; the
+// rest fall back to their defaults, and a missing "sourceFileId" becomes a fresh random
+// id on every decode so that such a word matches no source until it is reassigned.
+WordBlock wordBlockFromJson(const QJsonObject &object);
+
+namespace detail {
+// Hash helpers shared by the record types: -0.0 hashes like 0.0, an optional hashes a
+// presence marker before its value.
+size_t hashDouble(double value, size_t seed) noexcept;
+size_t hashOptionalString(const std::optional<QString> &value, size_t seed) noexcept;
+} // namespace detail
+
+} // namespace kavel
+
+template<>
+struct std::hash<kavel::WordBlock>
+{
+    size_t operator()(const kavel::WordBlock &block) const noexcept { return kavel::qHash(block); }
+};
