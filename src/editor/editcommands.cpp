@@ -9,7 +9,7 @@ ParagraphSnapshotCommand::ParagraphSnapshotCommand(EditTarget &viewModel, QList<
     : m_viewModel(viewModel)
     , m_before(std::move(before))
     , m_after(std::move(after))
-{}
+{ }
 
 void ParagraphSnapshotCommand::execute()
 {
@@ -27,7 +27,7 @@ BatchDeleteWordsCommand::BatchDeleteWordsCommand(EditTarget &viewModel, QSet<QUu
     : m_viewModel(viewModel)
     , m_idsToDelete(std::move(idsToDelete))
     , m_snapshotBefore(viewModel.paragraphs())
-{}
+{ }
 
 void BatchDeleteWordsCommand::execute()
 {

@@ -37,7 +37,8 @@ public:
 class ParagraphSnapshotCommand final : public EditCommand
 {
 public:
-    ParagraphSnapshotCommand(EditTarget &viewModel, QList<Paragraph> before, QList<Paragraph> after);
+    ParagraphSnapshotCommand(EditTarget &viewModel, QList<Paragraph> before,
+                             QList<Paragraph> after);
     void execute() override;
     void undo() override;
 

@@ -4,7 +4,7 @@ namespace kavel {
 
 EditorUndoManager::EditorUndoManager(QObject *parent)
     : QObject(parent)
-{}
+{ }
 
 EditorUndoManager::~EditorUndoManager() = default;
 

@@ -3,7 +3,6 @@
 #include "editcommands.h"
 
 #include <QObject>
-
 #include <memory>
 #include <vector>
 

@@ -41,8 +41,8 @@ QList<Paragraph> removeParagraph(const QList<Paragraph> &paragraphs, const QUuid
     return result;
 }
 
-QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs, const QList<qsizetype> &fromOffsets,
-                                qsizetype toOffset)
+QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs,
+                                const QList<qsizetype> &fromOffsets, qsizetype toOffset)
 {
     const qsizetype count = paragraphs.size();
     QList<bool> moving(count, false);

@@ -24,8 +24,8 @@ QList<Paragraph> removeParagraph(const QList<Paragraph> &paragraphs, const QUuid
 // The usual list move: the elements at `fromOffsets` (indices before the move) end up,
 // in their old relative order, just before the element that was at `toOffset`
 // (`toOffset` may equal the count). Renumbers. Offsets out of range are ignored.
-QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs, const QList<qsizetype> &fromOffsets,
-                                qsizetype toOffset);
+QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs,
+                                const QList<qsizetype> &fromOffsets, qsizetype toOffset);
 
 // Inserts words into paragraph `paragraphId` before position `gap` (clamped to the
 // paragraph), giving each inserted word a fresh id. Returns the ids given.

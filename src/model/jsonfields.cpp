@@ -125,6 +125,14 @@ qint64 requiredInt64(const QJsonObject &object, QLatin1StringView key)
     return toInt64(required(object, key), key);
 }
 
+bool requiredBool(const QJsonObject &object, QLatin1StringView key)
+{
+    const QJsonValue value = required(object, key);
+    if (!value.isBool())
+        throwType(key, "布尔值");
+    return value.toBool();
+}
+
 QJsonArray requiredArray(const QJsonObject &object, QLatin1StringView key)
 {
     const QJsonValue value = required(object, key);

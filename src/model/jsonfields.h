@@ -24,6 +24,7 @@ QUuid requiredUuid(const QJsonObject &object, QLatin1StringView key);
 QString requiredString(const QJsonObject &object, QLatin1StringView key);
 double requiredDouble(const QJsonObject &object, QLatin1StringView key);
 qint64 requiredInt64(const QJsonObject &object, QLatin1StringView key);
+bool requiredBool(const QJsonObject &object, QLatin1StringView key);
 QJsonArray requiredArray(const QJsonObject &object, QLatin1StringView key);
 QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key);
 

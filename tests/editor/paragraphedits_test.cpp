@@ -9,10 +9,10 @@ using namespace Qt::StringLiterals;
 
 TEST(RemoveWords, DropsEmptiedParagraphsRenumbersAndSharesTheRest)
 {
-    const QList<Paragraph> doc =
-        transcript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s, u"f"_s}, {u"g"_s}});
-    const QList<Paragraph> result =
-        edits::removeWords(doc, {wordId(doc, u"b"_s), wordId(doc, u"c"_s), wordId(doc, u"e"_s)});
+    const QList<Paragraph> doc
+        = transcript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s, u"f"_s}, {u"g"_s}});
+    const QList<Paragraph> result
+        = edits::removeWords(doc, {wordId(doc, u"b"_s), wordId(doc, u"c"_s), wordId(doc, u"e"_s)});
     EXPECT_EQ(documentText(result), u"a | d f | g"_s);
     for (qsizetype i = 0; i < result.size(); ++i)
         EXPECT_EQ(result[i].sortOrder, i);
@@ -27,7 +27,8 @@ TEST(RemoveWords, DropsEmptiedParagraphsRenumbersAndSharesTheRest)
     EXPECT_EQ(edits::removeWords(doc, {QUuid::createUuid()}), doc);
     QList<Paragraph> withEmpty = doc;
     withEmpty.insert(1, transcript({{}}).first());
-    EXPECT_EQ(edits::removeWords(withEmpty, {}).size(), 4) << "empty paragraphs never survive a delete";
+    EXPECT_EQ(edits::removeWords(withEmpty, {}).size(), 4)
+        << "empty paragraphs never survive a delete";
 }
 
 TEST(MoveParagraphs, FollowsTheListMoveRule)

@@ -13,9 +13,9 @@ TEST(TranscriptSearch, MatchesAcrossWordJoinsIgnoringCase)
     const QList<SearchHit> hits = searchTranscript(doc, u"  ab \n"_s);
     ASSERT_EQ(hits.size(), 2);
     EXPECT_EQ(hits[0].paragraphId, doc[0].id);
-    EXPECT_EQ(hits[0].blockIds, (QList<QUuid>{wordId(doc, u"a"_s), wordId(doc, u"B"_s)}));
+    EXPECT_EQ(hits[0].blockIds, (QList<QUuid> {wordId(doc, u"a"_s), wordId(doc, u"B"_s)}));
     EXPECT_EQ(hits[1].paragraphId, doc[1].id);
-    EXPECT_EQ(hits[1].blockIds, QList<QUuid>{wordId(doc, u"Ab"_s)});
+    EXPECT_EQ(hits[1].blockIds, QList<QUuid> {wordId(doc, u"Ab"_s)});
 
     EXPECT_EQ(searchTranscript(doc, u"XAB"_s).size(), 1);
     // Matching never runs from one paragraph into the next.
@@ -26,7 +26,8 @@ TEST(TranscriptSearch, MatchesAcrossWordJoinsIgnoringCase)
 
 TEST(TranscriptSearch, OccurrencesDoNotOverlapAndTouchEveryWordTheyCross)
 {
-    const QList<Paragraph> doc = transcript({{u"aa"_s, u"aa"_s}, {u"我们"_s, u"今天"_s, u"讨论"_s}});
+    const QList<Paragraph> doc
+        = transcript({{u"aa"_s, u"aa"_s}, {u"我们"_s, u"今天"_s, u"讨论"_s}});
     EXPECT_EQ(searchTranscript(doc, u"aa"_s).size(), 2);
     const QList<SearchHit> three = searchTranscript(doc, u"aaa"_s);
     ASSERT_EQ(three.size(), 1);
@@ -42,5 +43,5 @@ TEST(TranscriptSearch, EmptyWordsAreNeverPartOfAHit)
     QList<Paragraph> doc = transcript({{u"ab"_s, u""_s, u"cd"_s}});
     const QList<SearchHit> hits = searchTranscript(doc, u"bc"_s);
     ASSERT_EQ(hits.size(), 1);
-    EXPECT_EQ(hits[0].blockIds, (QList<QUuid>{wordId(doc, u"ab"_s), wordId(doc, u"cd"_s)}));
+    EXPECT_EQ(hits[0].blockIds, (QList<QUuid> {wordId(doc, u"ab"_s), wordId(doc, u"cd"_s)}));
 }

@@ -4,7 +4,6 @@
 #include "support/transcriptbuilder.h"
 
 #include <QSignalSpy>
-
 #include <gtest/gtest.h>
 
 using namespace kavel;
@@ -45,14 +44,15 @@ TEST_F(Undo, ExecuteUndoRedoRoundTripsAndKeepsFlagsTrue)
     const QList<Paragraph> original = editor.document;
     QSignalSpy undoSpy(&manager, &EditorUndoManager::canUndoChanged);
     manager.execute(std::make_unique<BatchDeleteWordsCommand>(
-        editor, QSet<QUuid>{wordId(original, u"b"_s), wordId(original, u"c"_s)}));
+        editor, QSet<QUuid> {wordId(original, u"b"_s), wordId(original, u"c"_s)}));
     const QList<Paragraph> afterDelete = editor.document;
     EXPECT_EQ(documentText(afterDelete), u"a | d e"_s);
     EXPECT_TRUE(manager.canUndo());
     EXPECT_FALSE(manager.canRedo());
 
     manager.undo();
-    EXPECT_EQ(editor.document, original) << "the emptied paragraph comes back with its id and place";
+    EXPECT_EQ(editor.document, original)
+        << "the emptied paragraph comes back with its id and place";
     EXPECT_FALSE(manager.canUndo());
     EXPECT_TRUE(manager.canRedo());
 
