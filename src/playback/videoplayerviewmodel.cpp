@@ -1,0 +1,487 @@
+#include "videoplayerviewmodel.h"
+
+#include "model/jsonfields.h"
+
+#include <QPointer>
+#include <QTextStream>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+namespace {
+
+void log(const QString &line)
+{
+    QTextStream(stdout) << u"[PlayerVM] "_s << line << Qt::endl;
+}
+
+// The shortest decimal that reads back to the same double, always with a fraction or an
+// exponent ("1.0", "2.35", "1e-05").
+QString shortestDecimal(double value)
+{
+    char buffer[32];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    QString text = QString::fromLatin1(buffer, result.ptr - buffer);
+    if (std::isfinite(value) && !text.contains(u'.') && !text.contains(u'e'))
+        text += u".0"_s;
+    return text;
+}
+
+// Seconds as the log prints them.
+QString number(double value)
+{
+    return shortestDecimal(value);
+}
+
+} // namespace
+
+QString blockSignature(const QList<WordBlock> &blocks)
+{
+    QString signature;
+    signature.reserve(blocks.size() * 56);
+    for (const WordBlock &block : blocks) {
+        if (!signature.isEmpty())
+            signature += u'|';
+        signature += json::uuidString(block.id) + u':' + shortestDecimal(block.mediaStart) + u'-'
+                     + shortestDecimal(block.mediaEnd);
+    }
+    return signature;
+}
+
+VideoPlayerViewModel::VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
+                                           QObject *parent)
+    : QObject(parent)
+    , m_engine(engine)
+    , m_clock(clock)
+    , m_player(engine.createPlayer())
+{
+    m_timeObserver = m_player->addPeriodicTimeObserver(periodicInterval, [this](double t) {
+        onPeriodicTime(t);
+    });
+}
+
+VideoPlayerViewModel::~VideoPlayerViewModel()
+{
+    if (m_timeObserver)
+        m_player->removeTimeObserver(*m_timeObserver);
+    removeBoundaryObserver();
+    QObject::disconnect(m_statusObservation);
+    if (m_rebuildWorkItem)
+        m_clock.cancel(*m_rebuildWorkItem);
+    if (m_loadCall)
+        m_clock.cancel(*m_loadCall);
+}
+
+void VideoPlayerViewModel::setWordBlocks(QList<WordBlock> blocks)
+{
+    m_wordBlocks = std::move(blocks);
+}
+
+void VideoPlayerViewModel::scheduleRebuild()
+{
+    QString signature = blockSignature(m_wordBlocks);
+    if (signature == m_lastBlockSignature)
+        return;
+    m_lastBlockSignature = std::move(signature);
+    if (m_rebuildWorkItem) {
+        m_clock.cancel(*m_rebuildWorkItem);
+        m_rebuildWorkItem.reset();
+    }
+
+    // Deletions and restorations must never let the preview play a deleted word, so
+    // they take effect at once; reorders and time edits come in bursts while dragging.
+    if (m_compositionMap.size() != m_wordBlocks.size()) {
+        rebuildComposition();
+        return;
+    }
+    QPointer<VideoPlayerViewModel> self(this);
+    m_rebuildWorkItem = m_clock.callAfter(rebuildDelay, [this, self] {
+        if (!self)
+            return;
+        m_rebuildWorkItem.reset();
+        rebuildComposition();
+    });
+}
+
+void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
+{
+    m_sourceAssets.clear();
+    for (const PlaybackSource &source : sources)
+        m_sourceAssets.append({source.id, source.url.toLocalFile()});
+    m_imageGenerators.clear();
+
+    if (m_loadCall)
+        m_clock.cancel(*m_loadCall);
+    QPointer<VideoPlayerViewModel> self(this);
+    m_loadCall = m_clock.callAfter(0.0, [this, self] {
+        if (!self)
+            return;
+        m_loadCall.reset();
+        finishLoadingSources();
+    });
+}
+
+void VideoPlayerViewModel::finishLoadingSources()
+{
+    m_sourceTracks.clear();
+    double total = 0.0;
+    for (const SourceAsset &asset : std::as_const(m_sourceAssets)) {
+        media::MediaInfo info;
+        try {
+            info = m_engine.probe(asset.path);
+        } catch (const Error &error) {
+            log(u"Failed to load tracks for "_s + json::uuidString(asset.id) + u": "_s
+                + error.description());
+            continue;
+        }
+        if (!info.hasAudio) {
+            log(u"No audio track for "_s + json::uuidString(asset.id) + u", skipping"_s);
+            continue;
+        }
+        m_sourceTracks.append({asset.id, asset.path, info.hasVideo,
+                               info.hasVideo ? info.videoDuration : info.audioDuration});
+        if (std::isfinite(info.duration))
+            total += info.duration;
+    }
+    m_sourceDuration = total;
+    m_tracksLoaded = true;
+    rebuildComposition();
+}
+
+void VideoPlayerViewModel::rebuildComposition()
+{
+    if (!m_tracksLoaded || m_sourceTracks.isEmpty())
+        return;
+
+    const bool wasPlaying = m_isPlaying;
+    const double anchor = compositionTimeToSourceTime(m_currentTime);
+
+    if (m_wordBlocks.isEmpty()) {
+        playRawSource();
+        return;
+    }
+
+    CompositionPlan plan = planComposition(m_wordBlocks, m_sourceTracks);
+    const QList<media::SegmentFailure> failures
+        = m_player->replaceWithComposition(plan.editList);
+    for (const media::SegmentFailure &failure : failures) {
+        const media::EditSegment &segment = plan.editList.segments.at(failure.index);
+        const auto tracks = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
+                                         [&](const SourceTrackInfo &s) {
+                                             return s.path == segment.sourcePath;
+                                         });
+        const double trackDur = tracks != m_sourceTracks.cend() ? tracks->trackDuration : 0.0;
+        log(u"Failed to insert segment for "_s + json::uuidString(segment.blockId) + u" ["_s
+            + number(segment.sourceStart) + u'-' + number(segment.sourceEnd) + u"] trackDur="_s
+            + number(trackDur) + u": "_s + failure.reason);
+    }
+    QObject::disconnect(m_statusObservation);
+    m_compositionMap = std::move(plan.map);
+    setDuration(std::isfinite(plan.duration) ? plan.duration : 0.0);
+
+    double target;
+    if (m_pendingSeekBlockId) {
+        if (const CompositionEntry *entry = entryOfBlock(*m_pendingSeekBlockId)) {
+            target = entry->compositionStart;
+        } else if (m_compositionMap.isEmpty()) {
+            target = 0.0;
+        } else {
+            const auto nearest = std::min_element(
+                m_compositionMap.cbegin(), m_compositionMap.cend(),
+                [anchor](const CompositionEntry &a, const CompositionEntry &b) {
+                    return std::abs(a.block.mediaStart - anchor)
+                           < std::abs(b.block.mediaStart - anchor);
+                });
+            target = nearest->compositionStart;
+        }
+        m_pendingSeekBlockId.reset();
+    } else {
+        target = sourceTimeToCompositionTime(anchor);
+    }
+    target = std::max(std::min(target, m_duration), 0.0);
+
+    QPointer<VideoPlayerViewModel> self(this);
+    m_player->seek(target, [this, self, target, wasPlaying](bool) {
+        if (!self)
+            return;
+        setCurrentTime(target);
+        if (wasPlaying)
+            startPlayback();
+    });
+    recomputeDeletedTimeRanges();
+}
+
+void VideoPlayerViewModel::playRawSource()
+{
+    const QString path = m_sourceAssets.isEmpty() ? QString() : m_sourceAssets.first().path;
+    m_player->replaceWithSource(path);
+    QObject::disconnect(m_statusObservation);
+    m_statusObservation = connect(
+        m_player.get(), &media::Player::itemStatusChanged, this,
+        [this] {
+            if (m_player->itemStatus() != media::ItemStatus::readyToPlay)
+                return;
+            const double d = m_player->itemDuration();
+            setDuration(std::isfinite(d) ? d : 0.0);
+        },
+        Qt::QueuedConnection);
+    m_compositionMap.clear();
+    if (!m_deletedTimeRanges.isEmpty()) {
+        m_deletedTimeRanges.clear();
+        Q_EMIT deletedTimeRangesChanged();
+    }
+    setDuration(m_sourceDuration);
+}
+
+double VideoPlayerViewModel::compositionTimeToSourceTime(double t) const
+{
+    if (m_compositionMap.isEmpty())
+        return t;
+    for (auto it = m_compositionMap.crbegin(); it != m_compositionMap.crend(); ++it) {
+        if (it->compositionStart <= t)
+            return it->block.mediaStart + (t - it->compositionStart);
+    }
+    return m_compositionMap.first().block.mediaStart;
+}
+
+double VideoPlayerViewModel::sourceTimeToCompositionTime(double s) const
+{
+    if (m_compositionMap.isEmpty())
+        return s;
+    for (const CompositionEntry &entry : m_compositionMap) {
+        if (entry.block.mediaStart <= s && s < entry.block.mediaEnd)
+            return entry.compositionStart + (s - entry.block.mediaStart);
+    }
+    return m_compositionMap.last().compositionEnd();
+}
+
+void VideoPlayerViewModel::onPeriodicTime(double t)
+{
+    if (!std::isfinite(t))
+        return;
+    const double now = m_clock.now();
+    if (now - m_lastUIPublishTime < uiPublishInterval)
+        return;
+    m_lastUIPublishTime = now;
+
+    if (std::abs(m_currentTime - t) > 0.001)
+        setCurrentTime(t);
+
+    QUuid active;
+    for (const CompositionEntry &entry : std::as_const(m_compositionMap)) {
+        if (entry.compositionStart <= t && t < entry.compositionEnd()) {
+            active = entry.block.id;
+            break;
+        }
+    }
+    setActiveWordBlockId(active);
+}
+
+void VideoPlayerViewModel::recomputeDeletedTimeRanges()
+{
+    QList<WordBlock> sorted = m_wordBlocks;
+    std::stable_sort(sorted.begin(), sorted.end(), [](const WordBlock &a, const WordBlock &b) {
+        return a.mediaStart < b.mediaStart;
+    });
+    double total = m_sourceDuration;
+    if (!(total > 0))
+        total = sorted.isEmpty() ? 1.0 : sorted.last().mediaEnd + 1.0;
+
+    QList<DeletedTimeRange> ranges;
+    if (sorted.isEmpty()) {
+        ranges.append({0.0, total});
+    } else {
+        if (sorted.first().mediaStart > 0.05)
+            ranges.append({0.0, sorted.first().mediaStart});
+        for (qsizetype i = 1; i < sorted.size(); ++i) {
+            const WordBlock &prev = sorted.at(i - 1);
+            const WordBlock &next = sorted.at(i);
+            if (next.mediaStart - prev.mediaEnd > 0.05)
+                ranges.append({prev.mediaEnd, next.mediaStart});
+        }
+        // A trailing remainder shorter than 0.1 s is usually the container padding the
+        // last word, not something the user cut.
+        if (total - sorted.last().mediaEnd > 0.1)
+            ranges.append({sorted.last().mediaEnd, total});
+    }
+    if (ranges != m_deletedTimeRanges) {
+        m_deletedTimeRanges = std::move(ranges);
+        Q_EMIT deletedTimeRangesChanged();
+    }
+}
+
+void VideoPlayerViewModel::togglePlayPause()
+{
+    if (!m_isPlaying)
+        startPlayback();
+    else
+        pause();
+}
+
+void VideoPlayerViewModel::startPlayback()
+{
+    m_player->setRate(m_playbackSpeed);
+    setIsPlaying(true);
+}
+
+void VideoPlayerViewModel::pause()
+{
+    m_player->setRate(0.0);
+    setIsPlaying(false);
+    removeBoundaryObserver();
+}
+
+void VideoPlayerViewModel::stop()
+{
+    removeBoundaryObserver();
+    pause();
+}
+
+void VideoPlayerViewModel::removeBoundaryObserver()
+{
+    if (m_boundaryObserver) {
+        m_player->removeTimeObserver(*m_boundaryObserver);
+        m_boundaryObserver.reset();
+    }
+}
+
+void VideoPlayerViewModel::setPlaybackSpeed(float speed)
+{
+    if (m_playbackSpeed != speed) {
+        m_playbackSpeed = speed;
+        Q_EMIT playbackSpeedChanged();
+    }
+    if (m_isPlaying)
+        m_player->setRate(m_playbackSpeed);
+}
+
+void VideoPlayerViewModel::setVolume(float volume)
+{
+    if (m_volume != volume) {
+        m_volume = volume;
+        Q_EMIT volumeChanged();
+    }
+    m_player->setVolume(m_volume);
+}
+
+void VideoPlayerViewModel::setVideoRotationDegrees(double degrees)
+{
+    if (m_videoRotationDegrees == degrees)
+        return;
+    m_videoRotationDegrees = degrees;
+    Q_EMIT videoRotationDegreesChanged();
+}
+
+const CompositionEntry *VideoPlayerViewModel::entryOfBlock(const QUuid &id) const
+{
+    const auto it = std::find_if(m_compositionMap.cbegin(), m_compositionMap.cend(),
+                                 [&id](const CompositionEntry &e) { return e.block.id == id; });
+    return it == m_compositionMap.cend() ? nullptr : &*it;
+}
+
+void VideoPlayerViewModel::seekToBlock(const WordBlock &block)
+{
+    const CompositionEntry *entry = entryOfBlock(block.id);
+    const double t = entry ? entry->compositionStart : sourceTimeToCompositionTime(block.mediaStart);
+    m_player->seek(t, [](bool) {});
+    setCurrentTime(t);
+    setActiveWordBlockId(block.id);
+}
+
+void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
+                                     std::function<void()> onFinish)
+{
+    const CompositionEntry *from = entryOfBlock(fromBlockId);
+    if (!from)
+        return;
+    const CompositionEntry *to = entryOfBlock(toBlockId);
+    if (!to)
+        return;
+    const double start = from->compositionStart;
+    const double end = to->compositionEnd();
+
+    removeBoundaryObserver();
+    m_player->seek(start, [](bool) {});
+    setCurrentTime(start);
+    QPointer<VideoPlayerViewModel> self(this);
+    m_boundaryObserver = m_player->addBoundaryTimeObserver(
+        {end}, [this, self, onFinish = std::move(onFinish)] {
+            if (!self)
+                return;
+            pause();
+            if (onFinish)
+                onFinish();
+        });
+    startPlayback();
+}
+
+std::optional<QImage> VideoPlayerViewModel::thumbnail(const QUuid &sourceFileId, double time)
+{
+    const double r = std::round(2.0 * time) * 0.5;
+    const QString key = json::uuidString(sourceFileId) + u':' + QString::asprintf("%.1f", r);
+    if (const auto cached = m_thumbnailCache.constFind(key); cached != m_thumbnailCache.cend())
+        return *cached;
+
+    std::shared_ptr<media::ThumbnailGenerator> generator = m_imageGenerators.value(sourceFileId);
+    if (!generator) {
+        const auto asset = std::find_if(m_sourceAssets.cbegin(), m_sourceAssets.cend(),
+                                        [&](const SourceAsset &a) { return a.id == sourceFileId; });
+        if (asset == m_sourceAssets.cend())
+            return std::nullopt;
+        media::ThumbnailOptions options;
+        options.maximumSize = {160, 90};
+        options.toleranceBefore = 1.0;
+        options.toleranceAfter = 1.0;
+        options.applyRotation = true;
+        try {
+            generator = m_engine.createThumbnailGenerator(asset->path, options);
+        } catch (const Error &) {
+            return std::nullopt;
+        }
+        m_imageGenerators.insert(sourceFileId, generator);
+    }
+    std::optional<QImage> image = generator->imageAt(r);
+    if (!image || image->isNull())
+        return std::nullopt;
+    m_thumbnailCache.insert(key, *image);
+    return image;
+}
+
+void VideoPlayerViewModel::setCurrentTime(double t)
+{
+    if (m_currentTime == t)
+        return;
+    m_currentTime = t;
+    Q_EMIT currentTimeChanged();
+}
+
+void VideoPlayerViewModel::setDuration(double d)
+{
+    if (m_duration == d)
+        return;
+    m_duration = d;
+    Q_EMIT durationChanged();
+}
+
+void VideoPlayerViewModel::setIsPlaying(bool playing)
+{
+    if (m_isPlaying == playing)
+        return;
+    m_isPlaying = playing;
+    Q_EMIT isPlayingChanged();
+}
+
+void VideoPlayerViewModel::setActiveWordBlockId(const QUuid &id)
+{
+    if (m_activeWordBlockId == id)
+        return;
+    m_activeWordBlockId = id;
+    Q_EMIT activeWordBlockIdChanged();
+}
+
+} // namespace kavel

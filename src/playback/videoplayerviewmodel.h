@@ -1,0 +1,169 @@
+#pragma once
+
+#include "compositionplan.h"
+#include "media/mediaengine.h"
+#include "playbackclock.h"
+
+#include <QHash>
+#include <QImage>
+#include <QObject>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace kavel {
+
+// A stretch of SOURCE time that the edited result does not play, in seconds.
+struct DeletedTimeRange
+{
+    double start = 0.0;
+    double end = 0.0;
+
+    friend bool operator==(const DeletedTimeRange &, const DeletedTimeRange &) = default;
+};
+
+// A source file the preview may play: the project's source id and its copy's location.
+struct PlaybackSource
+{
+    QUuid id;
+    QUrl url;
+};
+
+// The editor's preview: plays the surviving word blocks end to end and keeps the play
+// head, the active word and the deleted stretches in step with edits. The editor is the
+// only writer of wordBlocks(); views observe the properties and call the operations.
+class VideoPlayerViewModel : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(double currentTime READ currentTime NOTIFY currentTimeChanged)
+    Q_PROPERTY(double duration READ duration NOTIFY durationChanged)
+    Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY isPlayingChanged)
+    Q_PROPERTY(float playbackSpeed READ playbackSpeed WRITE setPlaybackSpeed NOTIFY
+                   playbackSpeedChanged)
+    Q_PROPERTY(double videoRotationDegrees READ videoRotationDegrees WRITE setVideoRotationDegrees
+                   NOTIFY videoRotationDegreesChanged)
+    Q_PROPERTY(float volume READ volume WRITE setVolume NOTIFY volumeChanged)
+    Q_PROPERTY(QUuid activeWordBlockId READ activeWordBlockId NOTIFY activeWordBlockIdChanged)
+    Q_PROPERTY(QList<kavel::DeletedTimeRange> deletedTimeRanges READ deletedTimeRanges NOTIFY
+                   deletedTimeRangesChanged)
+
+public:
+    static constexpr double periodicInterval = 0.05;
+    static constexpr double uiPublishInterval = 0.1;
+    static constexpr double rebuildDelay = 0.15;
+
+    VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
+                         QObject *parent = nullptr);
+    ~VideoPlayerViewModel() override;
+
+    double currentTime() const { return m_currentTime; }
+    double duration() const { return m_duration; }
+    bool isPlaying() const { return m_isPlaying; }
+    float playbackSpeed() const { return m_playbackSpeed; }
+    double videoRotationDegrees() const { return m_videoRotationDegrees; }
+    void setVideoRotationDegrees(double degrees);
+    float volume() const { return m_volume; }
+    // Null when no word is under the play head.
+    QUuid activeWordBlockId() const { return m_activeWordBlockId; }
+    const QList<DeletedTimeRange> &deletedTimeRanges() const { return m_deletedTimeRanges; }
+
+    const QList<WordBlock> &wordBlocks() const { return m_wordBlocks; }
+    // The editor's edit: blocks in paragraph order, sortOrder renumbered. Call
+    // scheduleRebuild() afterwards.
+    void setWordBlocks(QList<WordBlock> blocks);
+    void scheduleRebuild();
+    void rebuildComposition();
+
+    void loadSources(const QList<PlaybackSource> &sources);
+    bool tracksLoaded() const { return m_tracksLoaded; }
+    double sourceDuration() const { return m_sourceDuration; }
+    const QList<CompositionEntry> &compositionMap() const { return m_compositionMap; }
+
+    std::optional<QUuid> pendingSeekBlockId() const { return m_pendingSeekBlockId; }
+    void setPendingSeekBlockId(std::optional<QUuid> id) { m_pendingSeekBlockId = id; }
+
+    void togglePlayPause();
+    void pause();
+    void stop();
+    void setPlaybackSpeed(float speed);
+    void setVolume(float volume);
+    void seekToBlock(const WordBlock &block);
+    void playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
+                   std::function<void()> onFinish);
+
+    double compositionTimeToSourceTime(double t) const;
+    double sourceTimeToCompositionTime(double s) const;
+
+    std::optional<QImage> thumbnail(const QUuid &sourceFileId, double time);
+
+    media::Player &player() { return *m_player; }
+
+Q_SIGNALS:
+    void currentTimeChanged();
+    void durationChanged();
+    void isPlayingChanged();
+    void playbackSpeedChanged();
+    void videoRotationDegreesChanged();
+    void volumeChanged();
+    void activeWordBlockIdChanged();
+    void deletedTimeRangesChanged();
+
+private:
+    struct SourceAsset
+    {
+        QUuid id;
+        QString path;
+    };
+
+    void finishLoadingSources();
+    void playRawSource();
+    void onPeriodicTime(double t);
+    void recomputeDeletedTimeRanges();
+    void setCurrentTime(double t);
+    void setDuration(double d);
+    void setIsPlaying(bool playing);
+    void setActiveWordBlockId(const QUuid &id);
+    void startPlayback();
+    void removeBoundaryObserver();
+    const CompositionEntry *entryOfBlock(const QUuid &id) const;
+
+    media::MediaEngine &m_engine;
+    PlaybackClock &m_clock;
+    std::unique_ptr<media::Player> m_player;
+
+    double m_currentTime = 0.0;
+    double m_duration = 0.0;
+    bool m_isPlaying = false;
+    float m_playbackSpeed = 1.0f;
+    double m_videoRotationDegrees = 0.0;
+    float m_volume = 1.0f;
+    QUuid m_activeWordBlockId;
+    QList<DeletedTimeRange> m_deletedTimeRanges;
+
+    double m_sourceDuration = 0.0;
+    std::optional<media::Player::ObserverId> m_timeObserver;
+    std::optional<media::Player::ObserverId> m_boundaryObserver;
+    QMetaObject::Connection m_statusObservation;
+    // Insertion order matters: "the first source" is the first one loaded.
+    QList<SourceAsset> m_sourceAssets;
+    QList<SourceTrackInfo> m_sourceTracks;
+    bool m_tracksLoaded = false;
+    std::optional<PlaybackClock::CallId> m_loadCall;
+    QHash<QUuid, std::shared_ptr<media::ThumbnailGenerator>> m_imageGenerators;
+    QHash<QString, QImage> m_thumbnailCache;
+    QList<CompositionEntry> m_compositionMap;
+    std::optional<PlaybackClock::CallId> m_rebuildWorkItem;
+    QString m_lastBlockSignature;
+    std::optional<QUuid> m_pendingSeekBlockId;
+    QList<WordBlock> m_wordBlocks;
+    double m_lastUIPublishTime = 0.0;
+};
+
+// "ID:start-end|…", the identity of a block list as far as the preview is concerned.
+QString blockSignature(const QList<WordBlock> &blocks);
+
+} // namespace kavel
+
+Q_DECLARE_METATYPE(kavel::DeletedTimeRange)
