@@ -89,7 +89,8 @@ QCoro::Task<APIClient::Reply> APIClient::send(QNetworkRequest request, QByteArra
 
     Reply result;
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    result.body = reply->readAll();
+    if (reply->isOpen())
+        result.body = reply->readAll();
     if (status.isValid()) {
         result.isHttp = true;
         result.statusCode = status.toInt();

@@ -9,7 +9,10 @@ AppState::AppState(APIClient &apiClient, Settings &settings, LogSink log, QObjec
     , m_apiClient(apiClient)
     , m_settings(settings)
     , m_log(std::move(log))
-{ }
+{
+    if (!m_log)
+        m_log = [](const QString &) {};
+}
 
 void AppState::setShowLoginSheet(bool show)
 {
