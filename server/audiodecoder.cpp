@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <memory>
+#include <mutex>
 
 namespace kavel::server {
 
@@ -147,6 +148,10 @@ private:
 
 std::vector<std::int16_t> decodeAudioForRecognition(const std::string &path)
 {
+    // FFmpeg's own chatter would interleave with the server log; every failure that
+    // matters comes back as an exception with FFmpeg's reason.
+    static std::once_flag quietened;
+    std::call_once(quietened, [] { av_log_set_level(AV_LOG_FATAL); });
     Decoder decoder(path);
     return decoder.run();
 }
