@@ -240,6 +240,17 @@ std::optional<std::string> Database::userForToken(const std::string &tokenDigest
     return query.text(0);
 }
 
+void Database::pruneExpired(std::int64_t now)
+{
+    const std::lock_guard lock(m_mutex);
+    Statement tokens(m_db, "DELETE FROM tokens WHERE expires_at <= ?");
+    tokens.bind(1, now);
+    tokens.step();
+    Statement codes(m_db, "DELETE FROM sms_codes WHERE expires_at <= ?");
+    codes.bind(1, now);
+    codes.step();
+}
+
 void Database::storeSmsCode(const std::string &phone, const std::string &codeDigest,
                             std::int64_t sentAt, std::int64_t expiresAt)
 {

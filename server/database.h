@@ -61,6 +61,9 @@ public:
     std::optional<std::string> userForToken(const std::string &tokenDigest, const std::string &kind,
                                             std::int64_t now);
 
+    // Drops expired tokens and codes; they can never match again.
+    void pruneExpired(std::int64_t now);
+
     // Replaces any earlier code for the phone.
     void storeSmsCode(const std::string &phone, const std::string &codeDigest, std::int64_t sentAt,
                       std::int64_t expiresAt);

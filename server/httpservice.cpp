@@ -69,6 +69,18 @@ std::string extensionOf(const std::string &fileName)
     return extension.empty() ? std::string() : "." + extension;
 }
 
+// Accounts are made by whoever runs the server; the page says how.
+constexpr const char *signUpPage = R"html(<!DOCTYPE html>
+<html lang="zh"><head><meta charset="utf-8"><title>Kavel 账户</title></head>
+<body>
+<h1>注册 Kavel 账户</h1>
+<p>这台 Kavel 服务的账户由管理员创建。请联系管理员，让其运行：</p>
+<pre>kavel-server add-user --db 数据库路径 --email 您的邮箱 --password 密码</pre>
+<p>Accounts on this Kavel service are created by its administrator with
+<code>kavel-server add-user</code>.</p>
+</body></html>
+)html";
+
 } // namespace
 
 HttpService::HttpService(Database &database, TranscriptionQueue &queue, SmsSender &sms,
@@ -118,6 +130,10 @@ void HttpService::routes()
                    [this](const Request &rq, Response &rs) { upload(rq, rs); });
     m_server->Get(R"(/api/media/transcribe/([^/]+))",
                   [this](const Request &rq, Response &rs) { poll(rq, rs); });
+
+    m_server->Get("/signup", [](const Request &, Response &response) {
+        response.set_content(signUpPage, "text/html; charset=utf-8");
+    });
 
     m_server->set_exception_handler([](const Request &, Response &response, std::exception_ptr e) {
         std::string what = "unknown error";
@@ -198,6 +214,7 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     const std::string accessToken = credentials::newToken();
     const std::string refreshToken = credentials::newToken();
     const std::int64_t now = unixNow();
+    m_database.pruneExpired(now);
     m_database.storeToken(credentials::digest(accessToken), user->id, "access",
                           now + accessTokenLifetime);
     m_database.storeToken(credentials::digest(refreshToken), user->id, "refresh",

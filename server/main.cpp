@@ -93,6 +93,20 @@ int addUser(int argc, char **argv)
     return 0;
 }
 
+// Uploads left behind by a server that did not stop cleanly belong to tasks that are
+// marked failed at start; nothing reads them again. Only files named like a task are
+// touched, in case the folder is shared with something else.
+void removeLeftoverUploads(const std::filesystem::path &folder)
+{
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        const std::string stem = entry.path().stem().string();
+        const bool taskName = stem.size() == 36 && stem[8] == '-' && stem[13] == '-'
+            && stem.find_first_not_of("0123456789abcdefABCDEF-") == std::string::npos;
+        if (entry.is_regular_file() && taskName)
+            std::filesystem::remove(entry.path());
+    }
+}
+
 int serve(int argc, char **argv)
 {
     const auto options = parseOptions(argc, argv, {"--port", "--db", "--uploads", "--model"});
@@ -115,7 +129,9 @@ int serve(int argc, char **argv)
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     std::filesystem::create_directories(uploads);
+    removeLeftoverUploads(uploads);
     Database database(dbPath);
+    database.pruneExpired(unixNow());
     if (const int interrupted
         = database.failUnfinishedTasks("The server restarted before the task finished"))
         logLine(std::to_string(interrupted) + " unfinished tasks marked failed");

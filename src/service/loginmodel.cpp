@@ -69,6 +69,24 @@ void LoginModel::tick()
         m_countdownTimer->stop();
 }
 
+QUrl LoginModel::signUpUrl() const
+{
+    QUrl url = m_apiClient.baseURL();
+    QString path = url.path();
+    while (path.endsWith(u'/'))
+        path.chop(1);
+    if (path.endsWith(u"/api"))
+        path.chop(4);
+    url.setPath(path + u"/signup"_s);
+    return url;
+}
+
+void LoginModel::openSignUpPage(const std::function<bool(const QUrl &)> &openUrl)
+{
+    if (!openUrl(signUpUrl()))
+        setErrorMessage(u"无法打开官网注册页"_s);
+}
+
 QCoro::Task<> LoginModel::sendCode()
 {
     QPointer<LoginModel> self(this);

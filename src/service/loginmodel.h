@@ -49,6 +49,12 @@ public:
     int smsCountdown() const { return m_smsCountdown; }
     bool isCountdownRunning() const { return m_countdownTimer->isActive(); }
 
+    // The service's sign-up page: the site the API root belongs to, at "/signup".
+    QUrl signUpUrl() const;
+    // Opens the sign-up page with `openUrl` (the desktop's browser in the application);
+    // when that fails, says so in errorMessage.
+    void openSignUpPage(const std::function<bool(const QUrl &)> &openUrl);
+
     // Asks the service to text a code to `phone`; on success starts the countdown.
     QCoro::Task<> sendCode();
     // Signs in with the current mode's two fields; on success stores the tokens and

@@ -174,6 +174,23 @@ TEST_F(Session, FailedSignInsShowTheFixedTexts)
     runTask(login->signIn()).get();
     EXPECT_EQ(login->errorMessage(), u"登录失败"_s);
 
+    // The sign-up link leads to the service's own page, which is really there.
+    EXPECT_EQ(login->signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
+    QUrl opened;
+    login->openSignUpPage([&](const QUrl &url) {
+        opened = url;
+        return true;
+    });
+    EXPECT_EQ(opened, login->signUpUrl());
+    LogRecorder pageLog;
+    APIClient site(opened.adjusted(QUrl::RemoveFilename), {}, pageLog.sink());
+    runTask(site.get<wire::EmptyResponse>(u"/signup"_s));
+    EXPECT_TRUE(
+        pageLog.lines->value(1).startsWith(u"[APIClient] GET Response: 200 <!DOCTYPE html>"_s))
+        << pageLog.lines->join(u'\n').toStdString();
+    login->openSignUpPage([](const QUrl &) { return false; });
+    EXPECT_EQ(login->errorMessage(), u"无法打开官网注册页"_s);
+
     login->phone = u"19999999999"_s;
     runTask(login->sendCode()).get();
     EXPECT_EQ(login->errorMessage(), u"发送验证码失败"_s);
