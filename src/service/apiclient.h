@@ -51,6 +51,13 @@ public:
     // TransportError.
     template<wire::Decodable Response> QCoro::Task<Response> post(QString path, QJsonObject body);
 
+    // The same for a record body, written with the wire's snake_case keys.
+    template<wire::Decodable Response, wire::Encodable Body>
+    QCoro::Task<Response> post(QString path, const Body &body)
+    {
+        return post<Response>(std::move(path), body.toJson());
+    }
+
     template<wire::Decodable Response> QCoro::Task<Response> get(QString path);
 
     // Uploads the whole file for recognition. An unreadable file throws FileError before

@@ -175,9 +175,12 @@ TEST_F(APIClientFaults, BearerHeaderOnlyWithAToken)
 
     client->setAccessToken(u"t0k"_s);
     runTask(client->post<wire::EmptyResponse>(u"/auth/sms-code"_s, {{u"phone"_s, u"1"_s}}));
+    EXPECT_EQ(stub.lastBody(), R"({"phone":"1"})");
+    // Records go out with snake_case keys.
+    runTask(client->post<wire::EmptyResponse>(u"/x"_s, TimelineSegment {1.5, 2.0}));
+    EXPECT_EQ(stub.lastBody(), R"({"media_end":2,"media_start":1.5})");
     EXPECT_TRUE(stub.lastHead().contains("\r\nAuthorization: Bearer t0k\r\n"));
     EXPECT_TRUE(stub.lastHead().contains("\r\nContent-Type: application/json\r\n"));
-    EXPECT_EQ(stub.lastBody(), R"({"phone":"1"})");
 }
 
 TEST_F(APIClientFaults, UploadSendsOneFilePartByteForByte)

@@ -5,6 +5,8 @@
 #include <QDeadlineTimer>
 #include <QRegularExpression>
 #include <QTest>
+#include <csignal>
+#include <sys/prctl.h>
 
 namespace kavel::test {
 
@@ -14,6 +16,9 @@ ServerProcess::ServerProcess()
     : m_directory(QDir::tempPath() + u"/kavel-server-test-XXXXXX"_s)
 {
     m_process.setProcessChannelMode(QProcess::MergedChannels);
+    // Should the test program die without running destructors, the server goes with it
+    // instead of holding its port and temporary folder.
+    m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
     QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process,
                      [this] { readOutput(); });
 }
