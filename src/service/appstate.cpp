@@ -1,5 +1,7 @@
 #include "appstate.h"
 
+#include <QPointer>
+
 namespace kavel::service {
 
 using namespace Qt::StringLiterals;
@@ -40,22 +42,31 @@ QCoro::Task<> AppState::restoreSession()
     const std::optional<QString> token = m_settings.accessToken();
     if (!token) {
         // The token used to live in the keychain; the line keeps its old wording so that
-        // log readers' searches still match.
+        // searches through old logs still match.
         m_log(u"[AppState] No access token in keychain"_s);
         co_return;
     }
     m_log(u"[AppState] Found token, restoring session..."_s);
     m_apiClient.setAccessToken(*token);
+    QPointer<AppState> self(this);
+    std::optional<User> user;
+    QString failure;
     try {
-        User user = co_await m_apiClient.get<User>(u"/auth/me"_s);
-        m_log(u"[AppState] Session restored, user: "_s + user.email.value_or(u"no email"_s));
-        setSignedIn(std::move(user));
+        user = co_await m_apiClient.get<User>(u"/auth/me"_s);
     } catch (const Error &error) {
-        m_log(u"[AppState] Session restore failed: "_s + error.description());
+        failure = error.description();
+    }
+    if (!self)
+        co_return;
+    if (!user) {
+        m_log(u"[AppState] Session restore failed: "_s + failure);
         m_settings.removeTokens();
         // A token the service refused must not ride along on the next request.
         m_apiClient.setAccessToken(std::nullopt);
+        co_return;
     }
+    m_log(u"[AppState] Session restored, user: "_s + user->email.value_or(u"no email"_s));
+    setSignedIn(std::move(user));
 }
 
 void AppState::signOut()
