@@ -1,5 +1,5 @@
 #include "mediatools.h"
-#include "service/servicetesting.h"
+#include "support/servicefixture.h"
 #include "support/taskwait.h"
 
 #include <QTemporaryDir>

@@ -1,4 +1,4 @@
-#include "service/servicetesting.h"
+#include "support/servicefixture.h"
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
 

@@ -1,5 +1,5 @@
 #include "httpstub.h"
-#include "servicetesting.h"
+#include "support/servicefixture.h"
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
 

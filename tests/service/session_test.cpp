@@ -1,7 +1,7 @@
 #include "service/appstate.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
-#include "servicetesting.h"
+#include "support/servicefixture.h"
 #include "support/taskwait.h"
 
 #include <QRegularExpression>
