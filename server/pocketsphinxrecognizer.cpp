@@ -87,11 +87,14 @@ std::string PocketSphinxRecognizer::cleanWord(const std::string &decoded, bool *
     return word;
 }
 
-std::vector<RecognizedWord> PocketSphinxRecognizer::recognize(std::span<const std::int16_t> samples)
+std::vector<RecognizedWord> PocketSphinxRecognizer::recognize(std::span<const std::int16_t> samples,
+                                                              const std::atomic<bool> &cancel)
 {
     std::vector<RecognizedWord> words;
     const std::vector<size_t> boundaries = stretchBoundaries(samples);
     for (size_t i = 0; i + 1 < boundaries.size(); ++i) {
+        if (cancel.load())
+            throw RecognitionCancelled();
         const auto stretch = samples.subspan(boundaries[i], boundaries[i + 1] - boundaries[i]);
         decodeStretch(stretch, static_cast<double>(boundaries[i]) / samplesPerSecond, words);
     }
@@ -105,6 +108,9 @@ void PocketSphinxRecognizer::decodeStretch(std::span<const std::int16_t> samples
         return;
     if (ps_start_utt(m_decoder) < 0)
         throw RecognitionError("PocketSphinx could not start an utterance");
+    // Whole stretches, not a stream of small blocks: told that it has the whole
+    // utterance, the decoder normalises the audio over all of it. Fed a second at a time
+    // instead, it got about half the words of a test sentence right; whole, most of them.
     if (ps_process_raw(m_decoder, samples.data(), samples.size(), FALSE, TRUE) < 0) {
         ps_end_utt(m_decoder);
         throw RecognitionError("PocketSphinx could not process the audio");

@@ -21,7 +21,8 @@ public:
     explicit PocketSphinxRecognizer(const std::string &modelDirectory);
     ~PocketSphinxRecognizer() override;
 
-    std::vector<RecognizedWord> recognize(std::span<const std::int16_t> samples) override;
+    std::vector<RecognizedWord> recognize(std::span<const std::int16_t> samples,
+                                          const std::atomic<bool> &cancel) override;
 
     // Exposed for tests: a word as the decoder spells it ("read(2)", "<sil>", "[NOISE]")
     // turned into the word to show, or empty when it is not a word at all.

@@ -59,6 +59,7 @@ TranscriptionQueue::~TranscriptionQueue()
     {
         const std::lock_guard lock(m_mutex);
         m_stopping = true;
+        m_cancel = true;
         for (const Job &job : m_jobs)
             std::remove(job.audioPath.c_str());
         m_jobs.clear();
@@ -114,12 +115,15 @@ void TranscriptionQueue::process(const Job &job, SpeechRecognizer *recognizer,
         }
         const auto started = std::chrono::steady_clock::now();
         const std::vector<std::int16_t> samples = decodeAudioForRecognition(job.audioPath);
-        const std::vector<RecognizedWord> words = recognizer->recognize(samples);
+        const std::vector<RecognizedWord> words = recognizer->recognize(samples, m_cancel);
         m_database.completeTask(job.taskId, paragraphsJson(words));
         const auto took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
         logLine("task " + job.taskId + " completed: " + std::to_string(words.size()) + " words, "
                 + std::to_string(static_cast<double>(samples.size()) / recognitionSampleRate)
                 + " s of audio in " + std::to_string(took.count()) + " s");
+    } catch (const RecognitionCancelled &) {
+        logLine("task " + job.taskId + " abandoned: the server is stopping");
+        m_database.failTask(job.taskId, "The server stopped before the task finished");
     } catch (const std::exception &error) {
         logLine("task " + job.taskId + " failed: " + error.what());
         try {

@@ -3,6 +3,7 @@
 #include "database.h"
 #include "speechrecognizer.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -24,8 +25,8 @@ public:
     // The recognizer is built on the worker thread as soon as it starts, so the model
     // loads while the server already answers requests.
     TranscriptionQueue(Database &database, RecognizerFactory makeRecognizer);
-    // Finishes the task in hand and drops the rest (they stay "pending" in the database
-    // and are marked failed at the next start).
+    // Abandons the task in hand (marked failed) and drops the rest (they stay "pending"
+    // in the database and are marked failed at the next start).
     ~TranscriptionQueue();
 
     // Takes ownership of the uploaded file and deletes it when done.
@@ -47,6 +48,7 @@ private:
     std::condition_variable m_wake;
     std::deque<Job> m_jobs;
     bool m_stopping = false;
+    std::atomic<bool> m_cancel = false;
     std::thread m_thread;
 };
 

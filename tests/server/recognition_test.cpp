@@ -2,6 +2,8 @@
 #include "support/servicefixture.h"
 #include "support/taskwait.h"
 
+#include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -147,4 +149,45 @@ TEST_F(Recognition, LongRecordingKeepsItsTimesAcrossDecodingStretches)
         EXPECT_GE(wordsInOrder(expected, texts), expected.size() / 2)
             << "at " << offset << " s: " << texts.join(u' ').toStdString();
     }
+}
+
+TEST(RecognitionAcrossRestarts, UnfinishedTasksReportFailureAfterTheServerComesBack)
+{
+    ServerProcess server;
+    ASSERT_TRUE(server.addUser(u"r@example.com"_s, {}, u"pw"_s));
+    QString error;
+    ASSERT_TRUE(server.start(&error)) << error.toStdString();
+    QTemporaryDir dir;
+    const QString speech = dir.filePath(u"speech.wav"_s);
+    const QString recording = dir.filePath(u"long.wav"_s);
+    ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, sentence, u"-o"_s, speech}));
+    ASSERT_TRUE(ffmpeg({u"-i"_s, speech, u"-af"_s, u"apad=whole_dur=60"_s, recording}));
+
+    auto client = std::make_unique<APIClient>(server.apiBaseUrl(), SessionTimeouts {}, LogSink {});
+    const AuthTokens tokens
+        = runTask(client->post<AuthTokens>(
+                      u"/auth/login"_s,
+                      QJsonObject {{u"email"_s, u"r@example.com"_s}, {u"password"_s, u"pw"_s}}))
+              .get();
+    client->setAccessToken(tokens.accessToken);
+    const QString first = runTask(client->transcribe(recording)).get().taskId;
+    const QString second = runTask(client->transcribe(recording)).get().taskId;
+    ASSERT_TRUE(server.waitForLog(QRegularExpression(u"task "_s + second + u" queued"_s)));
+
+    // Stopping abandons the work in hand instead of finishing a minute of speech first.
+    QElapsedTimer stopping;
+    stopping.start();
+    server.stop();
+    EXPECT_LT(stopping.elapsed(), 9000);
+
+    ASSERT_TRUE(server.start(&error)) << error.toStdString();
+    // Sessions survive the restart with the database.
+    client = std::make_unique<APIClient>(server.apiBaseUrl(), SessionTimeouts {}, LogSink {});
+    client->setAccessToken(tokens.accessToken);
+    const TranscriptionResult abandoned = runTask(client->getTranscriptionResult(second)).get();
+    EXPECT_TRUE(abandoned.isFailed()) << abandoned.status.toStdString();
+    EXPECT_TRUE(abandoned.errorMessage && !abandoned.errorMessage->isEmpty());
+    // The first may have finished before the stop reached it; it must not hang as running.
+    const TranscriptionResult inHand = runTask(client->getTranscriptionResult(first)).get();
+    EXPECT_TRUE(inHand.isFailed() || inHand.isCompleted()) << inHand.status.toStdString();
 }

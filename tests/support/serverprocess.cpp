@@ -62,10 +62,12 @@ bool ServerProcess::start(QString *error)
             *error = u"no temporary folder"_s;
         return false;
     }
+    // A restarted server must be found by its new line, not by the old run's.
+    const qsizetype from = log().size();
     m_process.start(programPath(u"kavel-server"_s),
                     {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()});
     const auto match
-        = waitForLog(QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s));
+        = waitForLog(QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s), from);
     if (!match) {
         if (error)
             *error = u"server did not start: "_s + m_process.errorString() + u"\n"_s + log();
@@ -90,7 +92,8 @@ void ServerProcess::stop()
 
 void ServerProcess::readOutput()
 {
-    m_log += QString::fromUtf8(m_process.readAllStandardOutput());
+    if (m_process.isOpen())
+        m_log += QString::fromUtf8(m_process.readAllStandardOutput());
 }
 
 QString ServerProcess::log()
