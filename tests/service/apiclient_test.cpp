@@ -3,6 +3,7 @@
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
 
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -297,6 +298,14 @@ TEST_F(APIClientFaults, TransportFailuresPassThroughAfterTheirLogLine)
     const auto silent = runTask(impatient->post<wire::EmptyResponse>(u"/x"_s, {}));
     EXPECT_TRUE(silent.errorAs<TransportError>());
     EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] Error: "_s));
+
+    // The overall limit ends a transfer even when the idle limit would wait longer.
+    auto bounded = makeClient(
+        {std::chrono::seconds(30), std::chrono::seconds(30), std::chrono::milliseconds(300)});
+    QElapsedTimer elapsed;
+    elapsed.start();
+    EXPECT_TRUE(runTask(bounded->get<wire::EmptyResponse>(u"/x"_s)).errorAs<TransportError>());
+    EXPECT_LT(elapsed.elapsed(), 10000);
 
     // A peer that speaks something else: Qt reports it as a closed connection.
     stub.setBehaviour(HttpStub::Behaviour::reply);
