@@ -37,10 +37,9 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
     plan.editList.segments.reserve(sorted.size());
     qint64 insertAt = 0;
     for (const WordBlock &block : std::as_const(sorted)) {
-        const auto source = std::find_if(sources.cbegin(), sources.cend(),
-                                         [&](const SourceTrackInfo &s) {
-                                             return s.id == block.sourceFileId;
-                                         });
+        const auto source
+            = std::find_if(sources.cbegin(), sources.cend(),
+                           [&](const SourceTrackInfo &s) { return s.id == block.sourceFileId; });
         const SourceTrackInfo &tracks = source != sources.cend() ? *source : sources.first();
 
         double start = std::max(block.mediaStart, 0.0);
@@ -63,8 +62,8 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
         segment.sourceEnd = fromTicks(endTicks);
         segment.compositionStart = fromTicks(insertAt);
         segment.withVideo = tracks.hasVideo;
-        segment.audio = {block.volumeLevel, block.isMuted, block.fadeInDuration,
-                         block.fadeOutDuration};
+        segment.audio
+            = {block.volumeLevel, block.isMuted, block.fadeInDuration, block.fadeOutDuration};
         plan.editList.segments.append(segment);
         insertAt += endTicks - startTicks;
     }

@@ -4,7 +4,6 @@
 
 #include <QPointer>
 #include <QTextStream>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -48,7 +47,7 @@ QString blockSignature(const QList<WordBlock> &blocks)
         if (!signature.isEmpty())
             signature += u'|';
         signature += json::uuidString(block.id) + u':' + shortestDecimal(block.mediaStart) + u'-'
-                     + shortestDecimal(block.mediaEnd);
+            + shortestDecimal(block.mediaEnd);
     }
     return signature;
 }
@@ -60,9 +59,8 @@ VideoPlayerViewModel::VideoPlayerViewModel(media::MediaEngine &engine, PlaybackC
     , m_clock(clock)
     , m_player(engine.createPlayer())
 {
-    m_timeObserver = m_player->addPeriodicTimeObserver(periodicInterval, [this](double t) {
-        onPeriodicTime(t);
-    });
+    m_timeObserver = m_player->addPeriodicTimeObserver(periodicInterval,
+                                                       [this](double t) { onPeriodicTime(t); });
 }
 
 VideoPlayerViewModel::~VideoPlayerViewModel()
@@ -167,14 +165,12 @@ void VideoPlayerViewModel::rebuildComposition()
     }
 
     CompositionPlan plan = planComposition(m_wordBlocks, m_sourceTracks);
-    const QList<media::SegmentFailure> failures
-        = m_player->replaceWithComposition(plan.editList);
+    const QList<media::SegmentFailure> failures = m_player->replaceWithComposition(plan.editList);
     for (const media::SegmentFailure &failure : failures) {
         const media::EditSegment &segment = plan.editList.segments.at(failure.index);
-        const auto tracks = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
-                                         [&](const SourceTrackInfo &s) {
-                                             return s.path == segment.sourcePath;
-                                         });
+        const auto tracks
+            = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
+                           [&](const SourceTrackInfo &s) { return s.path == segment.sourcePath; });
         const double trackDur = tracks != m_sourceTracks.cend() ? tracks->trackDuration : 0.0;
         log(u"Failed to insert segment for "_s + json::uuidString(segment.blockId) + u" ["_s
             + number(segment.sourceStart) + u'-' + number(segment.sourceEnd) + u"] trackDur="_s
@@ -191,12 +187,12 @@ void VideoPlayerViewModel::rebuildComposition()
         } else if (m_compositionMap.isEmpty()) {
             target = 0.0;
         } else {
-            const auto nearest = std::min_element(
-                m_compositionMap.cbegin(), m_compositionMap.cend(),
-                [anchor](const CompositionEntry &a, const CompositionEntry &b) {
-                    return std::abs(a.block.mediaStart - anchor)
-                           < std::abs(b.block.mediaStart - anchor);
-                });
+            const auto nearest
+                = std::min_element(m_compositionMap.cbegin(), m_compositionMap.cend(),
+                                   [anchor](const CompositionEntry &a, const CompositionEntry &b) {
+                                       return std::abs(a.block.mediaStart - anchor)
+                                           < std::abs(b.block.mediaStart - anchor);
+                                   });
             target = nearest->compositionStart;
         }
         m_pendingSeekBlockId.reset();
@@ -387,7 +383,8 @@ const CompositionEntry *VideoPlayerViewModel::entryOfBlock(const QUuid &id) cons
 void VideoPlayerViewModel::seekToBlock(const WordBlock &block)
 {
     const CompositionEntry *entry = entryOfBlock(block.id);
-    const double t = entry ? entry->compositionStart : sourceTimeToCompositionTime(block.mediaStart);
+    const double t
+        = entry ? entry->compositionStart : sourceTimeToCompositionTime(block.mediaStart);
     m_player->seek(t, [](bool) {});
     setCurrentTime(t);
     setActiveWordBlockId(block.id);
@@ -409,14 +406,14 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
     m_player->seek(start, [](bool) {});
     setCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
-    m_boundaryObserver = m_player->addBoundaryTimeObserver(
-        {end}, [this, self, onFinish = std::move(onFinish)] {
-            if (!self)
-                return;
-            pause();
-            if (onFinish)
-                onFinish();
-        });
+    m_boundaryObserver
+        = m_player->addBoundaryTimeObserver({end}, [this, self, onFinish = std::move(onFinish)] {
+              if (!self)
+                  return;
+              pause();
+              if (onFinish)
+                  onFinish();
+          });
     startPlayback();
 }
 

@@ -8,7 +8,6 @@
 #include <QImage>
 #include <QObject>
 #include <QUrl>
-
 #include <functional>
 #include <memory>
 #include <optional>
@@ -40,8 +39,8 @@ class VideoPlayerViewModel : public QObject
     Q_PROPERTY(double currentTime READ currentTime NOTIFY currentTimeChanged)
     Q_PROPERTY(double duration READ duration NOTIFY durationChanged)
     Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY isPlayingChanged)
-    Q_PROPERTY(float playbackSpeed READ playbackSpeed WRITE setPlaybackSpeed NOTIFY
-                   playbackSpeedChanged)
+    Q_PROPERTY(
+        float playbackSpeed READ playbackSpeed WRITE setPlaybackSpeed NOTIFY playbackSpeedChanged)
     Q_PROPERTY(double videoRotationDegrees READ videoRotationDegrees WRITE setVideoRotationDegrees
                    NOTIFY videoRotationDegreesChanged)
     Q_PROPERTY(float volume READ volume WRITE setVolume NOTIFY volumeChanged)
