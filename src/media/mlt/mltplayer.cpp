@@ -94,6 +94,10 @@ void MltPlayer::play(Mlt::Producer &producer)
         m_consumer->set("audio_buffer", 1024);
         m_consumer->set("scrub_audio", 0);
         m_consumer->set("volume", double(m_volume));
+        if (!m_videoSize.isEmpty()) {
+            m_consumer->set("width", m_videoSize.width());
+            m_consumer->set("height", m_videoSize.height());
+        }
         m_consumer->set("channels", 2);
         m_consumer->set("frequency", 48000);
         m_consumer->listen(
@@ -105,9 +109,11 @@ void MltPlayer::play(Mlt::Producer &producer)
         m_consumer->stop();
         m_consumer->purge();
     }
-    producer.set_speed(m_rate);
     m_consumer->connect(producer);
     m_consumer->start();
+    // Starting a consumer sets its producer going at normal speed.
+    producer.set_speed(m_rate);
+    m_consumer->set("refresh", 1);
 }
 
 void MltPlayer::onFrameShow(void *owner, void *rawFrame)
@@ -134,7 +140,10 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
     if (mlt_frame_get_image(frame, &pixels, &format, &width, &height, 0) || !pixels
         || format != mlt_image_rgba)
         return;
-    QImage image = QImage(pixels, width, height, width * 4, QImage::Format_RGBA8888).copy();
+    QImage image = QImage(pixels, width, height, width * 4, QImage::Format_RGBA8888);
+    image = image.size() == size
+        ? image.copy()
+        : image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     QMetaObject::invokeMethod(
         self,
         [self, image, position] { Q_EMIT self->frameShown(image, self->timeAtFrame(position)); },
@@ -143,8 +152,15 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
 
 void MltPlayer::setVideoSize(const QSize &size)
 {
-    std::lock_guard lock(m_sizeMutex);
-    m_videoSize = size;
+    {
+        std::lock_guard lock(m_sizeMutex);
+        m_videoSize = size;
+    }
+    // Rendering at the view's size is cheaper than scaling each frame afterwards.
+    if (m_consumer && !size.isEmpty()) {
+        m_consumer->set("width", size.width());
+        m_consumer->set("height", size.height());
+    }
 }
 
 QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList)
