@@ -126,27 +126,12 @@ void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
 
 void VideoPlayerViewModel::finishLoadingSources()
 {
-    m_sourceTracks.clear();
-    double total = 0.0;
-    for (const SourceAsset &asset : std::as_const(m_sourceAssets)) {
-        media::MediaInfo info;
-        try {
-            info = m_engine.probe(asset.path);
-        } catch (const Error &error) {
-            log(u"Failed to load tracks for "_s + json::uuidString(asset.id) + u": "_s
-                + error.description());
-            continue;
-        }
-        if (!info.hasAudio) {
-            log(u"No audio track for "_s + json::uuidString(asset.id) + u", skipping"_s);
-            continue;
-        }
-        m_sourceTracks.append({asset.id, asset.path, info.hasVideo,
-                               info.hasVideo ? info.videoDuration : info.audioDuration});
-        if (std::isfinite(info.duration))
-            total += info.duration;
-    }
-    m_sourceDuration = total;
+    QList<PlaybackSource> sources;
+    for (const SourceAsset &asset : std::as_const(m_sourceAssets))
+        sources.append({asset.id, QUrl::fromLocalFile(asset.path)});
+    LoadedSources loaded = loadSourceTracks(m_engine, sources, log);
+    m_sourceTracks = std::move(loaded.tracks);
+    m_sourceDuration = loaded.totalDuration;
     m_tracksLoaded = true;
     rebuildComposition();
 }
@@ -280,31 +265,7 @@ void VideoPlayerViewModel::onPeriodicTime(double t)
 
 void VideoPlayerViewModel::recomputeDeletedTimeRanges()
 {
-    QList<WordBlock> sorted = m_wordBlocks;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const WordBlock &a, const WordBlock &b) {
-        return a.mediaStart < b.mediaStart;
-    });
-    double total = m_sourceDuration;
-    if (!(total > 0))
-        total = sorted.isEmpty() ? 1.0 : sorted.last().mediaEnd + 1.0;
-
-    QList<DeletedTimeRange> ranges;
-    if (sorted.isEmpty()) {
-        ranges.append({0.0, total});
-    } else {
-        if (sorted.first().mediaStart > 0.05)
-            ranges.append({0.0, sorted.first().mediaStart});
-        for (qsizetype i = 1; i < sorted.size(); ++i) {
-            const WordBlock &prev = sorted.at(i - 1);
-            const WordBlock &next = sorted.at(i);
-            if (next.mediaStart - prev.mediaEnd > 0.05)
-                ranges.append({prev.mediaEnd, next.mediaStart});
-        }
-        // A trailing remainder shorter than 0.1 s is usually the container padding the
-        // last word, not something the user cut.
-        if (total - sorted.last().mediaEnd > 0.1)
-            ranges.append({sorted.last().mediaEnd, total});
-    }
+    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_wordBlocks, m_sourceDuration);
     if (ranges != m_deletedTimeRanges) {
         m_deletedTimeRanges = std::move(ranges);
         Q_EMIT deletedTimeRangesChanged();

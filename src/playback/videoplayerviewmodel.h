@@ -14,22 +14,6 @@
 
 namespace kavel {
 
-// A stretch of SOURCE time that the edited result does not play, in seconds.
-struct DeletedTimeRange
-{
-    double start = 0.0;
-    double end = 0.0;
-
-    friend bool operator==(const DeletedTimeRange &, const DeletedTimeRange &) = default;
-};
-
-// A source file the preview may play: the project's source id and its copy's location.
-struct PlaybackSource
-{
-    QUuid id;
-    QUrl url;
-};
-
 // The editor's preview: plays the surviving word blocks end to end and keeps the play
 // head, the active word and the deleted stretches in step with edits. The editor is the
 // only writer of wordBlocks(); views observe the properties and call the operations.
@@ -164,5 +148,3 @@ private:
 QString blockSignature(const QList<WordBlock> &blocks);
 
 } // namespace kavel
-
-Q_DECLARE_METATYPE(kavel::DeletedTimeRange)
