@@ -1,9 +1,5 @@
 #include "clioutput.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include <cmath>
 #include <cstdio>
 
@@ -19,14 +15,6 @@ QTextStream &err()
 {
     static QTextStream stream(stderr);
     return stream;
-}
-
-void printJson(const QJsonValue &value)
-{
-    const QJsonDocument document = value.isArray() ? QJsonDocument(value.toArray())
-                                                   : QJsonDocument(value.toObject());
-    out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
-    out().flush();
 }
 
 QString formatSeconds(double seconds)

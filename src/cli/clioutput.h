@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QJsonValue>
 #include <QString>
 #include <QTextStream>
 
@@ -16,8 +15,6 @@ struct CommandFailure
 
 QTextStream &out();
 QTextStream &err();
-
-void printJson(const QJsonValue &value);
 
 // "00:01:02.345"
 QString formatSeconds(double seconds);

@@ -4,7 +4,6 @@
 #include "projectcommands.h"
 
 #include <QCoreApplication>
-
 #include <functional>
 
 using namespace Qt::StringLiterals;
@@ -22,7 +21,7 @@ struct Command
 
 const QList<Command> &commands()
 {
-    static const QList<Command> table{
+    static const QList<Command> table {
         {u"new"_s, u"TITLE"_s, u"create an empty project in the projects folder, print its path"_s,
          runNew},
         {u"add-media"_s, u"BUNDLE FILE..."_s, u"copy media files into a project"_s, runAddMedia},
@@ -44,7 +43,8 @@ void printHelp()
              u"Kavel edits recordings by editing their transcript. This tool works on the\n"
              u"project bundles the editor uses, without a window.\n\nCommands:\n"_s;
     for (const Command &command : commands())
-        out() << QStringLiteral("  %1 %2\n      %3\n").arg(command.name, command.usage, command.summary);
+        out() << QStringLiteral("  %1 %2\n      %3\n")
+                     .arg(command.name, command.usage, command.summary);
     out() << u"\nRun kavel-cli COMMAND --help for a command's options.\n"_s;
     out().flush();
 }
@@ -78,6 +78,7 @@ int main(int argc, char *argv[])
             return 1;
         }
     }
-    err() << u"kavel-cli: unknown command \""_s << name << u"\" (see kavel-cli --help)"_s << Qt::endl;
+    err() << u"kavel-cli: unknown command \""_s << name << u"\" (see kavel-cli --help)"_s
+          << Qt::endl;
     return 2;
 }

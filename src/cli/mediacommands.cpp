@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 
 using namespace Qt::StringLiterals;
@@ -68,7 +69,8 @@ int runList(const QStringList &arguments)
             object.insert(u"hasThumbnail"_s, store.thumbnail(reference.id).has_value());
             array.append(object);
         }
-        printJson(array);
+        out() << QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented));
+        out().flush();
         return 0;
     }
     if (store.projects().isEmpty()) {

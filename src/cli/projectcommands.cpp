@@ -3,6 +3,7 @@
 #include "clioutput.h"
 #include "model/errors.h"
 #include "model/jsonfields.h"
+#include "model/jsonwriter.h"
 #include "model/kavelproject.h"
 #include "model/projectpaths.h"
 #include "model/timeline.h"
@@ -10,8 +11,6 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
 
 using namespace Qt::StringLiterals;
 
@@ -28,13 +27,13 @@ QStringList parsePositionals(QCommandLineParser &parser, const QString &command,
     parser.addHelpOption();
     for (const QString &name : names)
         parser.addPositionalArgument(name, QString());
-    parser.process(QStringList{u"kavel-cli "_s + command} + arguments);
+    parser.process(QStringList {u"kavel-cli "_s + command} + arguments);
     const QStringList values = parser.positionalArguments();
     const bool countOk = repeatLast ? values.size() >= names.size() : values.size() == names.size();
     if (!countOk)
-        throw CommandFailure{u"usage: kavel-cli "_s + command + u' ' + names.join(u' ')
-                                 + (repeatLast ? u"..."_s : QString()),
-                             2};
+        throw CommandFailure {u"usage: kavel-cli "_s + command + u' ' + names.join(u' ')
+                                  + (repeatLast ? u"..."_s : QString()),
+                              2};
     return values;
 }
 
@@ -57,7 +56,7 @@ int runNew(const QStringList &arguments)
         throw FileError(FileError::Kind::invalidName, title, reason);
     const QString bundle = QDir(directory).filePath(title + u'.' + bundleExtension);
     if (QFileInfo::exists(bundle))
-        throw CommandFailure{u"项目已存在："_s + bundle};
+        throw CommandFailure {u"项目已存在："_s + bundle};
 
     auto project = KavelProject::create(title, directory);
     out() << project->bundlePath() << Qt::endl;
@@ -68,15 +67,15 @@ int runAddMedia(const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(u"Copy media files into a project's media folder."_s);
-    const QStringList values =
-        parsePositionals(parser, u"add-media"_s, arguments, {u"BUNDLE"_s, u"FILE"_s}, true);
+    const QStringList values
+        = parsePositionals(parser, u"add-media"_s, arguments, {u"BUNDLE"_s, u"FILE"_s}, true);
 
     auto project = openBundle(values.first());
     for (const QString &path : values.mid(1)) {
-        const SourceFile file =
-            project->addSourceFile(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
-        out() << json::uuidString(file.id) << u'\t' << file.filename << u'\t'
-              << file.originalName << Qt::endl;
+        const SourceFile file
+            = project->addSourceFile(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+        out() << json::uuidString(file.id) << u'\t' << file.filename << u'\t' << file.originalName
+              << Qt::endl;
     }
     return 0;
 }
@@ -84,7 +83,8 @@ int runAddMedia(const QStringList &arguments)
 int runInfo(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(u"Show a project's metadata and its words in playback order."_s);
+    parser.setApplicationDescription(
+        u"Show a project's metadata and its words in playback order."_s);
     const QCommandLineOption jsonOption(u"json"_s, u"Print JSON instead of text."_s);
     parser.addOption(jsonOption);
     const QStringList values = parsePositionals(parser, u"info"_s, arguments, {u"BUNDLE"_s});
@@ -98,23 +98,34 @@ int runInfo(const QStringList &arguments)
     const QList<WordBlock> words = flattenParagraphs(project->paragraphs());
 
     if (parser.isSet(jsonOption)) {
-        QJsonArray sources;
+        JsonWriter w;
+        w.beginObject();
+        w.key("bundlePath");
+        w.value(project->bundlePath());
+        w.key("createdAt");
+        w.value(json::dateString(m.createdAt));
+        w.key("id");
+        w.value(m.id);
+        w.key("paragraphCount");
+        w.value(project->paragraphs().size());
+        w.key("sourceFiles");
+        w.beginArray();
         for (const SourceFile &file : m.sourceFiles)
-            sources.append(toJson(file));
-        QJsonArray wordArray;
+            writeJson(w, file);
+        w.endArray();
+        w.key("title");
+        w.value(m.title);
+        w.key("updatedAt");
+        w.value(json::dateString(m.updatedAt));
+        w.key("wordCount");
+        w.value(words.size());
+        w.key("words");
+        w.beginArray();
         for (const WordBlock &word : words)
-            wordArray.append(toJson(word));
-        QJsonObject o;
-        o.insert("id"_L1, json::uuidString(m.id));
-        o.insert("title"_L1, m.title);
-        o.insert("bundlePath"_L1, project->bundlePath());
-        o.insert("createdAt"_L1, json::dateString(m.createdAt));
-        o.insert("updatedAt"_L1, json::dateString(m.updatedAt));
-        o.insert("sourceFiles"_L1, sources);
-        o.insert("paragraphCount"_L1, project->paragraphs().size());
-        o.insert("wordCount"_L1, words.size());
-        o.insert("words"_L1, wordArray);
-        printJson(o);
+            writeJson(w, word);
+        w.endArray();
+        w.endObject();
+        out() << QString::fromUtf8(w.take());
         return 0;
     }
 

@@ -7,7 +7,7 @@ namespace kavel {
 Error::Error(QString description)
     : m_description(std::move(description))
     , m_utf8(m_description.toUtf8())
-{}
+{ }
 
 namespace {
 
@@ -53,27 +53,27 @@ FileError::FileError(Kind kind, QString path, QString reason)
     : Error(fileErrorText(kind, path, reason))
     , m_kind(kind)
     , m_path(std::move(path))
-{}
+{ }
 
 DecodeError::DecodeError(QString where, QString reason)
     : Error(decodeErrorText(where, reason))
     , m_where(std::move(where))
     , m_reason(std::move(reason))
-{}
+{ }
 
 DecodeError DecodeError::nested(const QString &outer) const
 {
     if (m_where.isEmpty())
         return DecodeError(outer, m_reason);
-    const QString joined =
-        m_where.startsWith(u'[') ? QString(outer + m_where) : QString(outer + u'.' + m_where);
+    const QString joined
+        = m_where.startsWith(u'[') ? QString(outer + m_where) : QString(outer + u'.' + m_where);
     return DecodeError(joined, m_reason);
 }
 
 KavelProjectError::KavelProjectError(Code code)
     : Error(descriptionOf(code))
     , m_code(code)
-{}
+{ }
 
 QString KavelProjectError::descriptionOf(Code code)
 {

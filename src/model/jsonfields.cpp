@@ -4,7 +4,6 @@
 
 #include <QJsonDocument>
 #include <QRegularExpression>
-
 #include <charconv>
 #include <cmath>
 
@@ -18,13 +17,12 @@ QString keyName(QLatin1StringView key)
 
 [[noreturn]] void throwMissing(QLatin1StringView key)
 {
-    throw DecodeError(keyName(key), QStringLiteral("缺少必需的键“%1”").arg(keyName(key)));
+    throw missingKeyError(keyName(key));
 }
 
 [[noreturn]] void throwType(QLatin1StringView key, const char *expected)
 {
-    throw DecodeError(keyName(key),
-                      QStringLiteral("键“%1”的值应为%2").arg(keyName(key), QString::fromUtf8(expected)));
+    throw wrongTypeError(keyName(key), expected);
 }
 
 // Present and not null, or nullopt. Swift-style decoders treat an explicit null like
@@ -79,6 +77,17 @@ qint64 toInt64(const QJsonValue &value, QLatin1StringView key)
 
 } // namespace
 
+DecodeError missingKeyError(QStringView key)
+{
+    return DecodeError(key.toString(), QStringLiteral("缺少必需的键“%1”").arg(key));
+}
+
+DecodeError wrongTypeError(QStringView key, const char *expected)
+{
+    return DecodeError(key.toString(),
+                       QStringLiteral("键“%1”的值应为%2").arg(key, QString::fromUtf8(expected)));
+}
+
 QJsonObject asObject(const QJsonValue &value, const QString &where)
 {
     if (!value.isObject())
@@ -116,6 +125,14 @@ qint64 requiredInt64(const QJsonObject &object, QLatin1StringView key)
     return toInt64(required(object, key), key);
 }
 
+bool requiredBool(const QJsonObject &object, QLatin1StringView key)
+{
+    const QJsonValue value = required(object, key);
+    if (!value.isBool())
+        throwType(key, "布尔值");
+    return value.toBool();
+}
+
 QJsonArray requiredArray(const QJsonObject &object, QLatin1StringView key)
 {
     const QJsonValue value = required(object, key);
@@ -129,8 +146,9 @@ QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key)
     const QString text = requiredString(object, key);
     auto date = parseDate(text);
     if (!date)
-        throw DecodeError(keyName(key),
-                          QStringLiteral("键“%1”的日期“%2”不是 ISO 8601 格式").arg(keyName(key), text));
+        throw DecodeError(
+            keyName(key),
+            QStringLiteral("键“%1”的日期“%2”不是 ISO 8601 格式").arg(keyName(key), text));
     return *date;
 }
 
@@ -230,9 +248,10 @@ QJsonDocument parseDocument(const QByteArray &bytes)
     QJsonParseError error;
     QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError)
-        throw DecodeError(QString(), QStringLiteral("JSON 无法解析：%1（第 %2 个字节）")
-                                         .arg(error.errorString())
-                                         .arg(error.offset));
+        throw DecodeError(QString(),
+                          QStringLiteral("JSON 无法解析：%1（第 %2 个字节）")
+                              .arg(error.errorString())
+                              .arg(error.offset));
     return document;
 }
 

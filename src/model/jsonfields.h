@@ -5,13 +5,16 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QUuid>
-
 #include <optional>
 
 // Reading typed fields out of JSON objects with the decoding rules every Kavel record
 // shares: a required key that is absent, null or of the wrong type throws DecodeError;
 // an optional key that is absent or null takes its default; a present key of the wrong
 // type is an error even where absence would be tolerated.
+namespace kavel {
+class DecodeError;
+}
+
 namespace kavel::json {
 
 QJsonObject asObject(const QJsonValue &value, const QString &where = {});
@@ -21,6 +24,7 @@ QUuid requiredUuid(const QJsonObject &object, QLatin1StringView key);
 QString requiredString(const QJsonObject &object, QLatin1StringView key);
 double requiredDouble(const QJsonObject &object, QLatin1StringView key);
 qint64 requiredInt64(const QJsonObject &object, QLatin1StringView key);
+bool requiredBool(const QJsonObject &object, QLatin1StringView key);
 QJsonArray requiredArray(const QJsonObject &object, QLatin1StringView key);
 QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key);
 
@@ -40,6 +44,10 @@ std::optional<QDateTime> parseDate(const QString &text);
 // A 32-bit float written as the shortest decimal that reads back to the same float,
 // so 0.8f is stored as 0.8 and not 0.800000011920929.
 double floatForJson(float value);
+
+// The errors every reader raises, whatever parser it sits on.
+DecodeError missingKeyError(QStringView key);
+DecodeError wrongTypeError(QStringView key, const char *expected);
 
 // Parses a whole document, turning Qt's parse error into a DecodeError.
 QJsonDocument parseDocument(const QByteArray &bytes);

@@ -46,9 +46,9 @@ QString toRawValue(ProjectStatus status)
 
 std::optional<ProjectStatus> projectStatusFromRaw(const QString &raw)
 {
-    for (auto status : {ProjectStatus::created, ProjectStatus::importingMedia,
-                        ProjectStatus::extractingAudio, ProjectStatus::transcribing,
-                        ProjectStatus::ready, ProjectStatus::failed}) {
+    for (auto status :
+         {ProjectStatus::created, ProjectStatus::importingMedia, ProjectStatus::extractingAudio,
+          ProjectStatus::transcribing, ProjectStatus::ready, ProjectStatus::failed}) {
         if (toRawValue(status) == raw)
             return status;
     }
@@ -57,9 +57,9 @@ std::optional<ProjectStatus> projectStatusFromRaw(const QString &raw)
 
 const QStringList &mediaFileExtensions()
 {
-    static const QStringList extensions{u"mp4"_s, u"mov"_s, u"m4v"_s, u"avi"_s,
-                                        u"mkv"_s, u"mp3"_s, u"wav"_s, u"m4a"_s,
-                                        u"aiff"_s, u"aac"_s, u"flac"_s};
+    static const QStringList extensions {u"mp4"_s,  u"mov"_s, u"m4v"_s, u"avi"_s,
+                                         u"mkv"_s,  u"mp3"_s, u"wav"_s, u"m4a"_s,
+                                         u"aiff"_s, u"aac"_s, u"flac"_s};
     return extensions;
 }
 
@@ -67,7 +67,7 @@ KavelProject::KavelProject(ProjectMetadata metadata, QUrl bundleURL, QObject *pa
     : QObject(parent)
     , m_metadata(std::move(metadata))
     , m_bundleURL(std::move(bundleURL))
-{}
+{ }
 
 std::unique_ptr<KavelProject> KavelProject::create(const QString &title, const QString &directory)
 {
@@ -194,8 +194,8 @@ SourceFile KavelProject::addSourceFile(const QUrl &url)
     file.filename = json::uuidString(file.id) + u'.' + info.suffix();
     const QString name = info.fileName();
     file.originalName = info.suffix().isEmpty() && !name.endsWith(u'.')
-                            ? name
-                            : name.left(name.size() - info.suffix().size() - 1);
+        ? name
+        : name.left(name.size() - info.suffix().size() - 1);
 
     const QString target = QDir(mediaDirectory()).filePath(file.filename);
     fileio::copyFile(info.filePath(), target);
@@ -235,8 +235,8 @@ std::optional<QUrl> KavelProject::sourceMediaURL() const
         if (QFileInfo(path).isFile())
             return QUrl::fromLocalFile(path);
     }
-    const QFileInfoList entries =
-        QDir(mediaDirectory()).entryInfoList(QDir::Files, QDir::Name | QDir::IgnoreCase);
+    const QFileInfoList entries
+        = QDir(mediaDirectory()).entryInfoList(QDir::Files, QDir::Name | QDir::IgnoreCase);
     for (const QFileInfo &entry : entries) {
         if (mediaFileExtensions().contains(entry.suffix().toLower()))
             return QUrl::fromLocalFile(entry.filePath());

@@ -5,7 +5,6 @@
 
 #include <QObject>
 #include <QUrl>
-
 #include <memory>
 #include <optional>
 
@@ -25,7 +24,7 @@ std::optional<ProjectStatus> projectStatusFromRaw(const QString &raw);
 
 // Reserved identity for a default or placeholder source file, e.g. words that were
 // made before any media was attached.
-inline const QUuid placeholderSourceFileId{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+inline const QUuid placeholderSourceFileId {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
 // One open bundle: its metadata, its transcript and its processing state. Changes are
 // in memory until saveMetadata() or saveTimeline() writes them; nothing is written when
@@ -33,7 +32,8 @@ inline const QUuid placeholderSourceFileId{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 class KavelProject : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(kavel::ProjectMetadata metadata READ metadata WRITE setMetadata NOTIFY metadataChanged)
+    Q_PROPERTY(
+        kavel::ProjectMetadata metadata READ metadata WRITE setMetadata NOTIFY metadataChanged)
     Q_PROPERTY(QList<kavel::Paragraph> paragraphs READ paragraphs WRITE setParagraphs NOTIFY
                    paragraphsChanged)
     Q_PROPERTY(kavel::ProjectStatus status READ status WRITE setStatus NOTIFY statusChanged)

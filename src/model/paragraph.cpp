@@ -1,11 +1,8 @@
 #include "paragraph.h"
 
 #include "errors.h"
-#include "jsonfields.h"
-
-#include <QJsonArray>
-
-using namespace Qt::StringLiterals;
+#include "jsonwriter.h"
+#include "recordreaders.h"
 
 namespace kavel {
 
@@ -28,36 +25,77 @@ size_t qHash(const Paragraph &p, size_t seed) noexcept
     return detail::hashOptionalString(p.speakerLabel, seed);
 }
 
-QJsonObject toJson(const Paragraph &p)
+void writeJson(JsonWriter &w, const Paragraph &p)
 {
-    QJsonArray words;
+    w.beginObject();
+    w.key("id");
+    w.value(p.id);
+    w.key("sortOrder");
+    w.value(p.sortOrder);
+    if (p.speakerLabel) {
+        w.key("speakerLabel");
+        w.value(*p.speakerLabel);
+    }
+    w.key("wordBlocks");
+    w.beginArray();
     for (const WordBlock &block : p.wordBlocks)
-        words.append(toJson(block));
-    QJsonObject o;
-    o.insert("id"_L1, json::uuidString(p.id));
-    o.insert("wordBlocks"_L1, words);
-    o.insert("sortOrder"_L1, p.sortOrder);
-    if (p.speakerLabel)
-        o.insert("speakerLabel"_L1, *p.speakerLabel);
-    return o;
+        writeJson(w, block);
+    w.endArray();
+    w.endObject();
 }
 
-Paragraph paragraphFromJson(const QJsonObject &o)
+QByteArray encodeParagraph(const Paragraph &paragraph)
 {
+    JsonWriter writer;
+    writeJson(writer, paragraph);
+    return writer.take();
+}
+
+namespace detail {
+
+Paragraph readParagraph(jsonread::Element element)
+{
+    using namespace jsonread;
     Paragraph p;
-    p.id = json::requiredUuid(o, "id"_L1);
-    const QJsonArray words = json::requiredArray(o, "wordBlocks"_L1);
-    p.wordBlocks.reserve(words.size());
-    for (qsizetype i = 0; i < words.size(); ++i) {
-        try {
-            p.wordBlocks.append(wordBlockFromJson(json::asObject(words.at(i))));
-        } catch (const DecodeError &error) {
-            throw error.nested(u"wordBlocks["_s + QString::number(i) + u']');
+    bool hasId = false, hasWords = false, hasSortOrder = false;
+    for (const auto field : object(element)) {
+        const std::string_view key = field.key;
+        const Element v = field.value;
+        if (key == "id") {
+            p.id = uuid(v, key);
+            hasId = true;
+        } else if (key == "wordBlocks") {
+            const simdjson::dom::array words = array(v, key);
+            p.wordBlocks.reserve(static_cast<qsizetype>(words.size()));
+            qsizetype index = 0;
+            for (const Element word : words) {
+                p.wordBlocks.append(
+                    locate([&] { return readWordBlock(word); },
+                           [&] { return QStringLiteral("wordBlocks[%1]").arg(index); }));
+                ++index;
+            }
+            hasWords = true;
+        } else if (key == "sortOrder") {
+            p.sortOrder = integer(v, key);
+            hasSortOrder = true;
+        } else if (key == "speakerLabel" && !v.is_null()) {
+            p.speakerLabel = string(v, key);
         }
     }
-    p.sortOrder = json::requiredInt64(o, "sortOrder"_L1);
-    p.speakerLabel = json::optionalString(o, "speakerLabel"_L1);
+    if (!hasId)
+        throwMissing("id");
+    if (!hasWords)
+        throwMissing("wordBlocks");
+    if (!hasSortOrder)
+        throwMissing("sortOrder");
     return p;
+}
+
+} // namespace detail
+
+Paragraph decodeParagraph(QByteArrayView json)
+{
+    return detail::readParagraph(jsonread::parse(json));
 }
 
 } // namespace kavel

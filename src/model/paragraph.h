@@ -24,14 +24,15 @@ struct Paragraph
 
 size_t qHash(const Paragraph &paragraph, size_t seed = 0) noexcept;
 
-QJsonObject toJson(const Paragraph &paragraph);
+// Keys in alphabetical order; a nil speaker is left out.
+void writeJson(JsonWriter &writer, const Paragraph &paragraph);
+QByteArray encodeParagraph(const Paragraph &paragraph);
 // Throws DecodeError; every key but "speakerLabel" is required.
-Paragraph paragraphFromJson(const QJsonObject &object);
+Paragraph decodeParagraph(QByteArrayView json);
 
 } // namespace kavel
 
-template<>
-struct std::hash<kavel::Paragraph>
+template<> struct std::hash<kavel::Paragraph>
 {
     size_t operator()(const kavel::Paragraph &p) const noexcept { return kavel::qHash(p); }
 };

@@ -2,75 +2,132 @@
 
 #include "errors.h"
 #include "jsonfields.h"
-
-#include <QJsonArray>
-#include <QJsonDocument>
+#include "jsonwriter.h"
+#include "recordreaders.h"
 
 using namespace Qt::StringLiterals;
 
 namespace kavel {
 
-QJsonObject toJson(const SourceFile &file)
+void writeJson(JsonWriter &w, const SourceFile &file)
 {
-    QJsonObject o;
-    o.insert("id"_L1, json::uuidString(file.id));
-    o.insert("filename"_L1, file.filename);
-    o.insert("originalName"_L1, file.originalName);
-    return o;
+    w.beginObject();
+    w.key("filename");
+    w.value(file.filename);
+    w.key("id");
+    w.value(file.id);
+    w.key("originalName");
+    w.value(file.originalName);
+    w.endObject();
 }
 
-SourceFile sourceFileFromJson(const QJsonObject &o)
+void writeJson(JsonWriter &w, const ProjectMetadata &m)
 {
-    SourceFile file;
-    file.id = json::requiredUuid(o, "id"_L1);
-    file.filename = json::requiredString(o, "filename"_L1);
-    file.originalName = json::requiredString(o, "originalName"_L1);
-    return file;
-}
-
-QJsonObject toJson(const ProjectMetadata &m)
-{
-    QJsonArray sources;
+    w.beginObject();
+    w.key("createdAt");
+    w.value(json::dateString(m.createdAt));
+    w.key("id");
+    w.value(m.id);
+    w.key("sourceFiles");
+    w.beginArray();
     for (const SourceFile &file : m.sourceFiles)
-        sources.append(toJson(file));
-    QJsonObject o;
-    o.insert("id"_L1, json::uuidString(m.id));
-    o.insert("title"_L1, m.title);
-    o.insert("createdAt"_L1, json::dateString(m.createdAt));
-    o.insert("updatedAt"_L1, json::dateString(m.updatedAt));
-    o.insert("sourceFiles"_L1, sources);
-    return o;
-}
-
-ProjectMetadata projectMetadataFromJson(const QJsonObject &o)
-{
-    ProjectMetadata m;
-    m.id = json::requiredUuid(o, "id"_L1);
-    m.title = json::requiredString(o, "title"_L1);
-    m.createdAt = json::requiredDate(o, "createdAt"_L1);
-    m.updatedAt = json::requiredDate(o, "updatedAt"_L1);
-    const QJsonArray sources = json::optionalArray(o, "sourceFiles"_L1).value_or(QJsonArray());
-    for (qsizetype i = 0; i < sources.size(); ++i) {
-        try {
-            m.sourceFiles.append(sourceFileFromJson(json::asObject(sources.at(i))));
-        } catch (const DecodeError &error) {
-            throw error.nested(u"sourceFiles["_s + QString::number(i) + u']');
-        }
-    }
-    return m;
+        writeJson(w, file);
+    w.endArray();
+    w.key("title");
+    w.value(m.title);
+    w.key("updatedAt");
+    w.value(json::dateString(m.updatedAt));
+    w.endObject();
 }
 
 QByteArray encodeMetadataDocument(const ProjectMetadata &metadata)
 {
-    return QJsonDocument(toJson(metadata)).toJson(QJsonDocument::Indented);
+    JsonWriter writer;
+    writeJson(writer, metadata);
+    return writer.take();
 }
 
-ProjectMetadata decodeMetadataDocument(const QByteArray &bytes)
+namespace {
+
+SourceFile readSourceFile(jsonread::Element element)
 {
-    const QJsonDocument document = json::parseDocument(bytes);
-    if (!document.isObject())
-        throw DecodeError(QString(), u"应为 JSON 对象"_s);
-    return projectMetadataFromJson(document.object());
+    using namespace jsonread;
+    SourceFile file;
+    bool hasId = false, hasFilename = false, hasOriginal = false;
+    for (const auto field : object(element)) {
+        const std::string_view key = field.key;
+        if (key == "id") {
+            file.id = uuid(field.value, key);
+            hasId = true;
+        } else if (key == "filename") {
+            file.filename = string(field.value, key);
+            hasFilename = true;
+        } else if (key == "originalName") {
+            file.originalName = string(field.value, key);
+            hasOriginal = true;
+        }
+    }
+    if (!hasId)
+        throwMissing("id");
+    if (!hasFilename)
+        throwMissing("filename");
+    if (!hasOriginal)
+        throwMissing("originalName");
+    return file;
+}
+
+QDateTime readDate(jsonread::Element element, std::string_view key)
+{
+    const QString text = jsonread::string(element, key);
+    auto date = json::parseDate(text);
+    if (!date)
+        throw DecodeError(QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size())),
+                          u"日期“%1”不是 ISO 8601 格式"_s.arg(text));
+    return *date;
+}
+
+} // namespace
+
+ProjectMetadata decodeMetadataDocument(QByteArrayView bytes)
+{
+    using namespace jsonread;
+    const Element root = parse(bytes);
+    ProjectMetadata m;
+    bool hasId = false, hasTitle = false, hasCreated = false, hasUpdated = false;
+    for (const auto field : object(root)) {
+        const std::string_view key = field.key;
+        const Element v = field.value;
+        if (key == "id") {
+            m.id = uuid(v, key);
+            hasId = true;
+        } else if (key == "title") {
+            m.title = string(v, key);
+            hasTitle = true;
+        } else if (key == "createdAt") {
+            m.createdAt = readDate(v, key);
+            hasCreated = true;
+        } else if (key == "updatedAt") {
+            m.updatedAt = readDate(v, key);
+            hasUpdated = true;
+        } else if (key == "sourceFiles" && !v.is_null()) {
+            qsizetype index = 0;
+            for (const Element file : array(v, key)) {
+                m.sourceFiles.append(
+                    detail::locate([&] { return readSourceFile(file); },
+                                   [&] { return u"sourceFiles[%1]"_s.arg(index); }));
+                ++index;
+            }
+        }
+    }
+    if (!hasId)
+        throwMissing("id");
+    if (!hasTitle)
+        throwMissing("title");
+    if (!hasCreated)
+        throwMissing("createdAt");
+    if (!hasUpdated)
+        throwMissing("updatedAt");
+    return m;
 }
 
 } // namespace kavel

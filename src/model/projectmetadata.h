@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QDateTime>
-#include <QJsonObject>
 #include <QList>
 #include <QString>
 #include <QUuid>
@@ -29,14 +28,14 @@ struct ProjectMetadata
     friend bool operator==(const ProjectMetadata &, const ProjectMetadata &) = default;
 };
 
-QJsonObject toJson(const SourceFile &file);
-SourceFile sourceFileFromJson(const QJsonObject &object);
+class JsonWriter;
 
-QJsonObject toJson(const ProjectMetadata &metadata);
-// Throws DecodeError; "sourceFiles" may be absent (no sources), the rest is required.
-ProjectMetadata projectMetadataFromJson(const QJsonObject &object);
+void writeJson(JsonWriter &writer, const SourceFile &file);
+void writeJson(JsonWriter &writer, const ProjectMetadata &metadata);
 
+// The "project.json" form: indented, dates as whole-second UTC ISO 8601.
 QByteArray encodeMetadataDocument(const ProjectMetadata &metadata);
-ProjectMetadata decodeMetadataDocument(const QByteArray &bytes);
+// Throws DecodeError; "sourceFiles" may be absent (no sources), the rest is required.
+ProjectMetadata decodeMetadataDocument(QByteArrayView bytes);
 
 } // namespace kavel

@@ -10,7 +10,7 @@ namespace kavel {
 QString projectsDirectory();
 
 // Bundle names are "<title>.kavel".
-inline constexpr QLatin1StringView bundleExtension{"kavel"};
+inline constexpr QLatin1StringView bundleExtension {"kavel"};
 
 // A title must be usable as one file-name component: not empty, not "." or "..",
 // and without "/" or NUL. Returns the reason in the user's words, or an empty string.

@@ -2,9 +2,8 @@
 
 #include "errors.h"
 #include "jsonfields.h"
-
-#include <QJsonArray>
-#include <QJsonDocument>
+#include "jsonwriter.h"
+#include "recordreaders.h"
 
 #include <algorithm>
 #include <limits>
@@ -28,64 +27,74 @@ std::optional<TrackType> trackTypeFromRaw(const QString &raw)
     return std::nullopt;
 }
 
-QJsonObject toJson(const TimelineV2 &timeline)
+QByteArray encodeTimelineDocument(const TimelineV2 &timeline)
 {
-    QJsonArray paragraphs;
+    qsizetype words = 0;
     for (const Paragraph &p : timeline.paragraphs)
-        paragraphs.append(toJson(p));
-    QJsonObject o;
-    o.insert("version"_L1, timeline.version);
-    o.insert("paragraphs"_L1, paragraphs);
-    return o;
+        words += p.wordBlocks.size();
+    // About 560 bytes per indented word; reserving up front avoids regrowing megabytes.
+    JsonWriter w(words * 600 + timeline.paragraphs.size() * 200 + 64);
+    w.beginObject();
+    w.key("paragraphs");
+    w.beginArray();
+    for (const Paragraph &p : timeline.paragraphs)
+        writeJson(w, p);
+    w.endArray();
+    w.key("version");
+    w.value(timeline.version);
+    w.endObject();
+    return w.take();
 }
 
-TimelineV2 timelineFromJson(const QJsonObject &o)
+TimelineV2 decodeTimelineDocument(QByteArrayView bytes)
 {
+    using namespace jsonread;
+    const Element root = parse(bytes);
     TimelineV2 timeline;
-    const qint64 version = json::requiredInt64(o, "version"_L1);
-    if (version < std::numeric_limits<int>::min() || version > std::numeric_limits<int>::max())
-        throw DecodeError(u"version"_s, u"版本号超出范围"_s);
-    timeline.version = static_cast<int>(version);
-    const QJsonArray paragraphs = json::requiredArray(o, "paragraphs"_L1);
-    timeline.paragraphs.reserve(paragraphs.size());
-    for (qsizetype i = 0; i < paragraphs.size(); ++i) {
-        try {
-            timeline.paragraphs.append(paragraphFromJson(json::asObject(paragraphs.at(i))));
-        } catch (const DecodeError &error) {
-            throw error.nested(u"paragraphs["_s + QString::number(i) + u']');
+    bool hasVersion = false, hasParagraphs = false;
+    for (const auto field : object(root)) {
+        const std::string_view key = field.key;
+        if (key == "version") {
+            const qint64 version = integer(field.value, key);
+            if (version < std::numeric_limits<int>::min()
+                || version > std::numeric_limits<int>::max())
+                throw json::wrongTypeError(u"version", "32 位整数");
+            timeline.version = static_cast<int>(version);
+            hasVersion = true;
+        } else if (key == "paragraphs") {
+            const simdjson::dom::array paragraphs = array(field.value, key);
+            timeline.paragraphs.reserve(static_cast<qsizetype>(paragraphs.size()));
+            qsizetype index = 0;
+            for (const Element p : paragraphs) {
+                timeline.paragraphs.append(
+                    detail::locate([&] { return detail::readParagraph(p); },
+                                   [&] { return QStringLiteral("paragraphs[%1]").arg(index); }));
+                ++index;
+            }
+            hasParagraphs = true;
         }
     }
+    if (!hasVersion)
+        throwMissing("version");
+    if (!hasParagraphs)
+        throwMissing("paragraphs");
     return timeline;
 }
 
-QByteArray encodeTimelineDocument(const TimelineV2 &timeline)
+QList<WordBlock> decodeFlatWordBlocks(QByteArrayView bytes)
 {
-    // QJsonObject keeps its keys sorted, which is exactly the on-disk key order.
-    return QJsonDocument(toJson(timeline)).toJson(QJsonDocument::Indented);
-}
-
-TimelineV2 decodeTimelineDocument(const QByteArray &bytes)
-{
-    const QJsonDocument document = json::parseDocument(bytes);
-    if (!document.isObject())
-        throw DecodeError(QString(), u"应为 JSON 对象"_s);
-    return timelineFromJson(document.object());
-}
-
-QList<WordBlock> decodeFlatWordBlocks(const QByteArray &bytes)
-{
-    const QJsonDocument document = json::parseDocument(bytes);
-    if (!document.isArray())
+    using namespace jsonread;
+    const Element root = parse(bytes);
+    simdjson::dom::array words;
+    if (root.get(words))
         throw DecodeError(QString(), u"应为 JSON 数组"_s);
-    const QJsonArray array = document.array();
     QList<WordBlock> blocks;
-    blocks.reserve(array.size());
-    for (qsizetype i = 0; i < array.size(); ++i) {
-        try {
-            blocks.append(wordBlockFromJson(json::asObject(array.at(i))));
-        } catch (const DecodeError &error) {
-            throw error.nested(u'[' + QString::number(i) + u']');
-        }
+    blocks.reserve(static_cast<qsizetype>(words.size()));
+    qsizetype index = 0;
+    for (const Element word : words) {
+        blocks.append(detail::locate([&] { return detail::readWordBlock(word); },
+                                     [&] { return QStringLiteral("[%1]").arg(index); }));
+        ++index;
     }
     return blocks;
 }

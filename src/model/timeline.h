@@ -24,17 +24,14 @@ struct TimelineV2
     friend bool operator==(const TimelineV2 &, const TimelineV2 &) = default;
 };
 
-QJsonObject toJson(const TimelineV2 &timeline);
-// Throws DecodeError; both "version" and "paragraphs" are required.
-TimelineV2 timelineFromJson(const QJsonObject &object);
-
 // The on-disk form: indented, keys sorted at every level.
 QByteArray encodeTimelineDocument(const TimelineV2 &timeline);
-// Throws DecodeError for malformed JSON or a document that is not a TimelineV2.
-TimelineV2 decodeTimelineDocument(const QByteArray &bytes);
+// Throws DecodeError for malformed JSON or a document that is not a TimelineV2 (both
+// "version" and "paragraphs" are required; the version number is not checked).
+TimelineV2 decodeTimelineDocument(QByteArrayView bytes);
 // Throws DecodeError unless the bytes are a bare JSON array of word blocks, the layout
 // bundles had before paragraphs were stored.
-QList<WordBlock> decodeFlatWordBlocks(const QByteArray &bytes);
+QList<WordBlock> decodeFlatWordBlocks(QByteArrayView bytes);
 
 // The playback order: paragraphs by sortOrder (stable), their words in array order,
 // each word's sortOrder overwritten with its position 0, 1, 2, … in the result.

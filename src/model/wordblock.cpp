@@ -1,6 +1,9 @@
 #include "wordblock.h"
 
+#include "errors.h"
 #include "jsonfields.h"
+#include "jsonwriter.h"
+#include "recordreaders.h"
 
 using namespace Qt::StringLiterals;
 
@@ -44,46 +47,117 @@ size_t qHash(const WordBlock &b, size_t seed) noexcept
     return seed;
 }
 
-QJsonObject toJson(const WordBlock &b)
+void writeJson(JsonWriter &w, const WordBlock &b)
 {
-    QJsonObject o;
-    o.insert("id"_L1, json::uuidString(b.id));
-    o.insert("text"_L1, b.text);
-    if (b.speakerLabel)
-        o.insert("speakerLabel"_L1, *b.speakerLabel);
-    o.insert("sourceFileId"_L1, json::uuidString(b.sourceFileId));
-    o.insert("mediaStart"_L1, b.mediaStart);
-    o.insert("mediaEnd"_L1, b.mediaEnd);
-    o.insert("isDeleted"_L1, b.isDeleted);
-    o.insert("isFiller"_L1, b.isFiller);
-    o.insert("sortOrder"_L1, b.sortOrder);
-    o.insert("volumeLevel"_L1, json::floatForJson(b.volumeLevel));
-    o.insert("isMuted"_L1, b.isMuted);
-    o.insert("isAudioDetached"_L1, b.isAudioDetached);
-    o.insert("fadeInDuration"_L1, b.fadeInDuration);
-    o.insert("fadeOutDuration"_L1, b.fadeOutDuration);
-    return o;
+    w.beginObject();
+    w.key("fadeInDuration");
+    w.value(b.fadeInDuration);
+    w.key("fadeOutDuration");
+    w.value(b.fadeOutDuration);
+    w.key("id");
+    w.value(b.id);
+    w.key("isAudioDetached");
+    w.value(b.isAudioDetached);
+    w.key("isDeleted");
+    w.value(b.isDeleted);
+    w.key("isFiller");
+    w.value(b.isFiller);
+    w.key("isMuted");
+    w.value(b.isMuted);
+    w.key("mediaEnd");
+    w.value(b.mediaEnd);
+    w.key("mediaStart");
+    w.value(b.mediaStart);
+    w.key("sortOrder");
+    w.value(b.sortOrder);
+    w.key("sourceFileId");
+    w.value(b.sourceFileId);
+    if (b.speakerLabel) {
+        w.key("speakerLabel");
+        w.value(*b.speakerLabel);
+    }
+    w.key("text");
+    w.value(b.text);
+    w.key("volumeLevel");
+    w.value(json::floatForJson(b.volumeLevel));
+    w.endObject();
 }
 
-WordBlock wordBlockFromJson(const QJsonObject &o)
+QByteArray encodeWordBlock(const WordBlock &block)
 {
+    JsonWriter writer;
+    writeJson(writer, block);
+    return writer.take();
+}
+
+namespace detail {
+
+WordBlock readWordBlock(jsonread::Element element)
+{
+    using namespace jsonread;
     WordBlock b;
-    b.id = json::requiredUuid(o, "id"_L1);
-    b.text = json::requiredString(o, "text"_L1);
-    b.speakerLabel = json::optionalString(o, "speakerLabel"_L1);
-    const auto sourceFileId = json::optionalUuid(o, "sourceFileId"_L1);
-    b.sourceFileId = sourceFileId ? *sourceFileId : QUuid::createUuid();
-    b.mediaStart = json::requiredDouble(o, "mediaStart"_L1);
-    b.mediaEnd = json::requiredDouble(o, "mediaEnd"_L1);
-    b.isDeleted = json::optionalBool(o, "isDeleted"_L1).value_or(false);
-    b.isFiller = json::optionalBool(o, "isFiller"_L1).value_or(false);
-    b.sortOrder = json::optionalInt64(o, "sortOrder"_L1).value_or(0);
-    b.volumeLevel = static_cast<float>(json::optionalDouble(o, "volumeLevel"_L1).value_or(1.0));
-    b.isMuted = json::optionalBool(o, "isMuted"_L1).value_or(false);
-    b.isAudioDetached = json::optionalBool(o, "isAudioDetached"_L1).value_or(false);
-    b.fadeInDuration = json::optionalDouble(o, "fadeInDuration"_L1).value_or(0.0);
-    b.fadeOutDuration = json::optionalDouble(o, "fadeOutDuration"_L1).value_or(0.0);
+    bool hasId = false, hasText = false, hasStart = false, hasEnd = false, hasSource = false;
+    // One pass over the fields rather than a lookup per key: this runs for every word of
+    // every project that is opened.
+    for (const auto field : object(element)) {
+        const std::string_view key = field.key;
+        const Element v = field.value;
+        const bool absent = v.is_null();
+        if (key == "id") {
+            b.id = uuid(v, key);
+            hasId = true;
+        } else if (key == "text") {
+            b.text = string(v, key);
+            hasText = true;
+        } else if (key == "mediaStart") {
+            b.mediaStart = number(v, key);
+            hasStart = true;
+        } else if (key == "mediaEnd") {
+            b.mediaEnd = number(v, key);
+            hasEnd = true;
+        } else if (absent) {
+            continue; // an explicit null in an optional field means "not given"
+        } else if (key == "speakerLabel") {
+            b.speakerLabel = string(v, key);
+        } else if (key == "sourceFileId") {
+            b.sourceFileId = uuid(v, key);
+            hasSource = true;
+        } else if (key == "isDeleted") {
+            b.isDeleted = boolean(v, key);
+        } else if (key == "isFiller") {
+            b.isFiller = boolean(v, key);
+        } else if (key == "sortOrder") {
+            b.sortOrder = integer(v, key);
+        } else if (key == "volumeLevel") {
+            b.volumeLevel = static_cast<float>(number(v, key));
+        } else if (key == "isMuted") {
+            b.isMuted = boolean(v, key);
+        } else if (key == "isAudioDetached") {
+            b.isAudioDetached = boolean(v, key);
+        } else if (key == "fadeInDuration") {
+            b.fadeInDuration = number(v, key);
+        } else if (key == "fadeOutDuration") {
+            b.fadeOutDuration = number(v, key);
+        }
+    }
+    if (!hasId)
+        throwMissing("id");
+    if (!hasText)
+        throwMissing("text");
+    if (!hasStart)
+        throwMissing("mediaStart");
+    if (!hasEnd)
+        throwMissing("mediaEnd");
+    if (!hasSource)
+        b.sourceFileId = QUuid::createUuid();
     return b;
+}
+
+} // namespace detail
+
+WordBlock decodeWordBlock(QByteArrayView json)
+{
+    return detail::readWordBlock(jsonread::parse(json));
 }
 
 } // namespace kavel

@@ -1,10 +1,8 @@
 #pragma once
 
 #include <QHashFunctions>
-#include <QJsonObject>
 #include <QString>
 #include <QUuid>
-
 #include <functional>
 #include <optional>
 
@@ -39,13 +37,17 @@ struct WordBlock
 
 size_t qHash(const WordBlock &block, size_t seed = 0) noexcept;
 
-// Keys are written in declaration order except that a nil speaker is left out.
-QJsonObject toJson(const WordBlock &block);
+class JsonWriter;
+
+// Every field is written, defaults included, except a nil speaker. Keys are in
+// alphabetical order, the order of the timeline file.
+void writeJson(JsonWriter &writer, const WordBlock &block);
+QByteArray encodeWordBlock(const WordBlock &block);
 
 // Throws DecodeError. Only "id", "text", "mediaStart" and "mediaEnd" are required; the
 // rest fall back to their defaults, and a missing "sourceFileId" becomes a fresh random
 // id on every decode so that such a word matches no source until it is reassigned.
-WordBlock wordBlockFromJson(const QJsonObject &object);
+WordBlock decodeWordBlock(QByteArrayView json);
 
 namespace detail {
 // Hash helpers shared by the record types: -0.0 hashes like 0.0, an optional hashes a
@@ -56,8 +58,7 @@ size_t hashOptionalString(const std::optional<QString> &value, size_t seed) noex
 
 } // namespace kavel
 
-template<>
-struct std::hash<kavel::WordBlock>
+template<> struct std::hash<kavel::WordBlock>
 {
     size_t operator()(const kavel::WordBlock &block) const noexcept { return kavel::qHash(block); }
 };

@@ -1,0 +1,74 @@
+#include "editcommands.h"
+
+#include "paragraphedits.h"
+
+namespace kavel {
+
+ParagraphSnapshotCommand::ParagraphSnapshotCommand(EditTarget &viewModel, QList<Paragraph> before,
+                                                   QList<Paragraph> after)
+    : m_viewModel(viewModel)
+    , m_before(std::move(before))
+    , m_after(std::move(after))
+{ }
+
+void ParagraphSnapshotCommand::execute()
+{
+    m_viewModel.setParagraphs(m_after);
+    m_viewModel.pushToPlayer();
+}
+
+void ParagraphSnapshotCommand::undo()
+{
+    m_viewModel.setParagraphs(m_before);
+    m_viewModel.pushToPlayer();
+}
+
+BatchDeleteWordsCommand::BatchDeleteWordsCommand(EditTarget &viewModel, QSet<QUuid> idsToDelete)
+    : m_viewModel(viewModel)
+    , m_idsToDelete(std::move(idsToDelete))
+    , m_snapshotBefore(viewModel.paragraphs())
+{ }
+
+void BatchDeleteWordsCommand::execute()
+{
+    m_viewModel.setParagraphs(edits::removeWords(m_viewModel.paragraphs(), m_idsToDelete));
+    m_viewModel.pushToPlayer();
+}
+
+void BatchDeleteWordsCommand::undo()
+{
+    m_viewModel.setParagraphs(m_snapshotBefore);
+    m_viewModel.pushToPlayer();
+}
+
+DeleteParagraphCommand::DeleteParagraphCommand(EditTarget &viewModel, QUuid paragraphId)
+    : m_viewModel(viewModel)
+    , m_paragraphId(paragraphId)
+{
+    const qsizetype index = edits::indexOfParagraph(viewModel.paragraphs(), paragraphId);
+    if (index >= 0) {
+        m_removedParagraph = viewModel.paragraphs().at(index);
+        m_removedIndex = index;
+    } else {
+        m_removedParagraph.id = QUuid::createUuid();
+    }
+}
+
+void DeleteParagraphCommand::execute()
+{
+    m_viewModel.setParagraphs(edits::removeParagraph(m_viewModel.paragraphs(), m_paragraphId));
+    m_viewModel.syncPlayer();
+}
+
+void DeleteParagraphCommand::undo()
+{
+    QList<Paragraph> paragraphs = m_viewModel.paragraphs();
+    if (m_removedIndex < 0 || m_removedIndex > paragraphs.size())
+        return;
+    paragraphs.insert(m_removedIndex, m_removedParagraph);
+    edits::renumber(paragraphs);
+    m_viewModel.setParagraphs(paragraphs);
+    m_viewModel.syncPlayer();
+}
+
+} // namespace kavel

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "editcommands.h"
+
+#include <QObject>
+#include <memory>
+#include <vector>
+
+namespace kavel {
+
+// The editor's history: two stacks of commands, unlimited, emptied only by clear() and
+// (the redo stack) by a new edit. Lives in memory only.
+class EditorUndoManager : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(bool canUndo READ canUndo NOTIFY canUndoChanged)
+    Q_PROPERTY(bool canRedo READ canRedo NOTIFY canRedoChanged)
+
+public:
+    explicit EditorUndoManager(QObject *parent = nullptr);
+    ~EditorUndoManager() override;
+
+    bool canUndo() const { return m_canUndo; }
+    bool canRedo() const { return m_canRedo; }
+    qsizetype undoCount() const { return static_cast<qsizetype>(m_undoStack.size()); }
+    qsizetype redoCount() const { return static_cast<qsizetype>(m_redoStack.size()); }
+
+    // For an edit the caller has already applied.
+    void record(std::unique_ptr<EditCommand> command);
+    // Applies the edit, then records it.
+    void execute(std::unique_ptr<EditCommand> command);
+    void undo();
+    void redo();
+    void clear();
+
+Q_SIGNALS:
+    // Sent on every refresh of the flags, whether or not the value changed, so a view
+    // bound to them is always told after a history operation.
+    void canUndoChanged();
+    void canRedoChanged();
+
+private:
+    void refreshFlags();
+
+    bool m_canUndo = false;
+    bool m_canRedo = false;
+    std::vector<std::unique_ptr<EditCommand>> m_undoStack;
+    std::vector<std::unique_ptr<EditCommand>> m_redoStack;
+};
+
+} // namespace kavel

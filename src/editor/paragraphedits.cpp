@@ -1,0 +1,126 @@
+#include "paragraphedits.h"
+
+#include <algorithm>
+
+namespace kavel::edits {
+
+void renumber(QList<Paragraph> &paragraphs)
+{
+    for (qsizetype i = 0; i < paragraphs.size(); ++i) {
+        // Only touch paragraphs whose number changes, so unchanged ones stay shared.
+        if (paragraphs.at(i).sortOrder != i)
+            paragraphs[i].sortOrder = i;
+    }
+}
+
+QList<Paragraph> removeWords(const QList<Paragraph> &paragraphs, const QSet<QUuid> &ids)
+{
+    QList<Paragraph> result;
+    result.reserve(paragraphs.size());
+    for (const Paragraph &paragraph : paragraphs) {
+        const auto hit = [&](const WordBlock &b) { return ids.contains(b.id); };
+        if (std::none_of(paragraph.wordBlocks.cbegin(), paragraph.wordBlocks.cend(), hit)) {
+            if (!paragraph.wordBlocks.isEmpty())
+                result.append(paragraph);
+            continue;
+        }
+        Paragraph kept = paragraph;
+        kept.wordBlocks.removeIf(hit);
+        if (!kept.wordBlocks.isEmpty())
+            result.append(std::move(kept));
+    }
+    renumber(result);
+    return result;
+}
+
+QList<Paragraph> removeParagraph(const QList<Paragraph> &paragraphs, const QUuid &paragraphId)
+{
+    QList<Paragraph> result = paragraphs;
+    result.removeIf([&](const Paragraph &p) { return p.id == paragraphId; });
+    renumber(result);
+    return result;
+}
+
+QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs,
+                                const QList<qsizetype> &fromOffsets, qsizetype toOffset)
+{
+    const qsizetype count = paragraphs.size();
+    QList<bool> moving(count, false);
+    for (qsizetype offset : fromOffsets) {
+        if (offset >= 0 && offset < count)
+            moving[offset] = true;
+    }
+    toOffset = std::clamp<qsizetype>(toOffset, 0, count);
+
+    QList<Paragraph> result;
+    result.reserve(count);
+    auto appendMoved = [&] {
+        for (qsizetype i = 0; i < count; ++i) {
+            if (moving[i])
+                result.append(paragraphs[i]);
+        }
+    };
+    for (qsizetype i = 0; i < count; ++i) {
+        if (i == toOffset)
+            appendMoved();
+        if (!moving[i])
+            result.append(paragraphs[i]);
+    }
+    if (toOffset == count)
+        appendMoved();
+    renumber(result);
+    return result;
+}
+
+QList<QUuid> insertWords(QList<Paragraph> &paragraphs, const QUuid &paragraphId, qsizetype gap,
+                         const QList<WordBlock> &words)
+{
+    const qsizetype index = indexOfParagraph(paragraphs, paragraphId);
+    if (index < 0 || words.isEmpty())
+        return {};
+    QList<WordBlock> &target = paragraphs[index].wordBlocks;
+    gap = std::clamp<qsizetype>(gap, 0, target.size());
+    QList<QUuid> ids;
+    ids.reserve(words.size());
+    for (WordBlock word : words) {
+        word.id = QUuid::createUuid();
+        ids.append(word.id);
+        target.insert(gap++, std::move(word));
+    }
+    return ids;
+}
+
+qsizetype indexOfParagraph(const QList<Paragraph> &paragraphs, const QUuid &paragraphId)
+{
+    for (qsizetype i = 0; i < paragraphs.size(); ++i) {
+        if (paragraphs[i].id == paragraphId)
+            return i;
+    }
+    return -1;
+}
+
+WordLocation locateWord(const QList<Paragraph> &paragraphs, const QUuid &blockId)
+{
+    for (qsizetype p = 0; p < paragraphs.size(); ++p) {
+        const QList<WordBlock> &words = paragraphs[p].wordBlocks;
+        for (qsizetype w = 0; w < words.size(); ++w) {
+            if (words[w].id == blockId)
+                return {p, w};
+        }
+    }
+    return {};
+}
+
+QSet<QUuid> fillerWordIds(const QList<Paragraph> &paragraphs)
+{
+    QSet<QUuid> ids;
+    for (const Paragraph &paragraph : paragraphs) {
+        for (const WordBlock &block : paragraph.wordBlocks) {
+            if (block.isFiller)
+                ids.insert(block.id);
+        }
+    }
+    return ids;
+}
+
+} // namespace kavel::edits

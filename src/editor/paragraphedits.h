@@ -1,0 +1,50 @@
+#pragma once
+
+#include "model/paragraph.h"
+
+#include <QList>
+#include <QSet>
+#include <QUuid>
+
+// The structural edits of a transcript as pure functions on paragraph lists, so the
+// editor, its undo commands and the command-line tool apply them identically.
+namespace kavel::edits {
+
+// Sets each paragraph's sortOrder to its index.
+void renumber(QList<Paragraph> &paragraphs);
+
+// Removes the listed words from every paragraph (the rest keep their order), drops the
+// paragraphs left without words and renumbers. Only paragraphs that lose a word are
+// copied; the others stay shared with the input.
+QList<Paragraph> removeWords(const QList<Paragraph> &paragraphs, const QSet<QUuid> &ids);
+
+// Removes every paragraph with that id and renumbers.
+QList<Paragraph> removeParagraph(const QList<Paragraph> &paragraphs, const QUuid &paragraphId);
+
+// The usual list move: the elements at `fromOffsets` (indices before the move) end up,
+// in their old relative order, just before the element that was at `toOffset`
+// (`toOffset` may equal the count). Renumbers. Offsets out of range are ignored.
+QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs,
+                                const QList<qsizetype> &fromOffsets, qsizetype toOffset);
+
+// Inserts words into paragraph `paragraphId` before position `gap` (clamped to the
+// paragraph), giving each inserted word a fresh id. Returns the ids given.
+QList<QUuid> insertWords(QList<Paragraph> &paragraphs, const QUuid &paragraphId, qsizetype gap,
+                         const QList<WordBlock> &words);
+
+// Index of the paragraph with that id, or -1.
+qsizetype indexOfParagraph(const QList<Paragraph> &paragraphs, const QUuid &paragraphId);
+
+// Paragraph index and word index of a block, or {-1, -1}.
+struct WordLocation
+{
+    qsizetype paragraph = -1;
+    qsizetype word = -1;
+    bool isValid() const { return paragraph >= 0; }
+};
+WordLocation locateWord(const QList<Paragraph> &paragraphs, const QUuid &blockId);
+
+// The ids of all filler words.
+QSet<QUuid> fillerWordIds(const QList<Paragraph> &paragraphs);
+
+} // namespace kavel::edits

@@ -1,0 +1,256 @@
+#include "exportsettings.h"
+
+#include "model/errors.h"
+#include "model/jsonfields.h"
+
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+namespace {
+
+template<typename E> struct Case
+{
+    E value;
+    const char16_t *raw;
+};
+
+constexpr std::array resolutions {Case<Resolution> {Resolution::p720, u"720p"},
+                                  Case<Resolution> {Resolution::p1080, u"1080p"},
+                                  Case<Resolution> {Resolution::p4k, u"4k"}};
+constexpr std::array bitrates {Case<Bitrate> {Bitrate::low, u"low"},
+                               Case<Bitrate> {Bitrate::medium, u"medium"},
+                               Case<Bitrate> {Bitrate::high, u"high"}};
+constexpr std::array codecs {Case<VideoCodec> {VideoCodec::h264, u"h264"},
+                             Case<VideoCodec> {VideoCodec::hevc, u"hevc"}};
+constexpr std::array videoFormats {Case<VideoFormat> {VideoFormat::mp4, u"mp4"},
+                                   Case<VideoFormat> {VideoFormat::mov, u"mov"}};
+constexpr std::array audioFormats {Case<AudioFormat> {AudioFormat::mp3, u"mp3"},
+                                   Case<AudioFormat> {AudioFormat::wav, u"wav"},
+                                   Case<AudioFormat> {AudioFormat::aac, u"aac"}};
+constexpr std::array subtitleFormats {Case<SubtitleFormat> {SubtitleFormat::srt, u"srt"}};
+
+template<typename E, size_t N> QString rawOf(const std::array<Case<E>, N> &table, E value)
+{
+    for (const auto &c : table) {
+        if (c.value == value)
+            return QString::fromUtf16(c.raw);
+    }
+    return {};
+}
+
+template<typename E, size_t N>
+std::optional<E> fromRaw(const std::array<Case<E>, N> &table, QStringView raw)
+{
+    for (const auto &c : table) {
+        if (raw == QStringView(c.raw))
+            return c.value;
+    }
+    return std::nullopt;
+}
+
+template<typename E, size_t N> QList<E> casesOf(const std::array<Case<E>, N> &table)
+{
+    QList<E> list;
+    for (const auto &c : table)
+        list.append(c.value);
+    return list;
+}
+
+// Reads an enumeration coded by its raw string; an unknown raw value fails like a wrong type.
+template<typename E, size_t N>
+E readEnum(const QJsonObject &o, QLatin1StringView key, const std::array<Case<E>, N> &table)
+{
+    const QString raw = json::requiredString(o, key);
+    if (auto value = fromRaw(table, raw))
+        return *value;
+    throw DecodeError(QString(key), u"“%1”不是键“%2”的有效取值"_s.arg(raw, QString(key)));
+}
+
+} // namespace
+
+QString toRawValue(Resolution value)
+{
+    return rawOf(resolutions, value);
+}
+QString toRawValue(Bitrate value)
+{
+    return rawOf(bitrates, value);
+}
+QString toRawValue(VideoCodec value)
+{
+    return rawOf(codecs, value);
+}
+QString toRawValue(VideoFormat value)
+{
+    return rawOf(videoFormats, value);
+}
+int toRawValue(FrameRate value)
+{
+    return value == FrameRate::fps60 ? 60 : 30;
+}
+QString toRawValue(AudioFormat value)
+{
+    return rawOf(audioFormats, value);
+}
+QString toRawValue(SubtitleFormat value)
+{
+    return rawOf(subtitleFormats, value);
+}
+
+std::optional<Resolution> resolutionFromRaw(QStringView raw)
+{
+    return fromRaw(resolutions, raw);
+}
+std::optional<Bitrate> bitrateFromRaw(QStringView raw)
+{
+    return fromRaw(bitrates, raw);
+}
+std::optional<VideoCodec> videoCodecFromRaw(QStringView raw)
+{
+    return fromRaw(codecs, raw);
+}
+std::optional<VideoFormat> videoFormatFromRaw(QStringView raw)
+{
+    return fromRaw(videoFormats, raw);
+}
+std::optional<AudioFormat> audioFormatFromRaw(QStringView raw)
+{
+    return fromRaw(audioFormats, raw);
+}
+std::optional<SubtitleFormat> subtitleFormatFromRaw(QStringView raw)
+{
+    return fromRaw(subtitleFormats, raw);
+}
+
+std::optional<FrameRate> frameRateFromRaw(int raw)
+{
+    if (raw == 30)
+        return FrameRate::fps30;
+    if (raw == 60)
+        return FrameRate::fps60;
+    return std::nullopt;
+}
+
+QString label(Resolution value)
+{
+    switch (value) {
+    case Resolution::p720:
+        return u"720P"_s;
+    case Resolution::p1080:
+        return u"1080P"_s;
+    case Resolution::p4k:
+        return u"4K"_s;
+    }
+    return {};
+}
+
+QString label(VideoCodec value)
+{
+    return value == VideoCodec::hevc ? u"HEVC"_s : u"H.264"_s;
+}
+
+template<> QList<Resolution> allCases<Resolution>()
+{
+    return casesOf(resolutions);
+}
+template<> QList<Bitrate> allCases<Bitrate>()
+{
+    return casesOf(bitrates);
+}
+template<> QList<VideoCodec> allCases<VideoCodec>()
+{
+    return casesOf(codecs);
+}
+template<> QList<VideoFormat> allCases<VideoFormat>()
+{
+    return casesOf(videoFormats);
+}
+template<> QList<FrameRate> allCases<FrameRate>()
+{
+    return {FrameRate::fps30, FrameRate::fps60};
+}
+template<> QList<AudioFormat> allCases<AudioFormat>()
+{
+    return casesOf(audioFormats);
+}
+template<> QList<SubtitleFormat> allCases<SubtitleFormat>()
+{
+    return casesOf(subtitleFormats);
+}
+
+QString fileExtension(OutputFileType type)
+{
+    return type == OutputFileType::quickTimeMovie ? u"mov"_s : u"mp4"_s;
+}
+
+ExportPreset ExportSettings::preset() const
+{
+    if (codec == VideoCodec::hevc)
+        return {VideoCodec::hevc,
+                resolution == Resolution::p4k ? QSize(3840, 2160) : QSize(1920, 1080)};
+    switch (resolution) {
+    case Resolution::p720:
+        return {VideoCodec::h264, QSize(1280, 720)};
+    case Resolution::p1080:
+        return {VideoCodec::h264, QSize(1920, 1080)};
+    case Resolution::p4k:
+        return {VideoCodec::h264, QSize(3840, 2160)};
+    }
+    return {VideoCodec::h264, QSize(1920, 1080)};
+}
+
+OutputFileType ExportSettings::outputFileType() const
+{
+    return videoFormat == VideoFormat::mov ? OutputFileType::quickTimeMovie : OutputFileType::mpeg4;
+}
+
+QJsonObject toJson(const ExportSettings &s)
+{
+    QJsonObject o;
+    o.insert("title"_L1, s.title);
+    if (s.outputPath)
+        o.insert("outputPath"_L1, s.outputPath->toString(QUrl::FullyEncoded));
+    o.insert("videoEnabled"_L1, s.videoEnabled);
+    o.insert("resolution"_L1, toRawValue(s.resolution));
+    o.insert("bitrate"_L1, toRawValue(s.bitrate));
+    o.insert("codec"_L1, toRawValue(s.codec));
+    o.insert("videoFormat"_L1, toRawValue(s.videoFormat));
+    o.insert("frameRate"_L1, toRawValue(s.frameRate));
+    o.insert("audioEnabled"_L1, s.audioEnabled);
+    o.insert("audioFormat"_L1, toRawValue(s.audioFormat));
+    o.insert("subtitleEnabled"_L1, s.subtitleEnabled);
+    o.insert("subtitleFormat"_L1, toRawValue(s.subtitleFormat));
+    return o;
+}
+
+ExportSettings exportSettingsFromJson(const QJsonObject &o)
+{
+    ExportSettings s;
+    s.title = json::requiredString(o, "title"_L1);
+    if (auto path = json::optionalString(o, "outputPath"_L1)) {
+        const QUrl url(*path, QUrl::StrictMode);
+        if (!url.isValid())
+            throw json::wrongTypeError(u"outputPath", "URL");
+        s.outputPath = url;
+    }
+    s.videoEnabled = json::requiredBool(o, "videoEnabled"_L1);
+    s.resolution = readEnum(o, "resolution"_L1, resolutions);
+    s.bitrate = readEnum(o, "bitrate"_L1, bitrates);
+    s.codec = readEnum(o, "codec"_L1, codecs);
+    s.videoFormat = readEnum(o, "videoFormat"_L1, videoFormats);
+    const qint64 rate = json::requiredInt64(o, "frameRate"_L1);
+    const auto frameRate = frameRateFromRaw(rate == 30 || rate == 60 ? static_cast<int>(rate) : 0);
+    if (!frameRate)
+        throw DecodeError(u"frameRate"_s, u"“%1”不是键“frameRate”的有效取值"_s.arg(rate));
+    s.frameRate = *frameRate;
+    s.audioEnabled = json::requiredBool(o, "audioEnabled"_L1);
+    s.audioFormat = readEnum(o, "audioFormat"_L1, audioFormats);
+    s.subtitleEnabled = json::requiredBool(o, "subtitleEnabled"_L1);
+    s.subtitleFormat = readEnum(o, "subtitleFormat"_L1, subtitleFormats);
+    return s;
+}
+
+} // namespace kavel

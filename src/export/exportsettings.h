@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+#include <QSize>
+#include <QString>
+#include <QUrl>
+#include <optional>
+
+namespace kavel {
+
+enum class Resolution { p720, p1080, p4k };
+enum class Bitrate { low, medium, high };
+enum class VideoCodec { h264, hevc };
+enum class VideoFormat { mp4, mov };
+enum class FrameRate { fps30, fps60 };
+enum class AudioFormat { mp3, wav, aac };
+enum class SubtitleFormat { srt };
+
+// Raw values as stored in JSON ("1080p", "hevc", …; FrameRate's are the integers 30 and
+// 60), the labels the export dialog shows (empty where it shows none), and every case
+// in order.
+QString toRawValue(Resolution value);
+QString toRawValue(Bitrate value);
+QString toRawValue(VideoCodec value);
+QString toRawValue(VideoFormat value);
+int toRawValue(FrameRate value);
+QString toRawValue(AudioFormat value);
+QString toRawValue(SubtitleFormat value);
+
+std::optional<Resolution> resolutionFromRaw(QStringView raw);
+std::optional<Bitrate> bitrateFromRaw(QStringView raw);
+std::optional<VideoCodec> videoCodecFromRaw(QStringView raw);
+std::optional<VideoFormat> videoFormatFromRaw(QStringView raw);
+std::optional<FrameRate> frameRateFromRaw(int raw);
+std::optional<AudioFormat> audioFormatFromRaw(QStringView raw);
+std::optional<SubtitleFormat> subtitleFormatFromRaw(QStringView raw);
+
+QString label(Resolution value);
+QString label(VideoCodec value);
+
+template<typename E> QList<E> allCases();
+
+// The encoder set-up a settings record asks for: codec and frame size. There is no HEVC
+// set-up at 1280x720, so HEVC at 720p exports at 1920x1080.
+struct ExportPreset
+{
+    VideoCodec codec = VideoCodec::h264;
+    QSize frameSize;
+
+    friend bool operator==(const ExportPreset &, const ExportPreset &) = default;
+};
+
+enum class OutputFileType { mpeg4, quickTimeMovie };
+QString fileExtension(OutputFileType type);
+
+// What the export dialog fills in. Not stored between runs; each dialog starts from
+// these defaults.
+struct ExportSettings
+{
+    QString title;
+    std::optional<QUrl> outputPath;
+    bool videoEnabled = true;
+    Resolution resolution = Resolution::p1080;
+    // Kept and stored, but the encoder's rate follows the preset alone.
+    Bitrate bitrate = Bitrate::medium;
+    VideoCodec codec = VideoCodec::h264;
+    VideoFormat videoFormat = VideoFormat::mp4;
+    // Kept and stored, but the output's rate follows the preset alone.
+    FrameRate frameRate = FrameRate::fps30;
+    bool audioEnabled = false;
+    AudioFormat audioFormat = AudioFormat::mp3;
+    bool subtitleEnabled = false;
+    SubtitleFormat subtitleFormat = SubtitleFormat::srt;
+
+    ExportPreset preset() const;
+    OutputFileType outputFileType() const;
+
+    friend bool operator==(const ExportSettings &, const ExportSettings &) = default;
+};
+
+QJsonObject toJson(const ExportSettings &settings);
+// Throws DecodeError for a missing key, a wrong type or a raw value that names no case.
+ExportSettings exportSettingsFromJson(const QJsonObject &object);
+
+} // namespace kavel

@@ -1,0 +1,156 @@
+#include "model/fileio.h"
+#include "model/kavelproject.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct CliResult
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+CliResult runCli(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(test::programPath(u"kavel-cli"_s), arguments);
+    EXPECT_TRUE(process.waitForFinished(30'000));
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+// The test main gives every program a private HOME, so the CLI's projects folder is
+// Documents/Kavel below it.
+QString projectsFolder()
+{
+    return QDir(test::homeDirectory()).filePath(u"Documents/Kavel"_s);
+}
+
+void expectOneLineError(const CliResult &result)
+{
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_TRUE(result.out.isEmpty()) << result.out.toStdString();
+    EXPECT_TRUE(result.err.startsWith(u"kavel-cli: "_s)) << result.err.toStdString();
+    EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
+}
+
+} // namespace
+
+TEST(Cli, NewCreatesABundleInTheProjectsFolderAndRefusesBadTitles)
+{
+    const CliResult created = runCli({u"new"_s, u"课程 01"_s});
+    ASSERT_EQ(created.exitCode, 0) << created.err.toStdString();
+    const QString bundle = created.out.trimmed();
+    EXPECT_EQ(bundle, QDir(projectsFolder()).filePath(u"课程 01.kavel"_s));
+    EXPECT_TRUE(QFileInfo::exists(QDir(bundle).filePath(u"project.json"_s)));
+
+    expectOneLineError(runCli({u"new"_s, u"课程 01"_s}));
+
+    const QStringList before
+        = QDir(projectsFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    expectOneLineError(runCli({u"new"_s, u"a/b"_s}));
+    EXPECT_EQ(QDir(projectsFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
+
+    const CliResult usage = runCli({u"new"_s});
+    EXPECT_EQ(usage.exitCode, 2);
+    EXPECT_TRUE(usage.err.contains(u"usage"_s));
+    EXPECT_EQ(runCli({u"frobnicate"_s}).exitCode, 2);
+    EXPECT_TRUE(runCli({u"--help"_s}).out.contains(u"add-media"_s));
+}
+
+TEST(Cli, AddMediaCopiesFilesAndFailsCleanlyOnMissingOnes)
+{
+    const QString bundle = runCli({u"new"_s, u"Media"_s}).out.trimmed();
+    QTemporaryDir inputs;
+    const QString clip = QDir(inputs.path()).filePath(u"Talk.MOV"_s);
+    test::writeFile(clip, QByteArray(1000, 'm'));
+
+    const CliResult added = runCli({u"add-media"_s, bundle, clip});
+    ASSERT_EQ(added.exitCode, 0) << added.err.toStdString();
+    const QStringList fields = added.out.trimmed().split(u'\t');
+    ASSERT_EQ(fields.size(), 3);
+    EXPECT_TRUE(fields[1].endsWith(u".MOV"_s));
+    EXPECT_EQ(fields[2], u"Talk"_s);
+    EXPECT_EQ(fileio::readFile(QDir(bundle).filePath(u"media/"_s + fields[1])),
+              QByteArray(1000, 'm'));
+
+    const CliResult missing
+        = runCli({u"add-media"_s, bundle, QDir(inputs.path()).filePath(u"gone.mp4"_s)});
+    expectOneLineError(missing);
+    EXPECT_TRUE(missing.err.contains(u"gone.mp4"_s));
+    EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().sourceFiles.size(), 1);
+
+    expectOneLineError(runCli({u"add-media"_s, u"/no/such.kavel"_s, clip}));
+}
+
+TEST(Cli, InfoListsWordsInPlaybackOrderAsTextAndJson)
+{
+    const QString bundle = runCli({u"new"_s, u"Info"_s}).out.trimmed();
+    auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    auto makeParagraph = [](qint64 order, const QStringList &words, double start) {
+        Paragraph p;
+        p.id = QUuid::createUuid();
+        p.sortOrder = order;
+        for (const QString &text : words) {
+            WordBlock b;
+            b.id = QUuid::createUuid();
+            b.text = text;
+            b.mediaStart = start;
+            b.mediaEnd = start + 0.25;
+            start += 0.5;
+            p.wordBlocks.append(b);
+        }
+        return p;
+    };
+    project->setParagraphs(
+        {makeParagraph(1, {u"world"_s}, 10.0), makeParagraph(0, {u"hello"_s, u"there"_s}, 1.0)});
+    project->saveTimeline();
+
+    const CliResult text = runCli({u"info"_s, bundle});
+    ASSERT_EQ(text.exitCode, 0) << text.err.toStdString();
+    EXPECT_TRUE(text.out.contains(u"Title:       Info"_s));
+    EXPECT_TRUE(text.out.contains(u"Paragraphs:  2"_s));
+    EXPECT_TRUE(text.out.contains(u"Words:       3"_s));
+    EXPECT_TRUE(text.out.contains(u"00:00:01.500 - 00:00:01.750  there"_s))
+        << text.out.toStdString();
+    EXPECT_LT(text.out.indexOf(u"there"_s), text.out.indexOf(u"world"_s));
+
+    const CliResult json = runCli({u"info"_s, bundle, u"--json"_s});
+    ASSERT_EQ(json.exitCode, 0);
+    const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8()).object();
+    EXPECT_EQ(o.value("title"_L1).toString(), u"Info"_s);
+    EXPECT_EQ(o.value("paragraphCount"_L1).toInt(), 2);
+    EXPECT_EQ(o.value("wordCount"_L1).toInt(), 3);
+    const QJsonArray words = o.value("words"_L1).toArray();
+    ASSERT_EQ(words.size(), 3);
+    EXPECT_EQ(words[2].toObject().value("text"_L1).toString(), u"world"_s);
+    EXPECT_EQ(words[2].toObject().value("sortOrder"_L1).toInt(), 2);
+    EXPECT_EQ(words[2].toObject().value("mediaStart"_L1).toDouble(), 10.0);
+}
+
+TEST(Cli, InfoWarnsOnAGarbageTimelineAndFailsOnGarbageMetadata)
+{
+    const QString bundle = runCli({u"new"_s, u"Garbage"_s}).out.trimmed();
+    test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");
+    const CliResult warned = runCli({u"info"_s, bundle});
+    EXPECT_EQ(warned.exitCode, 0);
+    EXPECT_TRUE(warned.err.startsWith(u"warning: "_s)) << warned.err.toStdString();
+    EXPECT_TRUE(warned.out.contains(u"Words:       0"_s));
+
+    test::writeFile(QDir(bundle).filePath(u"project.json"_s), "{ broken");
+    const CliResult failed = runCli({u"info"_s, bundle});
+    expectOneLineError(failed);
+    EXPECT_TRUE(failed.err.contains(u"project.json"_s)) << failed.err.toStdString();
+}

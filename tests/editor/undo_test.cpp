@@ -1,0 +1,131 @@
+#include "editor/editorundomanager.h"
+#include "editor/paragraphedits.h"
+#include "model/timeline.h"
+#include "support/transcriptbuilder.h"
+
+#include <QSignalSpy>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Records what the commands do to the document and what reaches the player.
+class FakeEditor : public EditTarget
+{
+public:
+    QList<Paragraph> document;
+    QList<QList<WordBlock>> pushed;
+
+    const QList<Paragraph> &paragraphs() const override { return document; }
+    void setParagraphs(const QList<Paragraph> &p) override { document = p; }
+    void pushToPlayer() override { pushed.append(flattenParagraphs(document)); }
+    void syncPlayer() override { pushToPlayer(); }
+};
+
+class Undo : public ::testing::Test
+{
+protected:
+    FakeEditor editor;
+    EditorUndoManager manager;
+
+    void SetUp() override
+    {
+        editor.document = transcript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s}});
+    }
+};
+
+} // namespace
+
+TEST_F(Undo, ExecuteUndoRedoRoundTripsAndKeepsFlagsTrue)
+{
+    const QList<Paragraph> original = editor.document;
+    QSignalSpy undoSpy(&manager, &EditorUndoManager::canUndoChanged);
+    manager.execute(std::make_unique<BatchDeleteWordsCommand>(
+        editor, QSet<QUuid> {wordId(original, u"b"_s), wordId(original, u"c"_s)}));
+    const QList<Paragraph> afterDelete = editor.document;
+    EXPECT_EQ(documentText(afterDelete), u"a | d e"_s);
+    EXPECT_TRUE(manager.canUndo());
+    EXPECT_FALSE(manager.canRedo());
+
+    manager.undo();
+    EXPECT_EQ(editor.document, original)
+        << "the emptied paragraph comes back with its id and place";
+    EXPECT_FALSE(manager.canUndo());
+    EXPECT_TRUE(manager.canRedo());
+
+    manager.redo();
+    EXPECT_EQ(editor.document, afterDelete);
+    EXPECT_TRUE(manager.canUndo());
+    EXPECT_FALSE(manager.canRedo());
+    EXPECT_EQ(undoSpy.count(), 3);
+
+    // Every step handed the player the flattened document of that moment.
+    ASSERT_EQ(editor.pushed.size(), 3);
+    EXPECT_EQ(editor.pushed.last(), flattenParagraphs(afterDelete));
+    EXPECT_EQ(editor.pushed[1], flattenParagraphs(original));
+}
+
+TEST_F(Undo, NewEditDiscardsRedoAndEmptyHistoryIsHarmless)
+{
+    manager.undo();
+    manager.redo();
+    EXPECT_FALSE(manager.canUndo());
+    EXPECT_FALSE(manager.canRedo());
+    EXPECT_TRUE(editor.pushed.isEmpty());
+
+    const QList<Paragraph> before = editor.document;
+    const QList<Paragraph> after = edits::moveParagraphs(before, {0}, 3);
+    editor.document = after;
+    manager.record(std::make_unique<ParagraphSnapshotCommand>(editor, before, after));
+    EXPECT_TRUE(editor.pushed.isEmpty()) << "record does not run the command";
+    manager.undo();
+    EXPECT_EQ(editor.document, before);
+    EXPECT_TRUE(manager.canRedo());
+
+    manager.execute(std::make_unique<DeleteParagraphCommand>(editor, editor.document[0].id));
+    EXPECT_FALSE(manager.canRedo());
+    EXPECT_EQ(manager.redoCount(), 0);
+
+    manager.clear();
+    EXPECT_FALSE(manager.canUndo());
+    EXPECT_EQ(manager.undoCount(), 0);
+}
+
+TEST_F(Undo, ParagraphDeletionIsUndoneByReinsertionAtItsIndex)
+{
+    const QList<Paragraph> original = editor.document;
+    manager.execute(std::make_unique<DeleteParagraphCommand>(editor, original[1].id));
+    EXPECT_EQ(documentText(editor.document), u"a b | d e"_s);
+    EXPECT_EQ(editor.document[1].sortOrder, 1);
+    manager.undo();
+    EXPECT_EQ(editor.document, original);
+
+    manager.redo();
+    EXPECT_EQ(documentText(editor.document), u"a b | d e"_s);
+}
+
+TEST_F(Undo, DeletingAnUnknownParagraphRemovesNothingAndUndoAddsAnEmptyOneOnTop)
+{
+    const QList<Paragraph> original = editor.document;
+    manager.execute(std::make_unique<DeleteParagraphCommand>(editor, QUuid::createUuid()));
+    EXPECT_EQ(editor.document, original);
+    manager.undo();
+    ASSERT_EQ(editor.document.size(), original.size() + 1);
+    EXPECT_TRUE(editor.document[0].wordBlocks.isEmpty());
+    EXPECT_EQ(editor.document[1].id, original[0].id);
+    EXPECT_EQ(editor.document[1].sortOrder, 1);
+}
+
+TEST_F(Undo, UndoOfAParagraphDeletionBeyondTheEndInsertsNothing)
+{
+    const QList<Paragraph> original = editor.document;
+    manager.execute(std::make_unique<DeleteParagraphCommand>(editor, original[2].id));
+    editor.document = editor.document.mid(0, 1);
+    manager.undo();
+    EXPECT_EQ(editor.document.size(), 1);
+    EXPECT_TRUE(manager.canRedo());
+    EXPECT_FALSE(manager.canUndo());
+}

@@ -1,0 +1,80 @@
+#include "export/exportsettings.h"
+#include "model/errors.h"
+
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+TEST(ExportSettings, DefaultsEncodeWithRawValuesAndNoOutputPath)
+{
+    const ExportSettings defaults;
+    const QJsonObject o = toJson(defaults);
+    EXPECT_EQ(o.value("resolution"_L1).toString(), u"1080p"_s);
+    EXPECT_EQ(o.value("bitrate"_L1).toString(), u"medium"_s);
+    EXPECT_EQ(o.value("codec"_L1).toString(), u"h264"_s);
+    EXPECT_EQ(o.value("videoFormat"_L1).toString(), u"mp4"_s);
+    EXPECT_EQ(o.value("frameRate"_L1), QJsonValue(30));
+    EXPECT_EQ(o.value("audioFormat"_L1).toString(), u"mp3"_s);
+    EXPECT_EQ(o.value("subtitleFormat"_L1).toString(), u"srt"_s);
+    EXPECT_EQ(o.value("videoEnabled"_L1), QJsonValue(true));
+    EXPECT_EQ(o.value("audioEnabled"_L1), QJsonValue(false));
+    EXPECT_EQ(o.value("title"_L1).toString(), QString());
+    EXPECT_FALSE(o.contains("outputPath"_L1));
+    EXPECT_EQ(exportSettingsFromJson(o), defaults);
+}
+
+TEST(ExportSettings, RoundTripsEveryChoice)
+{
+    ExportSettings s;
+    s.title = u"访谈 终版"_s;
+    s.outputPath = QUrl::fromLocalFile(u"/tmp/导出 目录"_s);
+    s.resolution = Resolution::p4k;
+    s.bitrate = Bitrate::high;
+    s.codec = VideoCodec::hevc;
+    s.videoFormat = VideoFormat::mov;
+    s.frameRate = FrameRate::fps60;
+    s.audioEnabled = true;
+    s.audioFormat = AudioFormat::wav;
+    s.subtitleEnabled = true;
+    EXPECT_EQ(exportSettingsFromJson(toJson(s)), s);
+    EXPECT_EQ(toJson(s).value("frameRate"_L1), QJsonValue(60));
+}
+
+TEST(ExportSettings, UnknownRawValuesFailToDecode)
+{
+    QJsonObject o = toJson(ExportSettings {});
+    o.insert("frameRate"_L1, 25);
+    EXPECT_THROW(exportSettingsFromJson(o), DecodeError);
+    o = toJson(ExportSettings {});
+    o.insert("resolution"_L1, u"8k"_s);
+    EXPECT_THROW(exportSettingsFromJson(o), DecodeError);
+    o = toJson(ExportSettings {});
+    o.remove("audioEnabled"_L1);
+    EXPECT_THROW(exportSettingsFromJson(o), DecodeError);
+
+    EXPECT_FALSE(frameRateFromRaw(25).has_value());
+    EXPECT_EQ(frameRateFromRaw(60), FrameRate::fps60);
+    EXPECT_FALSE(resolutionFromRaw(u"1080P").has_value());
+}
+
+TEST(ExportSettings, PresetAndFileTypeFollowCodecResolutionAndContainer)
+{
+    ExportSettings s;
+    const QList<QSize> h264 {QSize(1280, 720), QSize(1920, 1080), QSize(3840, 2160)};
+    const QList<QSize> hevc {QSize(1920, 1080), QSize(1920, 1080), QSize(3840, 2160)};
+    const QList<Resolution> resolutions = allCases<Resolution>();
+    ASSERT_EQ(resolutions.size(), 3);
+    for (qsizetype i = 0; i < resolutions.size(); ++i) {
+        s.resolution = resolutions[i];
+        s.codec = VideoCodec::h264;
+        EXPECT_EQ(s.preset(), (ExportPreset {VideoCodec::h264, h264[i]}));
+        s.codec = VideoCodec::hevc;
+        EXPECT_EQ(s.preset(), (ExportPreset {VideoCodec::hevc, hevc[i]}));
+    }
+    EXPECT_EQ(s.outputFileType(), OutputFileType::mpeg4);
+    s.videoFormat = VideoFormat::mov;
+    EXPECT_EQ(fileExtension(s.outputFileType()), u"mov"_s);
+    EXPECT_EQ(label(Resolution::p4k), u"4K"_s);
+    EXPECT_EQ(label(VideoCodec::h264), u"H.264"_s);
+}

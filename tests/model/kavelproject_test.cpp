@@ -1,0 +1,333 @@
+#include "model/errors.h"
+#include "model/fileio.h"
+#include "model/jsonfields.h"
+#include "model/kavelproject.h"
+#include "model/timeline.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QThread>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class ProjectBundle : public ::testing::Test
+{
+protected:
+    QTemporaryDir dir;
+
+    QString path(const QString &relative) const { return QDir(dir.path()).filePath(relative); }
+
+    static QList<Paragraph> sampleParagraphs(int paragraphs = 2, int wordsEach = 3)
+    {
+        QList<Paragraph> list;
+        double t = 0.0;
+        for (int p = 0; p < paragraphs; ++p) {
+            Paragraph paragraph;
+            paragraph.id = QUuid::createUuid();
+            paragraph.sortOrder = p;
+            paragraph.speakerLabel = QString::number(p % 2);
+            for (int w = 0; w < wordsEach; ++w) {
+                WordBlock b;
+                b.id = QUuid::createUuid();
+                b.text = u"词"_s + QString::number(w);
+                b.sourceFileId = QUuid::createUuid();
+                b.mediaStart = t;
+                b.mediaEnd = t + 0.3;
+                b.sortOrder = p * wordsEach + w;
+                t += 0.4;
+                paragraph.wordBlocks.append(b);
+            }
+            list.append(paragraph);
+        }
+        return list;
+    }
+};
+
+QJsonObject readJsonObject(const QString &path)
+{
+    return QJsonDocument::fromJson(fileio::readFile(path)).object();
+}
+
+} // namespace
+
+TEST_F(ProjectBundle, CreateLaysOutTheBundleAndBothFiles)
+{
+    auto project = KavelProject::create(u"访谈 一"_s, path(u"nested/projects"_s));
+    const QString bundle = path(u"nested/projects/访谈 一.kavel"_s);
+    EXPECT_EQ(project->bundlePath(), bundle);
+    for (auto sub : {u"media"_s, u"cache"_s, u"exports"_s})
+        EXPECT_TRUE(QFileInfo(QDir(bundle).filePath(sub)).isDir()) << sub.toStdString();
+
+    const QJsonObject metadata = readJsonObject(QDir(bundle).filePath(u"project.json"_s));
+    EXPECT_EQ(metadata.value("title"_L1).toString(), u"访谈 一"_s);
+    EXPECT_EQ(metadata.value("sourceFiles"_L1), QJsonValue(QJsonArray()));
+    static const QRegularExpression wholeSecondUtc(
+        u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ$"_s);
+    EXPECT_TRUE(wholeSecondUtc.match(metadata.value("createdAt"_L1).toString()).hasMatch());
+    EXPECT_EQ(metadata.value("id"_L1).toString(), json::uuidString(project->metadata().id));
+
+    const QByteArray timeline = fileio::readFile(QDir(bundle).filePath(u"timeline.json"_s));
+    EXPECT_EQ(timeline.simplified(), QByteArray(R"({ "paragraphs": [], "version": 2 })"));
+    EXPECT_EQ(project->status(), ProjectStatus::created);
+    EXPECT_TRUE(project->paragraphs().isEmpty());
+}
+
+TEST_F(ProjectBundle, TitlesThatCannotBeFileNamesAreRefusedBeforeAnythingIsMade)
+{
+    for (const QString &title : {u"a/b"_s, u""_s, u".."_s, u"   "_s}) {
+        try {
+            KavelProject::create(title, dir.path());
+            FAIL() << "accepted " << title.toStdString();
+        } catch (const FileError &error) {
+            EXPECT_EQ(error.kind(), FileError::Kind::invalidName);
+            EXPECT_FALSE(error.description().isEmpty());
+        }
+    }
+    EXPECT_TRUE(QDir(dir.path()).isEmpty());
+}
+
+TEST_F(ProjectBundle, SavedProjectLoadsBackEqual)
+{
+    auto project = KavelProject::create(u"Round"_s, dir.path());
+    const QList<Paragraph> paragraphs = sampleParagraphs();
+    project->setParagraphs(paragraphs);
+    project->saveTimeline();
+
+    auto loaded = KavelProject::load(project->bundleURL());
+    EXPECT_EQ(loaded->paragraphs(), paragraphs);
+    EXPECT_EQ(loaded->metadata().id, project->metadata().id);
+    EXPECT_EQ(loaded->metadata().title, u"Round"_s);
+    // Dates are stored to the second.
+    EXPECT_EQ(loaded->metadata().createdAt.toSecsSinceEpoch(),
+              project->metadata().createdAt.toSecsSinceEpoch());
+    EXPECT_EQ(loaded->status(), ProjectStatus::created);
+    EXPECT_TRUE(loaded->timelineLoadError().isEmpty());
+}
+
+TEST_F(ProjectBundle, SavingTimelineKeepsUpdatedAtAndSavingMetadataMovesIt)
+{
+    auto project = KavelProject::create(u"Dates"_s, dir.path());
+    QSignalSpy metadataSpy(project.get(), &KavelProject::metadataChanged);
+    const QDateTime before = project->metadata().updatedAt;
+
+    project->setParagraphs(sampleParagraphs(1, 1));
+    project->saveTimeline();
+    EXPECT_EQ(project->metadata().updatedAt, before);
+    EXPECT_EQ(metadataSpy.count(), 0);
+
+    QThread::msleep(5);
+    project->saveMetadata();
+    EXPECT_GT(project->metadata().updatedAt, before);
+    EXPECT_EQ(metadataSpy.count(), 1);
+}
+
+TEST_F(ProjectBundle, PublishesChangesOfParagraphsAndStatus)
+{
+    auto project = KavelProject::create(u"Signals"_s, dir.path());
+    QSignalSpy paragraphsSpy(project.get(), &KavelProject::paragraphsChanged);
+    QSignalSpy statusSpy(project.get(), &KavelProject::statusChanged);
+    project->setParagraphs(sampleParagraphs());
+    project->setStatus(ProjectStatus::transcribing);
+    project->setStatus(ProjectStatus::transcribing);
+    EXPECT_EQ(paragraphsSpy.count(), 1);
+    EXPECT_EQ(statusSpy.count(), 1);
+    EXPECT_EQ(project->property("status").value<ProjectStatus>(), ProjectStatus::transcribing);
+
+    for (auto status :
+         {ProjectStatus::created, ProjectStatus::importingMedia, ProjectStatus::extractingAudio,
+          ProjectStatus::transcribing, ProjectStatus::ready, ProjectStatus::failed})
+        EXPECT_EQ(projectStatusFromRaw(toRawValue(status)), status);
+    EXPECT_EQ(toRawValue(ProjectStatus::importingMedia), u"importingMedia"_s);
+}
+
+TEST_F(ProjectBundle, TimelineProblemsOpenTheProjectEmpty)
+{
+    auto project = KavelProject::create(u"Broken"_s, dir.path());
+    project->setParagraphs(sampleParagraphs());
+    project->saveTimeline();
+    const QString timelinePath = QDir(project->bundlePath()).filePath(u"timeline.json"_s);
+    const QByteArray good = fileio::readFile(timelinePath);
+
+    const QList<QByteArray> bad {"garbage", good.left(good.size() / 2), "", "{\"version\":2}"};
+    for (const QByteArray &bytes : bad) {
+        test::writeFile(timelinePath, bytes);
+        auto loaded = KavelProject::load(project->bundleURL());
+        EXPECT_TRUE(loaded->paragraphs().isEmpty());
+        EXPECT_TRUE(loaded->timelineLoadError().contains(u"timeline.json"_s));
+        EXPECT_EQ(loaded->metadata().title, u"Broken"_s);
+    }
+
+    QFile::remove(timelinePath);
+    auto missing = KavelProject::load(project->bundleURL());
+    EXPECT_TRUE(missing->paragraphs().isEmpty());
+    EXPECT_TRUE(missing->timelineLoadError().isEmpty());
+
+    // A timeline that cannot be read at all (here: a folder in its place) is no error either.
+    QDir().mkpath(timelinePath);
+    auto unreadable = KavelProject::load(project->bundleURL());
+    EXPECT_TRUE(unreadable->paragraphs().isEmpty());
+    EXPECT_FALSE(unreadable->timelineLoadError().isEmpty());
+}
+
+TEST_F(ProjectBundle, OlderFlatTimelineIsGroupedAndRewrittenInTheNewLayout)
+{
+    auto project = KavelProject::create(u"Old"_s, dir.path());
+    const QString timelinePath = QDir(project->bundlePath()).filePath(u"timeline.json"_s);
+    test::writeFile(timelinePath, R"([
+        {"id":"00000000-0000-4000-8000-000000000001","text":"A","speakerLabel":"1","mediaStart":0.0,"mediaEnd":0.5,"sortOrder":0},
+        {"id":"00000000-0000-4000-8000-000000000002","text":"B","speakerLabel":"1","mediaStart":2.5,"mediaEnd":3.0,"sortOrder":1},
+        {"id":"00000000-0000-4000-8000-000000000003","text":"C","speakerLabel":"1","mediaStart":5.1,"mediaEnd":5.4,"sortOrder":2},
+        {"id":"00000000-0000-4000-8000-000000000004","text":"D","speakerLabel":"2","mediaStart":5.5,"mediaEnd":6.0,"sortOrder":3}
+    ])");
+    auto loaded = KavelProject::load(project->bundleURL());
+    ASSERT_EQ(loaded->paragraphs().size(), 3);
+    EXPECT_EQ(loaded->paragraphs()[0].wordBlocks.size(), 2);
+    EXPECT_EQ(loaded->paragraphs()[2].sortOrder, 2);
+
+    loaded->saveTimeline();
+    const TimelineV2 rewritten = decodeTimelineDocument(fileio::readFile(timelinePath));
+    EXPECT_EQ(rewritten.version, 2);
+    EXPECT_EQ(rewritten.paragraphs, loaded->paragraphs());
+}
+
+TEST_F(ProjectBundle, BadMetadataFailsWithAnErrorThatNamesTheFile)
+{
+    EXPECT_THROW(
+        {
+            try {
+                KavelProject::load(QUrl::fromLocalFile(path(u"nothing.kavel"_s)));
+            } catch (const KavelProjectError &error) {
+                EXPECT_EQ(error.code(), KavelProjectError::Code::bundleNotFound);
+                EXPECT_EQ(error.description(), u"项目文件不存在"_s);
+                throw;
+            }
+        },
+        KavelProjectError);
+
+    auto project = KavelProject::create(u"Meta"_s, dir.path());
+    const QString metadataPath = QDir(project->bundlePath()).filePath(u"project.json"_s);
+    const QByteArray good = fileio::readFile(metadataPath);
+
+    for (const QByteArray &bytes : {QByteArray("{{{"), good.left(good.size() - 10),
+                                    QByteArray(R"({"id":"00000000-0000-4000-8000-000000000001"})"),
+                                    QByteArray(good).replace("Z\"", "\"")}) {
+        test::writeFile(metadataPath, bytes);
+        try {
+            KavelProject::load(project->bundleURL());
+            FAIL() << "loaded " << bytes.toStdString();
+        } catch (const DecodeError &error) {
+            EXPECT_TRUE(error.description().contains(metadataPath)) << error.what();
+        }
+    }
+
+    QFile::remove(metadataPath);
+    EXPECT_THROW(KavelProject::load(project->bundleURL()), FileError);
+    QDir().mkpath(metadataPath);
+    EXPECT_THROW(KavelProject::load(project->bundleURL()), FileError);
+}
+
+TEST_F(ProjectBundle, AddingMediaCopiesAndRecordsIt)
+{
+    auto project = KavelProject::create(u"Media"_s, dir.path());
+    const QString original = path(u"in/Interview.final.mov"_s);
+    test::writeFile(original, QByteArray(4096, 'v'));
+
+    QSignalSpy metadataSpy(project.get(), &KavelProject::metadataChanged);
+    const SourceFile file = project->addSourceFile(QUrl::fromLocalFile(original));
+    EXPECT_EQ(file.originalName, u"Interview.final"_s);
+    EXPECT_EQ(file.filename, json::uuidString(file.id) + u".mov"_s);
+    EXPECT_EQ(project->metadata().sourceFiles, QList<SourceFile> {file});
+    EXPECT_EQ(metadataSpy.count(), 1);
+
+    const auto url = project->sourceFileURL(file.id);
+    ASSERT_TRUE(url.has_value());
+    EXPECT_EQ(fileio::readFile(url->toLocalFile()), fileio::readFile(original));
+    EXPECT_TRUE(QFileInfo::exists(original)) << "the user's file must be copied, not moved";
+    EXPECT_EQ(project->sourceMediaURL(), url);
+
+    // Recorded on disk too.
+    auto loaded = KavelProject::load(project->bundleURL());
+    EXPECT_EQ(loaded->metadata().sourceFiles, QList<SourceFile> {file});
+
+    const QString bare = path(u"in/README"_s);
+    test::writeFile(bare, "x");
+    const SourceFile noExtension = project->addSourceFile(QUrl::fromLocalFile(bare));
+    EXPECT_TRUE(noExtension.filename.endsWith(u'.'));
+    EXPECT_EQ(noExtension.originalName, u"README"_s);
+
+    EXPECT_FALSE(project->sourceFileURL(QUuid::createUuid()).has_value());
+    QFile::remove(url->toLocalFile());
+    EXPECT_FALSE(project->sourceFileURL(file.id).has_value());
+}
+
+TEST_F(ProjectBundle, AddingAMissingFileFailsAndRecordsNothing)
+{
+    auto project = KavelProject::create(u"Missing"_s, dir.path());
+    try {
+        project->addSourceFile(QUrl::fromLocalFile(path(u"nope.mp4"_s)));
+        FAIL();
+    } catch (const FileError &error) {
+        EXPECT_EQ(error.kind(), FileError::Kind::notFound);
+        EXPECT_TRUE(error.description().contains(u"nope.mp4"_s));
+    }
+    EXPECT_TRUE(project->metadata().sourceFiles.isEmpty());
+    EXPECT_TRUE(QDir(project->mediaDirectory()).isEmpty());
+    EXPECT_FALSE(project->sourceMediaURL().has_value());
+}
+
+TEST_F(ProjectBundle, SourceMediaFallsBackToAMediaFileInTheFolder)
+{
+    auto project = KavelProject::create(u"Fallback"_s, dir.path());
+    test::writeFile(QDir(project->mediaDirectory()).filePath(u"notes.txt"_s), "x");
+    test::writeFile(QDir(project->mediaDirectory()).filePath(u"talk.ogg"_s), "x");
+    EXPECT_FALSE(project->sourceMediaURL().has_value());
+    test::writeFile(QDir(project->mediaDirectory()).filePath(u"Clip.MP4"_s), "x");
+    ASSERT_TRUE(project->sourceMediaURL().has_value());
+    EXPECT_TRUE(project->sourceMediaURL()->toLocalFile().endsWith(u"Clip.MP4"_s));
+}
+
+TEST_F(ProjectBundle, FailedWriteLeavesThePreviousFileIntact)
+{
+    auto project = KavelProject::create(u"Full"_s, dir.path());
+    project->setParagraphs(sampleParagraphs(1, 2));
+    project->saveTimeline();
+    const QString timelinePath = QDir(project->bundlePath()).filePath(u"timeline.json"_s);
+    const QByteArray before = fileio::readFile(timelinePath);
+
+    // A file-size limit makes every write past it fail, like a full disk, for root too.
+    project->setParagraphs(sampleParagraphs(50, 50));
+    rlimit saved {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit tight = saved;
+    tight.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+    bool threw = false;
+    try {
+        project->saveTimeline();
+    } catch (const FileError &error) {
+        threw = error.kind() == FileError::Kind::writeFailed;
+    }
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, previousHandler);
+
+    EXPECT_TRUE(threw);
+    EXPECT_EQ(fileio::readFile(timelinePath), before);
+    EXPECT_EQ(project->paragraphs().size(), 50) << "the edit in memory must survive a failed save";
+    QStringList leftovers = QDir(project->bundlePath()).entryList(QDir::Files);
+    leftovers.sort();
+    EXPECT_EQ(leftovers, (QStringList {u"project.json"_s, u"timeline.json"_s}));
+}

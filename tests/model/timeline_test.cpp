@@ -1,0 +1,157 @@
+#include "model/errors.h"
+#include "model/timeline.h"
+
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+WordBlock word(const QString &text, double start, double end, std::optional<QString> speaker = {},
+               qint64 sortOrder = 0)
+{
+    WordBlock b;
+    b.id = QUuid::createUuid();
+    b.text = text;
+    b.mediaStart = start;
+    b.mediaEnd = end;
+    b.speakerLabel = std::move(speaker);
+    b.sortOrder = sortOrder;
+    return b;
+}
+
+Paragraph paragraph(qint64 sortOrder, QList<WordBlock> words)
+{
+    Paragraph p;
+    p.id = QUuid::createUuid();
+    p.sortOrder = sortOrder;
+    p.wordBlocks = std::move(words);
+    return p;
+}
+
+QStringList texts(const QList<WordBlock> &blocks)
+{
+    QStringList out;
+    for (const WordBlock &b : blocks)
+        out << b.text;
+    return out;
+}
+
+} // namespace
+
+TEST(Flatten, OrdersByParagraphSortOrderAndRenumbersWords)
+{
+    WordBlock deleted = word(u"c"_s, 2, 3);
+    deleted.isDeleted = true;
+    const QList<Paragraph> paragraphs {
+        paragraph(5, {word(u"x"_s, 10, 11, {}, 40), word(u"y"_s, 11, 12, {}, 41)}),
+        paragraph(1, {word(u"a"_s, 0, 1, {}, 99), word(u"b"_s, 1, 2), deleted}),
+        paragraph(3, {}),
+    };
+    const QList<WordBlock> flat = flattenParagraphs(paragraphs);
+    EXPECT_EQ(texts(flat), (QStringList {u"a"_s, u"b"_s, u"c"_s, u"x"_s, u"y"_s}));
+    for (qsizetype i = 0; i < flat.size(); ++i)
+        EXPECT_EQ(flat[i].sortOrder, i);
+    EXPECT_TRUE(flat[2].isDeleted);
+    // The input is a value: flattening does not renumber the caller's words.
+    EXPECT_EQ(paragraphs[1].wordBlocks[0].sortOrder, 99);
+}
+
+TEST(Flatten, EqualSortOrdersKeepInputOrderAndEmptyInputsGiveNothing)
+{
+    const QList<Paragraph> tied {paragraph(0, {word(u"first"_s, 0, 1)}),
+                                 paragraph(0, {word(u"second"_s, 5, 6)}),
+                                 paragraph(-1, {word(u"zeroth"_s, 9, 10)})};
+    EXPECT_EQ(texts(flattenParagraphs(tied)), (QStringList {u"zeroth"_s, u"first"_s, u"second"_s}));
+    EXPECT_TRUE(flattenParagraphs({}).isEmpty());
+    EXPECT_TRUE(flattenParagraphs({paragraph(0, {}), paragraph(1, {})}).isEmpty());
+}
+
+TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSeconds)
+{
+    const QList<WordBlock> blocks {
+        word(u"A"_s, 0.0, 0.5, u"1"_s, 0), word(u"B"_s, 2.5, 3.0, u"1"_s, 1),
+        word(u"C"_s, 5.1, 5.4, u"1"_s, 2), word(u"D"_s, 5.5, 6.0, u"2"_s, 3)};
+    const QList<Paragraph> paragraphs = groupWordBlocks(blocks);
+    ASSERT_EQ(paragraphs.size(), 3);
+    EXPECT_EQ(texts(paragraphs[0].wordBlocks), (QStringList {u"A"_s, u"B"_s}));
+    EXPECT_EQ(texts(paragraphs[1].wordBlocks), (QStringList {u"C"_s}));
+    EXPECT_EQ(texts(paragraphs[2].wordBlocks), (QStringList {u"D"_s}));
+    for (qsizetype i = 0; i < paragraphs.size(); ++i) {
+        EXPECT_EQ(paragraphs[i].sortOrder, i);
+        EXPECT_FALSE(paragraphs[i].id.isNull());
+    }
+    EXPECT_EQ(paragraphs[0].speakerLabel, u"1"_s);
+    EXPECT_EQ(paragraphs[2].speakerLabel, u"2"_s);
+    EXPECT_NE(paragraphs[0].id, paragraphs[1].id);
+    // Words keep their own sort orders.
+    EXPECT_EQ(paragraphs[2].wordBlocks[0].sortOrder, 3);
+}
+
+TEST(Group, SortsBySortOrderAndTreatsMissingSpeakersAsOneSpeaker)
+{
+    // Given out of order; overlap joins; nil never matches a present label.
+    const QList<WordBlock> blocks {word(u"c"_s, 10.0, 10.5, {}, 2), word(u"a"_s, 0.0, 1.0, {}, 0),
+                                   word(u"b"_s, 0.8, 1.2, {}, 1),
+                                   word(u"d"_s, 10.6, 11.0, u"x"_s, 3),
+                                   word(u"e"_s, 11.0, 11.2, {}, 4)};
+    const QList<Paragraph> paragraphs = groupWordBlocks(blocks);
+    ASSERT_EQ(paragraphs.size(), 4);
+    EXPECT_EQ(texts(paragraphs[0].wordBlocks), (QStringList {u"a"_s, u"b"_s}));
+    EXPECT_EQ(texts(paragraphs[1].wordBlocks), (QStringList {u"c"_s}));
+    EXPECT_EQ(texts(paragraphs[2].wordBlocks), (QStringList {u"d"_s}));
+    EXPECT_EQ(texts(paragraphs[3].wordBlocks), (QStringList {u"e"_s}));
+    EXPECT_FALSE(paragraphs[0].speakerLabel.has_value());
+    EXPECT_TRUE(groupWordBlocks({}).isEmpty());
+}
+
+TEST(Group, GapIsMeasuredFromThePreviousWordEvenAcrossParagraphs)
+{
+    // "b" opens a new paragraph (speaker change); "c" is measured against "b", not
+    // against the last word of its own speaker.
+    const QList<WordBlock> blocks {word(u"a"_s, 0, 1, u"1"_s, 0), word(u"b"_s, 1, 2, u"2"_s, 1),
+                                   word(u"c"_s, 3.5, 4, u"2"_s, 2)};
+    const QList<Paragraph> paragraphs = groupWordBlocks(blocks);
+    ASSERT_EQ(paragraphs.size(), 2);
+    EXPECT_EQ(texts(paragraphs[1].wordBlocks), (QStringList {u"b"_s, u"c"_s}));
+}
+
+TEST(TimelineDocument, WritesSortedKeysAndReadsBack)
+{
+    TimelineV2 timeline;
+    timeline.paragraphs = {paragraph(0, {word(u"hello"_s, 0, 0.4, u"S"_s)}),
+                           paragraph(1, {word(u"world"_s, 0.5, 0.9)})};
+    const QByteArray bytes = encodeTimelineDocument(timeline);
+    EXPECT_EQ(decodeTimelineDocument(bytes), timeline);
+    // Indented, and keys in alphabetical order at every level.
+    EXPECT_TRUE(bytes.contains("\n  \"paragraphs\": ["));
+    EXPECT_LT(bytes.indexOf("\"paragraphs\""), bytes.indexOf("\"version\": 2"));
+    EXPECT_LT(bytes.indexOf("\"id\""), bytes.indexOf("\"sortOrder\""));
+    EXPECT_LT(bytes.indexOf("\"fadeInDuration\""), bytes.indexOf("\"mediaEnd\""));
+
+    EXPECT_EQ(encodeTimelineDocument(TimelineV2 {}).simplified(),
+              QByteArray(R"({ "paragraphs": [], "version": 2 })"));
+}
+
+TEST(TimelineDocument, RejectsWhatIsNotATimeline)
+{
+    EXPECT_THROW(decodeTimelineDocument("not json"), DecodeError);
+    EXPECT_THROW(decodeTimelineDocument(R"({"paragraphs": []})"), DecodeError);
+    EXPECT_THROW(decodeTimelineDocument(R"({"version": 2})"), DecodeError);
+    EXPECT_THROW(decodeTimelineDocument(R"({"version": "2", "paragraphs": []})"), DecodeError);
+    EXPECT_THROW(decodeTimelineDocument("[]"), DecodeError);
+    // The version number is not checked.
+    EXPECT_EQ(decodeTimelineDocument(R"({"version": 7, "paragraphs": []})").version, 7);
+
+    EXPECT_EQ(decodeFlatWordBlocks("[]").size(), 0);
+    EXPECT_THROW(decodeFlatWordBlocks("{}"), DecodeError);
+    EXPECT_THROW(decodeFlatWordBlocks("[1]"), DecodeError);
+}
+
+TEST(TrackTypeRaw, RoundTrips)
+{
+    for (TrackType type : {TrackType::video, TrackType::audio})
+        EXPECT_EQ(trackTypeFromRaw(toRawValue(type)), type);
+    EXPECT_FALSE(trackTypeFromRaw(u"Video"_s).has_value());
+}

@@ -1,0 +1,56 @@
+#include "transcriptbuilder.h"
+
+namespace kavel::test {
+
+QList<Paragraph> transcript(const QList<QStringList> &paragraphs)
+{
+    QList<Paragraph> list;
+    double t = 0.0;
+    qint64 order = 0;
+    for (const QStringList &words : paragraphs) {
+        Paragraph p;
+        p.id = QUuid::createUuid();
+        p.sortOrder = list.size();
+        for (const QString &text : words) {
+            WordBlock b;
+            b.id = QUuid::createUuid();
+            b.text = text;
+            b.mediaStart = t;
+            b.mediaEnd = t + 0.4;
+            b.sortOrder = order++;
+            t += 0.5;
+            p.wordBlocks.append(b);
+        }
+        list.append(p);
+    }
+    return list;
+}
+
+QUuid wordId(const QList<Paragraph> &paragraphs, const QString &text)
+{
+    for (const Paragraph &p : paragraphs) {
+        for (const WordBlock &b : p.wordBlocks) {
+            if (b.text == text)
+                return b.id;
+        }
+    }
+    return {};
+}
+
+QStringList wordTexts(const Paragraph &paragraph)
+{
+    QStringList texts;
+    for (const WordBlock &b : paragraph.wordBlocks)
+        texts << b.text;
+    return texts;
+}
+
+QString documentText(const QList<Paragraph> &paragraphs)
+{
+    QStringList parts;
+    for (const Paragraph &p : paragraphs)
+        parts << wordTexts(p).join(QLatin1Char(' '));
+    return parts.join(QLatin1String(" | "));
+}
+
+} // namespace kavel::test

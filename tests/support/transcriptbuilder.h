@@ -1,0 +1,19 @@
+#pragma once
+
+#include "model/paragraph.h"
+
+#include <QList>
+#include <QStringList>
+
+namespace kavel::test {
+
+// Builds transcripts from word lists: paragraph i holds the given words, 0.5 s apart,
+// and gets sortOrder i. Word ids are fresh; look words up by text with wordId().
+QList<Paragraph> transcript(const QList<QStringList> &paragraphs);
+
+QUuid wordId(const QList<Paragraph> &paragraphs, const QString &text);
+QStringList wordTexts(const Paragraph &paragraph);
+// All words of the document in order, paragraphs separated by "|".
+QString documentText(const QList<Paragraph> &paragraphs);
+
+} // namespace kavel::test
