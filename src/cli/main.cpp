@@ -1,4 +1,5 @@
 #include "clioutput.h"
+#include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"
 
@@ -26,6 +27,12 @@ const QList<Command> &commands()
         {u"add-media"_s, u"BUNDLE FILE..."_s, u"copy media files into a project"_s, runAddMedia},
         {u"info"_s, u"BUNDLE [--json]"_s,
          u"show title, dates, sources, counts and the words with their times"_s, runInfo},
+        {u"list"_s, u"[--json]"_s,
+         u"list the projects, newest first, as the home page shows them"_s, runList},
+        {u"thumbnail"_s, u"BUNDLE OUT.png"_s, u"write a project's card thumbnail"_s, runThumbnail},
+        {u"composition"_s, u"BUNDLE"_s,
+         u"print where each word plays in the preview, the duration and the cut stretches"_s,
+         runComposition},
     };
     return table;
 }

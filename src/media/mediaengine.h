@@ -4,7 +4,6 @@
 
 #include <QImage>
 #include <QObject>
-
 #include <functional>
 #include <memory>
 #include <optional>
@@ -83,8 +82,7 @@ public:
     virtual std::unique_ptr<Player> createPlayer() = 0;
     // Throws MediaError for a file that has no picture or cannot be opened.
     virtual std::unique_ptr<ThumbnailGenerator>
-    createThumbnailGenerator(const QString &path, const ThumbnailOptions &options)
-        = 0;
+    createThumbnailGenerator(const QString &path, const ThumbnailOptions &options) = 0;
 };
 
 } // namespace kavel::media

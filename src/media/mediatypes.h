@@ -6,7 +6,6 @@
 #include <QSize>
 #include <QString>
 #include <QUuid>
-
 #include <cmath>
 
 // Value types that cross the seam between the engine-free playback and export logic and
@@ -87,7 +86,7 @@ struct SegmentFailure
 struct ThumbnailOptions
 {
     // The frame is scaled to fit inside, aspect kept.
-    QSize maximumSize{160, 90};
+    QSize maximumSize {160, 90};
     // How far from the requested time the engine may pick a frame (e.g. a keyframe).
     double toleranceBefore = 0.0;
     double toleranceAfter = 0.0;

@@ -1,7 +1,11 @@
 #include "compositionplan.h"
 
+#include "model/jsonfields.h"
+
 #include <algorithm>
 #include <cmath>
+
+using namespace Qt::StringLiterals;
 
 namespace kavel {
 
@@ -37,10 +41,9 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
     plan.editList.segments.reserve(sorted.size());
     qint64 insertAt = 0;
     for (const WordBlock &block : std::as_const(sorted)) {
-        const auto source = std::find_if(sources.cbegin(), sources.cend(),
-                                         [&](const SourceTrackInfo &s) {
-                                             return s.id == block.sourceFileId;
-                                         });
+        const auto source
+            = std::find_if(sources.cbegin(), sources.cend(),
+                           [&](const SourceTrackInfo &s) { return s.id == block.sourceFileId; });
         const SourceTrackInfo &tracks = source != sources.cend() ? *source : sources.first();
 
         double start = std::max(block.mediaStart, 0.0);
@@ -63,13 +66,67 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
         segment.sourceEnd = fromTicks(endTicks);
         segment.compositionStart = fromTicks(insertAt);
         segment.withVideo = tracks.hasVideo;
-        segment.audio = {block.volumeLevel, block.isMuted, block.fadeInDuration,
-                         block.fadeOutDuration};
+        segment.audio
+            = {block.volumeLevel, block.isMuted, block.fadeInDuration, block.fadeOutDuration};
         plan.editList.segments.append(segment);
         insertAt += endTicks - startTicks;
     }
     plan.duration = fromTicks(insertAt);
     return plan;
+}
+
+LoadedSources loadSourceTracks(media::MediaEngine &engine, const QList<PlaybackSource> &sources,
+                               const std::function<void(const QString &)> &log)
+{
+    LoadedSources loaded;
+    for (const PlaybackSource &source : sources) {
+        media::MediaInfo info;
+        try {
+            info = engine.probe(source.url.toLocalFile());
+        } catch (const Error &error) {
+            log(u"Failed to load tracks for "_s + json::uuidString(source.id) + u": "_s
+                + error.description());
+            continue;
+        }
+        if (!info.hasAudio) {
+            log(u"No audio track for "_s + json::uuidString(source.id) + u", skipping"_s);
+            continue;
+        }
+        loaded.tracks.append({source.id, source.url.toLocalFile(), info.hasVideo,
+                              info.hasVideo ? info.videoDuration : info.audioDuration});
+        if (std::isfinite(info.duration))
+            loaded.totalDuration += info.duration;
+    }
+    return loaded;
+}
+
+QList<DeletedTimeRange> deletedTimeRanges(const QList<WordBlock> &blocks, double sourceDuration)
+{
+    QList<WordBlock> sorted = blocks;
+    std::stable_sort(sorted.begin(), sorted.end(), [](const WordBlock &a, const WordBlock &b) {
+        return a.mediaStart < b.mediaStart;
+    });
+    double total = sourceDuration;
+    if (!(total > 0))
+        total = sorted.isEmpty() ? 1.0 : sorted.last().mediaEnd + 1.0;
+
+    QList<DeletedTimeRange> ranges;
+    if (sorted.isEmpty()) {
+        ranges.append({0.0, total});
+        return ranges;
+    }
+    if (sorted.first().mediaStart > 0.05)
+        ranges.append({0.0, sorted.first().mediaStart});
+    for (qsizetype i = 1; i < sorted.size(); ++i) {
+        const WordBlock &prev = sorted.at(i - 1);
+        const WordBlock &next = sorted.at(i);
+        if (next.mediaStart - prev.mediaEnd > 0.05)
+            ranges.append({prev.mediaEnd, next.mediaStart});
+    }
+    // A remainder under 0.1 s is usually the container padding the last word.
+    if (total - sorted.last().mediaEnd > 0.1)
+        ranges.append({sorted.last().mediaEnd, total});
+    return ranges;
 }
 
 } // namespace kavel

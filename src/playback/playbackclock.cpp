@@ -1,7 +1,6 @@
 #include "playbackclock.h"
 
 #include <QTimer>
-
 #include <cmath>
 
 namespace kavel {

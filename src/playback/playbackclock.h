@@ -3,7 +3,6 @@
 #include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
-
 #include <functional>
 
 class QTimer;

@@ -4,7 +4,6 @@
 
 #include <QPointer>
 #include <QTextStream>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -48,7 +47,7 @@ QString blockSignature(const QList<WordBlock> &blocks)
         if (!signature.isEmpty())
             signature += u'|';
         signature += json::uuidString(block.id) + u':' + shortestDecimal(block.mediaStart) + u'-'
-                     + shortestDecimal(block.mediaEnd);
+            + shortestDecimal(block.mediaEnd);
     }
     return signature;
 }
@@ -60,9 +59,8 @@ VideoPlayerViewModel::VideoPlayerViewModel(media::MediaEngine &engine, PlaybackC
     , m_clock(clock)
     , m_player(engine.createPlayer())
 {
-    m_timeObserver = m_player->addPeriodicTimeObserver(periodicInterval, [this](double t) {
-        onPeriodicTime(t);
-    });
+    m_timeObserver = m_player->addPeriodicTimeObserver(periodicInterval,
+                                                       [this](double t) { onPeriodicTime(t); });
 }
 
 VideoPlayerViewModel::~VideoPlayerViewModel()
@@ -128,27 +126,12 @@ void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
 
 void VideoPlayerViewModel::finishLoadingSources()
 {
-    m_sourceTracks.clear();
-    double total = 0.0;
-    for (const SourceAsset &asset : std::as_const(m_sourceAssets)) {
-        media::MediaInfo info;
-        try {
-            info = m_engine.probe(asset.path);
-        } catch (const Error &error) {
-            log(u"Failed to load tracks for "_s + json::uuidString(asset.id) + u": "_s
-                + error.description());
-            continue;
-        }
-        if (!info.hasAudio) {
-            log(u"No audio track for "_s + json::uuidString(asset.id) + u", skipping"_s);
-            continue;
-        }
-        m_sourceTracks.append({asset.id, asset.path, info.hasVideo,
-                               info.hasVideo ? info.videoDuration : info.audioDuration});
-        if (std::isfinite(info.duration))
-            total += info.duration;
-    }
-    m_sourceDuration = total;
+    QList<PlaybackSource> sources;
+    for (const SourceAsset &asset : std::as_const(m_sourceAssets))
+        sources.append({asset.id, QUrl::fromLocalFile(asset.path)});
+    LoadedSources loaded = loadSourceTracks(m_engine, sources, log);
+    m_sourceTracks = std::move(loaded.tracks);
+    m_sourceDuration = loaded.totalDuration;
     m_tracksLoaded = true;
     rebuildComposition();
 }
@@ -167,14 +150,12 @@ void VideoPlayerViewModel::rebuildComposition()
     }
 
     CompositionPlan plan = planComposition(m_wordBlocks, m_sourceTracks);
-    const QList<media::SegmentFailure> failures
-        = m_player->replaceWithComposition(plan.editList);
+    const QList<media::SegmentFailure> failures = m_player->replaceWithComposition(plan.editList);
     for (const media::SegmentFailure &failure : failures) {
         const media::EditSegment &segment = plan.editList.segments.at(failure.index);
-        const auto tracks = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
-                                         [&](const SourceTrackInfo &s) {
-                                             return s.path == segment.sourcePath;
-                                         });
+        const auto tracks
+            = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
+                           [&](const SourceTrackInfo &s) { return s.path == segment.sourcePath; });
         const double trackDur = tracks != m_sourceTracks.cend() ? tracks->trackDuration : 0.0;
         log(u"Failed to insert segment for "_s + json::uuidString(segment.blockId) + u" ["_s
             + number(segment.sourceStart) + u'-' + number(segment.sourceEnd) + u"] trackDur="_s
@@ -191,12 +172,12 @@ void VideoPlayerViewModel::rebuildComposition()
         } else if (m_compositionMap.isEmpty()) {
             target = 0.0;
         } else {
-            const auto nearest = std::min_element(
-                m_compositionMap.cbegin(), m_compositionMap.cend(),
-                [anchor](const CompositionEntry &a, const CompositionEntry &b) {
-                    return std::abs(a.block.mediaStart - anchor)
-                           < std::abs(b.block.mediaStart - anchor);
-                });
+            const auto nearest
+                = std::min_element(m_compositionMap.cbegin(), m_compositionMap.cend(),
+                                   [anchor](const CompositionEntry &a, const CompositionEntry &b) {
+                                       return std::abs(a.block.mediaStart - anchor)
+                                           < std::abs(b.block.mediaStart - anchor);
+                                   });
             target = nearest->compositionStart;
         }
         m_pendingSeekBlockId.reset();
@@ -284,31 +265,7 @@ void VideoPlayerViewModel::onPeriodicTime(double t)
 
 void VideoPlayerViewModel::recomputeDeletedTimeRanges()
 {
-    QList<WordBlock> sorted = m_wordBlocks;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const WordBlock &a, const WordBlock &b) {
-        return a.mediaStart < b.mediaStart;
-    });
-    double total = m_sourceDuration;
-    if (!(total > 0))
-        total = sorted.isEmpty() ? 1.0 : sorted.last().mediaEnd + 1.0;
-
-    QList<DeletedTimeRange> ranges;
-    if (sorted.isEmpty()) {
-        ranges.append({0.0, total});
-    } else {
-        if (sorted.first().mediaStart > 0.05)
-            ranges.append({0.0, sorted.first().mediaStart});
-        for (qsizetype i = 1; i < sorted.size(); ++i) {
-            const WordBlock &prev = sorted.at(i - 1);
-            const WordBlock &next = sorted.at(i);
-            if (next.mediaStart - prev.mediaEnd > 0.05)
-                ranges.append({prev.mediaEnd, next.mediaStart});
-        }
-        // A trailing remainder shorter than 0.1 s is usually the container padding the
-        // last word, not something the user cut.
-        if (total - sorted.last().mediaEnd > 0.1)
-            ranges.append({sorted.last().mediaEnd, total});
-    }
+    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_wordBlocks, m_sourceDuration);
     if (ranges != m_deletedTimeRanges) {
         m_deletedTimeRanges = std::move(ranges);
         Q_EMIT deletedTimeRangesChanged();
@@ -387,7 +344,8 @@ const CompositionEntry *VideoPlayerViewModel::entryOfBlock(const QUuid &id) cons
 void VideoPlayerViewModel::seekToBlock(const WordBlock &block)
 {
     const CompositionEntry *entry = entryOfBlock(block.id);
-    const double t = entry ? entry->compositionStart : sourceTimeToCompositionTime(block.mediaStart);
+    const double t
+        = entry ? entry->compositionStart : sourceTimeToCompositionTime(block.mediaStart);
     m_player->seek(t, [](bool) {});
     setCurrentTime(t);
     setActiveWordBlockId(block.id);
@@ -409,14 +367,14 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
     m_player->seek(start, [](bool) {});
     setCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
-    m_boundaryObserver = m_player->addBoundaryTimeObserver(
-        {end}, [this, self, onFinish = std::move(onFinish)] {
-            if (!self)
-                return;
-            pause();
-            if (onFinish)
-                onFinish();
-        });
+    m_boundaryObserver
+        = m_player->addBoundaryTimeObserver({end}, [this, self, onFinish = std::move(onFinish)] {
+              if (!self)
+                  return;
+              pause();
+              if (onFinish)
+                  onFinish();
+          });
     startPlayback();
 }
 

@@ -8,28 +8,11 @@
 #include <QImage>
 #include <QObject>
 #include <QUrl>
-
 #include <functional>
 #include <memory>
 #include <optional>
 
 namespace kavel {
-
-// A stretch of SOURCE time that the edited result does not play, in seconds.
-struct DeletedTimeRange
-{
-    double start = 0.0;
-    double end = 0.0;
-
-    friend bool operator==(const DeletedTimeRange &, const DeletedTimeRange &) = default;
-};
-
-// A source file the preview may play: the project's source id and its copy's location.
-struct PlaybackSource
-{
-    QUuid id;
-    QUrl url;
-};
 
 // The editor's preview: plays the surviving word blocks end to end and keeps the play
 // head, the active word and the deleted stretches in step with edits. The editor is the
@@ -40,8 +23,8 @@ class VideoPlayerViewModel : public QObject
     Q_PROPERTY(double currentTime READ currentTime NOTIFY currentTimeChanged)
     Q_PROPERTY(double duration READ duration NOTIFY durationChanged)
     Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY isPlayingChanged)
-    Q_PROPERTY(float playbackSpeed READ playbackSpeed WRITE setPlaybackSpeed NOTIFY
-                   playbackSpeedChanged)
+    Q_PROPERTY(
+        float playbackSpeed READ playbackSpeed WRITE setPlaybackSpeed NOTIFY playbackSpeedChanged)
     Q_PROPERTY(double videoRotationDegrees READ videoRotationDegrees WRITE setVideoRotationDegrees
                    NOTIFY videoRotationDegreesChanged)
     Q_PROPERTY(float volume READ volume WRITE setVolume NOTIFY volumeChanged)
@@ -166,5 +149,3 @@ private:
 QString blockSignature(const QList<WordBlock> &blocks);
 
 } // namespace kavel
-
-Q_DECLARE_METATYPE(kavel::DeletedTimeRange)

@@ -35,7 +35,7 @@ TEST(CompositionPlan, FollowsSortOrderStablyAndCarriesGain)
     EXPECT_EQ(plan.map[0].block.id, zeroth.id);
     EXPECT_EQ(plan.map[1].block.id, first.id);
     EXPECT_EQ(plan.map[2].block.id, second.id);
-    EXPECT_EQ(plan.editList.segments[1].audio, (media::SegmentAudio{0.5f, true, 0.2, 0.3}));
+    EXPECT_EQ(plan.editList.segments[1].audio, (media::SegmentAudio {0.5f, true, 0.2, 0.3}));
     EXPECT_EQ(plan.editList.segments[2].blockId, second.id);
     EXPECT_DOUBLE_EQ(plan.duration, 2.5);
     EXPECT_TRUE(plan.editList.hasVideo);

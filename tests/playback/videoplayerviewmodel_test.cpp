@@ -1,11 +1,9 @@
+#include "model/jsonfields.h"
+#include "playback/videoplayerviewmodel.h"
 #include "support/fakeclock.h"
 #include "support/fakemediaengine.h"
 
-#include "model/jsonfields.h"
-#include "playback/videoplayerviewmodel.h"
-
 #include <QSignalSpy>
-
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -122,7 +120,7 @@ TEST_F(PlayerModel, NothingIsBuiltBeforeTracksAreLoadedThenLoadingRebuilds)
 TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
 {
     load();
-    const QList<WordBlock> blocks{word(1.0, 2.0), word(2.0, 3.0), word(4.0, 5.0)};
+    const QList<WordBlock> blocks {word(1.0, 2.0), word(2.0, 3.0), word(4.0, 5.0)};
     push(blocks);
     ASSERT_EQ(player->compositions.size(), 1);
 
@@ -146,7 +144,7 @@ TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
     EXPECT_EQ(clock.pendingCalls(), 0);
 
     // A time edit of the same count is debounced too; a text change is not an edit.
-    QList<WordBlock> edited{blocks[0], blocks[2]};
+    QList<WordBlock> edited {blocks[0], blocks[2]};
     edited[0].text = u"changed"_s;
     push(edited);
     clock.advance(1.0);
@@ -200,8 +198,9 @@ TEST_F(PlayerModel, SegmentsThatFailAreLoggedAndStillTakeTheirTime)
     push({bad, good});
     const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
 
-    EXPECT_EQ(log, u"[PlayerVM] Failed to insert segment for "_s + json::uuidString(bad.id)
-                       + u" [1.0-1.5] trackDur=60.0: decoder gone\n"_s);
+    EXPECT_EQ(log,
+              u"[PlayerVM] Failed to insert segment for "_s + json::uuidString(bad.id)
+                  + u" [1.0-1.5] trackDur=60.0: decoder gone\n"_s);
     ASSERT_EQ(model->compositionMap().size(), 2);
     EXPECT_DOUBLE_EQ(model->compositionMap()[1].compositionStart, 0.5);
     EXPECT_DOUBLE_EQ(model->duration(), 1.0);
@@ -311,10 +310,10 @@ TEST_F(PlayerModel, DeletedRangesMarkTheUnplayedSourceStretches)
 {
     load({{videoId, QUrl::fromLocalFile(u"/m/video.mp4"_s)}});
     push({word(0.04, 1.0), word(1.04, 2.0), word(5.0, 6.0), word(2.0, 3.0), word(59.95, 59.97)});
-    EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange>{{3.0, 5.0}, {6.0, 59.95}}));
+    EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange> {{3.0, 5.0}, {6.0, 59.95}}));
 
     push({word(0.1, 1.0), word(1.0, 59.0)});
-    EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange>{{0.0, 0.1}, {59.0, 60.0}}));
+    EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange> {{0.0, 0.1}, {59.0, 60.0}}));
 }
 
 TEST_F(PlayerModel, WithoutSourceDurationTheTrailingRangeEndsOneSecondAfterTheLastWord)
@@ -326,13 +325,13 @@ TEST_F(PlayerModel, WithoutSourceDurationTheTrailingRangeEndsOneSecondAfterTheLa
     EXPECT_EQ(model->sourceDuration(), 0.0);
     push({word(1.0, 2.0), word(4.0, 5.0)});
     EXPECT_EQ(model->deletedTimeRanges(),
-              (QList<DeletedTimeRange>{{0.0, 1.0}, {2.0, 4.0}, {5.0, 6.0}}));
+              (QList<DeletedTimeRange> {{0.0, 1.0}, {2.0, 4.0}, {5.0, 6.0}}));
 }
 
 TEST_F(PlayerModel, WithoutBlocksTheRawFirstSourcePlays)
 {
     load(); // before a transcript exists
-    EXPECT_EQ(player->rawSources, QStringList{u"/m/video.mp4"_s});
+    EXPECT_EQ(player->rawSources, QStringList {u"/m/video.mp4"_s});
     push({word(1.0, 2.0)});
     ASSERT_FALSE(model->deletedTimeRanges().isEmpty());
     push({});
@@ -426,7 +425,7 @@ TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
     ASSERT_TRUE(model->thumbnail(videoId, 10.4));
     ASSERT_TRUE(model->thumbnail(videoId, 10.1));
     ASSERT_TRUE(model->thumbnail(videoId, 10.25));
-    EXPECT_EQ(engine.framesRequested, (QList<double>{10.0, 10.5}));
+    EXPECT_EQ(engine.framesRequested, (QList<double> {10.0, 10.5}));
     EXPECT_EQ(engine.generatorsMade, 1);
 
     EXPECT_FALSE(model->thumbnail(videoId, 75.0));

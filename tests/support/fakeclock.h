@@ -12,7 +12,7 @@ class FakeClock final : public PlaybackClock
 public:
     explicit FakeClock(double start = 1000.0)
         : m_now(start)
-    {}
+    { }
 
     double now() const override { return m_now; }
     CallId callAfter(double delay, std::function<void()> call) override;

@@ -1,7 +1,6 @@
 #include "fakemediaengine.h"
 
 #include <QColor>
-
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -121,7 +120,7 @@ public:
         : m_engine(engine)
         , m_size(size)
         , m_duration(duration)
-    {}
+    { }
 
     std::optional<QImage> imageAt(double seconds) override
     {
@@ -155,7 +154,8 @@ std::unique_ptr<media::Player> FakeMediaEngine::createPlayer()
 }
 
 std::unique_ptr<media::ThumbnailGenerator>
-FakeMediaEngine::createThumbnailGenerator(const QString &path, const media::ThumbnailOptions &options)
+FakeMediaEngine::createThumbnailGenerator(const QString &path,
+                                          const media::ThumbnailOptions &options)
 {
     const media::MediaInfo info = probe(path);
     if (!info.hasVideo)

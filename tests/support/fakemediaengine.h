@@ -3,7 +3,6 @@
 #include "media/mediaengine.h"
 
 #include <QHash>
-
 #include <memory>
 
 namespace kavel::test {
@@ -21,7 +20,8 @@ public:
     void setVolume(float volume) override { m_volume = volume; }
     void seek(double seconds, std::function<void(bool)> completion) override;
     double currentTime() const override { return m_time; }
-    ObserverId addPeriodicTimeObserver(double interval, std::function<void(double)> callback) override;
+    ObserverId addPeriodicTimeObserver(double interval,
+                                       std::function<void(double)> callback) override;
     ObserverId addBoundaryTimeObserver(const QList<double> &times,
                                        std::function<void()> callback) override;
     void removeTimeObserver(ObserverId id) override;

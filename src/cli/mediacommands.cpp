@@ -1,0 +1,153 @@
+#include "mediacommands.h"
+
+#include "clioutput.h"
+#include "media/mlt/mltengine.h"
+#include "model/jsonfields.h"
+#include "model/kavelproject.h"
+#include "model/projectpaths.h"
+#include "model/projectstore.h"
+#include "model/timeline.h"
+#include "playback/compositionplan.h"
+
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::cli {
+
+namespace {
+
+QStringList parse(QCommandLineParser &parser, const QString &command, const QStringList &arguments,
+                  const QStringList &names)
+{
+    parser.addHelpOption();
+    for (const QString &name : names)
+        parser.addPositionalArgument(name, QString());
+    parser.process(QStringList {u"kavel-cli "_s + command} + arguments);
+    const QStringList values = parser.positionalArguments();
+    if (values.size() != names.size())
+        throw CommandFailure {u"usage: kavel-cli "_s + command + u' ' + names.join(u' '), 2};
+    return values;
+}
+
+std::unique_ptr<KavelProject> openBundle(const QString &path)
+{
+    return KavelProject::load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+}
+
+QString seconds(double value)
+{
+    return QString::number(value, 'f', 3);
+}
+
+} // namespace
+
+int runList(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"List the projects in the projects folder, newest first."_s);
+    const QCommandLineOption json(u"json"_s, u"print the list as JSON"_s);
+    parser.addOption(json);
+    parse(parser, u"list"_s, arguments, {});
+
+    media::mlt::MltMediaEngine engine;
+    ProjectStore store(engine, projectsDirectory());
+    store.refresh();
+
+    if (parser.isSet(json)) {
+        QJsonArray array;
+        for (const ProjectReference &reference : store.projects()) {
+            QJsonObject object = toJson(reference);
+            object.insert(u"dateText"_s, dateText(reference));
+            object.insert(u"sizeText"_s, sizeText(reference));
+            object.insert(u"durationText"_s, durationText(reference));
+            object.insert(u"hasThumbnail"_s, store.thumbnail(reference.id).has_value());
+            array.append(object);
+        }
+        out() << QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented));
+        out().flush();
+        return 0;
+    }
+    if (store.projects().isEmpty()) {
+        out() << u"没有项目："_s << projectsDirectory() << Qt::endl;
+        return 0;
+    }
+    for (const ProjectReference &reference : store.projects()) {
+        out() << reference.title << u"  "_s << dateText(reference) << u"  "_s << sizeText(reference)
+              << u"  "_s << durationText(reference) << u"  "_s << reference.wordBlockCount
+              << u" 词  "_s << reference.status << u"\n    "_s << reference.bundlePath << u'\n';
+    }
+    out().flush();
+    return 0;
+}
+
+int runThumbnail(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"Write the project's card thumbnail (320x180, from 1 s into its first source)."_s);
+    const QStringList values
+        = parse(parser, u"thumbnail"_s, arguments, {u"BUNDLE"_s, u"OUT.png"_s});
+
+    const auto project = openBundle(values.at(0));
+    const QList<SourceFile> &sources = project->metadata().sourceFiles;
+    const std::optional<QUrl> url
+        = sources.isEmpty() ? std::nullopt : project->sourceFileURL(sources.first().id);
+    if (!url)
+        throw CommandFailure {u"项目没有可用的媒体文件"_s};
+
+    media::mlt::MltMediaEngine engine;
+    media::ThumbnailOptions options;
+    options.maximumSize = ProjectStore::thumbnailSize;
+    options.toleranceBefore = options.toleranceAfter = ProjectStore::thumbnailTolerance;
+    const auto generator = engine.createThumbnailGenerator(url->toLocalFile(), options);
+    const std::optional<QImage> image = generator->imageAt(ProjectStore::thumbnailTime);
+    if (!image)
+        throw CommandFailure {u"无法从媒体中取出画面"_s};
+    if (!image->save(values.at(1), "PNG"))
+        throw CommandFailure {u"无法写入 "_s + values.at(1)};
+    out() << values.at(1) << u" ("_s << image->width() << u'x' << image->height() << u")\n"_s;
+    out().flush();
+    return 0;
+}
+
+int runComposition(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"Print the preview's composition of a project: where each word plays, the edited "
+        u"duration and the source stretches that are cut."_s);
+    const QStringList values = parse(parser, u"composition"_s, arguments, {u"BUNDLE"_s});
+
+    const auto project = openBundle(values.at(0));
+    QList<PlaybackSource> sources;
+    for (const SourceFile &source : project->metadata().sourceFiles)
+        if (const std::optional<QUrl> url = project->sourceFileURL(source.id))
+            sources.append({source.id, *url});
+
+    media::mlt::MltMediaEngine engine;
+    const LoadedSources loaded
+        = loadSourceTracks(engine, sources, [](const QString &line) { err() << line << Qt::endl; });
+    const QList<WordBlock> blocks = flattenParagraphs(project->paragraphs());
+    const CompositionPlan plan = planComposition(blocks, loaded.tracks);
+
+    out() << u"duration "_s << seconds(plan.duration) << u'\n';
+    out() << u"entries "_s << plan.map.size() << u" of "_s << blocks.size() << u" words\n"_s;
+    for (const CompositionEntry &entry : plan.map)
+        out() << u"  "_s << seconds(entry.compositionStart) << u"  "_s
+              << json::uuidString(entry.block.id) << u"  ["_s << seconds(entry.block.mediaStart)
+              << u'-' << seconds(entry.block.mediaEnd) << u"]  "_s << entry.block.text << u'\n';
+    const QList<DeletedTimeRange> deleted = deletedTimeRanges(blocks, loaded.totalDuration);
+    out() << u"deleted "_s << deleted.size() << u'\n';
+    for (const DeletedTimeRange &range : deleted)
+        out() << u"  "_s << seconds(range.start) << u'-' << seconds(range.end) << u'\n';
+    out().flush();
+    return 0;
+}
+
+} // namespace kavel::cli

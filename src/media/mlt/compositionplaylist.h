@@ -1,0 +1,95 @@
+#pragma once
+
+#include "gainfilter.h"
+#include "media/mediatypes.h"
+
+#include <QHash>
+#include <memory>
+#include <vector>
+
+namespace Mlt {
+class Playlist;
+class Producer;
+class Profile;
+} // namespace Mlt
+
+namespace kavel::media::mlt {
+
+// One stretch of one source in the playlist: a run of segments where each starts where
+// the previous ended, so that contiguous words share one boundary and play seamlessly.
+struct PlaylistEntry
+{
+    int source = 0;
+    // Source frames, out exclusive.
+    int inFrame = 0;
+    int outFrame = 0;
+    // Where the entry starts in the playlist, in frames.
+    int playlistFrame = 0;
+    // The exact stretch in seconds, from the edit list.
+    double timelineStart = 0.0;
+    double sourceStart = 0.0;
+    double length = 0.0;
+    qsizetype firstSegment = 0;
+    qsizetype segmentCount = 0;
+
+    int frames() const { return outFrame - inFrame; }
+};
+
+// An edit list as a live MLT playlist of playlists: entries are grouped in chunks (MLT
+// recounts a whole playlist on every change, so a flat one costs O(n²) to build), and a
+// new edit list is applied as a diff against the previous one. Also converts between
+// playlist frames and edited-timeline seconds per entry, so rounding to frames happens
+// once per boundary and never accumulates.
+class CompositionPlaylist
+{
+public:
+    static constexpr int chunkSize = 128;
+
+    explicit CompositionPlaylist(Mlt::Profile &profile);
+    ~CompositionPlaylist();
+    CompositionPlaylist(const CompositionPlaylist &) = delete;
+    CompositionPlaylist &operator=(const CompositionPlaylist &) = delete;
+
+    // Makes the playlist play `editList`. Returns the segments whose source could not be
+    // opened; they take their time as blank frames.
+    QList<SegmentFailure> apply(const EditList &editList);
+
+    Mlt::Playlist &playlist() { return *m_top; }
+    int frameCount() const;
+    double duration() const { return m_duration; }
+    const std::vector<PlaylistEntry> &entries() const { return m_entries; }
+    // How the last apply() went: entries removed and inserted, or a full rebuild.
+    struct Stats
+    {
+        int removed = 0;
+        int inserted = 0;
+        bool rebuilt = false;
+    };
+    const Stats &lastStats() const { return m_stats; }
+
+    double secondsAtFrame(int frame) const;
+    int frameAtSeconds(double seconds) const;
+
+private:
+    struct Chunk;
+    struct Source;
+
+    int sourceIndex(const QString &path);
+    void rebuild(const std::vector<PlaylistEntry> &entries);
+    void insertEntry(qsizetype position, const PlaylistEntry &entry);
+    void removeEntry(qsizetype position);
+    std::pair<qsizetype, int> locate(qsizetype position) const;
+    void settleChunks();
+
+    Mlt::Profile &m_profile;
+    std::unique_ptr<Mlt::Playlist> m_top;
+    std::vector<std::unique_ptr<Chunk>> m_chunks;
+    std::vector<Source> m_sources;
+    QHash<QString, int> m_sourceByPath;
+    std::vector<PlaylistEntry> m_entries;
+    std::unique_ptr<GainFilter> m_gain;
+    double m_duration = 0.0;
+    Stats m_stats;
+};
+
+} // namespace kavel::media::mlt

@@ -1,0 +1,89 @@
+#include "mediaprobe.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/display.h>
+}
+
+#include <cmath>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::media::mlt {
+
+namespace {
+
+QString avError(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    return QString::fromUtf8(text);
+}
+
+double streamSeconds(const AVFormatContext *context, const AVStream *stream)
+{
+    if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0)
+        return static_cast<double>(stream->duration) * av_q2d(stream->time_base);
+    if (context->duration != AV_NOPTS_VALUE && context->duration > 0)
+        return static_cast<double>(context->duration) / AV_TIME_BASE;
+    return 0.0;
+}
+
+int rotationOf(const AVStream *stream)
+{
+    size_t size = 0;
+    const uint8_t *matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    if (!matrix || size < 9 * sizeof(int32_t))
+        return 0;
+    // The matrix rotates counter-clockwise; the picture needs the opposite turn.
+    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t *>(matrix));
+    if (!std::isfinite(degrees))
+        return 0;
+    const int quarter = static_cast<int>(std::lround(degrees / 90.0));
+    return ((quarter % 4) + 4) % 4 * 90;
+}
+
+} // namespace
+
+ProbedMedia probeMedia(const QString &path)
+{
+    AVFormatContext *raw = nullptr;
+    const QByteArray file = path.toUtf8();
+    if (const int error = avformat_open_input(&raw, file.constData(), nullptr, nullptr); error < 0)
+        throw MediaError(u"无法打开媒体文件 "_s + path + u"："_s + avError(error));
+    std::unique_ptr<AVFormatContext, void (*)(AVFormatContext *)> context(
+        raw, [](AVFormatContext *c) { avformat_close_input(&c); });
+    if (const int error = avformat_find_stream_info(context.get(), nullptr); error < 0)
+        throw MediaError(u"无法读取媒体信息 "_s + path + u"："_s + avError(error));
+
+    ProbedMedia probed;
+    MediaInfo &info = probed.info;
+    if (context->duration != AV_NOPTS_VALUE && context->duration > 0)
+        info.duration = static_cast<double>(context->duration) / AV_TIME_BASE;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        const AVStream *stream = context->streams[i];
+        const AVCodecParameters *codec = stream->codecpar;
+        if (codec->codec_type == AVMEDIA_TYPE_VIDEO && !info.hasVideo
+            && !(stream->disposition & AV_DISPOSITION_ATTACHED_PIC)) {
+            info.hasVideo = true;
+            info.videoDuration = streamSeconds(context.get(), stream);
+            info.videoSize = {codec->width, codec->height};
+            AVRational rate
+                = stream->avg_frame_rate.num > 0 ? stream->avg_frame_rate : stream->r_frame_rate;
+            if (rate.num > 0 && rate.den > 0) {
+                probed.frameRate = {rate.num, rate.den};
+                info.frameRate = av_q2d(rate);
+            }
+            info.rotationDegrees = rotationOf(stream);
+        } else if (codec->codec_type == AVMEDIA_TYPE_AUDIO && !info.hasAudio) {
+            info.hasAudio = true;
+            info.audioDuration = streamSeconds(context.get(), stream);
+        }
+    }
+    if (!info.hasVideo && !info.hasAudio)
+        throw MediaError(u"文件中没有音视频轨道："_s + path);
+    return probed;
+}
+
+} // namespace kavel::media::mlt

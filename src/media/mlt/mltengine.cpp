@@ -1,0 +1,71 @@
+#include "mltengine.h"
+
+#include "mediaprobe.h"
+#include "mltplayer.h"
+#include "mltthumbnailgenerator.h"
+
+#include <Mlt.h>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <mutex>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::media::mlt {
+
+namespace {
+
+Mlt::Repository *startMlt(const QString &moduleDirectory)
+{
+    // MLT's factory is process-wide and cannot be restarted on another folder.
+    static std::once_flag once;
+    static Mlt::Repository *repository = nullptr;
+    std::call_once(once, [&] {
+        if (!QFileInfo(moduleDirectory).isDir())
+            return;
+        // FFmpeg's own console chatter about damaged files is not Kavel's log.
+        av_log_set_level(AV_LOG_FATAL);
+        repository = Mlt::Factory::init(QFile::encodeName(moduleDirectory).constData());
+    });
+    return repository;
+}
+
+} // namespace
+
+MltMediaEngine::MltMediaEngine(const QString &moduleDirectory)
+{
+    if (!startMlt(moduleDirectory))
+        throw MediaError(u"无法启动媒体引擎：找不到模块目录 "_s + moduleDirectory);
+}
+
+QString MltMediaEngine::defaultModuleDirectory()
+{
+    const QString fromEnvironment = qEnvironmentVariable("KAVEL_MLT_MODULES");
+    if (!fromEnvironment.isEmpty())
+        return fromEnvironment;
+    return QDir(QCoreApplication::applicationDirPath())
+        .absoluteFilePath(u"../lib/kavel-mlt-modules"_s);
+}
+
+MediaInfo MltMediaEngine::probe(const QString &path)
+{
+    return probeMedia(path).info;
+}
+
+std::unique_ptr<Player> MltMediaEngine::createPlayer()
+{
+    return std::make_unique<MltPlayer>();
+}
+
+std::unique_ptr<ThumbnailGenerator>
+MltMediaEngine::createThumbnailGenerator(const QString &path, const ThumbnailOptions &options)
+{
+    return std::make_unique<MltThumbnailGenerator>(path, options);
+}
+
+} // namespace kavel::media::mlt

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "media/mediaengine.h"
+
+namespace kavel::media::mlt {
+
+// The MLT backend. MLT is started once per process, from a module folder that holds
+// only the modules Kavel uses.
+class MltMediaEngine final : public MediaEngine
+{
+public:
+    // Throws MediaError when MLT cannot start from `moduleDirectory`.
+    explicit MltMediaEngine(const QString &moduleDirectory = defaultModuleDirectory());
+
+    // KAVEL_MLT_MODULES when set, else "../lib/kavel-mlt-modules" beside the executable.
+    static QString defaultModuleDirectory();
+
+    MediaInfo probe(const QString &path) override;
+    std::unique_ptr<Player> createPlayer() override;
+    std::unique_ptr<ThumbnailGenerator>
+    createThumbnailGenerator(const QString &path, const ThumbnailOptions &options) override;
+};
+
+} // namespace kavel::media::mlt

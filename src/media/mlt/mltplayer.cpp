@@ -1,0 +1,340 @@
+#include "mltplayer.h"
+
+#include "compositionplaylist.h"
+#include "mediaprobe.h"
+
+#include <Mlt.h>
+#include <QMetaObject>
+#include <QPointer>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::media::mlt {
+
+namespace {
+
+// Audio-only projects play at a fixed rate; it only sets how finely positions step.
+constexpr FrameRate audioOnlyRate {30, 1};
+
+} // namespace
+
+MltPlayer::MltPlayer(QObject *parent)
+    : Player(parent)
+    , m_profile(std::make_unique<Mlt::Profile>())
+{
+    m_boundaryTimer.setInterval(10);
+    m_boundaryTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_boundaryTimer, &QTimer::timeout, this, &MltPlayer::checkBoundaries);
+}
+
+MltPlayer::~MltPlayer()
+{
+    if (m_consumer) {
+        m_consumer->stop();
+        m_consumer.reset();
+    }
+}
+
+void MltPlayer::ensureProfile(const QString &firstVideoPath)
+{
+    if (m_profileSet)
+        return;
+    m_profileSet = true;
+    FrameRate rate = audioOnlyRate;
+    QSize size(640, 360);
+    if (!firstVideoPath.isEmpty()) {
+        try {
+            const ProbedMedia probed = probeMedia(firstVideoPath);
+            if (probed.info.hasVideo) {
+                rate = probed.frameRate;
+                size = probed.info.videoSize;
+                if (probed.info.rotationDegrees % 180 != 0)
+                    size.transpose();
+            }
+        } catch (const MediaError &) {
+            // Unreadable: the composition will report its segments; keep the defaults.
+        }
+    }
+    size = size.boundedTo({1920, 1920});
+    m_profile->set_explicit(1);
+    m_profile->set_frame_rate(rate.num, rate.den);
+    m_profile->set_width(size.width() & ~1);
+    m_profile->set_height(size.height() & ~1);
+    m_profile->set_sample_aspect(1, 1);
+    m_profile->set_display_aspect(size.width(), size.height());
+    m_profile->set_progressive(1);
+    m_profile->set_colorspace(709);
+}
+
+double MltPlayer::frameRate() const
+{
+    return m_profile->fps();
+}
+
+Mlt::Producer *MltPlayer::currentProducer() const
+{
+    if (m_playingComposition && m_composition)
+        return &m_composition->playlist();
+    return m_raw.get();
+}
+
+void MltPlayer::play(Mlt::Producer &producer)
+{
+    if (!m_consumer) {
+        m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "sdl2_audio");
+        if (!m_consumer->is_valid())
+            m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "null");
+        m_consumer->set("terminate_on_pause", 0);
+        m_consumer->set("real_time", 1);
+        // A short queue between decoding and the sound card: a seek then shows its frame
+        // after a few frames' worth of work instead of after a second of stale audio.
+        m_consumer->set("buffer", 2);
+        m_consumer->set("prefill", 1);
+        m_consumer->set("audio_buffer", 1024);
+        m_consumer->set("scrub_audio", 0);
+        m_consumer->set("volume", double(m_volume));
+        if (!m_videoSize.isEmpty()) {
+            m_consumer->set("width", m_videoSize.width());
+            m_consumer->set("height", m_videoSize.height());
+        }
+        m_consumer->set("channels", 2);
+        m_consumer->set("frequency", 48000);
+        m_consumer->listen(
+            "consumer-frame-show", this,
+            reinterpret_cast<mlt_listener>(+[](mlt_properties, void *owner, mlt_event_data data) {
+                onFrameShow(owner, mlt_event_data_to_frame(data));
+            }));
+    } else {
+        m_consumer->stop();
+        m_consumer->purge();
+    }
+    m_consumer->connect(producer);
+    m_consumer->start();
+    // Starting a consumer sets its producer going at normal speed.
+    producer.set_speed(m_rate);
+    m_consumer->set("refresh", 1);
+}
+
+void MltPlayer::onFrameShow(void *owner, void *rawFrame)
+{
+    auto *self = static_cast<MltPlayer *>(owner);
+    auto frame = static_cast<mlt_frame>(rawFrame);
+    if (!frame)
+        return;
+    const int position = static_cast<int>(mlt_frame_get_position(frame));
+    self->m_shownFrame.store(position);
+    self->m_framesShown.fetch_add(1);
+
+    QSize size;
+    {
+        std::lock_guard lock(self->m_sizeMutex);
+        size = self->m_videoSize;
+    }
+    if (size.isEmpty())
+        return;
+    mlt_image_format format = mlt_image_rgba;
+    int width = size.width();
+    int height = size.height();
+    uint8_t *pixels = nullptr;
+    if (mlt_frame_get_image(frame, &pixels, &format, &width, &height, 0) || !pixels
+        || format != mlt_image_rgba)
+        return;
+    QImage image = QImage(pixels, width, height, width * 4, QImage::Format_RGBA8888);
+    image = image.size() == size
+        ? image.copy()
+        : image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    QMetaObject::invokeMethod(
+        self,
+        [self, image, position] { Q_EMIT self->frameShown(image, self->timeAtFrame(position)); },
+        Qt::QueuedConnection);
+}
+
+void MltPlayer::setVideoSize(const QSize &size)
+{
+    {
+        std::lock_guard lock(m_sizeMutex);
+        m_videoSize = size;
+    }
+    // Rendering at the view's size is cheaper than scaling each frame afterwards.
+    if (m_consumer && !size.isEmpty()) {
+        m_consumer->set("width", size.width());
+        m_consumer->set("height", size.height());
+    }
+}
+
+QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList)
+{
+    QString firstVideo;
+    for (const EditSegment &segment : editList.segments)
+        if (segment.withVideo) {
+            firstVideo = segment.sourcePath;
+            break;
+        }
+    ensureProfile(firstVideo);
+    if (!m_composition)
+        m_composition = std::make_unique<CompositionPlaylist>(*m_profile);
+    const QList<SegmentFailure> failures = m_composition->apply(editList);
+    if (!m_playingComposition) {
+        m_playingComposition = true;
+        play(m_composition->playlist());
+        m_raw.reset();
+    } else if (m_consumer) {
+        // Frames decoded from the old list must not be shown.
+        m_consumer->purge();
+    }
+    m_status = ItemStatus::readyToPlay;
+    QMetaObject::invokeMethod(this, &Player::itemStatusChanged, Qt::QueuedConnection);
+    return failures;
+}
+
+void MltPlayer::replaceWithSource(const QString &path)
+{
+    ensureProfile(path);
+    auto producer = std::make_unique<Mlt::Producer>(*m_profile, path.toUtf8().constData());
+    m_playingComposition = false;
+    if (producer->is_valid()) {
+        m_raw = std::move(producer);
+        play(*m_raw);
+        m_status = ItemStatus::readyToPlay;
+    } else {
+        if (m_consumer)
+            m_consumer->stop();
+        m_raw.reset();
+        m_status = ItemStatus::failed;
+    }
+    m_shownFrame.store(0);
+    QMetaObject::invokeMethod(this, &Player::itemStatusChanged, Qt::QueuedConnection);
+}
+
+double MltPlayer::itemDuration() const
+{
+    if (m_playingComposition && m_composition)
+        return m_composition->duration();
+    if (m_raw)
+        return m_raw->get_length() / m_profile->fps();
+    return std::nan("");
+}
+
+void MltPlayer::setRate(double rate)
+{
+    m_rate = rate;
+    if (Mlt::Producer *producer = currentProducer()) {
+        producer->set_speed(rate);
+        if (m_consumer)
+            m_consumer->set("refresh", 1);
+    }
+    m_lastBoundaryCheck = currentTime();
+}
+
+void MltPlayer::setVolume(float volume)
+{
+    m_volume = volume;
+    if (m_consumer)
+        m_consumer->set("volume", double(volume));
+}
+
+double MltPlayer::timeAtFrame(int frame) const
+{
+    if (m_playingComposition && m_composition)
+        return m_composition->secondsAtFrame(frame);
+    return frame / m_profile->fps();
+}
+
+void MltPlayer::seek(double seconds, std::function<void(bool)> completion)
+{
+    Mlt::Producer *producer = currentProducer();
+    const quint64 generation = ++m_seekGeneration;
+    bool done = false;
+    if (producer && std::isfinite(seconds)) {
+        const int frame = m_playingComposition && m_composition
+            ? m_composition->frameAtSeconds(seconds)
+            : static_cast<int>(std::lround(seconds * m_profile->fps()));
+        producer->seek(frame);
+        if (m_consumer) {
+            m_consumer->purge();
+            m_consumer->set("refresh", 1);
+        }
+        m_shownFrame.store(frame);
+        m_lastBoundaryCheck = timeAtFrame(frame);
+        done = true;
+    }
+    QPointer<MltPlayer> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [this, self, generation, done, completion = std::move(completion)] {
+            if (!self || !completion)
+                return;
+            completion(done && generation == m_seekGeneration);
+        },
+        Qt::QueuedConnection);
+}
+
+double MltPlayer::currentTime() const
+{
+    return timeAtFrame(m_shownFrame.load());
+}
+
+Player::ObserverId MltPlayer::addPeriodicTimeObserver(double interval,
+                                                      std::function<void(double)> callback)
+{
+    const ObserverId id = m_nextObserver++;
+    auto observer = std::make_shared<Observer>();
+    observer->periodic = std::move(callback);
+    observer->timer = std::make_unique<QTimer>();
+    observer->timer->setInterval(static_cast<int>(std::lround(interval * 1000)));
+    std::weak_ptr<Observer> weak = observer;
+    connect(observer->timer.get(), &QTimer::timeout, this, [this, weak] {
+        if (const auto o = weak.lock())
+            o->periodic(currentTime());
+    });
+    observer->timer->start();
+    m_observers.insert(id, observer);
+    return id;
+}
+
+Player::ObserverId MltPlayer::addBoundaryTimeObserver(const QList<double> &times,
+                                                      std::function<void()> callback)
+{
+    const ObserverId id = m_nextObserver++;
+    auto observer = std::make_shared<Observer>();
+    observer->times = times;
+    observer->boundary = std::move(callback);
+    m_observers.insert(id, observer);
+    m_lastBoundaryCheck = currentTime();
+    m_boundaryTimer.start();
+    return id;
+}
+
+void MltPlayer::removeTimeObserver(ObserverId id)
+{
+    m_observers.remove(id);
+    const bool anyBoundary = std::any_of(m_observers.cbegin(), m_observers.cend(),
+                                         [](const auto &o) { return bool(o->boundary); });
+    if (!anyBoundary)
+        m_boundaryTimer.stop();
+}
+
+void MltPlayer::checkBoundaries()
+{
+    const double now = currentTime();
+    const double before = m_lastBoundaryCheck;
+    m_lastBoundaryCheck = now;
+    if (!(now > before))
+        return;
+    const auto observers = m_observers;
+    for (auto it = observers.cbegin(); it != observers.cend(); ++it) {
+        if (!(*it)->boundary || !m_observers.contains(it.key()))
+            continue;
+        for (double t : std::as_const((*it)->times)) {
+            // A boundary at the very end is reached when the last frame shows.
+            const double reach = std::min(t, itemDuration() - 1.0 / m_profile->fps());
+            if (before < reach && reach <= now) {
+                (*it)->boundary();
+                break;
+            }
+        }
+    }
+}
+
+} // namespace kavel::media::mlt

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "media/mediaengine.h"
+
+#include <QHash>
+#include <QImage>
+#include <QTimer>
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+namespace Mlt {
+class Consumer;
+class Producer;
+class Profile;
+} // namespace Mlt
+
+namespace kavel::media::mlt {
+
+class CompositionPlaylist;
+
+// Plays through MLT's sdl2_audio consumer, which keeps real time by the sound card and
+// hands each due frame to a listener. The consumer runs from the first item on; pausing
+// is speed 0, so the shown frame stays and a seek while paused shows the new one.
+class MltPlayer final : public Player
+{
+    Q_OBJECT
+
+public:
+    explicit MltPlayer(QObject *parent = nullptr);
+    ~MltPlayer() override;
+
+    QList<SegmentFailure> replaceWithComposition(const EditList &editList) override;
+    void replaceWithSource(const QString &path) override;
+    ItemStatus itemStatus() const override { return m_status; }
+    double itemDuration() const override;
+    void setRate(double rate) override;
+    double rate() const override { return m_rate; }
+    void setVolume(float volume) override;
+    void seek(double seconds, std::function<void(bool)> completion) override;
+    double currentTime() const override;
+    ObserverId addPeriodicTimeObserver(double interval,
+                                       std::function<void(double)> callback) override;
+    ObserverId addBoundaryTimeObserver(const QList<double> &times,
+                                       std::function<void()> callback) override;
+    void removeTimeObserver(ObserverId id) override;
+
+    // Shown frames as images of `size`, delivered on the player's thread. An empty size
+    // stops the delivery (frames are then not converted at all).
+    void setVideoSize(const QSize &size);
+    // Frames the consumer has shown since the player was made.
+    qint64 framesShown() const { return m_framesShown.load(); }
+    // The playlist frame last shown.
+    int shownFrame() const { return m_shownFrame.load(); }
+    double frameRate() const;
+    CompositionPlaylist *composition() { return m_composition.get(); }
+
+Q_SIGNALS:
+    void frameShown(const QImage &image, double time);
+
+private:
+    struct Observer
+    {
+        QList<double> times;
+        std::function<void()> boundary;
+        std::function<void(double)> periodic;
+        std::unique_ptr<QTimer> timer;
+    };
+
+    static void onFrameShow(void *owner, void *frame);
+    void ensureProfile(const QString &firstVideoPath);
+    void play(Mlt::Producer &producer);
+    void checkBoundaries();
+    double timeAtFrame(int frame) const;
+    Mlt::Producer *currentProducer() const;
+
+    std::unique_ptr<Mlt::Profile> m_profile;
+    bool m_profileSet = false;
+    std::unique_ptr<CompositionPlaylist> m_composition;
+    std::unique_ptr<Mlt::Producer> m_raw;
+    bool m_playingComposition = false;
+    std::unique_ptr<Mlt::Consumer> m_consumer;
+    ItemStatus m_status = ItemStatus::unknown;
+    double m_rate = 0.0;
+    float m_volume = 1.0f;
+
+    std::atomic<int> m_shownFrame {0};
+    std::atomic<qint64> m_framesShown {0};
+    std::mutex m_sizeMutex;
+    QSize m_videoSize;
+
+    QHash<ObserverId, std::shared_ptr<Observer>> m_observers;
+    ObserverId m_nextObserver = 1;
+    QTimer m_boundaryTimer;
+    double m_lastBoundaryCheck = 0.0;
+    quint64 m_seekGeneration = 0;
+};
+
+} // namespace kavel::media::mlt

@@ -1,0 +1,203 @@
+#include "projectstore.h"
+
+#include "errors.h"
+#include "fileio.h"
+#include "jsonfields.h"
+#include "projectmetadata.h"
+#include "projectpaths.h"
+#include "timeline.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLocale>
+#include <QTextStream>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+namespace {
+
+void log(const QString &line)
+{
+    QTextStream(stdout) << u"[ProjectStore] "_s << line << Qt::endl;
+}
+
+} // namespace
+
+QJsonObject toJson(const ProjectReference &r)
+{
+    return QJsonObject {
+        {u"id"_s, json::uuidString(r.id)},
+        {u"title"_s, r.title},
+        {u"bundlePath"_s, r.bundlePath},
+        {u"createdAt"_s, json::dateString(r.createdAt)},
+        {u"updatedAt"_s, json::dateString(r.updatedAt)},
+        {u"wordBlockCount"_s, r.wordBlockCount},
+        {u"status"_s, r.status},
+        {u"fileSize"_s, r.fileSize},
+        {u"videoDuration"_s, r.videoDuration},
+    };
+}
+
+ProjectReference projectReferenceFromJson(const QJsonObject &o)
+{
+    ProjectReference r;
+    r.id = json::requiredUuid(o, "id"_L1);
+    r.title = json::requiredString(o, "title"_L1);
+    r.bundlePath = json::requiredString(o, "bundlePath"_L1);
+    r.createdAt = json::requiredDate(o, "createdAt"_L1);
+    r.updatedAt = json::requiredDate(o, "updatedAt"_L1);
+    r.wordBlockCount = json::requiredInt64(o, "wordBlockCount"_L1);
+    r.status = json::requiredString(o, "status"_L1);
+    r.fileSize = json::requiredInt64(o, "fileSize"_L1);
+    r.videoDuration = json::requiredDouble(o, "videoDuration"_L1);
+    return r;
+}
+
+QString dateText(const ProjectReference &reference)
+{
+    return QLocale(u"zh_CN"_s).toString(reference.updatedAt.toLocalTime(), u"M月d日"_s);
+}
+
+QString sizeText(const ProjectReference &reference)
+{
+    // Decimal units, as the desktop shows file sizes. The threshold is tested before
+    // rounding, so 999,999,999 bytes reads "1000M".
+    // C's printf rounds an exact half to even (1.25 -> "1.2"), as the desktop does;
+    // QString::asprintf would round it up.
+    const double mb = static_cast<double>(reference.fileSize) / 1'000'000.0;
+    char text[32];
+    if (mb < 1000)
+        std::snprintf(text, sizeof text, "%.0fM", mb);
+    else
+        std::snprintf(text, sizeof text, "%.1fG", mb / 1000.0);
+    return QString::fromLatin1(text);
+}
+
+QString durationText(const ProjectReference &reference)
+{
+    const double d = std::isfinite(reference.videoDuration) ? reference.videoDuration : 0.0;
+    const long long s = static_cast<long long>(std::trunc(d));
+    if (s >= 3600)
+        return QString::asprintf("%lld:%02lld:%02lld", s / 3600, s / 60 % 60, s % 60);
+    return QString::asprintf("%02lld:%02lld", s / 60, s % 60);
+}
+
+ProjectStore::ProjectStore(media::MediaEngine &engine, QString directory, QObject *parent)
+    : QObject(parent)
+    , m_engine(engine)
+    , m_directory(std::move(directory))
+{ }
+
+std::optional<QImage> ProjectStore::thumbnail(const QUuid &projectId) const
+{
+    const auto it = m_thumbnailCache.constFind(projectId);
+    if (it == m_thumbnailCache.cend())
+        return std::nullopt;
+    return *it;
+}
+
+void ProjectStore::refresh()
+{
+    const QDir directory(m_directory);
+    if (!directory.exists() || !QFileInfo(m_directory).isReadable())
+        return;
+    const QFileInfoList entries = directory.entryInfoList(
+        QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System, QDir::Name);
+
+    QList<ProjectReference> projects;
+    for (const QFileInfo &entry : entries) {
+        if (entry.suffix() != bundleExtension)
+            continue;
+        if (std::optional<ProjectReference> reference = summarise(entry.absoluteFilePath()))
+            projects.append(std::move(*reference));
+    }
+    std::stable_sort(projects.begin(), projects.end(),
+                     [](const ProjectReference &a, const ProjectReference &b) {
+                         return a.updatedAt > b.updatedAt;
+                     });
+    m_projects = std::move(projects);
+    Q_EMIT projectsChanged();
+}
+
+std::optional<ProjectReference> ProjectStore::summarise(const QString &bundlePath)
+{
+    const QDir bundle(bundlePath);
+    const QString metadataPath = bundle.filePath(u"project.json"_s);
+    if (!QFileInfo::exists(metadataPath))
+        return std::nullopt;
+    ProjectMetadata metadata;
+    try {
+        metadata = decodeMetadataDocument(fileio::readFile(metadataPath));
+    } catch (const Error &) {
+        return std::nullopt;
+    }
+
+    ProjectReference reference;
+    reference.id = metadata.id;
+    reference.title = metadata.title;
+    reference.bundlePath = bundlePath;
+    reference.createdAt = metadata.createdAt;
+    reference.updatedAt = metadata.updatedAt;
+    reference.status = u"created"_s;
+    // Only the current layout counts here; a bundle with the older flat word list
+    // shows as empty until the editor opens and saves it.
+    try {
+        const TimelineV2 timeline
+            = decodeTimelineDocument(fileio::readFile(bundle.filePath(u"timeline.json"_s)));
+        for (const Paragraph &paragraph : timeline.paragraphs)
+            reference.wordBlockCount += paragraph.wordBlocks.size();
+        if (reference.wordBlockCount > 0)
+            reference.status = u"ready"_s;
+    } catch (const Error &) {
+        reference.wordBlockCount = 0;
+    }
+
+    const QDir media(bundle.filePath(u"media"_s));
+    const QFileInfoList mediaEntries
+        = media.entryInfoList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo &file : mediaEntries)
+        reference.fileSize += std::max<qint64>(file.size(), 0);
+
+    if (!metadata.sourceFiles.isEmpty()) {
+        const QString firstSource = media.filePath(metadata.sourceFiles.first().filename);
+        if (QFileInfo::exists(firstSource)) {
+            try {
+                const double duration = m_engine.probe(firstSource).duration;
+                reference.videoDuration = std::isfinite(duration) ? duration : 0.0;
+            } catch (const Error &) {
+                reference.videoDuration = 0.0;
+            }
+            try {
+                media::ThumbnailOptions options;
+                options.maximumSize = thumbnailSize;
+                options.toleranceBefore = thumbnailTolerance;
+                options.toleranceAfter = thumbnailTolerance;
+                options.applyRotation = true;
+                const auto generator = m_engine.createThumbnailGenerator(firstSource, options);
+                if (std::optional<QImage> image = generator->imageAt(thumbnailTime))
+                    m_thumbnailCache.insert(reference.id, *image);
+            } catch (const Error &) {
+                // No picture (audio only, or unreadable): the card shows its placeholder.
+            }
+        }
+    }
+    return reference;
+}
+
+void ProjectStore::deleteProject(const ProjectReference &reference)
+{
+    QFile bundle(reference.bundlePath);
+    if (!bundle.moveToTrash()) {
+        log(u"Failed to delete project: "_s + bundle.errorString());
+        QDir(reference.bundlePath).removeRecursively();
+    }
+    refresh();
+}
+
+} // namespace kavel

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "media/mediaengine.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QImage>
+#include <QJsonObject>
+#include <QObject>
+#include <QUuid>
+#include <optional>
+
+namespace kavel {
+
+// One project of the list, summarised from its bundle.
+struct ProjectReference
+{
+    QUuid id;
+    QString title;
+    QString bundlePath;
+    QDateTime createdAt;
+    QDateTime updatedAt;
+    qint64 wordBlockCount = 0;
+    // "ready" when the transcript has words, else "created".
+    QString status;
+    qint64 fileSize = 0;
+    double videoDuration = 0.0;
+
+    friend bool operator==(const ProjectReference &, const ProjectReference &) = default;
+};
+
+QJsonObject toJson(const ProjectReference &reference);
+// Throws DecodeError; every key is required.
+ProjectReference projectReferenceFromJson(const QJsonObject &object);
+
+// The card texts: "3月5日", "12M" / "1.2G", "01:05" / "1:02:05".
+QString dateText(const ProjectReference &reference);
+QString sizeText(const ProjectReference &reference);
+QString durationText(const ProjectReference &reference);
+
+// The projects on disk, newest first, rebuilt by scanning the projects folder; there is
+// no list file to get out of step with the bundles. Broken bundles are simply not listed.
+class ProjectStore : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QList<kavel::ProjectReference> projects READ projects NOTIFY projectsChanged)
+
+public:
+    static constexpr QSize thumbnailSize {320, 180};
+    static constexpr double thumbnailTime = 1.0;
+    static constexpr double thumbnailTolerance = 2.0;
+
+    ProjectStore(media::MediaEngine &engine, QString directory, QObject *parent = nullptr);
+
+    const QList<ProjectReference> &projects() const { return m_projects; }
+    std::optional<QImage> thumbnail(const QUuid &projectId) const;
+    const QString &directory() const { return m_directory; }
+
+    // Reads every bundle and makes its thumbnail, synchronously. When the folder cannot
+    // be listed the list stays as it was.
+    void refresh();
+    // Moves the bundle to the trash, or removes it when that fails, then refreshes.
+    void deleteProject(const ProjectReference &reference);
+
+Q_SIGNALS:
+    void projectsChanged();
+
+private:
+    std::optional<ProjectReference> summarise(const QString &bundlePath);
+
+    media::MediaEngine &m_engine;
+    QString m_directory;
+    QList<ProjectReference> m_projects;
+    QHash<QUuid, QImage> m_thumbnailCache;
+};
+
+} // namespace kavel
+
+Q_DECLARE_METATYPE(kavel::ProjectReference)

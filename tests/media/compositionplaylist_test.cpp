@@ -1,0 +1,232 @@
+#include "media/mlt/compositionplaylist.h"
+#include "media/mlt/gainfilter.h"
+#include "mediafixture.h"
+
+#include <Mlt.h>
+#include <cmath>
+#include <tuple>
+
+using namespace Qt::StringLiterals;
+using namespace kavel;
+using namespace kavel::media;
+using kavel::media::mlt::CompositionPlaylist;
+
+namespace {
+
+class Composition : public kavel::test::MediaFixture
+{
+protected:
+    Composition()
+    {
+        profile.set_explicit(1);
+        profile.set_frame_rate(30, 1);
+        profile.set_width(160);
+        profile.set_height(90);
+        profile.set_progressive(1);
+    }
+
+    // Segments laid end to end as the composition plan lays them.
+    static EditList editList(const QString &path, const QList<std::pair<double, double>> &ranges,
+                             const QList<SegmentAudio> &audio = {})
+    {
+        EditList list;
+        list.hasVideo = true;
+        double at = 0.0;
+        for (qsizetype i = 0; i < ranges.size(); ++i) {
+            EditSegment segment;
+            segment.blockId = QUuid::createUuid();
+            segment.sourcePath = path;
+            segment.sourceStart = ranges[i].first;
+            segment.sourceEnd = ranges[i].second;
+            segment.compositionStart = at;
+            if (i < audio.size())
+                segment.audio = audio[i];
+            at += segment.length();
+            list.segments.append(segment);
+        }
+        return list;
+    }
+
+    // What MLT will actually play: every clip of every chunk, in order.
+    static std::vector<std::tuple<std::string, int, int>> flatten(CompositionPlaylist &composition)
+    {
+        std::vector<std::tuple<std::string, int, int>> clips;
+        Mlt::Playlist &top = composition.playlist();
+        for (int c = 0; c < top.count(); ++c) {
+            std::unique_ptr<Mlt::Producer> cut(top.get_clip(c));
+            Mlt::Playlist chunk(cut->parent());
+            EXPECT_EQ(cut->get_playtime(), chunk.get_playtime()) << "chunk " << c;
+            for (int i = 0; i < chunk.count(); ++i) {
+                std::unique_ptr<Mlt::ClipInfo> info(chunk.clip_info(i));
+                clips.emplace_back(info->resource, info->frame_in, info->frame_out);
+            }
+        }
+        return clips;
+    }
+
+    // Pulls the whole composition's sound as one channel at 48 kHz.
+    static std::vector<float> render(CompositionPlaylist &composition)
+    {
+        std::vector<float> pcm;
+        Mlt::Playlist &top = composition.playlist();
+        for (int f = 0; f < top.get_playtime(); ++f) {
+            top.seek(f);
+            std::unique_ptr<Mlt::Frame> frame(top.get_frame());
+            mlt_audio_format format = mlt_audio_float;
+            int frequency = 48000, channels = 2;
+            int samples = mlt_audio_calculate_frame_samples(30.0f, frequency, f);
+            const auto *data = static_cast<const float *>(
+                frame->get_audio(format, frequency, channels, samples));
+            EXPECT_EQ(format, mlt_audio_float);
+            if (!data)
+                continue;
+            pcm.insert(pcm.end(), data, data + samples);
+        }
+        return pcm;
+    }
+
+    Mlt::Profile profile;
+};
+
+TEST_F(Composition, ContiguousWordsShareOneEntryAndTimesMapWithoutDrift)
+{
+    CompositionPlaylist composition(profile);
+    // Three contiguous words, a jump, two more contiguous words.
+    const EditList list = editList(
+        s_video, {{0.5, 0.7123}, {0.7123, 0.9}, {0.9, 1.2345}, {2.0, 2.41}, {2.41, 3.0}});
+    EXPECT_TRUE(composition.apply(list).isEmpty());
+    ASSERT_EQ(composition.entries().size(), 2u);
+    EXPECT_EQ(composition.entries()[0].segmentCount, 3);
+    EXPECT_EQ(composition.entries()[0].inFrame, 15);
+    EXPECT_EQ(composition.entries()[0].outFrame, 37); // 1.2345 s lands on frame 37
+    EXPECT_EQ(composition.playlist().get_playtime(), composition.frameCount());
+    EXPECT_EQ(composition.frameCount(), 22 + 30);
+
+    // Each frame maps back inside its entry's exact stretch, and the first frame of the
+    // second entry is exactly where the edit list starts it.
+    const double secondStart = list.segments[3].compositionStart;
+    EXPECT_DOUBLE_EQ(composition.secondsAtFrame(22), secondStart);
+    EXPECT_EQ(composition.frameAtSeconds(secondStart), 22);
+    EXPECT_EQ(composition.frameAtSeconds(secondStart - 0.001), 21);
+    for (int f = 0; f < composition.frameCount(); ++f)
+        EXPECT_EQ(composition.frameAtSeconds(composition.secondsAtFrame(f)), f) << f;
+    EXPECT_DOUBLE_EQ(composition.secondsAtFrame(composition.frameCount()), list.duration());
+    EXPECT_EQ(composition.frameAtSeconds(list.duration() + 1.0), composition.frameCount());
+
+    // A source that cannot be opened is reported and takes no frames.
+    EditList broken = editList(s_notMedia, {{0.0, 1.0}});
+    const QList<SegmentFailure> failures = composition.apply(broken);
+    ASSERT_EQ(failures.size(), 1);
+    EXPECT_EQ(failures.first().index, 0);
+}
+
+TEST_F(Composition, EditsAreAppliedInPlaceAndPlayLikeAFreshBuild)
+{
+    auto check = [&](const QList<std::pair<double, double>> &ranges) {
+        CompositionPlaylist fresh(profile);
+        fresh.apply(editList(s_video, ranges));
+        return flatten(fresh);
+    };
+    // 40 words with gaps between them: one entry each.
+    QList<std::pair<double, double>> spread;
+    for (int i = 0; i < 40; ++i)
+        spread.append({i * 0.1, i * 0.1 + 0.0667});
+
+    CompositionPlaylist live(profile);
+    live.apply(editList(s_video, spread));
+    EXPECT_TRUE(live.lastStats().rebuilt);
+
+    QList<std::pair<double, double>> deleted = spread;
+    deleted.removeAt(20);
+    live.apply(editList(s_video, deleted));
+    EXPECT_FALSE(live.lastStats().rebuilt);
+    EXPECT_EQ(live.lastStats().removed, 1);
+    EXPECT_EQ(live.lastStats().inserted, 0);
+    EXPECT_EQ(flatten(live), check(deleted));
+
+    QList<std::pair<double, double>> moved = deleted;
+    const auto run = moved.mid(30, 3);
+    moved.remove(30, 3);
+    for (qsizetype i = 0; i < run.size(); ++i)
+        moved.insert(2 + i, run[i]);
+    live.apply(editList(s_video, moved));
+    EXPECT_FALSE(live.lastStats().rebuilt);
+    EXPECT_EQ(live.lastStats().removed + live.lastStats().inserted, 6);
+    EXPECT_EQ(flatten(live), check(moved));
+    EXPECT_EQ(live.playlist().get_playtime(), live.frameCount());
+
+    // Joining two neighbours by restoring the word between them merges their entries.
+    QList<std::pair<double, double>> joined = moved;
+    joined[10].second = joined[11].first;
+    live.apply(editList(s_video, joined));
+    EXPECT_EQ(flatten(live), check(joined));
+
+    live.apply(editList(s_video, {}));
+    EXPECT_EQ(live.playlist().get_playtime(), 0);
+    live.apply(editList(s_video, spread));
+    EXPECT_EQ(flatten(live), check(spread));
+}
+
+TEST_F(Composition, JumpCutsDoNotClickAndMutedWordsAreSilent)
+{
+    CompositionPlaylist composition(profile);
+    const SegmentAudio normal;
+    const SegmentAudio muted {1.0f, true, 0.0, 0.0};
+    const SegmentAudio quiet {0.25f, false, 0.0, 0.0};
+    // Cut points chosen so the sine's phase jumps at every non-contiguous join.
+    const EditList list = editList(
+        s_tone, {{0.5, 1.0}, {1.0, 1.3}, {2.0113, 2.6}, {2.6, 3.0}, {0.2117, 0.45}, {3.3, 3.7}},
+        {normal, normal, normal, muted, normal, quiet});
+    composition.apply(list);
+    const std::vector<float> pcm = render(composition);
+    ASSERT_GT(pcm.size(), 48000u * 2);
+
+    // A 0.5-amplitude 440 Hz sine moves at most 0.5 * 2π * 440 / 48000 = 0.029 per
+    // sample; the 5 ms ramps add under 0.004. A jump cut without a ramp steps by up to
+    // 1.0 and a muted word's edges by up to 0.5, so 0.04 catches any click.
+    float worst = 0.0f;
+    size_t worstAt = 0;
+    for (size_t i = 1; i < pcm.size(); ++i) {
+        const float step = std::abs(pcm[i] - pcm[i - 1]);
+        if (step > worst) {
+            worst = step;
+            worstAt = i;
+        }
+    }
+    EXPECT_LT(worst, 0.04f) << "at sample " << worstAt << " (" << worstAt / 48000.0 << " s)";
+
+    auto peak = [&](double from, double to) {
+        float p = 0.0f;
+        for (size_t i = size_t(from * 48000); i < size_t(to * 48000) && i < pcm.size(); ++i)
+            p = std::max(p, std::abs(pcm[i]));
+        return p;
+    };
+    const double mutedStart = list.segments[3].compositionStart;
+    EXPECT_GT(peak(0.1, 0.7), 0.45f); // the tone plays at full scale elsewhere
+    EXPECT_LT(peak(mutedStart + 0.035, mutedStart + 0.4 - 0.035), 1e-4f);
+    const double quietStart = list.segments[5].compositionStart;
+    EXPECT_NEAR(peak(quietStart + 0.05, quietStart + 0.35), 0.125f, 0.01f);
+}
+
+TEST(GainFilter, FadesAreLinearWithinTheirWord)
+{
+    using kavel::media::mlt::GainFilter;
+    using kavel::media::mlt::GainMap;
+    GainMap map;
+    map.fps = 10.0;
+    map.unityGain = false;
+    map.entries.push_back({0, 20, 0, 0, 1});
+    map.segments.push_back({0.0, 2.0, SegmentAudio {0.5f, false, 1.0, 0.5}});
+    // One frame of 100 samples at 1 kHz, mono, at playlist frame 5 (0.5 s into the word).
+    std::vector<float> ones(100, 1.0f);
+    GainFilter::apply(map, 5, ones.data(), 1, 100, 1000, true);
+    EXPECT_NEAR(ones[0], 0.5f * 0.5f, 1e-5f);
+    EXPECT_NEAR(ones[50], 0.5f * 0.55f, 1e-5f);
+    // Frame 18 is 0.2 s before the end: inside the fade-out.
+    std::vector<float> tail(100, 1.0f);
+    GainFilter::apply(map, 18, tail.data(), 1, 100, 1000, true);
+    EXPECT_NEAR(tail[0], 0.5f * 0.4f, 1e-5f);
+    EXPECT_NEAR(tail[99], 0.5f * 0.202f, 1e-4f);
+}
+
+} // namespace

@@ -1,0 +1,201 @@
+#include "generatedmedia.h"
+#include "media/mlt/mltengine.h"
+#include "model/fileio.h"
+#include "model/kavelproject.h"
+#include "model/projectstore.h"
+#include "model/timeline.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using namespace kavel;
+
+namespace {
+
+class Projects : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        s_engine = new media::mlt::MltMediaEngine;
+        s_media = new QTemporaryDir;
+        s_video = kavel::test::makeVideoWithAudio(s_media->path(), u"clip.mp4"_s, 3.0);
+        s_tone = kavel::test::makeTone(s_media->path(), u"voice.wav"_s, 2.0);
+        s_rotated = kavel::test::makeRotatedVideo(s_media->path(), u"phone.mp4"_s, 2.0);
+    }
+
+    // A bundle as the editor leaves it, with the given update time and words.
+    QString makeBundle(const QString &title, const QDateTime &updatedAt, int words,
+                       const QStringList &media = {})
+    {
+        auto project = KavelProject::create(title, root.path());
+        for (const QString &file : media)
+            project->addSourceFile(QUrl::fromLocalFile(file));
+        Paragraph paragraph;
+        paragraph.id = QUuid::createUuid();
+        for (int i = 0; i < words; ++i) {
+            WordBlock block;
+            block.id = QUuid::createUuid();
+            block.text = u"词"_s;
+            block.mediaStart = i;
+            block.mediaEnd = i + 0.5;
+            block.isDeleted = i == 0; // deleted words still count
+            paragraph.wordBlocks.append(block);
+        }
+        if (words > 0)
+            project->setParagraphs({paragraph});
+        project->saveTimeline();
+        ProjectMetadata metadata = project->metadata();
+        metadata.updatedAt = updatedAt;
+        fileio::writeFileAtomically(project->bundlePath() + u"/project.json"_s,
+                                    encodeMetadataDocument(metadata));
+        return project->bundlePath();
+    }
+
+    QStringList titles() const
+    {
+        QStringList result;
+        for (const ProjectReference &p : store.projects())
+            result.append(p.title);
+        return result;
+    }
+
+    static inline media::mlt::MltMediaEngine *s_engine = nullptr;
+    static inline QTemporaryDir *s_media = nullptr;
+    static inline QString s_video, s_tone, s_rotated;
+
+    QTemporaryDir root;
+    ProjectStore store {*s_engine, root.path()};
+    const QDateTime march = QDateTime(QDate(2025, 3, 5), QTime(10, 0), Qt::UTC);
+};
+
+TEST_F(Projects, RefreshSummarisesBundlesNewestFirst)
+{
+    const QString video = makeBundle(u"采访"_s, march.addDays(2), 3, {s_video, s_tone});
+    makeBundle(u"空项目"_s, march, 0);
+    makeBundle(u"语音"_s, march.addDays(1), 2, {s_tone});
+    makeBundle(u"同时一"_s, march.addDays(-1), 1);
+    makeBundle(u"同时二"_s, march.addDays(-1), 1);
+    makeBundle(u"手机"_s, march.addDays(-3), 1, {s_rotated});
+    // An older bundle whose timeline is a bare word list is listed as empty.
+    const QString flat = makeBundle(u"旧格式"_s, march.addDays(-2), 0);
+    kavel::test::writeFile(flat + u"/timeline.json"_s,
+                           R"([{"id":"A0000000-0000-0000-0000-000000000001","text":"x",)"
+                           R"("mediaStart":0,"mediaEnd":1}])");
+    // Not projects: wrong case, no metadata, undecodable metadata, a plain file.
+    QDir(root.path()).mkpath(u"upper.KAVEL"_s);
+    QFile::copy(video + u"/project.json"_s, root.filePath(u"upper.KAVEL/project.json"_s));
+    QDir(root.path()).mkpath(u"bare.kavel/media"_s);
+    kavel::test::writeFile(root.filePath(u"broken.kavel/project.json"_s), "{\"id\": 5}");
+    kavel::test::writeFile(root.filePath(u"notes.txt"_s), "x");
+
+    QSignalSpy changed(&store, &ProjectStore::projectsChanged);
+    store.refresh();
+    EXPECT_EQ(changed.count(), 1);
+    EXPECT_EQ(titles(),
+              (QStringList {u"采访"_s, u"语音"_s, u"空项目"_s, u"同时一"_s, u"同时二"_s,
+                            u"旧格式"_s, u"手机"_s}));
+
+    const ProjectReference &first = store.projects().at(0);
+    EXPECT_EQ(first.bundlePath, video);
+    EXPECT_EQ(first.wordBlockCount, 3);
+    EXPECT_EQ(first.status, u"ready"_s);
+    EXPECT_EQ(first.fileSize, QFileInfo(s_video).size() + QFileInfo(s_tone).size());
+    EXPECT_NEAR(first.videoDuration, 3.0, 0.05);
+    EXPECT_EQ(first.updatedAt, march.addDays(2));
+    const std::optional<QImage> thumb = store.thumbnail(first.id);
+    ASSERT_TRUE(thumb);
+    EXPECT_EQ(thumb->size(), QSize(320, 180));
+
+    const ProjectReference &voice = store.projects().at(1);
+    EXPECT_NEAR(voice.videoDuration, 2.0, 0.02);
+    EXPECT_FALSE(store.thumbnail(voice.id)); // no picture to show
+
+    const ProjectReference &empty = store.projects().at(2);
+    EXPECT_EQ(empty.status, u"created"_s);
+    EXPECT_EQ(empty.fileSize, 0);
+    EXPECT_EQ(empty.videoDuration, 0.0);
+    EXPECT_EQ(store.projects().at(5).wordBlockCount, 0);
+    EXPECT_EQ(store.projects().at(5).status, u"created"_s);
+
+    const std::optional<QImage> phone = store.thumbnail(store.projects().at(6).id);
+    ASSERT_TRUE(phone);
+    EXPECT_EQ(phone->height(), 180);
+    EXPECT_LT(phone->width(), phone->height());
+
+    // JSON round trip with the field names as keys.
+    EXPECT_EQ(projectReferenceFromJson(toJson(first)), first);
+    EXPECT_TRUE(toJson(first).contains(u"wordBlockCount"_s));
+}
+
+TEST_F(Projects, AFolderThatCannotBeListedKeepsTheList)
+{
+    makeBundle(u"一"_s, march, 1);
+    store.refresh();
+    ASSERT_EQ(store.projects().size(), 1);
+    ProjectStore elsewhere(*s_engine, root.filePath(u"missing"_s));
+    elsewhere.refresh();
+    EXPECT_TRUE(elsewhere.projects().isEmpty());
+    root.remove();
+    store.refresh();
+    EXPECT_EQ(store.projects().size(), 1);
+}
+
+TEST_F(Projects, DeletingMovesToTheTrashAndLogsWhatCannotBeTrashed)
+{
+    const QString trash
+        = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/Trash"_s;
+    QDir().mkpath(QFileInfo(trash).absolutePath());
+    const QString kept = makeBundle(u"留下"_s, march, 1);
+    const QString trashed = makeBundle(u"删除"_s, march.addDays(1), 1);
+    store.refresh();
+    ASSERT_EQ(titles(), (QStringList {u"删除"_s, u"留下"_s}));
+
+    store.deleteProject(store.projects().first());
+    EXPECT_FALSE(QFileInfo::exists(trashed));
+    EXPECT_TRUE(QFileInfo::exists(trash + u"/files/删除.kavel/project.json"_s));
+    EXPECT_EQ(titles(), QStringList {u"留下"_s});
+
+    // A bundle that is already gone cannot be trashed: logged, then the list refreshes.
+    ProjectReference stale = store.projects().first();
+    stale.bundlePath = root.filePath(u"gone.kavel"_s);
+    ::testing::internal::CaptureStdout();
+    store.deleteProject(stale);
+    const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
+    EXPECT_TRUE(log.startsWith(u"[ProjectStore] Failed to delete project: "_s))
+        << log.toStdString();
+    EXPECT_EQ(titles(), QStringList {u"留下"_s});
+    EXPECT_TRUE(QFileInfo::exists(kept));
+}
+
+TEST(ProjectCardTexts, DatesSizesAndDurations)
+{
+    ProjectReference r;
+    r.updatedAt = QDateTime(QDate(2025, 3, 5), QTime(12, 0));
+    EXPECT_EQ(dateText(r), u"3月5日"_s);
+
+    const std::pair<qint64, const char16_t *> sizes[] = {
+        {12'345'678, u"12M"}, {1'250'000'000, u"1.2G"}, {999'999'999, u"1000M"},
+        {0, u"0M"},           {1'000'000'000, u"1.0G"}, {499'999, u"0M"},
+    };
+    for (const auto &[bytes, text] : sizes) {
+        r.fileSize = bytes;
+        EXPECT_EQ(sizeText(r), QString::fromUtf16(text)) << bytes;
+    }
+
+    const std::pair<double, const char16_t *> durations[] = {
+        {59.9, u"00:59"}, {3600.0, u"1:00:00"}, {3725.0, u"1:02:05"},
+        {0.0, u"00:00"},  {3599.99, u"59:59"},  {36000.0, u"10:00:00"},
+    };
+    for (const auto &[seconds, text] : durations) {
+        r.videoDuration = seconds;
+        EXPECT_EQ(durationText(r), QString::fromUtf16(text)) << seconds;
+    }
+}
+
+} // namespace
