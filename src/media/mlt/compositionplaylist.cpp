@@ -51,6 +51,11 @@ CompositionPlaylist::~CompositionPlaylist()
     m_top->detach(m_gain->filter());
 }
 
+void CompositionPlaylist::prepare(const QString &path)
+{
+    sourceIndex(path);
+}
+
 int CompositionPlaylist::sourceIndex(const QString &path)
 {
     if (const auto it = m_sourceByPath.constFind(path); it != m_sourceByPath.cend())
@@ -174,19 +179,29 @@ void CompositionPlaylist::rebuild(const std::vector<PlaylistEntry> &entries)
 {
     m_top->clear();
     m_chunks.clear();
+    // Each new cut would announce itself to everything that shares its source; nothing
+    // plays this playlist's new entries before the build is complete.
+    for (Source &source : m_sources)
+        if (source.producer)
+            source.producer->block();
     for (size_t start = 0; start < entries.size(); start += chunkSize) {
         auto chunk = std::make_unique<Chunk>();
         chunk->playlist = std::make_unique<Mlt::Playlist>(m_profile);
+        chunk->playlist->block();
         const size_t end = std::min(entries.size(), start + chunkSize);
         for (size_t i = start; i < end; ++i) {
             const PlaylistEntry &e = entries[i];
             chunk->playlist->append(*m_sources[size_t(e.source)].producer, e.inFrame,
                                     e.outFrame - 1);
         }
+        chunk->playlist->unblock();
         chunk->count = static_cast<int>(end - start);
         m_top->append(*chunk->playlist);
         m_chunks.push_back(std::move(chunk));
     }
+    for (Source &source : m_sources)
+        if (source.producer)
+            source.producer->unblock();
 }
 
 std::pair<qsizetype, int> CompositionPlaylist::locate(qsizetype position) const
@@ -200,6 +215,16 @@ std::pair<qsizetype, int> CompositionPlaylist::locate(qsizetype position) const
     return {qsizetype(m_chunks.size()), 0};
 }
 
+// While a batch edits a chunk, its changes are not announced: the parent would recount
+// itself after every single insertion and removal. settleChunks() announces them once.
+void CompositionPlaylist::touch(Chunk &chunk)
+{
+    if (chunk.dirty)
+        return;
+    chunk.dirty = true;
+    chunk.playlist->block();
+}
+
 void CompositionPlaylist::insertEntry(qsizetype position, const PlaylistEntry &entry)
 {
     auto [c, offset] = locate(position);
@@ -209,16 +234,15 @@ void CompositionPlaylist::insertEntry(qsizetype position, const PlaylistEntry &e
             auto chunk = std::make_unique<Chunk>();
             chunk->playlist = std::make_unique<Mlt::Playlist>(m_profile);
             m_chunks.push_back(std::move(chunk));
-            m_chunks.back()->dirty = true;
         }
         c = qsizetype(m_chunks.size()) - 1;
         offset = m_chunks.back()->count;
     }
     Chunk &chunk = *m_chunks[size_t(c)];
+    touch(chunk);
     chunk.playlist->insert(*m_sources[size_t(entry.source)].producer, offset, entry.inFrame,
                            entry.outFrame - 1);
     ++chunk.count;
-    chunk.dirty = true;
 }
 
 void CompositionPlaylist::removeEntry(qsizetype position)
@@ -227,9 +251,9 @@ void CompositionPlaylist::removeEntry(qsizetype position)
     if (c == qsizetype(m_chunks.size()))
         return;
     Chunk &chunk = *m_chunks[size_t(c)];
+    touch(chunk);
     chunk.playlist->remove(offset);
     --chunk.count;
-    chunk.dirty = true;
 }
 
 // Brings the parent in line with the chunks it holds: a chunk that changed length must
@@ -240,6 +264,8 @@ void CompositionPlaylist::settleChunks()
     // end; empty ones are dropped from the back forwards so earlier positions hold.
     const int inParent = m_top->count();
     for (size_t c = size_t(inParent); c < m_chunks.size(); ++c) {
+        if (m_chunks[c]->dirty)
+            m_chunks[c]->playlist->unblock();
         m_chunks[c]->dirty = false;
         m_top->append(*m_chunks[c]->playlist);
     }
@@ -248,6 +274,7 @@ void CompositionPlaylist::settleChunks()
         if (!chunk.dirty)
             continue;
         chunk.dirty = false;
+        chunk.playlist->unblock();
         if (chunk.count == 0) {
             m_top->remove(c);
             m_chunks.erase(m_chunks.begin() + c);

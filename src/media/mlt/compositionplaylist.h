@@ -43,7 +43,7 @@ struct PlaylistEntry
 class CompositionPlaylist
 {
 public:
-    static constexpr int chunkSize = 128;
+    static constexpr int chunkSize = 48;
 
     explicit CompositionPlaylist(Mlt::Profile &profile);
     ~CompositionPlaylist();
@@ -53,6 +53,10 @@ public:
     // Makes the playlist play `editList`. Returns the segments whose source could not be
     // opened; they take their time as blank frames.
     QList<SegmentFailure> apply(const EditList &editList);
+
+    // Opens a source ahead of its first use: opening a long recording reads its whole
+    // index, which should happen while sources load, not on the first edit.
+    void prepare(const QString &path);
 
     Mlt::Playlist &playlist() { return *m_top; }
     int frameCount() const;
@@ -78,6 +82,7 @@ private:
     void rebuild(const std::vector<PlaylistEntry> &entries);
     void insertEntry(qsizetype position, const PlaylistEntry &entry);
     void removeEntry(qsizetype position);
+    void touch(Chunk &chunk);
     std::pair<qsizetype, int> locate(qsizetype position) const;
     void settleChunks();
 

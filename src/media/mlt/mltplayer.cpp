@@ -34,6 +34,7 @@ MltPlayer::~MltPlayer()
         m_consumer->stop();
         m_consumer.reset();
     }
+    m_root.reset();
 }
 
 void MltPlayer::ensureProfile(const QString &firstVideoPath)
@@ -74,46 +75,70 @@ double MltPlayer::frameRate() const
 
 Mlt::Producer *MltPlayer::currentProducer() const
 {
-    if (m_playingComposition && m_composition)
-        return &m_composition->playlist();
-    return m_raw.get();
+    return m_root.get();
 }
 
-void MltPlayer::play(Mlt::Producer &producer)
+// The consumer plays one root playlist for its whole life and the current item is that
+// playlist's only entry: switching items or editing the composition then never stops the
+// consumer, which would close and reopen the sound device each time.
+void MltPlayer::ensureConsumer()
 {
-    if (!m_consumer) {
-        m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "sdl2_audio");
-        if (!m_consumer->is_valid())
-            m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "null");
-        m_consumer->set("terminate_on_pause", 0);
-        m_consumer->set("real_time", 1);
-        // A short queue between decoding and the sound card: a seek then shows its frame
-        // after a few frames' worth of work instead of after a second of stale audio.
-        m_consumer->set("buffer", 2);
-        m_consumer->set("prefill", 1);
-        m_consumer->set("audio_buffer", 1024);
-        m_consumer->set("scrub_audio", 0);
-        m_consumer->set("volume", double(m_volume));
-        if (!m_videoSize.isEmpty()) {
-            m_consumer->set("width", m_videoSize.width());
-            m_consumer->set("height", m_videoSize.height());
-        }
-        m_consumer->set("channels", 2);
-        m_consumer->set("frequency", 48000);
-        m_consumer->listen(
-            "consumer-frame-show", this,
-            reinterpret_cast<mlt_listener>(+[](mlt_properties, void *owner, mlt_event_data data) {
-                onFrameShow(owner, mlt_event_data_to_frame(data));
-            }));
-    } else {
-        m_consumer->stop();
-        m_consumer->purge();
+    if (m_consumer)
+        return;
+    m_root = std::make_unique<Mlt::Playlist>(*m_profile);
+    m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "sdl2_audio");
+    if (!m_consumer->is_valid())
+        m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "null");
+    m_consumer->set("terminate_on_pause", 0);
+    m_consumer->set("real_time", 1);
+    // A short queue between decoding and the sound card: a seek then shows its frame
+    // after a few frames' worth of work instead of after a second of stale audio.
+    m_consumer->set("buffer", 2);
+    m_consumer->set("prefill", 1);
+    m_consumer->set("audio_buffer", 1024);
+    m_consumer->set("scrub_audio", 0);
+    m_consumer->set("volume", double(m_volume));
+    if (!m_videoSize.isEmpty()) {
+        m_consumer->set("width", m_videoSize.width());
+        m_consumer->set("height", m_videoSize.height());
     }
-    m_consumer->connect(producer);
+    m_consumer->set("channels", 2);
+    m_consumer->set("frequency", 48000);
+    m_consumer->listen(
+        "consumer-frame-show", this,
+        reinterpret_cast<mlt_listener>(+[](mlt_properties, void *owner, mlt_event_data data) {
+            onFrameShow(owner, mlt_event_data_to_frame(data));
+        }));
+    m_consumer->connect(*m_root);
     m_consumer->start();
     // Starting a consumer sets its producer going at normal speed.
-    producer.set_speed(m_rate);
+    m_root->set_speed(m_rate);
+}
+
+void MltPlayer::play(Mlt::Producer *producer)
+{
+    ensureConsumer();
+    mlt_service_lock(m_root->get_service());
+    m_root->clear();
+    if (producer && producer->get_playtime() > 0)
+        m_root->append(*producer);
+    mlt_service_unlock(m_root->get_service());
+    m_consumer->purge();
     m_consumer->set("refresh", 1);
+}
+
+// After an edit the root's entry still has the composition's old length.
+void MltPlayer::syncRootLength()
+{
+    const int frames = m_composition->playlist().get_playtime();
+    mlt_service_lock(m_root->get_service());
+    if (m_root->count() == 0 && frames > 0)
+        m_root->append(m_composition->playlist());
+    else if (m_root->count() > 0 && frames == 0)
+        m_root->remove(0);
+    else if (frames > 0)
+        m_root->resize_clip(0, 0, frames - 1);
+    mlt_service_unlock(m_root->get_service());
 }
 
 void MltPlayer::onFrameShow(void *owner, void *rawFrame)
@@ -172,20 +197,47 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
             break;
         }
     ensureProfile(firstVideo);
-    if (!m_composition)
-        m_composition = std::make_unique<CompositionPlaylist>(*m_profile);
+    ensureComposition();
     const QList<SegmentFailure> failures = m_composition->apply(editList);
     if (!m_playingComposition) {
         m_playingComposition = true;
-        play(m_composition->playlist());
+        play(&m_composition->playlist());
         m_raw.reset();
-    } else if (m_consumer) {
+    } else {
+        syncRootLength();
         // Frames decoded from the old list must not be shown.
         m_consumer->purge();
     }
     m_status = ItemStatus::readyToPlay;
     QMetaObject::invokeMethod(this, &Player::itemStatusChanged, Qt::QueuedConnection);
     return failures;
+}
+
+void MltPlayer::ensureComposition()
+{
+    if (!m_composition)
+        m_composition = std::make_unique<CompositionPlaylist>(*m_profile);
+}
+
+void MltPlayer::prepareSources(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        if (!m_profileSet) {
+            try {
+                if (!probeMedia(path).info.hasVideo)
+                    continue;
+            } catch (const MediaError &) {
+                continue;
+            }
+            ensureProfile(path);
+        }
+    }
+    // An audio-only project gets the fixed rate.
+    ensureProfile(QString());
+    ensureComposition();
+    for (const QString &path : paths)
+        m_composition->prepare(path);
+    ensureConsumer();
 }
 
 void MltPlayer::replaceWithSource(const QString &path)
@@ -195,11 +247,10 @@ void MltPlayer::replaceWithSource(const QString &path)
     m_playingComposition = false;
     if (producer->is_valid()) {
         m_raw = std::move(producer);
-        play(*m_raw);
+        play(m_raw.get());
         m_status = ItemStatus::readyToPlay;
     } else {
-        if (m_consumer)
-            m_consumer->stop();
+        play(nullptr);
         m_raw.reset();
         m_status = ItemStatus::failed;
     }
