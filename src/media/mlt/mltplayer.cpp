@@ -95,7 +95,8 @@ void MltPlayer::ensureConsumer()
     // after a few frames' worth of work instead of after a second of stale audio.
     m_consumer->set("buffer", 2);
     m_consumer->set("prefill", 1);
-    m_consumer->set("audio_buffer", 1024);
+    // 512 samples (11 ms at 48 kHz): a seek waits for this much old sound to drain.
+    m_consumer->set("audio_buffer", 512);
     m_consumer->set("scrub_audio", 0);
     m_consumer->set("volume", double(m_volume));
     if (!m_videoSize.isEmpty()) {
