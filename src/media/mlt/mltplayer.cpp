@@ -99,10 +99,8 @@ void MltPlayer::ensureConsumer()
     m_consumer->set("audio_buffer", 512);
     m_consumer->set("scrub_audio", 0);
     m_consumer->set("volume", double(m_volume));
-    if (!m_videoSize.isEmpty()) {
-        m_consumer->set("width", m_videoSize.width());
-        m_consumer->set("height", m_videoSize.height());
-    }
+    if (!m_videoSize.isEmpty())
+        renderFor(m_videoSize);
     m_consumer->set("channels", 2);
     m_consumer->set("frequency", 48000);
     m_consumer->listen(
@@ -176,17 +174,23 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
         Qt::QueuedConnection);
 }
 
+// The decoding thread then hands over frames already scaled and converted for the view,
+// so the thread that keeps time only copies them.
+void MltPlayer::renderFor(const QSize &size)
+{
+    m_consumer->set("width", size.width());
+    m_consumer->set("height", size.height());
+    m_consumer->set("mlt_image_format", "rgba");
+}
+
 void MltPlayer::setVideoSize(const QSize &size)
 {
     {
         std::lock_guard lock(m_sizeMutex);
         m_videoSize = size;
     }
-    // Rendering at the view's size is cheaper than scaling each frame afterwards.
-    if (m_consumer && !size.isEmpty()) {
-        m_consumer->set("width", size.width());
-        m_consumer->set("height", size.height());
-    }
+    if (m_consumer && !size.isEmpty())
+        renderFor(size);
 }
 
 QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList)

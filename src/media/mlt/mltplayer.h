@@ -73,6 +73,7 @@ private:
     void ensureProfile(const QString &firstVideoPath);
     void ensureComposition();
     void ensureConsumer();
+    void renderFor(const QSize &size);
     void play(Mlt::Producer *producer);
     void syncRootLength();
     void checkBoundaries();
