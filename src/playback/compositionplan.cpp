@@ -60,6 +60,7 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
         const qint64 startTicks = toTicks(start);
         const qint64 endTicks = toTicks(end);
         plan.map.append({fromTicks(insertAt), block});
+        plan.clampedRanges.append({start, end});
         media::EditSegment segment;
         segment.blockId = block.id;
         segment.sourcePath = tracks.path;

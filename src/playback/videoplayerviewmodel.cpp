@@ -195,9 +195,10 @@ void VideoPlayerViewModel::rebuildComposition()
             = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
                            [&](const SourceTrackInfo &s) { return s.path == segment.sourcePath; });
         const double trackDur = tracks != m_sourceTracks.cend() ? tracks->trackDuration : 0.0;
+        const auto [start, end] = plan.clampedRanges.at(failure.index);
         log(u"Failed to insert segment for "_s + json::uuidString(segment.blockId) + u" ["_s
-            + number(segment.sourceStart) + u'-' + number(segment.sourceEnd) + u"] trackDur="_s
-            + number(trackDur) + u": "_s + failure.reason);
+            + number(start) + u'-' + number(end) + u"] trackDur="_s + number(trackDur) + u": "_s
+            + failure.reason);
     }
     QObject::disconnect(m_statusObservation);
     m_compositionMap = std::move(plan.map);
