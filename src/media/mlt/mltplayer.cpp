@@ -147,6 +147,16 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
     if (!frame)
         return;
     const int position = static_cast<int>(mlt_frame_get_position(frame));
+    // Frames decoded before a seek may still come through; until the seek's own frame
+    // shows, they are not where the play head is.
+    int awaited = self->m_awaitedFrame.load();
+    if (awaited != -1) {
+        if (awaited != position || !self->m_awaitedFrame.compare_exchange_strong(awaited, -1))
+            return;
+        // Not from here: this thread holds the consumer's refresh lock.
+        QMetaObject::invokeMethod(
+            self, [self] { self->resumeAfterSeek(); }, Qt::QueuedConnection);
+    }
     self->m_shownFrame.store(position);
     self->m_framesShown.fetch_add(1);
 
@@ -274,6 +284,7 @@ double MltPlayer::itemDuration() const
 
 void MltPlayer::setRate(double rate)
 {
+    m_resumePending = false;
     m_rate = rate;
     if (Mlt::Producer *producer = currentProducer()) {
         producer->set_speed(rate);
@@ -306,8 +317,24 @@ void MltPlayer::seek(double seconds, std::function<void(bool)> completion)
         const int frame = m_playingComposition && m_composition
             ? m_composition->frameAtSeconds(seconds)
             : static_cast<int>(std::lround(seconds * m_profile->fps()));
+        // While playing, the consumer shows a frame only when the sound queued before it
+        // has played (up to a fifth of a second). Paused, it shows a frame at once; so
+        // pause for the one frame at the target and resume as soon as it is shown.
         producer->seek(frame);
         if (m_consumer) {
+            // MLT clamps the position to the item; wait for the frame it will show.
+            m_awaitedFrame.store(producer->position());
+            if (m_rate != 0.0) {
+                producer->set_speed(0.0);
+                m_resumePending = true;
+            }
+            // Should that frame never show (another seek, an edit), carry on regardless.
+            QTimer::singleShot(250, this, [this, generation] {
+                if (generation != m_seekGeneration)
+                    return;
+                m_awaitedFrame.store(-1);
+                resumeAfterSeek();
+            });
             m_consumer->purge();
             m_consumer->set("refresh", 1);
         }
@@ -324,6 +351,15 @@ void MltPlayer::seek(double seconds, std::function<void(bool)> completion)
             completion(done && generation == m_seekGeneration);
         },
         Qt::QueuedConnection);
+}
+
+void MltPlayer::resumeAfterSeek()
+{
+    if (!m_resumePending || m_rate == 0.0 || !m_root)
+        return;
+    m_resumePending = false;
+    m_root->set_speed(m_rate);
+    m_consumer->set("refresh", 1);
 }
 
 double MltPlayer::currentTime() const

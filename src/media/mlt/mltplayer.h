@@ -77,6 +77,7 @@ private:
     void play(Mlt::Producer *producer);
     void syncRootLength();
     void checkBoundaries();
+    void resumeAfterSeek();
     double timeAtFrame(int frame) const;
     Mlt::Producer *currentProducer() const;
 
@@ -92,6 +93,10 @@ private:
     float m_volume = 1.0f;
 
     std::atomic<int> m_shownFrame {0};
+    // The frame the last seek waits to show; -1 once it has (or when there is none).
+    std::atomic<int> m_awaitedFrame {-1};
+    // A seek while playing paused the consumer to show its frame at once.
+    bool m_resumePending = false;
     std::atomic<qint64> m_framesShown {0};
     std::mutex m_sizeMutex;
     QSize m_videoSize;
