@@ -42,6 +42,8 @@ public:
     ~VideoPlayerViewModel() override;
 
     double currentTime() const { return m_currentTime; }
+    // Sets the published play-head time without seeking (for a freshly opened project).
+    void setCurrentTime(double t);
     double duration() const { return m_duration; }
     bool isPlaying() const { return m_isPlaying; }
     float playbackSpeed() const { return m_playbackSpeed; }
@@ -104,7 +106,6 @@ private:
     void playRawSource();
     void onPeriodicTime(double t);
     void recomputeDeletedTimeRanges();
-    void setCurrentTime(double t);
     void setDuration(double d);
     void setIsPlaying(bool playing);
     void setActiveWordBlockId(const QUuid &id);

@@ -54,3 +54,19 @@ QString documentText(const QList<Paragraph> &paragraphs)
 }
 
 } // namespace kavel::test
+
+namespace kavel {
+
+void PrintTo(const Paragraph &paragraph, std::ostream *out)
+{
+    *out << "Paragraph(" << paragraph.sortOrder << ": "
+         << test::wordTexts(paragraph).join(QLatin1Char(' ')).toStdString() << ')';
+}
+
+void PrintTo(const WordBlock &block, std::ostream *out)
+{
+    *out << '"' << block.text.toStdString() << "\"@" << block.mediaStart << '-' << block.mediaEnd
+         << '#' << block.sortOrder;
+}
+
+} // namespace kavel

@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QStringList>
+#include <ostream>
 
 namespace kavel::test {
 
@@ -17,3 +18,9 @@ QStringList wordTexts(const Paragraph &paragraph);
 QString documentText(const QList<Paragraph> &paragraphs);
 
 } // namespace kavel::test
+
+namespace kavel {
+// Readable failure messages: a paragraph prints as its words, a word as its text and times.
+void PrintTo(const Paragraph &paragraph, std::ostream *out);
+void PrintTo(const WordBlock &block, std::ostream *out);
+} // namespace kavel

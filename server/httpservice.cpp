@@ -1,0 +1,296 @@
+#include "httpservice.h"
+
+#include "credentials.h"
+#include "serverlog.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUuid>
+#include <cstdio>
+#include <fstream>
+#include <httplib.h>
+
+namespace kavel::server {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr std::int64_t accessTokenLifetime = 7 * 24 * 3600;
+constexpr std::int64_t refreshTokenLifetime = 30 * 24 * 3600;
+constexpr std::int64_t smsCodeLifetime = 5 * 60;
+constexpr std::int64_t smsResendInterval = 60;
+constexpr int smsMaxAttempts = 5;
+constexpr size_t maxUploadBytes = size_t {2} << 30;
+
+void sendJson(httplib::Response &response, int status, const QJsonObject &body)
+{
+    response.status = status;
+    response.set_content(QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
+                         "application/json");
+}
+
+void sendDetail(httplib::Response &response, int status, const std::string &detail)
+{
+    sendJson(response, status, QJsonObject {{u"detail"_s, QString::fromStdString(detail)}});
+}
+
+// A flat object of strings, or nothing when the body is anything else.
+std::optional<QJsonObject> jsonBody(const httplib::Request &request)
+{
+    QJsonParseError error;
+    const QJsonDocument document
+        = QJsonDocument::fromJson(QByteArray::fromStdString(request.body), &error);
+    if (error.error != QJsonParseError::NoError || !document.isObject())
+        return std::nullopt;
+    return document.object();
+}
+
+std::optional<std::string> stringField(const QJsonObject &object, const char *key)
+{
+    const QJsonValue value = object.value(QLatin1StringView(key));
+    if (!value.isString() || value.toString().isEmpty())
+        return std::nullopt;
+    return value.toString().toStdString();
+}
+
+std::string extensionOf(const std::string &fileName)
+{
+    const size_t dot = fileName.find_last_of('.');
+    if (dot == std::string::npos || fileName.find('/', dot) != std::string::npos)
+        return {};
+    std::string extension;
+    for (char c : fileName.substr(dot + 1)) {
+        // Only harmless characters reach the file system.
+        if (std::isalnum(static_cast<unsigned char>(c)))
+            extension.push_back(c);
+    }
+    return extension.empty() ? std::string() : "." + extension;
+}
+
+// Accounts are made by whoever runs the server; the page says how.
+constexpr const char *signUpPage = R"html(<!DOCTYPE html>
+<html lang="zh"><head><meta charset="utf-8"><title>Kavel 账户</title></head>
+<body>
+<h1>注册 Kavel 账户</h1>
+<p>这台 Kavel 服务的账户由管理员创建。请联系管理员，让其运行：</p>
+<pre>kavel-server add-user --db 数据库路径 --email 您的邮箱 --password 密码</pre>
+<p>Accounts on this Kavel service are created by its administrator with
+<code>kavel-server add-user</code>.</p>
+</body></html>
+)html";
+
+} // namespace
+
+HttpService::HttpService(Database &database, TranscriptionQueue &queue, SmsSender &sms,
+                         std::string uploadDirectory)
+    : m_database(database)
+    , m_queue(queue)
+    , m_sms(sms)
+    , m_uploadDirectory(std::move(uploadDirectory))
+    , m_server(std::make_unique<httplib::Server>())
+{
+    m_server->new_task_queue = [] { return new httplib::ThreadPool(8); };
+    // An idle keep-alive connection occupies a pool thread until it times out; a short
+    // timeout keeps a handful of idle clients from starving everyone else.
+    m_server->set_keep_alive_timeout(2);
+    m_server->set_payload_max_length(maxUploadBytes);
+    routes();
+}
+
+HttpService::~HttpService() = default;
+
+int HttpService::bind(int port)
+{
+    if (port == 0)
+        return m_server->bind_to_any_port("127.0.0.1");
+    return m_server->bind_to_port("127.0.0.1", port) ? port : -1;
+}
+
+bool HttpService::run()
+{
+    return m_server->listen_after_bind();
+}
+
+void HttpService::stop()
+{
+    m_server->stop();
+}
+
+void HttpService::routes()
+{
+    using httplib::Request;
+    using httplib::Response;
+    m_server->Post("/api/auth/sms-code",
+                   [this](const Request &rq, Response &rs) { sendSmsCode(rq, rs); });
+    m_server->Post("/api/auth/login", [this](const Request &rq, Response &rs) { login(rq, rs); });
+    m_server->Get("/api/auth/me", [this](const Request &rq, Response &rs) { me(rq, rs); });
+    m_server->Post("/api/media/transcribe",
+                   [this](const Request &rq, Response &rs) { upload(rq, rs); });
+    m_server->Get(R"(/api/media/transcribe/([^/]+))",
+                  [this](const Request &rq, Response &rs) { poll(rq, rs); });
+
+    m_server->Get("/signup", [](const Request &, Response &response) {
+        response.set_content(signUpPage, "text/html; charset=utf-8");
+    });
+
+    m_server->set_exception_handler([](const Request &, Response &response, std::exception_ptr e) {
+        std::string what = "unknown error";
+        try {
+            std::rethrow_exception(e);
+        } catch (const std::exception &error) {
+            what = error.what();
+        } catch (...) { }
+        logLine("internal error: " + what);
+        sendDetail(response, 500, "Internal server error");
+    });
+    m_server->set_logger([](const Request &request, const Response &response) {
+        logLine(request.method + " " + request.path + " -> " + std::to_string(response.status));
+    });
+}
+
+std::optional<UserRecord> HttpService::authenticate(const httplib::Request &request,
+                                                    httplib::Response &response)
+{
+    const std::string header = request.get_header_value("Authorization");
+    const std::string prefix = "Bearer ";
+    std::optional<std::string> userId;
+    if (header.size() > prefix.size() && header.compare(0, prefix.size(), prefix) == 0)
+        userId = m_database.userForToken(credentials::digest(header.substr(prefix.size())),
+                                         "access", unixNow());
+    std::optional<UserRecord> user = userId ? m_database.findUserById(*userId) : std::nullopt;
+    if (!user) {
+        response.set_header("WWW-Authenticate", "Bearer");
+        sendDetail(response, 401,
+                   header.empty() ? "Not authenticated" : "Invalid or expired token");
+    }
+    return user;
+}
+
+void HttpService::sendSmsCode(const httplib::Request &request, httplib::Response &response)
+{
+    const auto body = jsonBody(request);
+    const auto phone = body ? stringField(*body, "phone") : std::nullopt;
+    if (!phone)
+        return sendDetail(response, 422, "Expected a JSON object with a phone number");
+    if (!m_database.findUserByPhone(*phone))
+        return sendDetail(response, 404, "No account with this phone number");
+    const std::int64_t now = unixNow();
+    if (auto sentAt = m_database.lastSmsCodeSentAt(*phone);
+        sentAt && now - *sentAt < smsResendInterval)
+        return sendDetail(response, 429, "A code was sent less than a minute ago");
+
+    const std::string code = credentials::newNumericCode(6);
+    m_database.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
+                            now + smsCodeLifetime);
+    m_sms.send(*phone, code);
+    sendJson(response, 200, QJsonObject {{u"success"_s, true}});
+}
+
+void HttpService::login(const httplib::Request &request, httplib::Response &response)
+{
+    const auto body = jsonBody(request);
+    if (!body)
+        return sendDetail(response, 422, "Expected a JSON object");
+    std::optional<UserRecord> user;
+    if (auto account = stringField(*body, "email")) {
+        const auto password = stringField(*body, "password");
+        user = m_database.findUserByAccount(*account);
+        if (!password || !user || !credentials::verifyPassword(user->passwordHash, *password))
+            return sendDetail(response, 401, "Incorrect account or password");
+    } else if (auto phone = stringField(*body, "phone")) {
+        const auto code = stringField(*body, "code");
+        const bool valid = code
+            && m_database.consumeSmsCode(*phone, credentials::digest(*phone + ":" + *code),
+                                         unixNow(), smsMaxAttempts);
+        user = valid ? m_database.findUserByPhone(*phone) : std::nullopt;
+        if (!user)
+            return sendDetail(response, 401, "Incorrect or expired code");
+    } else {
+        return sendDetail(response, 422, "Expected email and password, or phone and code");
+    }
+
+    const std::string accessToken = credentials::newToken();
+    const std::string refreshToken = credentials::newToken();
+    const std::int64_t now = unixNow();
+    m_database.pruneExpired(now);
+    m_database.storeToken(credentials::digest(accessToken), user->id, "access",
+                          now + accessTokenLifetime);
+    m_database.storeToken(credentials::digest(refreshToken), user->id, "refresh",
+                          now + refreshTokenLifetime);
+    sendJson(response, 200,
+             QJsonObject {{u"access_token"_s, QString::fromStdString(accessToken)},
+                          {u"refresh_token"_s, QString::fromStdString(refreshToken)},
+                          {u"expires_in"_s, static_cast<qint64>(accessTokenLifetime)},
+                          {u"token_type"_s, u"bearer"_s}});
+}
+
+void HttpService::me(const httplib::Request &request, httplib::Response &response)
+{
+    const auto user = authenticate(request, response);
+    if (!user)
+        return;
+    QJsonObject profile {{u"id"_s, QString::fromStdString(user->id)},
+                         {u"created_at"_s, QString::fromStdString(user->createdAt)}};
+    if (user->email)
+        profile.insert(u"email"_s, QString::fromStdString(*user->email));
+    if (user->phone)
+        profile.insert(u"phone"_s, QString::fromStdString(*user->phone));
+    if (user->nickname)
+        profile.insert(u"nickname"_s, QString::fromStdString(*user->nickname));
+    sendJson(response, 200, profile);
+}
+
+void HttpService::upload(const httplib::Request &request, httplib::Response &response)
+{
+    const auto user = authenticate(request, response);
+    if (!user)
+        return;
+    if (!request.is_multipart_form_data() || !request.has_file("file"))
+        return sendDetail(response, 422, "Expected a multipart upload with a \"file\" part");
+    const httplib::MultipartFormData file = request.get_file_value("file");
+    if (file.content.empty())
+        return sendDetail(response, 422, "The uploaded file is empty");
+
+    const std::string taskId = QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
+    // The decoder recognises most formats by their content, but the extension helps it
+    // with raw streams such as ADTS AAC.
+    const std::string path = m_uploadDirectory + "/" + taskId + extensionOf(file.filename);
+    {
+        std::ofstream out(path, std::ios::binary);
+        out.write(file.content.data(), static_cast<std::streamsize>(file.content.size()));
+        if (!out.good())
+            return sendDetail(response, 500, "Cannot store the upload");
+    }
+    m_database.createTask(taskId, user->id, unixNow());
+    m_queue.enqueue(taskId, path);
+    logLine("task " + taskId + " queued: " + file.filename + ", "
+            + std::to_string(file.content.size()) + " bytes");
+    sendJson(
+        response, 200,
+        QJsonObject {{u"task_id"_s, QString::fromStdString(taskId)}, {u"status"_s, u"pending"_s}});
+}
+
+void HttpService::poll(const httplib::Request &request, httplib::Response &response)
+{
+    const auto user = authenticate(request, response);
+    if (!user)
+        return;
+    const std::string taskId = request.matches[1];
+    const auto task = m_database.task(taskId);
+    // Someone else's task is as unknown to this user as one that never existed.
+    if (!task || task->userId != user->id)
+        return sendDetail(response, 404, "Task not found");
+
+    QJsonObject reply {{u"task_id"_s, QString::fromStdString(task->id)},
+                       {u"status"_s, QString::fromStdString(task->status)}};
+    if (task->resultJson)
+        reply.insert(u"paragraphs"_s,
+                     QJsonDocument::fromJson(QByteArray::fromStdString(*task->resultJson)).array());
+    if (task->errorMessage)
+        reply.insert(u"error_message"_s, QString::fromStdString(*task->errorMessage));
+    sendJson(response, 200, reply);
+}
+
+} // namespace kavel::server

@@ -1,0 +1,135 @@
+#include "pocketsphinxrecognizer.h"
+
+#include <algorithm>
+#include <array>
+#include <pocketsphinx.h>
+
+namespace kavel::server {
+
+namespace {
+
+constexpr double framesPerSecond = 100.0;
+constexpr size_t samplesPerSecond = 16000;
+constexpr size_t stretchTarget = 30 * samplesPerSecond;
+constexpr size_t cutSearchRadius = 5 * samplesPerSecond;
+constexpr size_t quietWindow = samplesPerSecond / 10;
+constexpr size_t quietStep = samplesPerSecond / 100;
+
+// Boundaries of the stretches to decode: 0, the cut points, the end.
+std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples)
+{
+    std::vector<size_t> boundaries {0};
+    size_t position = 0;
+    while (samples.size() - position > stretchTarget + cutSearchRadius) {
+        const size_t from = position + stretchTarget - cutSearchRadius;
+        const size_t to = position + stretchTarget + cutSearchRadius;
+        size_t quietest = from;
+        double lowestEnergy = -1.0;
+        for (size_t start = from; start + quietWindow <= to; start += quietStep) {
+            double energy = 0.0;
+            for (size_t i = start; i < start + quietWindow; ++i)
+                energy += static_cast<double>(samples[i]) * samples[i];
+            if (lowestEnergy < 0.0 || energy < lowestEnergy) {
+                lowestEnergy = energy;
+                quietest = start;
+            }
+        }
+        position = quietest + quietWindow / 2;
+        boundaries.push_back(position);
+    }
+    boundaries.push_back(samples.size());
+    return boundaries;
+}
+
+bool isHesitation(const std::string &word)
+{
+    static constexpr std::array<std::string_view, 9> hesitations {"ah", "er", "hm",  "hmm", "huh",
+                                                                  "mm", "uh", "uhm", "um"};
+    return std::find(hesitations.begin(), hesitations.end(), word) != hesitations.end();
+}
+
+} // namespace
+
+PocketSphinxRecognizer::PocketSphinxRecognizer(const std::string &modelDirectory)
+{
+    const std::string acousticModel = modelDirectory + "/en-us";
+    const std::string languageModel = modelDirectory + "/en-us.lm.bin";
+    const std::string dictionary = modelDirectory + "/cmudict-en-us.dict";
+    m_config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", acousticModel.c_str(), "-lm",
+                           languageModel.c_str(), "-dict", dictionary.c_str(), "-logfn",
+                           "/dev/null", "-remove_silence", "no", nullptr);
+    if (!m_config)
+        throw RecognitionError("PocketSphinx rejected its configuration");
+    m_decoder = ps_init(m_config);
+    if (!m_decoder) {
+        cmd_ln_free_r(m_config);
+        throw RecognitionError("cannot load the speech model from " + modelDirectory);
+    }
+}
+
+PocketSphinxRecognizer::~PocketSphinxRecognizer()
+{
+    ps_free(m_decoder);
+    cmd_ln_free_r(m_config);
+}
+
+std::string PocketSphinxRecognizer::cleanWord(const std::string &decoded, bool *isFiller)
+{
+    *isFiller = false;
+    // Sentence markers, silences and noise classes: <s>, </s>, <sil>, [NOISE], [SPEECH],
+    // and the ++UM++ style fillers of older models.
+    if (decoded.empty() || decoded.front() == '<' || decoded.front() == '['
+        || decoded.front() == '+')
+        return {};
+    // Alternative pronunciations come back numbered: "read(2)".
+    std::string word = decoded.substr(0, decoded.find('('));
+    *isFiller = isHesitation(word);
+    return word;
+}
+
+std::vector<RecognizedWord> PocketSphinxRecognizer::recognize(std::span<const std::int16_t> samples,
+                                                              const std::atomic<bool> &cancel)
+{
+    std::vector<RecognizedWord> words;
+    const std::vector<size_t> boundaries = stretchBoundaries(samples);
+    for (size_t i = 0; i + 1 < boundaries.size(); ++i) {
+        if (cancel.load())
+            throw RecognitionCancelled();
+        const auto stretch = samples.subspan(boundaries[i], boundaries[i + 1] - boundaries[i]);
+        decodeStretch(stretch, static_cast<double>(boundaries[i]) / samplesPerSecond, words);
+    }
+    return words;
+}
+
+void PocketSphinxRecognizer::decodeStretch(std::span<const std::int16_t> samples, double offset,
+                                           std::vector<RecognizedWord> &words)
+{
+    if (samples.empty())
+        return;
+    if (ps_start_utt(m_decoder) < 0)
+        throw RecognitionError("PocketSphinx could not start an utterance");
+    // Whole stretches, not a stream of small blocks: told that it has the whole
+    // utterance, the decoder normalises the audio over all of it. Fed a second at a time
+    // instead, it got about half the words of a test sentence right; whole, most of them.
+    if (ps_process_raw(m_decoder, samples.data(), samples.size(), FALSE, TRUE) < 0) {
+        ps_end_utt(m_decoder);
+        throw RecognitionError("PocketSphinx could not process the audio");
+    }
+    if (ps_end_utt(m_decoder) < 0)
+        throw RecognitionError("PocketSphinx could not finish an utterance");
+
+    for (ps_seg_t *segment = ps_seg_iter(m_decoder); segment; segment = ps_seg_next(segment)) {
+        bool isFiller = false;
+        std::string text = cleanWord(ps_seg_word(segment), &isFiller);
+        if (text.empty())
+            continue;
+        int startFrame = 0;
+        int endFrame = 0;
+        ps_seg_frames(segment, &startFrame, &endFrame);
+        // The end frame is the word's last frame, so the word lasts until that frame ends.
+        words.push_back({std::move(text), offset + startFrame / framesPerSecond,
+                         offset + (endFrame + 1) / framesPerSecond, isFiller});
+    }
+}
+
+} // namespace kavel::server

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kavel::server {
+
+struct RecognizedWord
+{
+    std::string text;
+    double start = 0.0; // seconds from the start of the audio
+    double end = 0.0;
+    bool isFiller = false;
+};
+
+class RecognitionError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Thrown when recognition gave up because it was asked to stop.
+class RecognitionCancelled : public RecognitionError
+{
+public:
+    RecognitionCancelled()
+        : RecognitionError("recognition was cancelled")
+    { }
+};
+
+// A speech-to-text engine. Takes 16 kHz mono samples and returns the spoken words in
+// order with their times; silences and noises are not words and are left out, while
+// hesitations ("um", "uh") are kept and marked as fillers so the editor can offer to
+// cut them. One recognizer is used by one thread at a time.
+class SpeechRecognizer
+{
+public:
+    virtual ~SpeechRecognizer() = default;
+    // Looks at `cancel` now and then (PocketSphinx: between stretches, every few seconds
+    // of work) and throws RecognitionCancelled once it is set, so that a server can stop
+    // without finishing an hour of speech first.
+    virtual std::vector<RecognizedWord> recognize(std::span<const std::int16_t> samples,
+                                                  const std::atomic<bool> &cancel)
+        = 0;
+};
+
+} // namespace kavel::server

@@ -1,0 +1,178 @@
+// The structural edits of EditorViewModel. Each one computes the new list, changes the
+// document, records or executes its undo command, fixes the selection and cursor, pushes
+// to the preview and refreshes the project copy — in that order.
+#include "editorviewmodel.h"
+#include "paragraphedits.h"
+#include "playback/playbackclock.h"
+
+#include <QPointer>
+#include <algorithm>
+
+namespace kavel {
+
+namespace {
+
+// Where the text cursor goes after `ids` are deleted from `paragraphs`: right after the
+// last surviving word before the first deleted one, so that pressing Delete again
+// removes the next word to the left. Found by ids, since indices shift with the delete.
+struct CursorTarget
+{
+    std::optional<QUuid> afterBlockId; // cursor after this surviving word
+    std::optional<QUuid> startOfParagraph; // or at the start of this surviving paragraph
+};
+
+CursorTarget cursorAfterDeleting(const QList<Paragraph> &paragraphs, const QSet<QUuid> &ids)
+{
+    std::optional<QUuid> lastSurvivor;
+    for (const Paragraph &paragraph : paragraphs) {
+        for (qsizetype i = 0; i < paragraph.wordBlocks.size(); ++i) {
+            const QUuid id = paragraph.wordBlocks.at(i).id;
+            if (!ids.contains(id)) {
+                lastSurvivor = id;
+                continue;
+            }
+            if (i > 0 && lastSurvivor && edits::locateWord({paragraph}, *lastSurvivor).isValid())
+                return {lastSurvivor, {}};
+            // The first deleted word opens its paragraph: stay in that paragraph if
+            // anything of it survives, else fall back to the end of the one before.
+            const bool paragraphSurvives
+                = std::any_of(paragraph.wordBlocks.cbegin(), paragraph.wordBlocks.cend(),
+                              [&](const WordBlock &b) { return !ids.contains(b.id); });
+            if (paragraphSurvives)
+                return {{}, paragraph.id};
+            return {lastSurvivor, {}};
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+void EditorViewModel::deleteSelectedWords()
+{
+    if (m_selectedBlockIds.isEmpty())
+        return;
+    const QList<Paragraph> before = m_paragraphs;
+    setParagraphs(edits::removeWords(m_paragraphs, m_selectedBlockIds));
+    m_undoManager->record(
+        std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, m_paragraphs));
+    clearSelection();
+    syncPlayer();
+    syncProject();
+}
+
+void EditorViewModel::deleteAtCursor()
+{
+    // A key repeat that arrives while a delete is being applied is dropped.
+    if (m_isDeleteInProgress)
+        return;
+    m_isDeleteInProgress = true;
+    const auto done = qScopeGuard([this] { m_isDeleteInProgress = false; });
+
+    QSet<QUuid> ids = m_selectedBlockIds;
+    if (ids.isEmpty()) {
+        if (!m_cursorParagraphId || m_cursorPosition < 1)
+            return;
+        const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
+        if (index < 0 || m_cursorPosition > m_paragraphs.at(index).wordBlocks.size())
+            return;
+        ids.insert(m_paragraphs.at(index).wordBlocks.at(m_cursorPosition - 1).id);
+    }
+    const CursorTarget target = cursorAfterDeleting(m_paragraphs, ids);
+
+    m_suppressPlayerForwarding = true;
+    m_undoManager->execute(std::make_unique<BatchDeleteWordsCommand>(editTarget(), ids));
+    if (target.afterBlockId)
+        placeCursorAfterWord(*target.afterBlockId);
+    else if (target.startOfParagraph)
+        setCursor(*target.startOfParagraph, 0);
+    else {
+        setCursorParagraphId(std::nullopt);
+        setCursorPosition(0);
+        setSelectionAnchor(std::nullopt);
+        clearSelection();
+    }
+
+    // While the preview rebuilds, its notifications would redraw the transcript mid-edit;
+    // hold them back briefly. Each delete schedules its own release; the first one wins.
+    QPointer<EditorViewModel> self(this);
+    m_clock.callAfter(deleteForwardingPauseSeconds, [this, self] {
+        if (self)
+            m_suppressPlayerForwarding = false;
+    });
+    syncProject();
+}
+
+void EditorViewModel::deleteParagraph(const QUuid &paragraphId)
+{
+    const qsizetype i = edits::indexOfParagraph(m_paragraphs, paragraphId);
+    if (i < 0)
+        return;
+    std::optional<QUuid> cursorBlock;
+    if (i > 0 && !m_paragraphs.at(i - 1).wordBlocks.isEmpty())
+        cursorBlock = m_paragraphs.at(i - 1).wordBlocks.last().id;
+    else if (i == 0 && m_paragraphs.size() >= 2 && !m_paragraphs.at(1).wordBlocks.isEmpty())
+        cursorBlock = m_paragraphs.at(1).wordBlocks.first().id;
+
+    m_undoManager->execute(std::make_unique<DeleteParagraphCommand>(editTarget(), paragraphId));
+    clearSelection();
+    if (cursorBlock)
+        placeCursorAfterWord(*cursorBlock);
+    syncProject();
+}
+
+void EditorViewModel::moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset)
+{
+    setParagraphs(edits::moveParagraphs(m_paragraphs, fromOffsets, toOffset));
+    syncPlayer();
+}
+
+qsizetype EditorViewModel::deleteFillerWords()
+{
+    const QSet<QUuid> fillers = edits::fillerWordIds(m_paragraphs);
+    if (fillers.isEmpty())
+        return 0;
+    const QList<Paragraph> before = m_paragraphs;
+    setParagraphs(edits::removeWords(m_paragraphs, fillers));
+    m_undoManager->record(
+        std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, m_paragraphs));
+    setSelectedBlockIds(m_selectedBlockIds - fillers);
+    syncPlayer();
+    syncProject();
+    return fillers.size();
+}
+
+void EditorViewModel::copySelectedWords()
+{
+    if (m_selectedBlockIds.isEmpty())
+        return;
+    m_copiedWords.clear();
+    for (const Paragraph &paragraph : std::as_const(m_paragraphs)) {
+        for (const WordBlock &block : paragraph.wordBlocks) {
+            if (m_selectedBlockIds.contains(block.id))
+                m_copiedWords.append(block);
+        }
+    }
+}
+
+void EditorViewModel::pasteWords()
+{
+    if (m_copiedWords.isEmpty() || !m_cursorParagraphId)
+        return;
+    const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
+    if (index < 0)
+        return;
+    const QList<Paragraph> before = m_paragraphs;
+    QList<Paragraph> after = m_paragraphs;
+    const qsizetype gap
+        = std::clamp<qsizetype>(m_cursorPosition, 0, after.at(index).wordBlocks.size());
+    const QList<QUuid> inserted
+        = edits::insertWords(after, *m_cursorParagraphId, gap, m_copiedWords);
+    setParagraphs(after);
+    m_undoManager->record(std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, after));
+    placeCursorAfterWord(inserted.last());
+    syncPlayer();
+    syncProject();
+}
+
+} // namespace kavel

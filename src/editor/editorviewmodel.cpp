@@ -1,0 +1,395 @@
+#include "editorviewmodel.h"
+
+#include "model/errors.h"
+#include "model/timeline.h"
+#include "paragraphedits.h"
+#include "playback/playbackclock.h"
+
+#include <QPointer>
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+namespace {
+
+// Assigns and notifies when the value changes.
+template<typename T, typename Signal>
+void assign(EditorViewModel *self, T &field, const T &value, Signal signal)
+{
+    if (field == value)
+        return;
+    field = value;
+    Q_EMIT(self->*signal)();
+}
+
+} // namespace
+
+EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock, QObject *parent)
+    : QObject(parent)
+    , m_clock(clock)
+    , m_playerVM(std::make_unique<VideoPlayerViewModel>(engine, clock))
+    , m_undoManager(std::make_unique<EditorUndoManager>())
+{
+    // Views that observe only the editor redraw with the play head.
+    for (auto signal :
+         {&VideoPlayerViewModel::currentTimeChanged, &VideoPlayerViewModel::durationChanged,
+          &VideoPlayerViewModel::activeWordBlockIdChanged,
+          &VideoPlayerViewModel::deletedTimeRangesChanged, &VideoPlayerViewModel::isPlayingChanged})
+        connect(m_playerVM.get(), signal, this, &EditorViewModel::forwardPlayerChange);
+    connect(m_playerVM.get(), &VideoPlayerViewModel::isPlayingChanged, this, [this] {
+        if (!m_playerVM->isPlaying())
+            setPlayingSentenceId(std::nullopt);
+    });
+}
+
+EditorViewModel::~EditorViewModel() = default;
+
+void EditorViewModel::forwardPlayerChange()
+{
+    if (!m_suppressPlayerForwarding)
+        Q_EMIT playerStateChanged();
+}
+
+// --- plain setters ---------------------------------------------------------------------
+
+void EditorViewModel::setParagraphs(const QList<Paragraph> &paragraphs)
+{
+    m_paragraphs = paragraphs;
+    Q_EMIT paragraphsChanged();
+}
+
+void EditorViewModel::setIsDragging(bool v)
+{
+    assign(this, m_isDragging, v, &EditorViewModel::isDraggingChanged);
+}
+void EditorViewModel::setIsProcessing(bool v)
+{
+    assign(this, m_isProcessing, v, &EditorViewModel::isProcessingChanged);
+}
+void EditorViewModel::setProcessingStatus(const QString &v)
+{
+    assign(this, m_processingStatus, v, &EditorViewModel::processingStatusChanged);
+}
+void EditorViewModel::setShowExportSheet(bool v)
+{
+    assign(this, m_showExportSheet, v, &EditorViewModel::showExportSheetChanged);
+}
+void EditorViewModel::setExportSettings(const ExportSettings &v)
+{
+    assign(this, m_exportSettings, v, &EditorViewModel::exportSettingsChanged);
+}
+void EditorViewModel::setShowSearchBar(bool v)
+{
+    assign(this, m_showSearchBar, v, &EditorViewModel::showSearchBarChanged);
+}
+void EditorViewModel::setSearchQuery(const QString &v)
+{
+    assign(this, m_searchQuery, v, &EditorViewModel::searchQueryChanged);
+}
+void EditorViewModel::setIsVideoTrackMuted(bool v)
+{
+    assign(this, m_isVideoTrackMuted, v, &EditorViewModel::trackFlagsChanged);
+}
+void EditorViewModel::setIsAudioTrackMuted(bool v)
+{
+    assign(this, m_isAudioTrackMuted, v, &EditorViewModel::trackFlagsChanged);
+}
+void EditorViewModel::setIsVideoTrackLocked(bool v)
+{
+    assign(this, m_isVideoTrackLocked, v, &EditorViewModel::trackFlagsChanged);
+}
+void EditorViewModel::setIsAudioTrackLocked(bool v)
+{
+    assign(this, m_isAudioTrackLocked, v, &EditorViewModel::trackFlagsChanged);
+}
+void EditorViewModel::setNavigateToEditor(bool v)
+{
+    assign(this, m_navigateToEditor, v, &EditorViewModel::navigateToEditorChanged);
+}
+void EditorViewModel::setSelectedBlockIds(const QSet<QUuid> &v)
+{
+    assign(this, m_selectedBlockIds, v, &EditorViewModel::selectedBlockIdsChanged);
+}
+void EditorViewModel::setSelectedParagraphId(std::optional<QUuid> v)
+{
+    assign(this, m_selectedParagraphId, v, &EditorViewModel::selectedParagraphIdChanged);
+}
+void EditorViewModel::setCursorParagraphId(std::optional<QUuid> v)
+{
+    assign(this, m_cursorParagraphId, v, &EditorViewModel::cursorParagraphIdChanged);
+}
+void EditorViewModel::setCursorPosition(qsizetype v)
+{
+    assign(this, m_cursorPosition, v, &EditorViewModel::cursorPositionChanged);
+}
+void EditorViewModel::setSelectionAnchor(std::optional<qsizetype> v)
+{
+    assign(this, m_selectionAnchor, v, &EditorViewModel::selectionAnchorChanged);
+}
+void EditorViewModel::setPlayingSentenceId(std::optional<QUuid> v)
+{
+    assign(this, m_playingSentenceId, v, &EditorViewModel::playingSentenceIdChanged);
+}
+void EditorViewModel::setShowSaveConfirmation(bool v)
+{
+    assign(this, m_showSaveConfirmation, v, &EditorViewModel::showSaveConfirmationChanged);
+}
+void EditorViewModel::setSearchResults(const QList<SearchHit> &v)
+{
+    assign(this, m_searchResults, v, &EditorViewModel::searchResultsChanged);
+}
+void EditorViewModel::setCurrentSearchIndex(qsizetype v)
+{
+    assign(this, m_currentSearchIndex, v, &EditorViewModel::currentSearchIndexChanged);
+}
+
+// --- project and player ----------------------------------------------------------------
+
+void EditorViewModel::openProject(const QUrl &url)
+{
+    std::unique_ptr<KavelProject> loaded;
+    try {
+        loaded = KavelProject::load(url);
+    } catch (const Error &error) {
+        setProcessingStatus(u"打开项目失败: "_s + error.description());
+        return;
+    }
+
+    m_project = std::move(loaded);
+    Q_EMIT projectChanged();
+    setParagraphs(m_project->paragraphs());
+    clearSelection();
+    m_undoManager->clear();
+    setNavigateToEditor(true);
+    syncPlayer();
+
+    QList<PlaybackSource> sources;
+    for (const SourceFile &file : m_project->metadata().sourceFiles) {
+        if (auto fileUrl = m_project->sourceFileURL(file.id))
+            sources.append({file.id, *fileUrl});
+    }
+    m_playerVM->loadSources(sources);
+    m_playerVM->setCurrentTime(0.0);
+}
+
+void EditorViewModel::syncPlayer()
+{
+    if (m_isDeferringPlayerSync) {
+        m_deferredSyncNeeded = true;
+        return;
+    }
+    pushToPlayer();
+}
+
+void EditorViewModel::pushToPlayer()
+{
+    m_playerVM->setWordBlocks(flattenParagraphs(m_paragraphs));
+    m_playerVM->scheduleRebuild();
+}
+
+void EditorViewModel::syncProject()
+{
+    if (m_project)
+        m_project->setParagraphs(m_paragraphs);
+}
+
+void EditorViewModel::save()
+{
+    if (m_project) {
+        m_project->setParagraphs(m_paragraphs);
+        try {
+            m_project->saveTimeline();
+        } catch (const Error &) {
+            // Deliberately silent: the confirmation below means "save requested", and the
+            // document is still in memory for the next attempt.
+        }
+    }
+    m_lastSavedAt = QDateTime::currentDateTimeUtc();
+    Q_EMIT lastSavedAtChanged();
+    setShowSaveConfirmation(true);
+
+    // Each save hides the confirmation two seconds after itself; the first to fire wins.
+    QPointer<EditorViewModel> self(this);
+    m_clock.callAfter(saveConfirmationSeconds, [self] {
+        if (self)
+            self->setShowSaveConfirmation(false);
+    });
+}
+
+// --- cursor and selection --------------------------------------------------------------
+
+void EditorViewModel::seekToBlockAt(const Paragraph &paragraph, qsizetype index)
+{
+    if (index >= 0 && index < paragraph.wordBlocks.size())
+        m_playerVM->seekToBlock(paragraph.wordBlocks.at(index));
+}
+
+void EditorViewModel::setCursor(const QUuid &paragraphId, qsizetype position)
+{
+    setCursorParagraphId(paragraphId);
+    setSelectedParagraphId(paragraphId);
+    setCursorPosition(position);
+    setSelectionAnchor(std::nullopt);
+    setSelectedBlockIds({});
+
+    const qsizetype index = edits::indexOfParagraph(m_paragraphs, paragraphId);
+    if (index < 0)
+        return;
+    const Paragraph &paragraph = m_paragraphs.at(index);
+    const qsizetype n = paragraph.wordBlocks.size();
+    qsizetype i = std::min(n - 1, position - 1);
+    if (i < 0) {
+        if (n == 0)
+            return;
+        i = 0;
+    }
+    // The play head goes to the word just before the cursor, or to the first word when
+    // the cursor stands at the start.
+    seekToBlockAt(paragraph, i);
+}
+
+void EditorViewModel::selectParagraph(const Paragraph &paragraph)
+{
+    setSelectedParagraphId(paragraph.id);
+    setCursor(paragraph.id, 0);
+    if (!paragraph.wordBlocks.isEmpty())
+        m_playerVM->seekToBlock(paragraph.wordBlocks.first());
+}
+
+void EditorViewModel::placeCursorAfterWord(const QUuid &blockId)
+{
+    const auto where = edits::locateWord(m_paragraphs, blockId);
+    if (where.isValid())
+        setCursor(m_paragraphs.at(where.paragraph).id, where.word + 1);
+}
+
+void EditorViewModel::moveCursorLeft()
+{
+    if (m_cursorParagraphId)
+        setCursor(*m_cursorParagraphId, std::max<qsizetype>(m_cursorPosition - 1, 0));
+}
+
+void EditorViewModel::moveCursorRight()
+{
+    if (!m_cursorParagraphId)
+        return;
+    const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
+    if (index < 0)
+        return;
+    const qsizetype n = m_paragraphs.at(index).wordBlocks.size();
+    setCursor(*m_cursorParagraphId, std::min(m_cursorPosition + 1, n));
+}
+
+void EditorViewModel::selectRange(const QUuid &paragraphId, qsizetype anchor, qsizetype position)
+{
+    setCursorParagraphId(paragraphId);
+    setSelectedParagraphId(paragraphId);
+    setSelectionAnchor(anchor);
+    setCursorPosition(position);
+
+    const qsizetype index = edits::indexOfParagraph(m_paragraphs, paragraphId);
+    if (index < 0)
+        return;
+    const Paragraph &paragraph = m_paragraphs.at(index);
+    const qsizetype n = paragraph.wordBlocks.size();
+    const qsizetype lo = std::min(anchor, position);
+    if (lo > n)
+        return;
+    const qsizetype hi = std::min(std::max(anchor, position), n);
+    QSet<QUuid> ids;
+    for (qsizetype i = std::max<qsizetype>(lo, 0); i < hi; ++i)
+        ids.insert(paragraph.wordBlocks.at(i).id);
+    setSelectedBlockIds(ids);
+    if (lo < hi)
+        seekToBlockAt(paragraph, lo);
+}
+
+void EditorViewModel::extendSelection(qsizetype position)
+{
+    if (!m_cursorParagraphId)
+        return;
+    const qsizetype anchor = m_selectionAnchor.value_or(m_cursorPosition);
+    selectRange(*m_cursorParagraphId, anchor, position);
+}
+
+void EditorViewModel::selectAcross(const QUuid &fromParagraphId, qsizetype fromPosition,
+                                   const QUuid &toParagraphId, qsizetype toPosition)
+{
+    const qsizetype a = edits::indexOfParagraph(m_paragraphs, fromParagraphId);
+    const qsizetype b = edits::indexOfParagraph(m_paragraphs, toParagraphId);
+    if (a < 0 || b < 0)
+        return;
+
+    qsizetype first = a, last = b, start = fromPosition, end = toPosition;
+    if (a > b) {
+        first = b;
+        last = a;
+        start = toPosition;
+        end = fromPosition;
+    } else if (a == b) {
+        start = std::min(fromPosition, toPosition);
+        end = std::max(fromPosition, toPosition);
+    }
+
+    QSet<QUuid> ids;
+    auto take = [&](const Paragraph &p, qsizetype lo, qsizetype hi) {
+        for (qsizetype i = std::max<qsizetype>(lo, 0); i < hi; ++i)
+            ids.insert(p.wordBlocks.at(i).id);
+    };
+    for (qsizetype i = first; i <= last; ++i) {
+        const Paragraph &p = m_paragraphs.at(i);
+        const qsizetype count = p.wordBlocks.size();
+        if (i == first)
+            take(p, start, i == last ? std::min(count, end) : count);
+        else if (i == last)
+            take(p, 0, std::min(count, end));
+        else
+            take(p, 0, count);
+    }
+
+    setSelectedBlockIds(ids);
+    setCursorParagraphId(toParagraphId);
+    setCursorPosition(toPosition);
+    setSelectionAnchor(fromPosition);
+    setSelectedParagraphId(toParagraphId);
+}
+
+void EditorViewModel::clearSelection()
+{
+    setSelectedBlockIds({});
+    setSelectedParagraphId(std::nullopt);
+}
+
+void EditorViewModel::selectAllInParagraph()
+{
+    const std::optional<QUuid> id
+        = m_cursorParagraphId ? m_cursorParagraphId : m_selectedParagraphId;
+    if (!id)
+        return;
+    const qsizetype index = edits::indexOfParagraph(m_paragraphs, *id);
+    if (index >= 0)
+        selectRange(*id, 0, m_paragraphs.at(index).wordBlocks.size());
+}
+
+void EditorViewModel::toggleSentencePlayback(const Paragraph &paragraph)
+{
+    if (m_playingSentenceId == paragraph.id) {
+        m_playerVM->stop();
+        setPlayingSentenceId(std::nullopt);
+        return;
+    }
+    m_playerVM->stop();
+    if (paragraph.wordBlocks.isEmpty())
+        return;
+    setPlayingSentenceId(paragraph.id);
+    setSelectedParagraphId(paragraph.id);
+    QPointer<EditorViewModel> self(this);
+    m_playerVM->playRange(paragraph.wordBlocks.first().id, paragraph.wordBlocks.last().id, [self] {
+        if (self)
+            self->setPlayingSentenceId(std::nullopt);
+    });
+}
+
+} // namespace kavel

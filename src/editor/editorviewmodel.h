@@ -1,0 +1,254 @@
+#pragma once
+
+#include "editcommands.h"
+#include "editorundomanager.h"
+#include "export/exportsettings.h"
+#include "model/kavelproject.h"
+#include "playback/videoplayerviewmodel.h"
+#include "transcriptsearch.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QSet>
+#include <QUrl>
+#include <memory>
+#include <optional>
+
+namespace kavel {
+
+namespace media {
+class MediaEngine;
+}
+class PlaybackClock;
+
+// The state behind the editor screen: the document being edited, the selection and
+// the text cursor, the preview player, the undo history and the open project. Views
+// read its properties and call its operations; none keeps a copy of the document.
+// Operations given ids that are no longer in the document do nothing.
+class EditorViewModel : public QObject, private EditTarget
+{
+    Q_OBJECT
+    Q_PROPERTY(QList<kavel::Paragraph> paragraphs READ paragraphs NOTIFY paragraphsChanged)
+    Q_PROPERTY(QSet<QUuid> selectedBlockIds READ selectedBlockIds NOTIFY selectedBlockIdsChanged)
+    Q_PROPERTY(std::optional<QUuid> selectedParagraphId READ selectedParagraphId NOTIFY
+                   selectedParagraphIdChanged)
+    Q_PROPERTY(std::optional<QUuid> cursorParagraphId READ cursorParagraphId NOTIFY
+                   cursorParagraphIdChanged)
+    Q_PROPERTY(qsizetype cursorPosition READ cursorPosition NOTIFY cursorPositionChanged)
+    Q_PROPERTY(
+        std::optional<qsizetype> selectionAnchor READ selectionAnchor NOTIFY selectionAnchorChanged)
+    Q_PROPERTY(bool isDragging READ isDragging WRITE setIsDragging NOTIFY isDraggingChanged)
+    Q_PROPERTY(bool isProcessing READ isProcessing NOTIFY isProcessingChanged)
+    Q_PROPERTY(QString processingStatus READ processingStatus NOTIFY processingStatusChanged)
+    Q_PROPERTY(bool showExportSheet READ showExportSheet WRITE setShowExportSheet NOTIFY
+                   showExportSheetChanged)
+    Q_PROPERTY(std::optional<QUuid> playingSentenceId READ playingSentenceId NOTIFY
+                   playingSentenceIdChanged)
+    Q_PROPERTY(std::optional<QDateTime> lastSavedAt READ lastSavedAt NOTIFY lastSavedAtChanged)
+    Q_PROPERTY(
+        bool showSaveConfirmation READ showSaveConfirmation NOTIFY showSaveConfirmationChanged)
+    Q_PROPERTY(kavel::ExportSettings exportSettings READ exportSettings WRITE setExportSettings
+                   NOTIFY exportSettingsChanged)
+    Q_PROPERTY(
+        bool showSearchBar READ showSearchBar WRITE setShowSearchBar NOTIFY showSearchBarChanged)
+    Q_PROPERTY(QString searchQuery READ searchQuery WRITE setSearchQuery NOTIFY searchQueryChanged)
+    Q_PROPERTY(QList<kavel::SearchHit> searchResults READ searchResults NOTIFY searchResultsChanged)
+    Q_PROPERTY(
+        qsizetype currentSearchIndex READ currentSearchIndex NOTIFY currentSearchIndexChanged)
+    Q_PROPERTY(bool isVideoTrackMuted READ isVideoTrackMuted WRITE setIsVideoTrackMuted NOTIFY
+                   trackFlagsChanged)
+    Q_PROPERTY(bool isAudioTrackMuted READ isAudioTrackMuted WRITE setIsAudioTrackMuted NOTIFY
+                   trackFlagsChanged)
+    Q_PROPERTY(bool isVideoTrackLocked READ isVideoTrackLocked WRITE setIsVideoTrackLocked NOTIFY
+                   trackFlagsChanged)
+    Q_PROPERTY(bool isAudioTrackLocked READ isAudioTrackLocked WRITE setIsAudioTrackLocked NOTIFY
+                   trackFlagsChanged)
+    Q_PROPERTY(kavel::KavelProject *project READ project NOTIFY projectChanged)
+    Q_PROPERTY(bool navigateToEditor READ navigateToEditor WRITE setNavigateToEditor NOTIFY
+                   navigateToEditorChanged)
+
+public:
+    static constexpr double saveConfirmationSeconds = 2.0;
+    static constexpr double deleteForwardingPauseSeconds = 0.15;
+
+    EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock, QObject *parent = nullptr);
+    ~EditorViewModel() override;
+
+    // --- state -----------------------------------------------------------------------
+    const QList<Paragraph> &paragraphs() const override { return m_paragraphs; }
+    const QSet<QUuid> &selectedBlockIds() const { return m_selectedBlockIds; }
+    std::optional<QUuid> selectedParagraphId() const { return m_selectedParagraphId; }
+    std::optional<QUuid> cursorParagraphId() const { return m_cursorParagraphId; }
+    qsizetype cursorPosition() const { return m_cursorPosition; }
+    std::optional<qsizetype> selectionAnchor() const { return m_selectionAnchor; }
+    bool isDragging() const { return m_isDragging; }
+    void setIsDragging(bool dragging);
+    bool isProcessing() const { return m_isProcessing; }
+    const QString &processingStatus() const { return m_processingStatus; }
+    bool showExportSheet() const { return m_showExportSheet; }
+    void setShowExportSheet(bool show);
+    std::optional<QUuid> playingSentenceId() const { return m_playingSentenceId; }
+    std::optional<QDateTime> lastSavedAt() const { return m_lastSavedAt; }
+    bool showSaveConfirmation() const { return m_showSaveConfirmation; }
+    const ExportSettings &exportSettings() const { return m_exportSettings; }
+    void setExportSettings(const ExportSettings &settings);
+    bool showSearchBar() const { return m_showSearchBar; }
+    void setShowSearchBar(bool show);
+    const QString &searchQuery() const { return m_searchQuery; }
+    void setSearchQuery(const QString &query);
+    const QList<SearchHit> &searchResults() const { return m_searchResults; }
+    qsizetype currentSearchIndex() const { return m_currentSearchIndex; }
+    bool isVideoTrackMuted() const { return m_isVideoTrackMuted; }
+    void setIsVideoTrackMuted(bool value);
+    bool isAudioTrackMuted() const { return m_isAudioTrackMuted; }
+    void setIsAudioTrackMuted(bool value);
+    bool isVideoTrackLocked() const { return m_isVideoTrackLocked; }
+    void setIsVideoTrackLocked(bool value);
+    bool isAudioTrackLocked() const { return m_isAudioTrackLocked; }
+    void setIsAudioTrackLocked(bool value);
+    KavelProject *project() const { return m_project.get(); }
+    bool navigateToEditor() const { return m_navigateToEditor; }
+    void setNavigateToEditor(bool value);
+
+    VideoPlayerViewModel &playerVM() { return *m_playerVM; }
+    EditorUndoManager &undoManager() { return *m_undoManager; }
+    bool suppressPlayerForwarding() const { return m_suppressPlayerForwarding; }
+    bool isDeferringPlayerSync() const { return m_isDeferringPlayerSync; }
+    bool deferredSyncNeeded() const { return m_deferredSyncNeeded; }
+
+    // --- project and player ------------------------------------------------------------
+    // Loads the bundle; on failure only processingStatus changes ("打开项目失败: …").
+    void openProject(const QUrl &url);
+    // Hands the flattened document to the preview (or notes that it must be, while
+    // pushes are deferred).
+    void syncPlayer() override;
+    // Copies the document into the open project, in memory only.
+    void syncProject();
+    // Writes the timeline. A failed write is not reported: the confirmation shows that a
+    // save was asked for, and the document stays in memory either way.
+    void save();
+
+    // --- cursor and selection ----------------------------------------------------------
+    void setCursor(const QUuid &paragraphId, qsizetype position);
+    void selectParagraph(const Paragraph &paragraph);
+    void placeCursorAfterWord(const QUuid &blockId);
+    void moveCursorLeft();
+    void moveCursorRight();
+    void selectRange(const QUuid &paragraphId, qsizetype anchor, qsizetype position);
+    void extendSelection(qsizetype position);
+    void selectAcross(const QUuid &fromParagraphId, qsizetype fromPosition,
+                      const QUuid &toParagraphId, qsizetype toPosition);
+    void clearSelection();
+    // Selects every word of the cursor's paragraph (or of the selected one).
+    void selectAllInParagraph();
+    void toggleSentencePlayback(const Paragraph &paragraph);
+
+    // --- editing (editoperations.cpp) --------------------------------------------------
+    void deleteSelectedWords();
+    void deleteAtCursor();
+    void deleteParagraph(const QUuid &paragraphId);
+    // Not undoable; the project copy is refreshed at the next save.
+    void moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset);
+    // Removes every filler word in one undoable step; returns how many were removed.
+    qsizetype deleteFillerWords();
+    // Keeps a copy of the selected words, in document order.
+    void copySelectedWords();
+    const QList<WordBlock> &copiedWords() const { return m_copiedWords; }
+    // Inserts the copied words at the cursor as new words (fresh ids), one undoable step;
+    // the cursor ends after them.
+    void pasteWords();
+
+    // --- search (editorsearch.cpp) -----------------------------------------------------
+    void performSearch();
+    void nextSearchResult();
+    void previousSearchResult();
+    void goToSearchResult(qsizetype index);
+    bool isSearchMatch(const QUuid &blockId) const;
+
+Q_SIGNALS:
+    void paragraphsChanged();
+    void selectedBlockIdsChanged();
+    void selectedParagraphIdChanged();
+    void cursorParagraphIdChanged();
+    void cursorPositionChanged();
+    void selectionAnchorChanged();
+    void isDraggingChanged();
+    void isProcessingChanged();
+    void processingStatusChanged();
+    void showExportSheetChanged();
+    void playingSentenceIdChanged();
+    void lastSavedAtChanged();
+    void showSaveConfirmationChanged();
+    void exportSettingsChanged();
+    void showSearchBarChanged();
+    void searchQueryChanged();
+    void searchResultsChanged();
+    void currentSearchIndexChanged();
+    void trackFlagsChanged();
+    void projectChanged();
+    void navigateToEditorChanged();
+    // The preview moved or changed (play head, active word, …), forwarded so that views
+    // observing only the editor redraw with it. Held back briefly after a keyboard delete.
+    void playerStateChanged();
+
+protected:
+    void setProcessingStatus(const QString &status);
+    void setIsProcessing(bool processing);
+
+private:
+    // EditTarget: what the undo commands use.
+    void setParagraphs(const QList<Paragraph> &paragraphs) override;
+    void pushToPlayer() override;
+    EditTarget &editTarget() { return *this; }
+
+    void setSelectedBlockIds(const QSet<QUuid> &ids);
+    void setSelectedParagraphId(std::optional<QUuid> id);
+    void setCursorParagraphId(std::optional<QUuid> id);
+    void setCursorPosition(qsizetype position);
+    void setSelectionAnchor(std::optional<qsizetype> anchor);
+    void setPlayingSentenceId(std::optional<QUuid> id);
+    void setShowSaveConfirmation(bool show);
+    void setSearchResults(const QList<SearchHit> &results);
+    void setCurrentSearchIndex(qsizetype index);
+    void seekToBlockAt(const Paragraph &paragraph, qsizetype index);
+    void forwardPlayerChange();
+
+    PlaybackClock &m_clock;
+    std::unique_ptr<VideoPlayerViewModel> m_playerVM;
+    std::unique_ptr<EditorUndoManager> m_undoManager;
+    std::unique_ptr<KavelProject> m_project;
+
+    QList<Paragraph> m_paragraphs;
+    QSet<QUuid> m_selectedBlockIds;
+    std::optional<QUuid> m_selectedParagraphId;
+    std::optional<QUuid> m_cursorParagraphId;
+    qsizetype m_cursorPosition = 0;
+    std::optional<qsizetype> m_selectionAnchor;
+    bool m_isDragging = false;
+    bool m_isProcessing = false;
+    QString m_processingStatus;
+    bool m_showExportSheet = false;
+    std::optional<QUuid> m_playingSentenceId;
+    std::optional<QDateTime> m_lastSavedAt;
+    bool m_showSaveConfirmation = false;
+    ExportSettings m_exportSettings;
+    bool m_showSearchBar = false;
+    QString m_searchQuery;
+    QList<SearchHit> m_searchResults;
+    qsizetype m_currentSearchIndex = 0;
+    bool m_isVideoTrackMuted = false;
+    bool m_isAudioTrackMuted = false;
+    bool m_isVideoTrackLocked = false;
+    bool m_isAudioTrackLocked = false;
+    bool m_navigateToEditor = false;
+
+    bool m_suppressPlayerForwarding = false;
+    // The hook for batching many edits into one preview rebuild: while set, pushes only
+    // mark that one is due. Nothing sets it yet.
+    bool m_isDeferringPlayerSync = false;
+    bool m_deferredSyncNeeded = false;
+    bool m_isDeleteInProgress = false;
+    QList<WordBlock> m_copiedWords;
+};
+
+} // namespace kavel

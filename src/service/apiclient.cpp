@@ -1,0 +1,232 @@
+#include "apiclient.h"
+
+#include "model/fileio.h"
+
+#include <QCoroNetworkReply>
+#include <QFileInfo>
+#include <QStringDecoder>
+#include <QTimer>
+#include <QUuid>
+#include <stdexcept>
+
+namespace kavel::service {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Body text for the log: the bytes as UTF-8, or nothing when they are not valid UTF-8.
+std::optional<QString> utf8Text(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    return text;
+}
+
+bool isSuccess(int statusCode)
+{
+    return statusCode >= 200 && statusCode <= 299;
+}
+
+} // namespace
+
+APIClient::APIClient(const QUrl &baseUrl, SessionTimeouts timeouts, LogSink log)
+    : m_baseURL(baseUrl)
+    , m_timeouts(timeouts)
+    , m_log(std::move(log))
+    , m_session(std::make_unique<QNetworkAccessManager>())
+{
+    if (!m_baseURL.isValid() || m_baseURL.isRelative())
+        throw std::invalid_argument("APIClient needs an absolute base URL, got: "
+                                    + baseUrl.toString().toStdString());
+    m_session->setTransferTimeout(static_cast<int>(m_timeouts.request.count()));
+}
+
+APIClient::~APIClient() = default;
+
+void APIClient::logLine(const QString &line) const
+{
+    if (m_log)
+        m_log(line);
+}
+
+QUrl APIClient::endpoint(const QString &path) const
+{
+    QString base = m_baseURL.toString(QUrl::FullyEncoded);
+    if (base.endsWith(u'/'))
+        base.chop(1);
+    const QString separator = path.startsWith(u'/') ? QString() : u"/"_s;
+    return QUrl(base + separator + path);
+}
+
+QNetworkRequest APIClient::makeRequest(const QUrl &url) const
+{
+    QNetworkRequest request(url);
+    request.setTransferTimeout(static_cast<int>(m_timeouts.perRequest.count()));
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
+                         QNetworkRequest::PreferNetwork);
+    if (m_accessToken)
+        request.setRawHeader("Authorization", "Bearer " + m_accessToken->toUtf8());
+    return request;
+}
+
+QCoro::Task<APIClient::Reply> APIClient::send(QNetworkRequest request, QByteArray verb,
+                                              QByteArray body)
+{
+    const auto later = [](QNetworkReply *r) { r->deleteLater(); };
+    std::unique_ptr<QNetworkReply, decltype(later)> reply(
+        verb == "GET" ? m_session->get(request) : m_session->sendCustomRequest(request, verb, body),
+        later);
+    // The per-request limit only counts idle time; this one ends a transfer that keeps
+    // moving but never finishes.
+    QTimer::singleShot(m_timeouts.resource, reply.get(), [raw = reply.get()] {
+        if (raw->isRunning())
+            raw->abort();
+    });
+    co_await qCoro(reply.get()).waitForFinished();
+
+    Reply result;
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (reply->isOpen())
+        result.body = reply->readAll();
+    if (status.isValid()) {
+        result.isHttp = true;
+        result.statusCode = status.toInt();
+        co_return result;
+    }
+    switch (reply->error()) {
+    case QNetworkReply::NoError:
+    // Something answered, but not in HTTP: the reply is there, it just is not one we
+    // can read a status from.
+    case QNetworkReply::ProtocolFailure:
+    case QNetworkReply::ProtocolUnknownError:
+        co_return result;
+    default:
+        throw TransportError(reply->error(), reply->errorString());
+    }
+}
+
+QCoro::Task<QByteArray> APIClient::postBody(QString path, QByteArray json)
+{
+    const QUrl url = endpoint(path);
+    QNetworkRequest request = makeRequest(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
+    if (auto text = utf8Text(json))
+        logLine(u"[APIClient] POST "_s + url.toString() + u" body: "_s + *text);
+
+    Reply reply;
+    try {
+        reply = co_await send(std::move(request), "POST", json);
+    } catch (const Error &error) {
+        logLine(u"[APIClient] Error: "_s + error.description());
+        throw;
+    }
+    logLine(u"[APIClient] Response: "_s + QString::number(reply.statusCode) + u' '
+            + utf8Text(reply.body).value_or(QString()));
+    if (!reply.isHttp) {
+        const APIError error = APIError::invalidResponse();
+        logLine(u"[APIClient] Error: "_s + error.description());
+        throw error;
+    }
+    if (!isSuccess(reply.statusCode)) {
+        const APIError error = APIError::httpError(reply.statusCode);
+        logLine(u"[APIClient] Error: "_s + error.description());
+        throw error;
+    }
+    co_return reply.body;
+}
+
+QCoro::Task<QByteArray> APIClient::getBody(QString path)
+{
+    const QUrl url = endpoint(path);
+    logLine(u"[APIClient] GET "_s + url.toString());
+    Reply reply;
+    try {
+        reply = co_await send(makeRequest(url), "GET", {});
+    } catch (const Error &error) {
+        logLine(u"[APIClient] GET Error: "_s + error.description());
+        throw;
+    }
+    logLine(u"[APIClient] GET Response: "_s + QString::number(reply.statusCode) + u' '
+            + utf8Text(reply.body).value_or(QString()));
+    if (!reply.isHttp) {
+        const APIError error = APIError::invalidResponse();
+        logLine(u"[APIClient] GET Error: "_s + error.description());
+        throw error;
+    }
+    if (!isSuccess(reply.statusCode)) {
+        const APIError error = APIError::httpError(reply.statusCode);
+        logLine(u"[APIClient] GET Error: "_s + error.description());
+        throw error;
+    }
+    co_return reply.body;
+}
+
+QString APIClient::mediaTypeForFile(const QString &fileName)
+{
+    const QString extension = QFileInfo(fileName).suffix().toLower();
+    if (extension == u"m4a" || extension == u"mp4")
+        return u"audio/mp4"_s;
+    if (extension == u"wav")
+        return u"audio/wav"_s;
+    if (extension == u"mp3")
+        return u"audio/mpeg"_s;
+    if (extension == u"aac")
+        return u"audio/aac"_s;
+    if (extension == u"aiff" || extension == u"aif")
+        return u"audio/aiff"_s;
+    if (extension == u"flac")
+        return u"audio/flac"_s;
+    if (extension == u"ogg")
+        return u"audio/ogg"_s;
+    return u"application/octet-stream"_s;
+}
+
+QByteArray APIClient::multipartBody(const QString &boundary, const QString &fileName,
+                                    const QString &mediaType, const QByteArray &bytes)
+{
+    // The file name goes in as it stands, quotes and all: the service reads it back the
+    // same way, and nothing we upload is named by a stranger.
+    const QByteArray head = "--" + boundary.toUtf8() + "\r\n"
+        + "Content-Disposition: form-data; name=\"file\"; filename=\"" + fileName.toUtf8()
+        + "\"\r\n" + "Content-Type: " + mediaType.toUtf8() + "\r\n\r\n";
+    const QByteArray tail = "\r\n--" + boundary.toUtf8() + "--\r\n";
+    QByteArray body;
+    body.reserve(head.size() + bytes.size() + tail.size());
+    body += head;
+    body += bytes;
+    body += tail;
+    return body;
+}
+
+QCoro::Task<TranscribeResponse> APIClient::transcribe(QString filePath)
+{
+    QNetworkRequest request = makeRequest(endpoint(u"/media/transcribe"_s));
+    const QString boundary = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    request.setRawHeader("Content-Type", "multipart/form-data; boundary=" + boundary.toUtf8());
+
+    const QByteArray bytes = fileio::readFile(filePath);
+    const QString fileName = QFileInfo(filePath).fileName();
+    QByteArray body = multipartBody(boundary, fileName, mediaTypeForFile(fileName), bytes);
+
+    const Reply reply = co_await send(std::move(request), "POST", std::move(body));
+    if (!reply.isHttp)
+        throw APIError::invalidResponse();
+    if (isSuccess(reply.statusCode))
+        co_return wire::decode<TranscribeResponse>(reply.body);
+
+    const QJsonDocument document = QJsonDocument::fromJson(reply.body);
+    const QJsonValue detail = document.object().value("detail"_L1);
+    if (detail.isString() && !detail.toString().isEmpty())
+        throw APIError::httpErrorWithDetail(reply.statusCode, detail.toString());
+    throw APIError::httpError(reply.statusCode);
+}
+
+QCoro::Task<TranscriptionResult> APIClient::getTranscriptionResult(QString taskId)
+{
+    co_return co_await get<TranscriptionResult>(u"/media/transcribe/"_s + taskId);
+}
+
+} // namespace kavel::service

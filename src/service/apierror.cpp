@@ -1,0 +1,41 @@
+#include "apierror.h"
+
+namespace kavel::service {
+
+APIError::APIError(Code code, int statusCode, QString detail, QString description)
+    : Error(std::move(description))
+    , m_code(code)
+    , m_statusCode(statusCode)
+    , m_detail(std::move(detail))
+{ }
+
+APIError APIError::httpError(int statusCode)
+{
+    return APIError(Code::httpError, statusCode, {},
+                    QStringLiteral("服务器错误 (") + QString::number(statusCode) + u')');
+}
+
+APIError APIError::httpErrorWithDetail(int statusCode, QString detail)
+{
+    QString text = QStringLiteral("服务器错误 (") + QString::number(statusCode)
+        + QStringLiteral("): ") + detail;
+    return APIError(Code::httpErrorWithDetail, statusCode, std::move(detail), std::move(text));
+}
+
+APIError APIError::decodingError(const Error &underlying)
+{
+    return APIError(Code::decodingError, 0, {},
+                    QStringLiteral("数据解析错误: ") + underlying.description());
+}
+
+APIError APIError::invalidResponse()
+{
+    return APIError(Code::invalidResponse, 0, {}, QStringLiteral("无效的服务器响应"));
+}
+
+TransportError::TransportError(QNetworkReply::NetworkError error, QString description)
+    : Error(std::move(description))
+    , m_error(error)
+{ }
+
+} // namespace kavel::service

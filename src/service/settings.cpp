@@ -1,0 +1,69 @@
+#include "settings.h"
+
+namespace kavel::service {
+
+Settings::Settings()
+    : m_store(std::make_unique<QSettings>(QStringLiteral("Kavel"), QStringLiteral("Kavel")))
+{ }
+
+Settings::Settings(std::unique_ptr<QSettings> store)
+    : m_store(std::move(store))
+{
+    Q_ASSERT(m_store);
+}
+
+Settings::~Settings() = default;
+
+std::optional<QString> Settings::string(const char *key) const
+{
+    const QVariant value = m_store->value(QLatin1StringView(key));
+    if (!value.isValid())
+        return std::nullopt;
+    return value.toString();
+}
+
+std::optional<QString> Settings::accessToken() const
+{
+    return string(accessTokenKey);
+}
+
+std::optional<QString> Settings::refreshToken() const
+{
+    return string(refreshTokenKey);
+}
+
+void Settings::storeTokens(const QString &accessToken, const QString &refreshToken)
+{
+    m_store->setValue(QLatin1StringView(accessTokenKey), accessToken);
+    m_store->setValue(QLatin1StringView(refreshTokenKey), refreshToken);
+    m_store->sync();
+}
+
+void Settings::removeTokens()
+{
+    m_store->remove(QLatin1StringView(accessTokenKey));
+    m_store->remove(QLatin1StringView(refreshTokenKey));
+    m_store->sync();
+}
+
+QUrl Settings::apiBaseUrl() const
+{
+    const QString fromEnvironment = qEnvironmentVariable(baseUrlEnvironmentVariable);
+    if (!fromEnvironment.isEmpty())
+        return QUrl(fromEnvironment, QUrl::StrictMode);
+    if (auto stored = string(apiBaseUrlKey); stored && !stored->isEmpty())
+        return QUrl(*stored, QUrl::StrictMode);
+    return defaultApiBaseUrl();
+}
+
+void Settings::setApiBaseUrl(const QString &url)
+{
+    m_store->setValue(QLatin1StringView(apiBaseUrlKey), url);
+}
+
+QUrl Settings::defaultApiBaseUrl()
+{
+    return QUrl(QStringLiteral("http://127.0.0.1:%1/api").arg(defaultServerPort));
+}
+
+} // namespace kavel::service

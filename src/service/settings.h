@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QSettings>
+#include <QUrl>
+#include <memory>
+#include <optional>
+
+namespace kavel::service {
+
+// Typed access to the few preferences the cloud client keeps. The store is handed in so
+// that tests can point it at a temporary file; the application uses the user's store
+// (organisation "Kavel", application "Kavel").
+class Settings
+{
+public:
+    static constexpr auto accessTokenKey = "com.kavel.app.access_token";
+    static constexpr auto refreshTokenKey = "com.kavel.app.refresh_token";
+    static constexpr auto apiBaseUrlKey = "apiBaseURL";
+    static constexpr auto baseUrlEnvironmentVariable = "KAVEL_API_BASE_URL";
+    static constexpr int defaultServerPort = 8417;
+
+    // The user's preferences store.
+    Settings();
+    explicit Settings(std::unique_ptr<QSettings> store);
+    ~Settings();
+
+    std::optional<QString> accessToken() const;
+    std::optional<QString> refreshToken() const;
+    void storeTokens(const QString &accessToken, const QString &refreshToken);
+    void removeTokens();
+
+    // The API root: the environment variable wins over the stored setting, which wins
+    // over the local kavel-server's default address.
+    QUrl apiBaseUrl() const;
+    void setApiBaseUrl(const QString &url);
+
+    static QUrl defaultApiBaseUrl();
+
+private:
+    std::optional<QString> string(const char *key) const;
+
+    std::unique_ptr<QSettings> m_store;
+};
+
+} // namespace kavel::service

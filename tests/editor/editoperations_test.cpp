@@ -1,0 +1,174 @@
+#include "editorfixture.h"
+
+#include <QSignalSpy>
+
+using namespace kavel;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+using Editing = EditorFixture;
+}
+
+TEST_F(Editing, DeletingSelectedWordsAcrossParagraphsIsOneUndoStep)
+{
+    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s}});
+    const QList<Paragraph> original = vm.paragraphs();
+    vm.selectAcross(paragraph(0).id, 1, paragraph(2).id, 1);
+    vm.deleteSelectedWords();
+    EXPECT_EQ(text(), u"a | e"_s);
+    EXPECT_EQ(paragraph(1).sortOrder, 1);
+    EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
+    expectPlayerHasDocument();
+    EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs()) << "the project copy follows";
+
+    vm.undoManager().undo();
+    EXPECT_EQ(vm.paragraphs(), original);
+    expectPlayerHasDocument();
+    vm.undoManager().redo();
+    EXPECT_EQ(text(), u"a | e"_s);
+
+    const qsizetype steps = vm.undoManager().undoCount();
+    vm.deleteSelectedWords(); // nothing selected
+    EXPECT_EQ(vm.undoManager().undoCount(), steps);
+}
+
+TEST_F(Editing, RepeatedDeleteKeepsRemovingTheWordBeforeTheCursor)
+{
+    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s, u"d"_s, u"e"_s}});
+    vm.setCursor(paragraph(1).id, 2);
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a b | c e"_s);
+    EXPECT_EQ(vm.cursorPosition(), 1);
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a b | e"_s);
+    EXPECT_EQ(vm.cursorPosition(), 0);
+    vm.deleteAtCursor(); // at the start of a paragraph: nothing before the cursor
+    EXPECT_EQ(text(), u"a b | e"_s);
+
+    // A selection is deleted as a whole; an emptied paragraph hands the cursor to the end
+    // of the one before it.
+    vm.selectRange(paragraph(1).id, 0, 1);
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a b"_s);
+    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
+    EXPECT_EQ(vm.cursorPosition(), 2);
+    vm.deleteAtCursor();
+    vm.deleteAtCursor();
+    EXPECT_TRUE(vm.paragraphs().isEmpty());
+    EXPECT_FALSE(vm.cursorParagraphId().has_value());
+    EXPECT_EQ(vm.undoManager().undoCount(), 5);
+    expectPlayerHasDocument();
+}
+
+TEST_F(Editing, KeyboardDeleteHoldsBackPlayerNotificationsBriefly)
+{
+    openTranscript({{u"a"_s, u"b"_s, u"c"_s}});
+    vm.setCursor(paragraph(0).id, 3);
+    QSignalSpy forwarded(&vm, &EditorViewModel::playerStateChanged);
+    vm.deleteAtCursor();
+    EXPECT_TRUE(vm.suppressPlayerForwarding());
+    vm.playerVM().togglePlayPause();
+    EXPECT_EQ(forwarded.count(), 0);
+    clock.advance(EditorViewModel::deleteForwardingPauseSeconds);
+    EXPECT_FALSE(vm.suppressPlayerForwarding());
+    vm.playerVM().togglePlayPause();
+    EXPECT_GT(forwarded.count(), 0);
+}
+
+TEST_F(Editing, ADeleteArrivingWhileOneIsAppliedIsDropped)
+{
+    openTranscript({{u"a"_s, u"b"_s, u"c"_s}});
+    vm.setCursor(paragraph(0).id, 3);
+    // Something reacting to the edit presses Delete again while the first is running.
+    QObject::connect(
+        &vm, &EditorViewModel::paragraphsChanged, &vm, [this] { vm.deleteAtCursor(); },
+        Qt::SingleShotConnection);
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a b"_s);
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a"_s) << "the guard is released after each delete";
+}
+
+TEST_F(Editing, DeletingAParagraphPlacesTheCursorOnItsNeighbour)
+{
+    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s}});
+    const QList<Paragraph> original = vm.paragraphs();
+    vm.deleteParagraph(paragraph(1).id);
+    EXPECT_EQ(text(), u"a b | d e"_s);
+    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
+    EXPECT_EQ(vm.cursorPosition(), 2);
+    vm.undoManager().undo();
+    EXPECT_EQ(vm.paragraphs(), original);
+
+    vm.deleteParagraph(paragraph(0).id);
+    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
+    EXPECT_EQ(vm.cursorPosition(), 1) << "after the first word of the new first paragraph";
+
+    vm.deleteParagraph(QUuid::createUuid());
+    EXPECT_EQ(vm.undoManager().undoCount(), 1);
+}
+
+TEST_F(Editing, MovingParagraphsRenumbersAndIsNotUndoable)
+{
+    openTranscript({{u"0"_s}, {u"1"_s}, {u"2"_s}, {u"3"_s}});
+    vm.moveParagraphs({0}, 3);
+    EXPECT_EQ(text(), u"1 | 2 | 0 | 3"_s);
+    for (qsizetype i = 0; i < 4; ++i)
+        EXPECT_EQ(paragraph(i).sortOrder, i);
+    EXPECT_FALSE(vm.undoManager().canUndo());
+    expectPlayerHasDocument();
+    EXPECT_EQ(documentText(vm.project()->paragraphs()), u"0 | 1 | 2 | 3"_s)
+        << "the project copy waits for the next save";
+    vm.moveParagraphs({2}, 0);
+    EXPECT_EQ(text(), u"0 | 1 | 2 | 3"_s);
+}
+
+TEST_F(Editing, FillerWordsGoInOneStep)
+{
+    openTranscript({{u"um"_s, u"so"_s}, {u"uh"_s}, {u"yes"_s}});
+    QList<Paragraph> doc = vm.paragraphs();
+    for (Paragraph &p : doc) {
+        for (WordBlock &b : p.wordBlocks)
+            b.isFiller = b.text.startsWith(u'u');
+    }
+    vm.openProject(vm.project()->bundleURL()); // reload is simplest: save the flags first
+    vm.project()->setParagraphs(doc);
+    vm.project()->saveTimeline();
+    vm.openProject(vm.project()->bundleURL());
+
+    EXPECT_EQ(vm.deleteFillerWords(), 2);
+    EXPECT_EQ(text(), u"so | yes"_s);
+    EXPECT_EQ(vm.undoManager().undoCount(), 1);
+    EXPECT_EQ(vm.deleteFillerWords(), 0);
+    vm.undoManager().undo();
+    EXPECT_EQ(text(), u"um so | uh | yes"_s);
+}
+
+TEST_F(Editing, CopiedWordsArePastedAtTheCursorAsNewWords)
+{
+    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}});
+    vm.selectRange(paragraph(0).id, 0, 2);
+    vm.copySelectedWords();
+    vm.setCursor(paragraph(1).id, 1);
+    vm.pasteWords();
+    EXPECT_EQ(text(), u"a b | c a b"_s);
+    EXPECT_NE(paragraph(1).wordBlocks[1].id, paragraph(0).wordBlocks[0].id);
+    EXPECT_EQ(paragraph(1).wordBlocks[1].mediaStart, paragraph(0).wordBlocks[0].mediaStart);
+    EXPECT_EQ(vm.cursorPosition(), 3);
+    expectPlayerHasDocument();
+    vm.undoManager().undo();
+    EXPECT_EQ(text(), u"a b | c"_s);
+}
+
+TEST_F(Editing, TrackFlagsArePlainToggles)
+{
+    QSignalSpy spy(&vm, &EditorViewModel::trackFlagsChanged);
+    vm.setIsAudioTrackMuted(true);
+    vm.setIsAudioTrackMuted(true);
+    vm.setIsVideoTrackLocked(true);
+    EXPECT_TRUE(vm.isAudioTrackMuted());
+    EXPECT_TRUE(vm.isVideoTrackLocked());
+    EXPECT_FALSE(vm.isVideoTrackMuted());
+    EXPECT_EQ(spy.count(), 2);
+}

@@ -1,0 +1,162 @@
+#include "editorfixture.h"
+
+#include <random>
+
+using namespace kavel;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using RandomEditing = EditorFixture;
+
+QList<QStringList> generatedWords(std::mt19937 &random, int paragraphs)
+{
+    QList<QStringList> words;
+    int n = 0;
+    for (int p = 0; p < paragraphs; ++p) {
+        QStringList paragraph;
+        const int count = 1 + static_cast<int>(random() % 12);
+        for (int w = 0; w < count; ++w)
+            paragraph << u"w"_s + QString::number(n++);
+        words << paragraph;
+    }
+    return words;
+}
+
+} // namespace
+
+// Thousands of random edits, undos and redos; after every step the document must be
+// well-formed and the preview must hold exactly the flattened document. A shadow history
+// checks that each undo gives back the document from before its edit and each redo the
+// one after it. Paragraph moves are not undoable, so a move makes the older entries
+// inexact (a paragraph deletion is undone by re-insertion into the moved order).
+TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
+{
+    std::mt19937 random(20261122);
+    openTranscript(generatedWords(random, 40));
+    auto pick
+        = [&](qsizetype n) { return static_cast<qsizetype>(random() % std::max<qsizetype>(n, 1)); };
+
+    struct Shadow
+    {
+        QList<Paragraph> document;
+        bool exact = true;
+    };
+    QList<Shadow> undoShadow;
+    QList<Shadow> redoShadow;
+    int checkedUndos = 0;
+    int checkedRedos = 0;
+
+    for (int step = 0; step < 3000; ++step) {
+        const QList<Paragraph> before = vm.paragraphs();
+        const qsizetype undoCountBefore = vm.undoManager().undoCount();
+        bool isUndo = false;
+        bool isRedo = false;
+        bool isMove = false;
+        // Edits only ever remove paragraphs; undo when the document gets thin so that
+        // the walk keeps working on a document with many paragraphs.
+        if (vm.paragraphs().size() < 12 && vm.undoManager().canUndo()) {
+            vm.undoManager().undo();
+            isUndo = true;
+        } else if (vm.paragraphs().isEmpty()) {
+            continue;
+        } else {
+            const qsizetype p = pick(vm.paragraphs().size());
+            const Paragraph &par = vm.paragraphs().at(p);
+            const qsizetype n = par.wordBlocks.size();
+            switch (random() % 10) {
+            case 0:
+                vm.setCursor(par.id, pick(n + 1));
+                vm.deleteAtCursor();
+                break;
+            case 1:
+                vm.selectRange(par.id, pick(n + 1), pick(n + 1));
+                vm.deleteSelectedWords();
+                break;
+            case 2: {
+                const qsizetype q = pick(vm.paragraphs().size());
+                vm.selectAcross(par.id, pick(n + 1), vm.paragraphs().at(q).id,
+                                pick(vm.paragraphs().at(q).wordBlocks.size() + 1));
+                vm.deleteAtCursor();
+                break;
+            }
+            case 3:
+                vm.deleteParagraph(par.id);
+                break;
+            case 4:
+                vm.moveParagraphs({p}, pick(vm.paragraphs().size() + 1));
+                isMove = true;
+                break;
+            case 5:
+            case 6: {
+                // A few words at a time, so that the document does not grow without bound.
+                const qsizetype from = pick(n);
+                vm.selectRange(par.id, from, from + 1 + pick(3));
+                vm.copySelectedWords();
+                vm.setCursor(vm.paragraphs().at(pick(vm.paragraphs().size())).id, pick(n + 1));
+                vm.pasteWords();
+                break;
+            }
+            case 7:
+            case 8:
+                vm.undoManager().undo();
+                isUndo = true;
+                break;
+            default:
+                vm.undoManager().redo();
+                isRedo = true;
+                break;
+            }
+        }
+        clock.advance(0.2);
+
+        const QList<Paragraph> &doc = vm.paragraphs();
+        if (isMove) {
+            for (Shadow &entry : undoShadow)
+                entry.exact = false;
+            for (Shadow &entry : redoShadow)
+                entry.exact = false;
+        } else if (isUndo && !undoShadow.isEmpty()) {
+            const Shadow entry = undoShadow.takeLast();
+            if (entry.exact) {
+                ASSERT_EQ(doc, entry.document) << "undo at step " << step;
+                ++checkedUndos;
+            }
+            redoShadow.append({before, entry.exact});
+        } else if (isRedo && !redoShadow.isEmpty()) {
+            const Shadow entry = redoShadow.takeLast();
+            if (entry.exact) {
+                ASSERT_EQ(doc, entry.document) << "redo at step " << step;
+                ++checkedRedos;
+            }
+            undoShadow.append({before, entry.exact});
+        } else if (vm.undoManager().undoCount() > undoCountBefore) {
+            undoShadow.append({before, true});
+            redoShadow.clear();
+        }
+        ASSERT_EQ(undoShadow.size(), vm.undoManager().undoCount()) << "step " << step;
+        ASSERT_EQ(redoShadow.size(), vm.undoManager().redoCount()) << "step " << step;
+
+        for (qsizetype i = 0; i < doc.size(); ++i) {
+            ASSERT_EQ(doc[i].sortOrder, i) << "step " << step;
+            ASSERT_FALSE(doc[i].wordBlocks.isEmpty()) << "step " << step;
+        }
+        ASSERT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(doc)) << "step " << step;
+        ASSERT_EQ(vm.undoManager().canUndo(), vm.undoManager().undoCount() > 0);
+        ASSERT_EQ(vm.undoManager().canRedo(), vm.undoManager().redoCount() > 0);
+    }
+    // The walk must really have exercised the history.
+    EXPECT_GT(checkedUndos, 200);
+    EXPECT_GT(checkedRedos, 50);
+
+    const bool exactToTheStart = undoShadow.isEmpty() || undoShadow.first().exact;
+    const QList<Paragraph> start
+        = undoShadow.isEmpty() ? vm.paragraphs() : undoShadow.first().document;
+    while (vm.undoManager().canUndo())
+        vm.undoManager().undo();
+    if (exactToTheStart) {
+        EXPECT_EQ(vm.paragraphs(), start);
+    }
+    expectPlayerHasDocument();
+}

@@ -1,0 +1,162 @@
+#include "audiodecoder.h"
+#include "credentials.h"
+#include "database.h"
+#include "mediatools.h"
+#include "pocketsphinxrecognizer.h"
+#include "transcriptionqueue.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace kavel::server;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+std::string path(const QTemporaryDir &dir, const char *name)
+{
+    return dir.filePath(QString::fromLatin1(name)).toStdString();
+}
+
+} // namespace
+
+TEST(Credentials, PasswordsAndTokensAreNeverStoredAsGiven)
+{
+    credentials::initialise();
+    const std::string hash = credentials::hashPassword("s3cret");
+    EXPECT_EQ(hash.rfind("$argon2id$", 0), 0u) << hash;
+    EXPECT_TRUE(credentials::verifyPassword(hash, "s3cret"));
+    EXPECT_FALSE(credentials::verifyPassword(hash, "s3cret "));
+    EXPECT_NE(credentials::hashPassword("s3cret"), hash) << "hashes must be salted";
+
+    const std::string token = credentials::newToken();
+    EXPECT_EQ(token.size(), 43u); // 256 bits in unpadded base64
+    EXPECT_NE(credentials::newToken(), token);
+    EXPECT_EQ(credentials::digest(token).size(), 64u);
+    EXPECT_EQ(credentials::digest(token), credentials::digest(token));
+    EXPECT_NE(credentials::digest(token), credentials::digest(token + "x"));
+
+    const std::string code = credentials::newNumericCode(6);
+    EXPECT_EQ(code.size(), 6u);
+    EXPECT_EQ(code.find_first_not_of("0123456789"), std::string::npos);
+}
+
+TEST(Database, TokensAndCodesExpireAndCodesAreSpentOnce)
+{
+    credentials::initialise();
+    QTemporaryDir dir;
+    Database db(path(dir, "k.db"));
+    const UserRecord user = db.addUser("a@b.c", "138", std::nullopt, "hash");
+    EXPECT_THROW(db.addUser("a@b.c", std::nullopt, std::nullopt, "hash"), DatabaseError);
+    EXPECT_EQ(db.findUserByAccount("138")->id, user.id);
+    EXPECT_EQ(db.findUserByAccount("a@b.c")->id, user.id);
+    EXPECT_FALSE(db.findUserByAccount("nobody"));
+
+    db.storeToken("live", user.id, "access", 1000);
+    EXPECT_EQ(db.userForToken("live", "access", 999), user.id);
+    EXPECT_FALSE(db.userForToken("live", "access", 1000)) << "expired";
+    EXPECT_FALSE(db.userForToken("live", "refresh", 999)) << "wrong kind";
+
+    db.storeSmsCode("138", "right", 100, 400);
+    EXPECT_EQ(db.lastSmsCodeSentAt("138"), 100);
+    EXPECT_FALSE(db.consumeSmsCode("138", "wrong", 200, 3));
+    EXPECT_TRUE(db.consumeSmsCode("138", "right", 200, 3));
+    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "spent";
+
+    db.storeSmsCode("138", "right", 100, 400);
+    EXPECT_FALSE(db.consumeSmsCode("138", "right", 400, 3)) << "expired";
+
+    db.storeSmsCode("138", "right", 100, 400);
+    for (int attempt = 0; attempt < 3; ++attempt)
+        EXPECT_FALSE(db.consumeSmsCode("138", "guess", 200, 3));
+    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "too many guesses";
+
+    db.createTask("t1", user.id, 1);
+    db.createTask("t2", user.id, 1);
+    db.completeTask("t2", "[]");
+    EXPECT_EQ(db.failUnfinishedTasks("restarted"), 1);
+    EXPECT_EQ(db.task("t1")->status, "failed");
+    EXPECT_EQ(db.task("t1")->errorMessage, "restarted");
+    EXPECT_EQ(db.task("t2")->status, "completed");
+    EXPECT_FALSE(db.task("t3"));
+}
+
+TEST(RecognizedWords, BecomeParagraphsSplitAtLongPauses)
+{
+    const std::vector<RecognizedWord> words {
+        {"so", 0.1, 0.3, false},
+        {"um", 0.3, 0.6, true},
+        {"hello", 0.6, 1.0, false},
+        {"again", 3.0, 3.4, false}, // 2 s of silence before it
+    };
+    const QJsonArray paragraphs
+        = QJsonDocument::fromJson(QByteArray::fromStdString(paragraphsJson(words))).array();
+    ASSERT_EQ(paragraphs.size(), 2);
+    const QJsonArray first = paragraphs[0][u"word_blocks"_s].toArray();
+    ASSERT_EQ(first.size(), 3);
+    EXPECT_EQ(first[1][u"text"_s], u"um"_s);
+    EXPECT_TRUE(first[1][u"is_filler"_s].toBool());
+    EXPECT_EQ(first[2][u"sort_order"_s].toInt(), 2);
+    EXPECT_DOUBLE_EQ(first[2][u"media_start"_s].toDouble(), 0.6);
+    EXPECT_DOUBLE_EQ(first[2][u"media_end"_s].toDouble(), 1.0);
+    const QJsonArray second = paragraphs[1][u"word_blocks"_s].toArray();
+    ASSERT_EQ(second.size(), 1);
+    EXPECT_EQ(second[0][u"sort_order"_s].toInt(), 0);
+    EXPECT_NE(paragraphs[0][u"paragraph_id"_s], paragraphs[1][u"paragraph_id"_s]);
+
+    EXPECT_EQ(paragraphsJson({}), "[]");
+}
+
+TEST(PocketSphinxWords, SilencesAndNoisesAreDroppedAndHesitationsMarked)
+{
+    bool filler = true;
+    for (const char *notAWord : {"<s>", "</s>", "<sil>", "[NOISE]", "[SPEECH]", "++UM++"}) {
+        EXPECT_EQ(PocketSphinxRecognizer::cleanWord(notAWord, &filler), "") << notAWord;
+    }
+    EXPECT_EQ(PocketSphinxRecognizer::cleanWord("read(2)", &filler), "read");
+    EXPECT_FALSE(filler);
+    EXPECT_EQ(PocketSphinxRecognizer::cleanWord("um", &filler), "um");
+    EXPECT_TRUE(filler);
+    EXPECT_EQ(PocketSphinxRecognizer::cleanWord("uh(2)", &filler), "uh");
+    EXPECT_TRUE(filler);
+}
+
+TEST(AudioDecoding, AnyCommonFormatBecomes16kHzMono)
+{
+    QTemporaryDir dir;
+    // 1.5 s of a 440 Hz tone in stereo at 44.1 kHz, the right channel silent, so a
+    // down-mix that drops or doubles a channel shows in the level.
+    const QString source = dir.filePath(u"tone.wav"_s);
+    ASSERT_TRUE(ffmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
+                        u"sine=frequency=440:sample_rate=44100:duration=1.5"_s, u"-af"_s,
+                        u"pan=stereo|c0=c0|c1=0*c0"_s, u"-c:a"_s, u"pcm_s16le"_s, source}));
+    for (const char *extension : {"wav", "m4a", "mp3", "flac"}) {
+        const QString file = dir.filePath(u"tone."_s + QString::fromLatin1(extension));
+        if (file != source) {
+            ASSERT_TRUE(ffmpeg({u"-i"_s, source, file})) << extension;
+        }
+        const std::vector<std::int16_t> samples = decodeAudioForRecognition(file.toStdString());
+        // Lossy encoders pad a little at either end.
+        EXPECT_NEAR(static_cast<double>(samples.size()) / recognitionSampleRate, 1.5, 0.1)
+            << extension;
+        double sumOfSquares = 0.0;
+        for (std::int16_t sample : samples)
+            sumOfSquares += static_cast<double>(sample) * sample;
+        const double rms = std::sqrt(sumOfSquares / static_cast<double>(samples.size()));
+        // ffmpeg's sine is at 1/8 full scale (RMS ~2900); half of it survives a mono mix.
+        EXPECT_NEAR(rms, 2900.0 / 2.0, 400.0) << extension;
+    }
+
+    const QString garbage = dir.filePath(u"garbage.m4a"_s);
+    QFile file(garbage);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("definitely not audio");
+    file.close();
+    EXPECT_THROW(decodeAudioForRecognition(garbage.toStdString()), AudioDecodeError);
+    EXPECT_THROW(decodeAudioForRecognition(path(dir, "absent.wav")), AudioDecodeError);
+}

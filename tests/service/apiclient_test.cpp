@@ -1,0 +1,318 @@
+#include "httpstub.h"
+#include "support/servicefixture.h"
+#include "support/taskwait.h"
+#include "support/testenvironment.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kavel;
+using namespace kavel::service;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QJsonObject credentials(const QString &email, const QString &password)
+{
+    return {{u"email"_s, email}, {u"password"_s, password}};
+}
+
+} // namespace
+
+class APIClientAgainstServer : public RealServerSuite
+{
+};
+
+TEST_F(APIClientAgainstServer, SignInAndProfileRoundTripWithExactLogLines)
+{
+    LogRecorder log;
+    auto client = makeClient(log);
+    const AuthTokens tokens
+        = runTask(client->post<AuthTokens>(u"/auth/login"_s, credentials(email, password))).get();
+    EXPECT_FALSE(tokens.accessToken.isEmpty());
+    EXPECT_NE(tokens.accessToken, tokens.refreshToken);
+    EXPECT_GT(tokens.expiresIn, 0);
+    EXPECT_EQ(tokens.tokenType, u"bearer"_s);
+
+    const QString url = server->apiBaseUrl().toString();
+    ASSERT_EQ(log.lines->size(), 2);
+    EXPECT_EQ(log.lines->at(0),
+              u"[APIClient] POST "_s + url
+                  + u"/auth/login body: {\"email\":\"ada@example.com\","
+                    "\"password\":\"correct horse\"}"_s);
+    EXPECT_TRUE(log.lines->at(1).startsWith(u"[APIClient] Response: 200 {"_s))
+        << log.lines->at(1).toStdString();
+
+    client->setAccessToken(tokens.accessToken);
+    log.lines->clear();
+    const User user = runTask(client->get<User>(u"/auth/me"_s)).get();
+    EXPECT_EQ(user.email, email);
+    EXPECT_FALSE(user.id.isNull());
+    EXPECT_LE(qAbs(user.createdAt.secsTo(QDateTime::currentDateTimeUtc())), 600);
+    ASSERT_EQ(log.lines->size(), 2);
+    EXPECT_EQ(log.lines->at(0), u"[APIClient] GET "_s + url + u"/auth/me"_s);
+    EXPECT_TRUE(log.lines->at(1).startsWith(u"[APIClient] GET Response: 200 {"_s));
+}
+
+TEST_F(APIClientAgainstServer, RejectionsBecomeHttpErrorsWithoutDetail)
+{
+    LogRecorder log;
+    auto client = makeClient(log);
+    const auto wrongPassword
+        = runTask(client->post<AuthTokens>(u"/auth/login"_s, credentials(email, u"wrong"_s)));
+    const auto error = wrongPassword.errorAs<APIError>();
+    ASSERT_TRUE(error);
+    // The server explained itself, but a JSON POST does not read failed bodies.
+    EXPECT_EQ(error->code(), APIError::Code::httpError);
+    EXPECT_EQ(error->description(), u"服务器错误 (401)");
+    EXPECT_EQ(log.lines->constLast(), u"[APIClient] Error: 服务器错误 (401)");
+
+    const auto anonymous = runTask(client->get<User>(u"/auth/me"_s)).errorAs<APIError>();
+    ASSERT_TRUE(anonymous);
+    EXPECT_EQ(anonymous->statusCode(), 401);
+    EXPECT_EQ(log.lines->constLast(), u"[APIClient] GET Error: 服务器错误 (401)");
+
+    client->setAccessToken(u"not-a-token"_s);
+    EXPECT_EQ(runTask(client->get<User>(u"/auth/me"_s)).errorAs<APIError>()->statusCode(), 401);
+}
+
+TEST_F(APIClientAgainstServer, UploadsAndPollsTasks)
+{
+    auto client = makeClient();
+    client->setAccessToken(
+        runTask(client->post<AuthTokens>(u"/auth/login"_s, credentials(email, password)))
+            .get()
+            .accessToken);
+
+    QTemporaryDir dir;
+    // Not audio at all: the upload is accepted, and recognition fails on the worker.
+    const QString notAudio = dir.filePath(u"notes.M4A"_s);
+    writeFile(notAudio, "this is not an audio file");
+    const TranscribeResponse accepted = runTask(client->transcribe(notAudio)).get();
+    EXPECT_FALSE(accepted.taskId.isEmpty());
+    EXPECT_EQ(accepted.status, u"pending");
+    TranscriptionResult result;
+    for (int poll = 0; poll < 100 && !result.isFailed(); ++poll) {
+        result = runTask(client->getTranscriptionResult(accepted.taskId)).get();
+        if (!result.isFailed())
+            QTest::qWait(100);
+    }
+    ASSERT_TRUE(result.isFailed()) << result.status.toStdString();
+    EXPECT_EQ(result.taskId, accepted.taskId);
+    EXPECT_TRUE(result.errorMessage && !result.errorMessage->isEmpty());
+
+    const auto unknown
+        = runTask(client->getTranscriptionResult(u"no-such-task"_s)).errorAs<APIError>();
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->code(), APIError::Code::httpError);
+    EXPECT_EQ(unknown->statusCode(), 404);
+
+    // The upload reads the service's reason for a rejection.
+    const QString empty = dir.filePath(u"empty.wav"_s);
+    writeFile(empty, {});
+    const auto rejected = runTask(client->transcribe(empty)).errorAs<APIError>();
+    ASSERT_TRUE(rejected);
+    EXPECT_EQ(rejected->code(), APIError::Code::httpErrorWithDetail);
+    EXPECT_EQ(rejected->statusCode(), 422);
+    EXPECT_EQ(rejected->description(), u"服务器错误 (422): "_s + rejected->detail());
+
+    const auto missing = runTask(client->transcribe(dir.filePath(u"absent.wav"_s)));
+    EXPECT_TRUE(missing.errorAs<FileError>());
+
+    // Without a token the service refuses uploads.
+    client->setAccessToken(std::nullopt);
+    EXPECT_EQ(runTask(client->transcribe(notAudio)).errorAs<APIError>()->statusCode(), 401);
+}
+
+// Faults the real server never commits.
+class APIClientFaults : public ::testing::Test
+{
+protected:
+    std::unique_ptr<APIClient> makeClient(SessionTimeouts timeouts = {})
+    {
+        return std::make_unique<APIClient>(stub.apiBaseUrl(), timeouts, log.sink());
+    }
+
+    HttpStub stub;
+    LogRecorder log;
+};
+
+TEST_F(APIClientFaults, SuccessIsExactlyTheTwoHundreds)
+{
+    auto client = makeClient();
+    for (int status : {200, 201, 299}) {
+        stub.setReply(status, "{}");
+        EXPECT_FALSE(runTask(client->get<wire::EmptyResponse>(u"/x"_s)).error) << status;
+        EXPECT_FALSE(runTask(client->post<wire::EmptyResponse>(u"/x"_s, {})).error) << status;
+    }
+    // 204 is a success too; its empty body then fails to decode like any non-object.
+    stub.setReply(204, {});
+    const auto noContent = runTask(client->get<wire::EmptyResponse>(u"/x"_s));
+    EXPECT_FALSE(noContent.errorAs<APIError>());
+    EXPECT_TRUE(noContent.errorAs<DecodeError>());
+    for (int status : {300, 404, 500}) {
+        stub.setReply(status, "{}");
+        const auto get = runTask(client->get<wire::EmptyResponse>(u"/x"_s)).errorAs<APIError>();
+        ASSERT_TRUE(get) << status;
+        EXPECT_EQ(get->statusCode(), status);
+        const auto post
+            = runTask(client->post<wire::EmptyResponse>(u"/x"_s, {})).errorAs<APIError>();
+        ASSERT_TRUE(post) << status;
+        EXPECT_EQ(post->statusCode(), status);
+    }
+}
+
+TEST_F(APIClientFaults, BearerHeaderOnlyWithAToken)
+{
+    auto client = makeClient();
+    stub.setReply(200, "{}");
+    runTask(client->get<wire::EmptyResponse>(u"/auth/me"_s));
+    EXPECT_FALSE(stub.lastHead().toLower().contains("authorization"));
+    EXPECT_TRUE(stub.lastHead().startsWith("GET /api/auth/me HTTP/1.1\r\n"));
+
+    client->setAccessToken(u"t0k"_s);
+    runTask(client->post<wire::EmptyResponse>(u"/auth/sms-code"_s, {{u"phone"_s, u"1"_s}}));
+    EXPECT_EQ(stub.lastBody(), R"({"phone":"1"})");
+    // Records go out with snake_case keys.
+    runTask(client->post<wire::EmptyResponse>(u"/x"_s, TimelineSegment {1.5, 2.0}));
+    EXPECT_EQ(stub.lastBody(), R"({"media_end":2,"media_start":1.5})");
+    EXPECT_TRUE(stub.lastHead().contains("\r\nAuthorization: Bearer t0k\r\n"));
+    EXPECT_TRUE(stub.lastHead().contains("\r\nContent-Type: application/json\r\n"));
+}
+
+TEST_F(APIClientFaults, UploadSendsOneFilePartByteForByte)
+{
+    auto client = makeClient();
+    client->setAccessToken(u"t0k"_s);
+    stub.setReply(200, R"({"task_id":"T1","status":"pending"})");
+    QTemporaryDir dir;
+    const QString path = dir.filePath(u"Clip.M4A"_s);
+    const QByteArray audio("\x00\xff\r\n--binary", 12);
+    writeFile(path, audio);
+
+    const TranscribeResponse response = runTask(client->transcribe(path)).get();
+    EXPECT_EQ(response.taskId, u"T1");
+    EXPECT_TRUE(log.lines->isEmpty()) << "the upload logs nothing";
+
+    const QByteArray head = stub.lastHead();
+    EXPECT_TRUE(head.startsWith("POST /api/media/transcribe HTTP/1.1\r\n"));
+    EXPECT_TRUE(head.contains("\r\nAuthorization: Bearer t0k\r\n"));
+    static const QRegularExpression contentType(
+        u"\r\nContent-Type: multipart/form-data; boundary=([0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
+        "[0-9A-F]{4}-[0-9A-F]{12})\r\n"_s);
+    const auto match = contentType.match(QString::fromLatin1(head));
+    ASSERT_TRUE(match.hasMatch()) << head.toStdString();
+    const QByteArray boundary = match.captured(1).toLatin1();
+    EXPECT_EQ(stub.lastBody(),
+              "--" + boundary
+                  + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"Clip.M4A\"\r\n"
+                    "Content-Type: audio/mp4\r\n\r\n"
+                  + audio + "\r\n--" + boundary + "--\r\n");
+
+    // A second upload gets a boundary of its own.
+    runTask(client->transcribe(path));
+    EXPECT_FALSE(stub.lastHead().contains(boundary));
+}
+
+TEST_F(APIClientFaults, UploadReadsDetailOnlyWhenItIsANonEmptyString)
+{
+    auto client = makeClient();
+    QTemporaryDir dir;
+    const QString path = dir.filePath(u"a.wav"_s);
+    writeFile(path, "RIFF");
+    const auto uploadError
+        = [&] { return runTask(client->transcribe(path)).errorAs<APIError>().value(); };
+
+    stub.setReply(413, R"({"detail":"too large"})");
+    EXPECT_EQ(uploadError().description(), u"服务器错误 (413): too large");
+    for (const QByteArray body : {R"({"detail":""})", R"({"detail":42})", R"({"other":"x"})",
+                                  R"(["detail"])", "<html>oops</html>", ""}) {
+        stub.setReply(422, body);
+        const APIError error = uploadError();
+        EXPECT_EQ(error.code(), APIError::Code::httpError) << body.toStdString();
+        EXPECT_EQ(error.description(), u"服务器错误 (422)");
+    }
+}
+
+TEST_F(APIClientFaults, MalformedSuccessPassesTheDecodeErrorThrough)
+{
+    auto client = makeClient();
+    stub.setReply(200, "{\"task_id\": ");
+    const auto outcome = runTask(client->getTranscriptionResult(u"T"_s));
+    EXPECT_TRUE(outcome.errorAs<DecodeError>());
+    EXPECT_FALSE(outcome.errorAs<APIError>());
+    EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] GET Error: "_s));
+
+    stub.setReply(200, R"({"status":"completed"})");
+    EXPECT_TRUE(runTask(client->post<TranscribeResponse>(u"/x"_s, {})).errorAs<DecodeError>());
+    EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] Error: "_s));
+
+    // Bodies that are not UTF-8 are logged as empty text.
+    stub.setReply(500, QByteArray("\xff\xfe", 2));
+    runTask(client->get<wire::EmptyResponse>(u"/x"_s));
+    EXPECT_TRUE(log.lines->contains(u"[APIClient] GET Response: 500 "_s));
+}
+
+TEST_F(APIClientFaults, RepliesWithoutHttpStatusAreInvalidResponses)
+{
+    // A local-file root answers every request, but never with an HTTP status.
+    QTemporaryDir dir;
+    writeFile(dir.filePath(u"api/media/transcribe/T"_s), "{}");
+    APIClient client(QUrl::fromLocalFile(dir.filePath(u"api"_s)), {}, log.sink());
+
+    const auto get = runTask(client.getTranscriptionResult(u"T"_s)).errorAs<APIError>();
+    ASSERT_TRUE(get);
+    EXPECT_EQ(get->description(), u"无效的服务器响应");
+    EXPECT_TRUE(log.lines->contains(u"[APIClient] GET Response: -1 {}"_s))
+        << log.lines->join(u'\n').toStdString();
+    EXPECT_EQ(log.lines->constLast(), u"[APIClient] GET Error: 无效的服务器响应");
+
+    const auto post = runTask(client.post<wire::EmptyResponse>(u"/media/transcribe/T"_s, {}))
+                          .errorAs<APIError>();
+    ASSERT_TRUE(post);
+    EXPECT_EQ(post->code(), APIError::Code::invalidResponse);
+    EXPECT_TRUE(log.lines->contains(u"[APIClient] Response: -1 "_s));
+
+    const auto upload
+        = runTask(client.transcribe(dir.filePath(u"api/media/transcribe/T"_s))).errorAs<APIError>();
+    ASSERT_TRUE(upload);
+    EXPECT_EQ(upload->code(), APIError::Code::invalidResponse);
+}
+
+TEST_F(APIClientFaults, TransportFailuresPassThroughAfterTheirLogLine)
+{
+    auto client = makeClient();
+    stub.setBehaviour(HttpStub::Behaviour::dropConnection);
+    const auto dropped = runTask(client->get<wire::EmptyResponse>(u"/x"_s));
+    EXPECT_TRUE(dropped.errorAs<TransportError>());
+    EXPECT_FALSE(dropped.errorAs<APIError>());
+    EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] GET Error: "_s));
+
+    // A service that accepts the request and never answers runs into the idle limit.
+    auto impatient = makeClient({std::chrono::milliseconds(300)});
+    stub.setBehaviour(HttpStub::Behaviour::stayQuiet);
+    const auto silent = runTask(impatient->post<wire::EmptyResponse>(u"/x"_s, {}));
+    EXPECT_TRUE(silent.errorAs<TransportError>());
+    EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] Error: "_s));
+
+    // The overall limit ends a transfer even when the idle limit would wait longer.
+    auto bounded = makeClient(
+        {std::chrono::seconds(30), std::chrono::seconds(30), std::chrono::milliseconds(300)});
+    QElapsedTimer elapsed;
+    elapsed.start();
+    EXPECT_TRUE(runTask(bounded->get<wire::EmptyResponse>(u"/x"_s)).errorAs<TransportError>());
+    EXPECT_LT(elapsed.elapsed(), 10000);
+
+    // A peer that speaks something else: Qt reports it as a closed connection.
+    stub.setBehaviour(HttpStub::Behaviour::reply);
+    stub.setRawReply("SSH-2.0-OpenSSH_9.2\r\n");
+    EXPECT_TRUE(runTask(client->get<wire::EmptyResponse>(u"/x"_s)).errorAs<TransportError>());
+
+    // Nobody listening at all.
+    APIClient nowhere(QUrl(u"http://127.0.0.1:1/api"_s), {}, {});
+    EXPECT_TRUE(runTask(nowhere.get<wire::EmptyResponse>(u"/x"_s)).errorAs<TransportError>());
+}

@@ -1,0 +1,238 @@
+#include "service/appstate.h"
+#include "service/loginmodel.h"
+#include "service/settings.h"
+#include "support/servicefixture.h"
+#include "support/taskwait.h"
+
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+using namespace kavel;
+using namespace kavel::service;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Ticks only when the test says so.
+class ManualTimer final : public RepeatingTimer
+{
+public:
+    void start(std::chrono::milliseconds every, std::function<void()> onTick) override
+    {
+        interval = every;
+        m_onTick = std::move(onTick);
+        active = true;
+    }
+    void stop() override { active = false; }
+    bool isActive() const override { return active; }
+    void fire()
+    {
+        if (active)
+            m_onTick();
+    }
+
+    bool active = false;
+    std::chrono::milliseconds interval {0};
+
+private:
+    std::function<void()> m_onTick;
+};
+
+std::unique_ptr<Settings> settingsIn(const QTemporaryDir &dir)
+{
+    return std::make_unique<Settings>(
+        std::make_unique<QSettings>(dir.filePath(u"settings.ini"_s), QSettings::IniFormat));
+}
+
+} // namespace
+
+TEST(SettingsStore, KeepsTokensUnderTheirKeysAndResolvesTheBaseUrl)
+{
+    QTemporaryDir dir;
+    {
+        auto settings = settingsIn(dir);
+        EXPECT_FALSE(settings->accessToken());
+        settings->storeTokens(u"A"_s, u"R"_s);
+    }
+    QSettings raw(dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+    EXPECT_EQ(raw.value(u"com.kavel.app.access_token"_s).toString(), u"A");
+    EXPECT_EQ(raw.value(u"com.kavel.app.refresh_token"_s).toString(), u"R");
+
+    auto settings = settingsIn(dir);
+    EXPECT_EQ(settings->refreshToken(), u"R"_s);
+    settings->removeTokens();
+    EXPECT_FALSE(settings->accessToken());
+    EXPECT_FALSE(settings->refreshToken());
+
+    qunsetenv("KAVEL_API_BASE_URL");
+    EXPECT_EQ(settings->apiBaseUrl(), QUrl(u"http://127.0.0.1:8417/api"_s));
+    settings->setApiBaseUrl(u"https://kavel.example/api"_s);
+    EXPECT_EQ(settings->apiBaseUrl(), QUrl(u"https://kavel.example/api"_s));
+    qputenv("KAVEL_API_BASE_URL", "http://127.0.0.1:5555/api");
+    EXPECT_EQ(settings->apiBaseUrl(), QUrl(u"http://127.0.0.1:5555/api"_s));
+    qunsetenv("KAVEL_API_BASE_URL");
+}
+
+class Session : public RealServerSuite
+{
+protected:
+    void SetUp() override
+    {
+        RealServerSuite::SetUp();
+        settings = settingsIn(dir);
+        client = makeClient();
+        appState = std::make_unique<AppState>(*client, *settings, appLog.sink());
+        auto timerOwner = std::make_unique<ManualTimer>();
+        timer = timerOwner.get();
+        login = std::make_unique<LoginModel>(*client, *settings, *appState, std::move(timerOwner));
+    }
+
+    QTemporaryDir dir;
+    std::unique_ptr<Settings> settings;
+    std::unique_ptr<APIClient> client;
+    LogRecorder appLog;
+    std::unique_ptr<AppState> appState;
+    ManualTimer *timer = nullptr;
+    std::unique_ptr<LoginModel> login;
+};
+
+TEST_F(Session, RestoreWithoutTokenStaysSignedOutWithoutAsking)
+{
+    LogRecorder clientLog;
+    client = makeClient(clientLog);
+    AppState state(*client, *settings, appLog.sink());
+    runTask(state.restoreSession()).get();
+    EXPECT_FALSE(state.isAuthenticated());
+    EXPECT_EQ(*appLog.lines, QStringList {u"[AppState] No access token in keychain"_s});
+    EXPECT_TRUE(clientLog.lines->isEmpty()) << "no request may be made";
+}
+
+TEST_F(Session, RejectedStoredTokenIsForgotten)
+{
+    settings->storeTokens(u"expired"_s, u"refresh"_s);
+    QSignalSpy authenticated(appState.get(), &AppState::authenticationChanged);
+    runTask(appState->restoreSession()).get();
+    EXPECT_FALSE(appState->isAuthenticated());
+    EXPECT_EQ(authenticated.count(), 0);
+    EXPECT_FALSE(settings->accessToken());
+    EXPECT_FALSE(settings->refreshToken());
+    EXPECT_FALSE(client->accessToken());
+    ASSERT_EQ(appLog.lines->size(), 2);
+    EXPECT_EQ(appLog.lines->at(0), u"[AppState] Found token, restoring session..."_s);
+    EXPECT_EQ(appLog.lines->at(1), u"[AppState] Session restore failed: 服务器错误 (401)"_s);
+}
+
+TEST_F(Session, EmailSignInStoresTokensAndSignOutForgetsThem)
+{
+    login->setLoginMode(LoginMode::email);
+    login->email = email;
+    login->password = password;
+    QSignalSpy loading(login.get(), &LoginModel::isLoadingChanged);
+    runTask(login->signIn()).get();
+
+    EXPECT_FALSE(login->errorMessage());
+    EXPECT_FALSE(login->isLoading());
+    EXPECT_EQ(loading.count(), 2);
+    EXPECT_TRUE(appState->isAuthenticated());
+    ASSERT_TRUE(appState->currentUser());
+    EXPECT_EQ(appState->currentUser()->email, email);
+    EXPECT_TRUE(settings->accessToken());
+    EXPECT_TRUE(settings->refreshToken());
+    EXPECT_EQ(client->accessToken(), settings->accessToken());
+    EXPECT_EQ(appLog.lines->constLast(), u"[AppState] Session restored, user: "_s + email);
+
+    // A new start restores the same session from the store alone.
+    APIClient freshClient(server->apiBaseUrl(), {}, {});
+    AppState restarted(freshClient, *settings, {});
+    runTask(restarted.restoreSession()).get();
+    EXPECT_TRUE(restarted.isAuthenticated());
+
+    appState->signOut();
+    EXPECT_FALSE(appState->isAuthenticated());
+    EXPECT_FALSE(appState->currentUser());
+    EXPECT_FALSE(client->accessToken());
+    EXPECT_FALSE(settings->accessToken());
+    EXPECT_FALSE(settings->refreshToken());
+}
+
+TEST_F(Session, FailedSignInsShowTheFixedTexts)
+{
+    login->setLoginMode(LoginMode::email);
+    login->email = email;
+    login->password = u"wrong"_s;
+    runTask(login->signIn()).get();
+    EXPECT_EQ(login->errorMessage(), u"登录失败：用户名或密码错误"_s);
+    EXPECT_FALSE(login->isLoading());
+    EXPECT_FALSE(appState->isAuthenticated());
+    EXPECT_FALSE(settings->accessToken());
+
+    login->setLoginMode(LoginMode::phone);
+    login->phone = phone;
+    login->smsCode = u"000000x"_s;
+    runTask(login->signIn()).get();
+    EXPECT_EQ(login->errorMessage(), u"登录失败"_s);
+
+    // The sign-up link leads to the service's own page, which is really there.
+    EXPECT_EQ(login->signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
+    QUrl opened;
+    login->openSignUpPage([&](const QUrl &url) {
+        opened = url;
+        return true;
+    });
+    EXPECT_EQ(opened, login->signUpUrl());
+    LogRecorder pageLog;
+    APIClient site(opened.adjusted(QUrl::RemoveFilename), {}, pageLog.sink());
+    runTask(site.get<wire::EmptyResponse>(u"/signup"_s));
+    EXPECT_TRUE(
+        pageLog.lines->value(1).startsWith(u"[APIClient] GET Response: 200 <!DOCTYPE html>"_s))
+        << pageLog.lines->join(u'\n').toStdString();
+    login->openSignUpPage([](const QUrl &) { return false; });
+    EXPECT_EQ(login->errorMessage(), u"无法打开官网注册页"_s);
+
+    login->phone = u"19999999999"_s;
+    runTask(login->sendCode()).get();
+    EXPECT_EQ(login->errorMessage(), u"发送验证码失败"_s);
+    EXPECT_FALSE(login->smsSent());
+    EXPECT_FALSE(timer->isActive());
+}
+
+TEST_F(Session, PhoneSignInWithTextedCodeAndResendCountdown)
+{
+    login->setLoginMode(LoginMode::phone);
+    login->phone = phone;
+    const qsizetype logFrom = server->log().size();
+    runTask(login->sendCode()).get();
+    ASSERT_FALSE(login->errorMessage()) << login->errorMessage()->toStdString();
+    EXPECT_TRUE(login->smsSent());
+    EXPECT_EQ(login->smsCountdown(), 60);
+    EXPECT_TRUE(timer->isActive());
+    EXPECT_EQ(timer->interval, std::chrono::seconds(1));
+
+    QSignalSpy countdown(login.get(), &LoginModel::smsCountdownChanged);
+    for (int second = 1; second <= 59; ++second) {
+        timer->fire();
+        ASSERT_EQ(login->smsCountdown(), 60 - second);
+        ASSERT_TRUE(timer->isActive());
+    }
+    timer->fire();
+    EXPECT_EQ(login->smsCountdown(), 0);
+    EXPECT_FALSE(timer->isActive());
+    EXPECT_EQ(countdown.count(), 60);
+
+    const auto sms = server->waitForLog(
+        QRegularExpression(u"SMS code for "_s + phone + u": (\\d{6})"_s), logFrom);
+    ASSERT_TRUE(sms) << server->log().toStdString();
+    login->smsCode = sms->captured(1);
+    runTask(login->signIn()).get();
+    EXPECT_FALSE(login->errorMessage());
+    EXPECT_TRUE(appState->isAuthenticated());
+    EXPECT_EQ(appLog.lines->constLast(), u"[AppState] Session restored, user: no email"_s);
+
+    // The code is spent.
+    appState->signOut();
+    runTask(login->signIn()).get();
+    EXPECT_EQ(login->errorMessage(), u"登录失败"_s);
+    EXPECT_FALSE(appState->isAuthenticated());
+}
