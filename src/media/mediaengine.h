@@ -31,6 +31,9 @@ public:
     // Makes the file itself the current item; its status is reported by
     // itemStatusChanged(), possibly later.
     virtual void replaceWithSource(const QString &path) = 0;
+    // A hint that compositions will cut these files, so an engine can open them now
+    // rather than on the first replaceWithComposition(). Optional.
+    virtual void prepareSources(const QStringList &paths) { Q_UNUSED(paths); }
     virtual ItemStatus itemStatus() const = 0;
     // Seconds; NaN when unknown.
     virtual double itemDuration() const = 0;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -59,6 +60,7 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
         const qint64 startTicks = toTicks(start);
         const qint64 endTicks = toTicks(end);
         plan.map.append({fromTicks(insertAt), block});
+        plan.clampedRanges.append({start, end});
         media::EditSegment segment;
         segment.blockId = block.id;
         segment.sourcePath = tracks.path;
@@ -102,30 +104,31 @@ LoadedSources loadSourceTracks(media::MediaEngine &engine, const QList<PlaybackS
 
 QList<DeletedTimeRange> deletedTimeRanges(const QList<WordBlock> &blocks, double sourceDuration)
 {
-    QList<WordBlock> sorted = blocks;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const WordBlock &a, const WordBlock &b) {
-        return a.mediaStart < b.mediaStart;
-    });
+    // Only the times matter here; sorting them alone is far cheaper than sorting words.
+    std::vector<std::pair<double, double>> sorted;
+    sorted.reserve(size_t(blocks.size()));
+    for (const WordBlock &block : blocks)
+        sorted.emplace_back(block.mediaStart, block.mediaEnd);
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const auto &a, const auto &b) { return a.first < b.first; });
     double total = sourceDuration;
     if (!(total > 0))
-        total = sorted.isEmpty() ? 1.0 : sorted.last().mediaEnd + 1.0;
+        total = sorted.empty() ? 1.0 : sorted.back().second + 1.0;
 
     QList<DeletedTimeRange> ranges;
-    if (sorted.isEmpty()) {
+    if (sorted.empty()) {
         ranges.append({0.0, total});
         return ranges;
     }
-    if (sorted.first().mediaStart > 0.05)
-        ranges.append({0.0, sorted.first().mediaStart});
-    for (qsizetype i = 1; i < sorted.size(); ++i) {
-        const WordBlock &prev = sorted.at(i - 1);
-        const WordBlock &next = sorted.at(i);
-        if (next.mediaStart - prev.mediaEnd > 0.05)
-            ranges.append({prev.mediaEnd, next.mediaStart});
+    if (sorted.front().first > 0.05)
+        ranges.append({0.0, sorted.front().first});
+    for (size_t i = 1; i < sorted.size(); ++i) {
+        if (sorted[i].first - sorted[i - 1].second > 0.05)
+            ranges.append({sorted[i - 1].second, sorted[i].first});
     }
     // A remainder under 0.1 s is usually the container padding the last word.
-    if (total - sorted.last().mediaEnd > 0.1)
-        ranges.append({sorted.last().mediaEnd, total});
+    if (total - sorted.back().second > 0.1)
+        ranges.append({sorted.back().second, total});
     return ranges;
 }
 

@@ -52,6 +52,9 @@ struct CompositionPlan
     media::EditList editList;
     // Entry i belongs to editList.segments[i].
     QList<CompositionEntry> map;
+    // The clamped range of entry i in seconds, before rounding to media ticks; what
+    // diagnostics about the entry print.
+    QList<std::pair<double, double>> clampedRanges;
     double duration = 0.0;
 };
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <string>
+#include <string_view>
 
 using namespace Qt::StringLiterals;
 
@@ -39,17 +41,49 @@ QString number(double value)
 
 } // namespace
 
+// Written straight into one buffer: the signature is rebuilt on every edit of transcripts
+// of ten thousand words, so per-word temporaries would dominate the edit's cost.
 QString blockSignature(const QList<WordBlock> &blocks)
 {
-    QString signature;
-    signature.reserve(blocks.size() * 56);
-    for (const WordBlock &block : blocks) {
-        if (!signature.isEmpty())
-            signature += u'|';
-        signature += json::uuidString(block.id) + u':' + shortestDecimal(block.mediaStart) + u'-'
-            + shortestDecimal(block.mediaEnd);
+    static constexpr char hex[] = "0123456789ABCDEF";
+    // 36 for the id, up to 2 x 26 for the times, 3 separators.
+    std::string text(size_t(blocks.size()) * 92, '\0');
+    char *out = text.data();
+    auto putHex = [&out](quint64 value, int digits) {
+        for (int d = digits - 1; d >= 0; --d)
+            *out++ = hex[(value >> (4 * d)) & 0xF];
+    };
+    auto putNumber = [&out](double value) {
+        char *start = out;
+        out = std::to_chars(out, out + 26, value).ptr;
+        if (std::isfinite(value)
+            && std::string_view(start, size_t(out - start)).find_first_of(".e")
+                == std::string_view::npos) {
+            *out++ = '.';
+            *out++ = '0';
+        }
+    };
+    for (qsizetype b = 0; b < blocks.size(); ++b) {
+        const WordBlock &block = blocks[b];
+        if (b > 0)
+            *out++ = '|';
+        const QUuid &id = block.id;
+        putHex(id.data1, 8);
+        *out++ = '-';
+        putHex(id.data2, 4);
+        *out++ = '-';
+        putHex(id.data3, 4);
+        *out++ = '-';
+        putHex((quint64(id.data4[0]) << 8) | id.data4[1], 4);
+        *out++ = '-';
+        for (int i = 2; i < 8; ++i)
+            putHex(id.data4[i], 2);
+        *out++ = ':';
+        putNumber(block.mediaStart);
+        *out++ = '-';
+        putNumber(block.mediaEnd);
     }
-    return signature;
+    return QString::fromLatin1(text.data(), out - text.data());
 }
 
 VideoPlayerViewModel::VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
@@ -132,6 +166,10 @@ void VideoPlayerViewModel::finishLoadingSources()
     LoadedSources loaded = loadSourceTracks(m_engine, sources, log);
     m_sourceTracks = std::move(loaded.tracks);
     m_sourceDuration = loaded.totalDuration;
+    QStringList paths;
+    for (const SourceTrackInfo &tracks : std::as_const(m_sourceTracks))
+        paths.append(tracks.path);
+    m_player->prepareSources(paths);
     m_tracksLoaded = true;
     rebuildComposition();
 }
@@ -157,9 +195,10 @@ void VideoPlayerViewModel::rebuildComposition()
             = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
                            [&](const SourceTrackInfo &s) { return s.path == segment.sourcePath; });
         const double trackDur = tracks != m_sourceTracks.cend() ? tracks->trackDuration : 0.0;
+        const auto [start, end] = plan.clampedRanges.at(failure.index);
         log(u"Failed to insert segment for "_s + json::uuidString(segment.blockId) + u" ["_s
-            + number(segment.sourceStart) + u'-' + number(segment.sourceEnd) + u"] trackDur="_s
-            + number(trackDur) + u": "_s + failure.reason);
+            + number(start) + u'-' + number(end) + u"] trackDur="_s + number(trackDur) + u": "_s
+            + failure.reason);
     }
     QObject::disconnect(m_statusObservation);
     m_compositionMap = std::move(plan.map);

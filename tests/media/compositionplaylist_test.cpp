@@ -91,9 +91,10 @@ protected:
 TEST_F(Composition, ContiguousWordsShareOneEntryAndTimesMapWithoutDrift)
 {
     CompositionPlaylist composition(profile);
-    // Three contiguous words, a jump, two more contiguous words.
+    // Three contiguous words, a jump, and two words 5 ms apart: both land on the same
+    // frame boundary, so they too play as one cut.
     const EditList list = editList(
-        s_video, {{0.5, 0.7123}, {0.7123, 0.9}, {0.9, 1.2345}, {2.0, 2.41}, {2.41, 3.0}});
+        s_video, {{0.5, 0.7123}, {0.7123, 0.9}, {0.9, 1.2345}, {2.0, 2.41}, {2.415, 3.0}});
     EXPECT_TRUE(composition.apply(list).isEmpty());
     ASSERT_EQ(composition.entries().size(), 2u);
     EXPECT_EQ(composition.entries()[0].segmentCount, 3);
@@ -111,6 +112,11 @@ TEST_F(Composition, ContiguousWordsShareOneEntryAndTimesMapWithoutDrift)
     for (int f = 0; f < composition.frameCount(); ++f)
         EXPECT_EQ(composition.frameAtSeconds(composition.secondsAtFrame(f)), f) << f;
     EXPECT_DOUBLE_EQ(composition.secondsAtFrame(composition.frameCount()), list.duration());
+    EXPECT_EQ(composition.entries()[1].segmentCount, 2);
+    // The second of those words is found on its own clock, not shifted by the gap.
+    const double lastStart = list.segments[4].compositionStart;
+    EXPECT_NEAR(composition.secondsAtFrame(composition.frameAtSeconds(lastStart)), lastStart,
+                0.5 / 30);
     EXPECT_EQ(composition.frameAtSeconds(list.duration() + 1.0), composition.frameCount());
 
     // A source that cannot be opened is reported and takes no frames.

@@ -98,6 +98,11 @@ TEST_F(Preview, PlaysAcrossCutsPublishesTheActiveWordAndKeepsTheSourceMomentOnEd
     EXPECT_NEAR(after, before, 0.1);
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.activeWordBlockId() == c.id; }, 4000));
     EXPECT_TRUE(model.isPlaying());
+
+    // A seek while playing shows its frame and plays on from there.
+    model.seekToBlock(b);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.activeWordBlockId() == c.id; }, 4000));
+    EXPECT_TRUE(model.isPlaying());
     model.pause();
 }
 

@@ -10,6 +10,7 @@
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <cmath>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -27,6 +28,8 @@ protected:
         s_video = kavel::test::makeVideoWithAudio(s_media->path(), u"clip.mp4"_s, 3.0);
         s_tone = kavel::test::makeTone(s_media->path(), u"voice.wav"_s, 2.0);
         s_rotated = kavel::test::makeRotatedVideo(s_media->path(), u"phone.mp4"_s, 2.0);
+        s_truncated = kavel::test::makeTruncated(s_media->path(), u"cut.mp4"_s, s_video);
+        s_notMedia = kavel::test::makeNotMedia(s_media->path(), u"notes.mov"_s);
     }
 
     // A bundle as the editor leaves it, with the given update time and words.
@@ -67,7 +70,7 @@ protected:
 
     static inline media::mlt::MltMediaEngine *s_engine = nullptr;
     static inline QTemporaryDir *s_media = nullptr;
-    static inline QString s_video, s_tone, s_rotated;
+    static inline QString s_video, s_tone, s_rotated, s_truncated, s_notMedia;
 
     QTemporaryDir root;
     ProjectStore store {*s_engine, root.path()};
@@ -131,6 +134,19 @@ TEST_F(Projects, RefreshSummarisesBundlesNewestFirst)
     // JSON round trip with the field names as keys.
     EXPECT_EQ(projectReferenceFromJson(toJson(first)), first);
     EXPECT_TRUE(toJson(first).contains(u"wordBlockCount"_s));
+}
+
+TEST_F(Projects, BrokenMediaIsListedWithoutDurationOrThumbnail)
+{
+    makeBundle(u"半截"_s, march, 1, {s_truncated});
+    makeBundle(u"文本"_s, march.addDays(-1), 1, {s_notMedia});
+    store.refresh();
+    ASSERT_EQ(titles(), (QStringList {u"半截"_s, u"文本"_s}));
+    const ProjectReference &text = store.projects().at(1);
+    EXPECT_EQ(text.videoDuration, 0.0);
+    EXPECT_EQ(text.fileSize, QFileInfo(s_notMedia).size());
+    EXPECT_FALSE(store.thumbnail(text.id));
+    EXPECT_TRUE(std::isfinite(store.projects().at(0).videoDuration));
 }
 
 TEST_F(Projects, AFolderThatCannotBeListedKeepsTheList)

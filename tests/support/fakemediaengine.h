@@ -38,8 +38,7 @@ public:
     QList<media::EditList> compositions;
     QStringList rawSources;
     QList<double> seeks;
-    float m_volume = 1.0f;
-    double m_rate = 0.0;
+    float volume() const { return m_volume; }
     qsizetype boundaryObserverCount() const;
     qsizetype periodicObserverCount() const;
 
@@ -54,6 +53,8 @@ private:
     media::ItemStatus m_status = media::ItemStatus::unknown;
     double m_itemDuration = 0.0;
     double m_time = 0.0;
+    double m_rate = 0.0;
+    float m_volume = 1.0f;
     QList<std::function<void(bool)>> m_pendingSeeks;
     QHash<ObserverId, Observer> m_observers;
     ObserverId m_nextObserver = 1;

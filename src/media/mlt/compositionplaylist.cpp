@@ -51,6 +51,11 @@ CompositionPlaylist::~CompositionPlaylist()
     m_top->detach(m_gain->filter());
 }
 
+void CompositionPlaylist::prepare(const QString &path)
+{
+    sourceIndex(path);
+}
+
 int CompositionPlaylist::sourceIndex(const QString &path)
 {
     if (const auto it = m_sourceByPath.constFind(path); it != m_sourceByPath.cend())
@@ -78,7 +83,8 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
     gain->fps = fps;
     gain->segments.reserve(static_cast<size_t>(editList.segments.size()));
 
-    int playlistFrame = 0;
+    std::vector<SegmentTime> segmentTimes;
+    segmentTimes.reserve(static_cast<size_t>(editList.segments.size()));
     for (qsizetype i = 0; i < editList.segments.size(); ++i) {
         const EditSegment &segment = editList.segments.at(i);
         const int source = sourceIndex(segment.sourcePath);
@@ -87,47 +93,55 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
         gain->segments.push_back({segment.sourceStart, segment.sourceEnd, segment.audio});
         if (segment.audio != SegmentAudio {})
             gain->unityGain = false;
+        const int inFrame = static_cast<int>(std::lround(segment.sourceStart * fps));
+        const int outFrame = static_cast<int>(std::lround(segment.sourceEnd * fps));
 
-        // Contiguous words join the open entry: they must share one boundary frame,
-        // or the frame at the join would be played twice.
+        // A word that starts on the frame where the previous one of the same source
+        // ended joins its entry: separate cuts would play exactly the same frames, and
+        // words that are truly contiguous must share their boundary frame or it would be
+        // played twice. Fewer entries also mean less memory and faster edits.
         if (!entries.empty()) {
             PlaylistEntry &open = entries.back();
-            if (open.source == source
-                && std::abs(open.sourceStart + open.length - segment.sourceStart) < 1e-9) {
-                open.length = segment.sourceEnd - open.sourceStart;
-                open.outFrame = static_cast<int>(std::lround(segment.sourceEnd * fps));
+            if (open.source == source && inFrame == open.outFrame) {
+                open.outFrame = std::max(open.outFrame, outFrame);
                 ++open.segmentCount;
+                segmentTimes.push_back({segment.compositionStart, segment.sourceStart,
+                                        segment.length(), qsizetype(entries.size()) - 1});
                 continue;
             }
-            playlistFrame += std::max(open.frames(), 0);
         }
         PlaylistEntry entry;
         entry.source = source;
-        entry.inFrame = static_cast<int>(std::lround(segment.sourceStart * fps));
-        entry.outFrame = static_cast<int>(std::lround(segment.sourceEnd * fps));
-        entry.playlistFrame = playlistFrame;
-        entry.timelineStart = segment.compositionStart;
-        entry.sourceStart = segment.sourceStart;
-        entry.length = segment.length();
+        entry.playable = m_sources[size_t(source)].producer != nullptr;
+        entry.inFrame = inFrame;
+        entry.outFrame = outFrame;
         entry.firstSegment = i;
         entry.segmentCount = 1;
         entries.push_back(entry);
+        segmentTimes.push_back({segment.compositionStart, segment.sourceStart, segment.length(),
+                                qsizetype(entries.size()) - 1});
+    }
+    // Only what MLT can play takes frames in its playlist.
+    int playlistFrame = 0;
+    for (PlaylistEntry &e : entries) {
+        e.playlistFrame = playlistFrame;
+        playlistFrame += e.playFrames();
     }
     gain->entries.reserve(entries.size());
     for (const PlaylistEntry &e : entries)
         gain->entries.push_back(
-            {e.playlistFrame, std::max(e.frames(), 0), e.inFrame, e.firstSegment, e.segmentCount});
+            {e.playlistFrame, e.playFrames(), e.inFrame, e.firstSegment, e.segmentCount});
 
     // Entries too short to cover a frame, and entries of sources that cannot be opened,
     // have no place in MLT's playlist; the key of such an entry never matches a live one.
     std::vector<std::uint64_t> oldKeys, newKeys;
     std::vector<PlaylistEntry> playable;
     for (const PlaylistEntry &e : entries)
-        if (e.frames() > 0 && m_sources[size_t(e.source)].producer)
+        if (e.playFrames() > 0)
             playable.push_back(e);
     std::vector<PlaylistEntry> live;
     for (const PlaylistEntry &e : m_entries)
-        if (e.frames() > 0 && m_sources[size_t(e.source)].producer)
+        if (e.playFrames() > 0)
             live.push_back(e);
     oldKeys.reserve(live.size());
     for (const PlaylistEntry &e : live)
@@ -165,6 +179,7 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
     mlt_service_unlock(m_top->get_service());
 
     m_entries = std::move(entries);
+    m_segmentTimes = std::move(segmentTimes);
     m_duration = editList.duration();
     m_gain->setMap(std::move(gain));
     return failures;
@@ -174,19 +189,29 @@ void CompositionPlaylist::rebuild(const std::vector<PlaylistEntry> &entries)
 {
     m_top->clear();
     m_chunks.clear();
+    // Each new cut would announce itself to everything that shares its source; nothing
+    // plays this playlist's new entries before the build is complete.
+    for (Source &source : m_sources)
+        if (source.producer)
+            source.producer->block();
     for (size_t start = 0; start < entries.size(); start += chunkSize) {
         auto chunk = std::make_unique<Chunk>();
         chunk->playlist = std::make_unique<Mlt::Playlist>(m_profile);
+        chunk->playlist->block();
         const size_t end = std::min(entries.size(), start + chunkSize);
         for (size_t i = start; i < end; ++i) {
             const PlaylistEntry &e = entries[i];
             chunk->playlist->append(*m_sources[size_t(e.source)].producer, e.inFrame,
                                     e.outFrame - 1);
         }
+        chunk->playlist->unblock();
         chunk->count = static_cast<int>(end - start);
         m_top->append(*chunk->playlist);
         m_chunks.push_back(std::move(chunk));
     }
+    for (Source &source : m_sources)
+        if (source.producer)
+            source.producer->unblock();
 }
 
 std::pair<qsizetype, int> CompositionPlaylist::locate(qsizetype position) const
@@ -200,6 +225,16 @@ std::pair<qsizetype, int> CompositionPlaylist::locate(qsizetype position) const
     return {qsizetype(m_chunks.size()), 0};
 }
 
+// While a batch edits a chunk, its changes are not announced: the parent would recount
+// itself after every single insertion and removal. settleChunks() announces them once.
+void CompositionPlaylist::touch(Chunk &chunk)
+{
+    if (chunk.dirty)
+        return;
+    chunk.dirty = true;
+    chunk.playlist->block();
+}
+
 void CompositionPlaylist::insertEntry(qsizetype position, const PlaylistEntry &entry)
 {
     auto [c, offset] = locate(position);
@@ -209,16 +244,15 @@ void CompositionPlaylist::insertEntry(qsizetype position, const PlaylistEntry &e
             auto chunk = std::make_unique<Chunk>();
             chunk->playlist = std::make_unique<Mlt::Playlist>(m_profile);
             m_chunks.push_back(std::move(chunk));
-            m_chunks.back()->dirty = true;
         }
         c = qsizetype(m_chunks.size()) - 1;
         offset = m_chunks.back()->count;
     }
     Chunk &chunk = *m_chunks[size_t(c)];
+    touch(chunk);
     chunk.playlist->insert(*m_sources[size_t(entry.source)].producer, offset, entry.inFrame,
                            entry.outFrame - 1);
     ++chunk.count;
-    chunk.dirty = true;
 }
 
 void CompositionPlaylist::removeEntry(qsizetype position)
@@ -227,9 +261,9 @@ void CompositionPlaylist::removeEntry(qsizetype position)
     if (c == qsizetype(m_chunks.size()))
         return;
     Chunk &chunk = *m_chunks[size_t(c)];
+    touch(chunk);
     chunk.playlist->remove(offset);
     --chunk.count;
-    chunk.dirty = true;
 }
 
 // Brings the parent in line with the chunks it holds: a chunk that changed length must
@@ -240,6 +274,8 @@ void CompositionPlaylist::settleChunks()
     // end; empty ones are dropped from the back forwards so earlier positions hold.
     const int inParent = m_top->count();
     for (size_t c = size_t(inParent); c < m_chunks.size(); ++c) {
+        if (m_chunks[c]->dirty)
+            m_chunks[c]->playlist->unblock();
         m_chunks[c]->dirty = false;
         m_top->append(*m_chunks[c]->playlist);
     }
@@ -248,6 +284,7 @@ void CompositionPlaylist::settleChunks()
         if (!chunk.dirty)
             continue;
         chunk.dirty = false;
+        chunk.playlist->unblock();
         if (chunk.count == 0) {
             m_top->remove(c);
             m_chunks.erase(m_chunks.begin() + c);
@@ -259,23 +296,30 @@ void CompositionPlaylist::settleChunks()
 
 int CompositionPlaylist::frameCount() const
 {
-    return m_entries.empty()
-        ? 0
-        : m_entries.back().playlistFrame + std::max(m_entries.back().frames(), 0);
+    return m_entries.empty() ? 0 : m_entries.back().playlistFrame + m_entries.back().playFrames();
 }
 
 double CompositionPlaylist::secondsAtFrame(int frame) const
 {
     if (m_entries.empty() || frame <= 0)
         return 0.0;
+    if (frame >= frameCount())
+        return m_duration;
     const auto it
         = std::upper_bound(m_entries.cbegin(), m_entries.cend(), frame,
                            [](int f, const PlaylistEntry &e) { return f < e.playlistFrame; });
     const PlaylistEntry &e = *(it - 1);
-    if (frame >= e.playlistFrame + e.frames() && it == m_entries.cend())
-        return m_duration;
+    // The frame's own source time, placed on the word it falls in; a frame in the gap
+    // between two words of one entry belongs to the end of the earlier word.
     const double source = (e.inFrame + (frame - e.playlistFrame)) / m_profile.fps();
-    return e.timelineStart + std::clamp(source - e.sourceStart, 0.0, e.length);
+    const auto first = m_segmentTimes.cbegin() + e.firstSegment;
+    const auto last = first + e.segmentCount;
+    auto segment = std::upper_bound(
+        first, last, source, [](double s, const SegmentTime &t) { return s < t.sourceStart; });
+    if (segment != first)
+        --segment;
+    return segment->compositionStart
+        + std::clamp(source - segment->sourceStart, 0.0, segment->length);
 }
 
 int CompositionPlaylist::frameAtSeconds(double seconds) const
@@ -285,13 +329,14 @@ int CompositionPlaylist::frameAtSeconds(double seconds) const
     if (seconds >= m_duration)
         return frameCount();
     const auto it
-        = std::upper_bound(m_entries.cbegin(), m_entries.cend(), seconds,
-                           [](double t, const PlaylistEntry &e) { return t < e.timelineStart; });
-    const PlaylistEntry &e = *(it - 1);
-    const int sourceFrame = static_cast<int>(
-        std::lround((e.sourceStart + (seconds - e.timelineStart)) * m_profile.fps()));
+        = std::upper_bound(m_segmentTimes.cbegin(), m_segmentTimes.cend(), seconds,
+                           [](double t, const SegmentTime &s) { return t < s.compositionStart; });
+    const SegmentTime &segment = *(it - 1);
+    const PlaylistEntry &e = m_entries[size_t(segment.entry)];
+    const int sourceFrame = static_cast<int>(std::lround(
+        (segment.sourceStart + (seconds - segment.compositionStart)) * m_profile.fps()));
     const int frame = e.playlistFrame + sourceFrame - e.inFrame;
-    return std::clamp(frame, e.playlistFrame, e.playlistFrame + std::max(e.frames() - 1, 0));
+    return std::clamp(frame, e.playlistFrame, e.playlistFrame + std::max(e.playFrames() - 1, 0));
 }
 
 } // namespace kavel::media::mlt

@@ -4,6 +4,7 @@
 #include "media/mediatypes.h"
 
 #include <QHash>
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -15,24 +16,23 @@ class Profile;
 
 namespace kavel::media::mlt {
 
-// One stretch of one source in the playlist: a run of segments where each starts where
-// the previous ended, so that contiguous words share one boundary and play seamlessly.
+// One stretch of one source in the playlist: a run of words where each starts on the
+// frame where the previous ended, so they play as one cut.
 struct PlaylistEntry
 {
     int source = 0;
+    // False when the source could not be opened: the entry then takes no frames.
+    bool playable = true;
     // Source frames, out exclusive.
     int inFrame = 0;
     int outFrame = 0;
     // Where the entry starts in the playlist, in frames.
     int playlistFrame = 0;
-    // The exact stretch in seconds, from the edit list.
-    double timelineStart = 0.0;
-    double sourceStart = 0.0;
-    double length = 0.0;
     qsizetype firstSegment = 0;
     qsizetype segmentCount = 0;
 
     int frames() const { return outFrame - inFrame; }
+    int playFrames() const { return playable ? std::max(frames(), 0) : 0; }
 };
 
 // An edit list as a live MLT playlist of playlists: entries are grouped in chunks (MLT
@@ -43,7 +43,7 @@ struct PlaylistEntry
 class CompositionPlaylist
 {
 public:
-    static constexpr int chunkSize = 128;
+    static constexpr int chunkSize = 48;
 
     explicit CompositionPlaylist(Mlt::Profile &profile);
     ~CompositionPlaylist();
@@ -53,6 +53,10 @@ public:
     // Makes the playlist play `editList`. Returns the segments whose source could not be
     // opened; they take their time as blank frames.
     QList<SegmentFailure> apply(const EditList &editList);
+
+    // Opens a source ahead of its first use: opening a long recording reads its whole
+    // index, which should happen while sources load, not on the first edit.
+    void prepare(const QString &path);
 
     Mlt::Playlist &playlist() { return *m_top; }
     int frameCount() const;
@@ -73,11 +77,20 @@ public:
 private:
     struct Chunk;
     struct Source;
+    // Where one word of the edit list lies on both clocks, and its entry.
+    struct SegmentTime
+    {
+        double compositionStart = 0.0;
+        double sourceStart = 0.0;
+        double length = 0.0;
+        qsizetype entry = 0;
+    };
 
     int sourceIndex(const QString &path);
     void rebuild(const std::vector<PlaylistEntry> &entries);
     void insertEntry(qsizetype position, const PlaylistEntry &entry);
     void removeEntry(qsizetype position);
+    void touch(Chunk &chunk);
     std::pair<qsizetype, int> locate(qsizetype position) const;
     void settleChunks();
 
@@ -87,6 +100,7 @@ private:
     std::vector<Source> m_sources;
     QHash<QString, int> m_sourceByPath;
     std::vector<PlaylistEntry> m_entries;
+    std::vector<SegmentTime> m_segmentTimes;
     std::unique_ptr<GainFilter> m_gain;
     double m_duration = 0.0;
     Stats m_stats;

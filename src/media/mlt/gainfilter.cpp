@@ -92,7 +92,7 @@ int getAudio(mlt_frame frame, void **buffer, mlt_audio_format *format, int *freq
     const int error = mlt_frame_get_audio(frame, buffer, format, frequency, channels, samples);
     if (error || !*buffer)
         return error;
-    const std::shared_ptr<const GainMap> map = self->map();
+    const std::shared_ptr<const GainMap> map = self ? self->map() : nullptr;
     if (!map)
         return 0;
     const int position = mlt_properties_get_int(MLT_FRAME_PROPERTIES(frame), positionKey);

@@ -34,6 +34,7 @@ MltPlayer::~MltPlayer()
         m_consumer->stop();
         m_consumer.reset();
     }
+    m_root.reset();
 }
 
 void MltPlayer::ensureProfile(const QString &firstVideoPath)
@@ -74,46 +75,69 @@ double MltPlayer::frameRate() const
 
 Mlt::Producer *MltPlayer::currentProducer() const
 {
-    if (m_playingComposition && m_composition)
-        return &m_composition->playlist();
-    return m_raw.get();
+    return m_root.get();
 }
 
-void MltPlayer::play(Mlt::Producer &producer)
+// The consumer plays one root playlist for its whole life and the current item is that
+// playlist's only entry: switching items or editing the composition then never stops the
+// consumer, which would close and reopen the sound device each time.
+void MltPlayer::ensureConsumer()
 {
-    if (!m_consumer) {
-        m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "sdl2_audio");
-        if (!m_consumer->is_valid())
-            m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "null");
-        m_consumer->set("terminate_on_pause", 0);
-        m_consumer->set("real_time", 1);
-        // A short queue between decoding and the sound card: a seek then shows its frame
-        // after a few frames' worth of work instead of after a second of stale audio.
-        m_consumer->set("buffer", 2);
-        m_consumer->set("prefill", 1);
-        m_consumer->set("audio_buffer", 1024);
-        m_consumer->set("scrub_audio", 0);
-        m_consumer->set("volume", double(m_volume));
-        if (!m_videoSize.isEmpty()) {
-            m_consumer->set("width", m_videoSize.width());
-            m_consumer->set("height", m_videoSize.height());
-        }
-        m_consumer->set("channels", 2);
-        m_consumer->set("frequency", 48000);
-        m_consumer->listen(
-            "consumer-frame-show", this,
-            reinterpret_cast<mlt_listener>(+[](mlt_properties, void *owner, mlt_event_data data) {
-                onFrameShow(owner, mlt_event_data_to_frame(data));
-            }));
-    } else {
-        m_consumer->stop();
-        m_consumer->purge();
-    }
-    m_consumer->connect(producer);
+    if (m_consumer)
+        return;
+    m_root = std::make_unique<Mlt::Playlist>(*m_profile);
+    m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "sdl2_audio");
+    if (!m_consumer->is_valid())
+        m_consumer = std::make_unique<Mlt::Consumer>(*m_profile, "null");
+    m_consumer->set("terminate_on_pause", 0);
+    m_consumer->set("real_time", 1);
+    // A short queue between decoding and the sound card: a seek then shows its frame
+    // after a few frames' worth of work instead of after a second of stale audio.
+    m_consumer->set("buffer", 2);
+    m_consumer->set("prefill", 1);
+    // 512 samples (11 ms at 48 kHz): a seek waits for this much old sound to drain.
+    m_consumer->set("audio_buffer", 512);
+    m_consumer->set("scrub_audio", 0);
+    m_consumer->set("volume", double(m_volume));
+    if (!m_videoSize.isEmpty())
+        renderFor(m_videoSize);
+    m_consumer->set("channels", 2);
+    m_consumer->set("frequency", 48000);
+    m_consumer->listen(
+        "consumer-frame-show", this,
+        reinterpret_cast<mlt_listener>(+[](mlt_properties, void *owner, mlt_event_data data) {
+            onFrameShow(owner, mlt_event_data_to_frame(data));
+        }));
+    m_consumer->connect(*m_root);
     m_consumer->start();
     // Starting a consumer sets its producer going at normal speed.
-    producer.set_speed(m_rate);
+    m_root->set_speed(m_rate);
+}
+
+void MltPlayer::play(Mlt::Producer *producer)
+{
+    ensureConsumer();
+    mlt_service_lock(m_root->get_service());
+    m_root->clear();
+    if (producer && producer->get_playtime() > 0)
+        m_root->append(*producer);
+    mlt_service_unlock(m_root->get_service());
+    m_consumer->purge();
     m_consumer->set("refresh", 1);
+}
+
+// After an edit the root's entry still has the composition's old length.
+void MltPlayer::syncRootLength()
+{
+    const int frames = m_composition->playlist().get_playtime();
+    mlt_service_lock(m_root->get_service());
+    if (m_root->count() == 0 && frames > 0)
+        m_root->append(m_composition->playlist());
+    else if (m_root->count() > 0 && frames == 0)
+        m_root->remove(0);
+    else if (frames > 0)
+        m_root->resize_clip(0, 0, frames - 1);
+    mlt_service_unlock(m_root->get_service());
 }
 
 void MltPlayer::onFrameShow(void *owner, void *rawFrame)
@@ -123,6 +147,16 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
     if (!frame)
         return;
     const int position = static_cast<int>(mlt_frame_get_position(frame));
+    // Frames decoded before a seek may still come through; until the seek's own frame
+    // shows, they are not where the play head is.
+    int awaited = self->m_awaitedFrame.load();
+    if (awaited != -1) {
+        if (awaited != position || !self->m_awaitedFrame.compare_exchange_strong(awaited, -1))
+            return;
+        // Not from here: this thread holds the consumer's refresh lock.
+        QMetaObject::invokeMethod(
+            self, [self] { self->resumeAfterSeek(); }, Qt::QueuedConnection);
+    }
     self->m_shownFrame.store(position);
     self->m_framesShown.fetch_add(1);
 
@@ -150,17 +184,23 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
         Qt::QueuedConnection);
 }
 
+// The decoding thread then hands over frames already scaled and converted for the view,
+// so the thread that keeps time only copies them.
+void MltPlayer::renderFor(const QSize &size)
+{
+    m_consumer->set("width", size.width());
+    m_consumer->set("height", size.height());
+    m_consumer->set("mlt_image_format", "rgba");
+}
+
 void MltPlayer::setVideoSize(const QSize &size)
 {
     {
         std::lock_guard lock(m_sizeMutex);
         m_videoSize = size;
     }
-    // Rendering at the view's size is cheaper than scaling each frame afterwards.
-    if (m_consumer && !size.isEmpty()) {
-        m_consumer->set("width", size.width());
-        m_consumer->set("height", size.height());
-    }
+    if (m_consumer && !size.isEmpty())
+        renderFor(size);
 }
 
 QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList)
@@ -172,20 +212,47 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
             break;
         }
     ensureProfile(firstVideo);
-    if (!m_composition)
-        m_composition = std::make_unique<CompositionPlaylist>(*m_profile);
+    ensureComposition();
     const QList<SegmentFailure> failures = m_composition->apply(editList);
     if (!m_playingComposition) {
         m_playingComposition = true;
-        play(m_composition->playlist());
+        play(&m_composition->playlist());
         m_raw.reset();
-    } else if (m_consumer) {
+    } else {
+        syncRootLength();
         // Frames decoded from the old list must not be shown.
         m_consumer->purge();
     }
     m_status = ItemStatus::readyToPlay;
     QMetaObject::invokeMethod(this, &Player::itemStatusChanged, Qt::QueuedConnection);
     return failures;
+}
+
+void MltPlayer::ensureComposition()
+{
+    if (!m_composition)
+        m_composition = std::make_unique<CompositionPlaylist>(*m_profile);
+}
+
+void MltPlayer::prepareSources(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        if (!m_profileSet) {
+            try {
+                if (!probeMedia(path).info.hasVideo)
+                    continue;
+            } catch (const MediaError &) {
+                continue;
+            }
+            ensureProfile(path);
+        }
+    }
+    // An audio-only project gets the fixed rate.
+    ensureProfile(QString());
+    ensureComposition();
+    for (const QString &path : paths)
+        m_composition->prepare(path);
+    ensureConsumer();
 }
 
 void MltPlayer::replaceWithSource(const QString &path)
@@ -195,11 +262,10 @@ void MltPlayer::replaceWithSource(const QString &path)
     m_playingComposition = false;
     if (producer->is_valid()) {
         m_raw = std::move(producer);
-        play(*m_raw);
+        play(m_raw.get());
         m_status = ItemStatus::readyToPlay;
     } else {
-        if (m_consumer)
-            m_consumer->stop();
+        play(nullptr);
         m_raw.reset();
         m_status = ItemStatus::failed;
     }
@@ -218,6 +284,7 @@ double MltPlayer::itemDuration() const
 
 void MltPlayer::setRate(double rate)
 {
+    m_resumePending = false;
     m_rate = rate;
     if (Mlt::Producer *producer = currentProducer()) {
         producer->set_speed(rate);
@@ -250,8 +317,24 @@ void MltPlayer::seek(double seconds, std::function<void(bool)> completion)
         const int frame = m_playingComposition && m_composition
             ? m_composition->frameAtSeconds(seconds)
             : static_cast<int>(std::lround(seconds * m_profile->fps()));
+        // While playing, the consumer shows a frame only when the sound queued before it
+        // has played (up to a fifth of a second). Paused, it shows a frame at once; so
+        // pause for the one frame at the target and resume as soon as it is shown.
         producer->seek(frame);
         if (m_consumer) {
+            // MLT clamps the position to the item; wait for the frame it will show.
+            m_awaitedFrame.store(producer->position());
+            if (m_rate != 0.0) {
+                producer->set_speed(0.0);
+                m_resumePending = true;
+            }
+            // Should that frame never show (another seek, an edit), carry on regardless.
+            QTimer::singleShot(250, this, [this, generation] {
+                if (generation != m_seekGeneration)
+                    return;
+                m_awaitedFrame.store(-1);
+                resumeAfterSeek();
+            });
             m_consumer->purge();
             m_consumer->set("refresh", 1);
         }
@@ -268,6 +351,15 @@ void MltPlayer::seek(double seconds, std::function<void(bool)> completion)
             completion(done && generation == m_seekGeneration);
         },
         Qt::QueuedConnection);
+}
+
+void MltPlayer::resumeAfterSeek()
+{
+    if (!m_resumePending || m_rate == 0.0 || !m_root)
+        return;
+    m_resumePending = false;
+    m_root->set_speed(m_rate);
+    m_consumer->set("refresh", 1);
 }
 
 double MltPlayer::currentTime() const

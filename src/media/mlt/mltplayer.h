@@ -11,6 +11,7 @@
 
 namespace Mlt {
 class Consumer;
+class Playlist;
 class Producer;
 class Profile;
 } // namespace Mlt
@@ -32,6 +33,7 @@ public:
 
     QList<SegmentFailure> replaceWithComposition(const EditList &editList) override;
     void replaceWithSource(const QString &path) override;
+    void prepareSources(const QStringList &paths) override;
     ItemStatus itemStatus() const override { return m_status; }
     double itemDuration() const override;
     void setRate(double rate) override;
@@ -69,8 +71,13 @@ private:
 
     static void onFrameShow(void *owner, void *frame);
     void ensureProfile(const QString &firstVideoPath);
-    void play(Mlt::Producer &producer);
+    void ensureComposition();
+    void ensureConsumer();
+    void renderFor(const QSize &size);
+    void play(Mlt::Producer *producer);
+    void syncRootLength();
     void checkBoundaries();
+    void resumeAfterSeek();
     double timeAtFrame(int frame) const;
     Mlt::Producer *currentProducer() const;
 
@@ -79,12 +86,17 @@ private:
     std::unique_ptr<CompositionPlaylist> m_composition;
     std::unique_ptr<Mlt::Producer> m_raw;
     bool m_playingComposition = false;
+    std::unique_ptr<Mlt::Playlist> m_root;
     std::unique_ptr<Mlt::Consumer> m_consumer;
     ItemStatus m_status = ItemStatus::unknown;
     double m_rate = 0.0;
     float m_volume = 1.0f;
 
     std::atomic<int> m_shownFrame {0};
+    // The frame the last seek waits to show; -1 once it has (or when there is none).
+    std::atomic<int> m_awaitedFrame {-1};
+    // A seek while playing paused the consumer to show its frame at once.
+    bool m_resumePending = false;
     std::atomic<qint64> m_framesShown {0};
     std::mutex m_sizeMutex;
     QSize m_videoSize;
