@@ -276,4 +276,37 @@ TEST_F(ImportEndToEnd, ServerThatGoesAwayEndsTheProjectFailed)
     EXPECT_FALSE(vm->isProcessing());
 }
 
+TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
+{
+    QProcess cli;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"KAVEL_PROJECTS_DIR"_s, projects.path());
+    environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
+    cli.setProcessEnvironment(environment);
+    cli.start(programPath(u"kavel-cli"_s),
+              {u"import"_s, media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s,
+               server->apiBaseUrl().toString(), u"--email"_s, email, u"--password"_s, password});
+    ASSERT_TRUE(cli.waitForFinished(60000));
+    const QString errors = QString::fromUtf8(cli.readAllStandardError());
+    ASSERT_EQ(cli.exitCode(), 0) << errors.toStdString();
+    EXPECT_TRUE(
+        errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
+        << errors.toStdString();
+
+    const QString bundle = QString::fromUtf8(cli.readAllStandardOutput()).trimmed();
+    EXPECT_TRUE(bundle.startsWith(projects.path() + u"/项目_"_s)) << bundle.toStdString();
+    const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    expectSpeech(project->paragraphs(), project->metadata().sourceFiles.first().id);
+
+    // Without a session or credentials nothing is created.
+    QProcess signedOut;
+    signedOut.setProcessEnvironment(environment);
+    signedOut.start(programPath(u"kavel-cli"_s),
+                    {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
+                     server->apiBaseUrl().toString()});
+    ASSERT_TRUE(signedOut.waitForFinished(60000));
+    EXPECT_EQ(signedOut.exitCode(), 1);
+    EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+}
+
 } // namespace
