@@ -3,7 +3,9 @@
 #include "model/timeline.h"
 #include "recordingnotifier.h"
 #include "service/apiclient.h"
+#include "service/appstate.h"
 #include "service/httpstub.h"
+#include "service/settings.h"
 #include "support/fakeclock.h"
 #include "support/fakemediaengine.h"
 #include "support/servicefixture.h"
@@ -290,6 +292,20 @@ TEST_F(ImportPipeline, PickingFilesNeedsASignedInUser)
     EXPECT_EQ(vm.pendingImportURLs(), picked);
     EXPECT_TRUE(vm.showImportConfirm());
     EXPECT_TRUE(log.lines->contains(u"[EditorVM] Opening file picker for import..."_s));
+}
+
+TEST_F(ImportPipeline, PickerAsksTheSessionWhenGivenOne)
+{
+    service::Settings settings(
+        std::make_unique<QSettings>(dir.filePath(u"settings.ini"_s), QSettings::IniFormat));
+    const service::AppState signedOut(api, settings, service::LogSink {});
+    ImportServices withSession = services();
+    withSession.appState = &signedOut;
+    EditorViewModel editor(engine, clock, withSession);
+    picked = {media(u"x.mp4"_s)};
+    editor.openFilePickerForImport();
+    EXPECT_TRUE(editor.showLoginRequired());
+    EXPECT_TRUE(pickerRequests.isEmpty());
 }
 
 } // namespace
