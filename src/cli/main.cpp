@@ -1,5 +1,6 @@
 #include "clisupport.h"
 #include "editcommands.h"
+#include "importcommand.h"
 #include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"
@@ -40,6 +41,8 @@ const QList<Command> &commands()
         {u"composition"_s, u"BUNDLE"_s,
          u"print where each word plays in the preview, the duration and the cut stretches"_s,
          runComposition},
+        {u"import"_s, u"FILE... [--server URL] [--email E --password P]"_s,
+         u"make a project from media files, transcribe it, print the bundle path"_s, runImport},
     };
     return table;
 }

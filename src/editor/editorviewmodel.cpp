@@ -26,9 +26,11 @@ void assign(EditorViewModel *self, T &field, const T &value, Signal signal)
 
 } // namespace
 
-EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock, QObject *parent)
+EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock,
+                                 ImportServices importServices, QObject *parent)
     : QObject(parent)
     , m_clock(clock)
+    , m_import(std::move(importServices))
     , m_playerVM(std::make_unique<VideoPlayerViewModel>(engine, clock))
     , m_undoManager(std::make_unique<EditorUndoManager>())
 {
@@ -42,6 +44,9 @@ EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &cloc
         if (!m_playerVM->isPlaying())
             setPlayingSentenceId(std::nullopt);
     });
+    if (m_import.audioConverter)
+        m_audioExtractor
+            = std::make_unique<AudioExtractor>(*m_import.audioConverter, m_clock, m_import.log);
 }
 
 EditorViewModel::~EditorViewModel() = default;
@@ -164,14 +169,18 @@ void EditorViewModel::openProject(const QUrl &url)
     m_undoManager->clear();
     setNavigateToEditor(true);
     syncPlayer();
+    loadProjectSources();
+    m_playerVM->setCurrentTime(0.0);
+}
 
+void EditorViewModel::loadProjectSources()
+{
     QList<PlaybackSource> sources;
     for (const SourceFile &file : m_project->metadata().sourceFiles) {
         if (auto fileUrl = m_project->sourceFileURL(file.id))
             sources.append({file.id, *fileUrl});
     }
     m_playerVM->loadSources(sources);
-    m_playerVM->setCurrentTime(0.0);
 }
 
 void EditorViewModel::syncPlayer()

@@ -1,16 +1,20 @@
 #pragma once
 
+#include "audioextraction.h"
 #include "editcommands.h"
 #include "editorundomanager.h"
 #include "export/exportsettings.h"
 #include "model/kavelproject.h"
 #include "playback/videoplayerviewmodel.h"
+#include "service/servicelog.h"
 #include "transcriptsearch.h"
 
+#include <QCoroTask>
 #include <QDateTime>
 #include <QObject>
 #include <QSet>
 #include <QUrl>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -18,8 +22,42 @@ namespace kavel {
 
 namespace media {
 class MediaEngine;
-}
+class AudioConverter;
+} // namespace media
+namespace service {
+class APIClient;
+class AppState;
+struct TranscriptionResult;
+} // namespace service
 class PlaybackClock;
+class UserNotifier;
+
+// What the file picker for an import is asked to show. Content types are MIME names in
+// the order the picker lists them; "video/*" and "audio/*" stand for any movie or sound.
+struct ImportPickerRequest
+{
+    QString message;
+    QStringList contentTypes;
+    bool allowsMultipleSelection = true;
+    bool canChooseDirectories = false;
+};
+
+// What the import pipeline works with, handed in by the composition root. An editor made
+// without them edits and plays as usual; an import then ends with an error on its status
+// line.
+struct ImportServices
+{
+    service::APIClient *apiClient = nullptr;
+    // The session; openFilePickerForImport() asks it whether the user is signed in.
+    const service::AppState *appState = nullptr;
+    media::AudioConverter *audioConverter = nullptr;
+    UserNotifier *notifier = nullptr;
+    // Shows the modal picker and returns the chosen files; empty when cancelled.
+    std::function<QList<QUrl>(const ImportPickerRequest &)> pickFiles;
+    // Where new bundles go; empty means the user's projects folder.
+    QString projectsDirectory;
+    service::LogSink log = service::standardOutputSink();
+};
 
 // The state behind the editor screen: the document being edited, the selection and
 // the text cursor, the preview player, the undo history and the open project. Views
@@ -66,12 +104,25 @@ class EditorViewModel : public QObject, private EditTarget
     Q_PROPERTY(kavel::KavelProject *project READ project NOTIFY projectChanged)
     Q_PROPERTY(bool navigateToEditor READ navigateToEditor WRITE setNavigateToEditor NOTIFY
                    navigateToEditorChanged)
+    Q_PROPERTY(QString transcriptionStep READ transcriptionStep NOTIFY transcriptionStepChanged)
+    Q_PROPERTY(
+        int transcriptionPollCount READ transcriptionPollCount NOTIFY transcriptionPollCountChanged)
+    Q_PROPERTY(QList<QUrl> pendingImportURLs READ pendingImportURLs WRITE setPendingImportURLs
+                   NOTIFY pendingImportURLsChanged)
+    Q_PROPERTY(bool showImportConfirm READ showImportConfirm WRITE setShowImportConfirm NOTIFY
+                   showImportConfirmChanged)
+    Q_PROPERTY(bool showLoginRequired READ showLoginRequired WRITE setShowLoginRequired NOTIFY
+                   showLoginRequiredChanged)
 
 public:
     static constexpr double saveConfirmationSeconds = 2.0;
     static constexpr double deleteForwardingPauseSeconds = 0.15;
 
-    EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock, QObject *parent = nullptr);
+    static constexpr double transcriptionPollSeconds = 5.0;
+    static constexpr int transcriptionEstimateSeconds = 180;
+
+    EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock,
+                    ImportServices importServices = {}, QObject *parent = nullptr);
     ~EditorViewModel() override;
 
     // --- state -----------------------------------------------------------------------
@@ -115,6 +166,29 @@ public:
     bool suppressPlayerForwarding() const { return m_suppressPlayerForwarding; }
     bool isDeferringPlayerSync() const { return m_isDeferringPlayerSync; }
     bool deferredSyncNeeded() const { return m_deferredSyncNeeded; }
+
+    // --- import and transcription (importpipeline.cpp) ---------------------------------
+    const QString &transcriptionStep() const { return m_transcriptionStep; }
+    int transcriptionPollCount() const { return m_transcriptionPollCount; }
+    int transcriptionEstimateTotalSeconds() const { return m_transcriptionEstimateTotalSeconds; }
+    const QList<QUrl> &pendingImportURLs() const { return m_pendingImportURLs; }
+    void setPendingImportURLs(const QList<QUrl> &urls);
+    bool showImportConfirm() const { return m_showImportConfirm; }
+    void setShowImportConfirm(bool show);
+    bool showLoginRequired() const { return m_showLoginRequired; }
+    void setShowLoginRequired(bool show);
+    std::optional<QUuid> pendingASRSourceFileId() const { return m_pendingASRSourceFileId; }
+
+    static ImportPickerRequest importPickerRequest();
+    // Signed out: asks the shell to explain that sign-in is needed. Otherwise shows the
+    // picker; chosen files wait in pendingImportURLs for the confirmation screen.
+    void openFilePickerForImport(bool isAuthenticated);
+    // The same, asking the session handed in at construction.
+    void openFilePickerForImport();
+    // Creates a project from the files, transcribes it and opens the result. Never
+    // throws: how it ended shows in processingStatus and in the project's status, and
+    // the notifier is told when recognition succeeded or failed.
+    QCoro::Task<> importAndTranscribe(QList<QUrl> urls);
 
     // --- project and player ------------------------------------------------------------
     // Loads the bundle; on failure only processingStatus changes ("打开项目失败: …").
@@ -187,6 +261,11 @@ Q_SIGNALS:
     void trackFlagsChanged();
     void projectChanged();
     void navigateToEditorChanged();
+    void transcriptionStepChanged();
+    void transcriptionPollCountChanged();
+    void pendingImportURLsChanged();
+    void showImportConfirmChanged();
+    void showLoginRequiredChanged();
     // The preview moved or changed (play head, active word, …), forwarded so that views
     // observing only the editor redraw with it. Held back briefly after a keyboard delete.
     void playerStateChanged();
@@ -212,8 +291,21 @@ private:
     void setCurrentSearchIndex(qsizetype index);
     void seekToBlockAt(const Paragraph &paragraph, qsizetype index);
     void forwardPlayerChange();
+    void loadProjectSources();
+
+    // Pipeline steps (importpipeline.cpp). They throw what ends the pipeline; the expired
+    // task and a failed result set their own texts before throwing.
+    QCoro::Task<> runImport(QList<QUrl> urls);
+    QCoro::Task<> pollTranscription(QString taskId);
+    void finishTranscription(const service::TranscriptionResult &result);
+    void failTranscription(const QString &status);
+    void setTranscriptionStep(const QString &step);
+    void setTranscriptionPollCount(int count);
+    void logLine(const QString &line) const;
 
     PlaybackClock &m_clock;
+    ImportServices m_import;
+    std::unique_ptr<AudioExtractor> m_audioExtractor;
     std::unique_ptr<VideoPlayerViewModel> m_playerVM;
     std::unique_ptr<EditorUndoManager> m_undoManager;
     std::unique_ptr<KavelProject> m_project;
@@ -248,6 +340,14 @@ private:
     bool m_isDeferringPlayerSync = false;
     bool m_deferredSyncNeeded = false;
     bool m_isDeleteInProgress = false;
+
+    QString m_transcriptionStep;
+    int m_transcriptionPollCount = 0;
+    int m_transcriptionEstimateTotalSeconds = transcriptionEstimateSeconds;
+    QList<QUrl> m_pendingImportURLs;
+    bool m_showImportConfirm = false;
+    bool m_showLoginRequired = false;
+    std::optional<QUuid> m_pendingASRSourceFileId;
     QList<WordBlock> m_copiedWords;
 };
 

@@ -1,0 +1,109 @@
+#include "importcommand.h"
+
+#include "clisupport.h"
+#include "editor/desktopnotifier.h"
+#include "editor/editorviewmodel.h"
+#include "editor/usernotifier.h"
+#include "media/mlt/mltaudioconverter.h"
+#include "media/mlt/mltengine.h"
+#include "playback/playbackclock.h"
+#include "service/apiclient.h"
+#include "service/appstate.h"
+#include "service/settings.h"
+
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::cli {
+
+namespace {
+
+// Diagnostics go to standard error, so that standard output carries only the result.
+service::LogSink errorSink()
+{
+    return [](const QString &line) { err() << line << Qt::endl; };
+}
+
+void signIn(service::APIClient &client, service::Settings &settings, const QString &email,
+            const QString &password)
+{
+    if (!email.isEmpty()) {
+        try {
+            const auto tokens = QCoro::waitFor(client.post<service::AuthTokens>(
+                u"/auth/login"_s, QJsonObject {{u"email"_s, email}, {u"password"_s, password}}));
+            client.setAccessToken(tokens.accessToken);
+        } catch (const Error &error) {
+            throw CommandFailure {u"登录失败："_s + error.description()};
+        }
+        return;
+    }
+    service::AppState session(client, settings, errorSink());
+    QCoro::waitFor(session.restoreSession());
+    if (!session.isAuthenticated())
+        throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
+}
+
+} // namespace
+
+int runImport(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"Create a project from media files and transcribe it, as the editor's import does."_s);
+    const QCommandLineOption serverOption(u"server"_s,
+                                          u"API root of the service (default: the setting, "
+                                          "or KAVEL_API_BASE_URL)."_s,
+                                          u"URL"_s);
+    const QCommandLineOption emailOption(u"email"_s, u"Sign in for this run only."_s, u"EMAIL"_s);
+    const QCommandLineOption passwordOption(u"password"_s, u"Password for --email."_s,
+                                            u"PASSWORD"_s);
+    parser.addOptions({serverOption, emailOption, passwordOption});
+    const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
+    if (parser.isSet(emailOption) != parser.isSet(passwordOption))
+        throw CommandFailure {u"--email and --password go together"_s, 2};
+    QList<QUrl> urls;
+    for (const QString &file : files) {
+        const QFileInfo info(file);
+        if (!info.isFile())
+            throw CommandFailure {u"找不到文件："_s + file};
+        urls.append(QUrl::fromLocalFile(info.absoluteFilePath()));
+    }
+
+    service::Settings settings;
+    const QUrl base = parser.isSet(serverOption)
+        ? QUrl(parser.value(serverOption), QUrl::StrictMode)
+        : settings.apiBaseUrl();
+    if (!base.isValid() || base.scheme().isEmpty())
+        throw CommandFailure {u"无效的服务地址："_s + parser.value(serverOption), 2};
+    service::APIClient client(base, service::SessionTimeouts {}, errorSink());
+    signIn(client, settings, parser.value(emailOption), parser.value(passwordOption));
+
+    media::mlt::MltMediaEngine engine;
+    media::mlt::MltAudioConverter converter(engine);
+    SystemPlaybackClock clock;
+    // A desktop session shows the notification; anywhere else it is one more log line.
+    LoggingNotifier logged(errorSink());
+    DesktopNotifier notifier(logged);
+
+    ImportServices services;
+    services.apiClient = &client;
+    services.audioConverter = &converter;
+    services.notifier = &notifier;
+    services.log = errorSink();
+    EditorViewModel editor(engine, clock, std::move(services));
+    QObject::connect(&editor, &EditorViewModel::processingStatusChanged, &editor, [&editor] {
+        if (!editor.processingStatus().isEmpty())
+            err() << editor.processingStatus() << Qt::endl;
+    });
+
+    QCoro::waitFor(editor.importAndTranscribe(urls));
+    if (!editor.project() || editor.project()->status() != ProjectStatus::ready)
+        throw CommandFailure {editor.processingStatus()};
+    out() << editor.project()->bundlePath() << Qt::endl;
+    return 0;
+}
+
+} // namespace kavel::cli

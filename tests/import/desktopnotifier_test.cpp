@@ -1,0 +1,115 @@
+#include "editor/desktopnotifier.h"
+#include "recordingnotifier.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QProcess>
+#include <QTest>
+#include <QVariantMap>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// What a notification server receives.
+struct Received
+{
+    QString appName;
+    uint replacesId = 0;
+    QString summary;
+    QString body;
+    QVariantMap hints;
+    int timeout = 0;
+};
+
+class FakeNotificationServer : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    QList<Received> received;
+
+public Q_SLOTS:
+    uint Notify(const QString &appName, uint replacesId, const QString &, const QString &summary,
+                const QString &body, const QStringList &, const QVariantMap &hints, int timeout)
+    {
+        received.append({appName, replacesId, summary, body, hints, timeout});
+        return uint(received.size());
+    }
+};
+
+// A bus of the test's own, so that nothing reaches the real desktop.
+class PrivateBus : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address=1"_s});
+        ASSERT_TRUE(daemon.waitForStarted());
+        ASSERT_TRUE(QTest::qWaitFor([this] { return daemon.canReadLine(); }, 10000));
+        address = QString::fromUtf8(daemon.readLine()).trimmed();
+    }
+    void TearDown() override
+    {
+        for (const QString &name : connected)
+            QDBusConnection::disconnectFromBus(name);
+        daemon.kill();
+        daemon.waitForFinished();
+    }
+
+    QDBusConnection connect(const QString &name)
+    {
+        connected.append(name);
+        return QDBusConnection::connectToBus(address, name);
+    }
+
+    QProcess daemon;
+    QString address;
+    QStringList connected;
+};
+
+TEST_F(PrivateBus, NotificationReachesTheServerWithTitleTextAndSound)
+{
+    QDBusConnection serverSide = connect(u"server"_s);
+    ASSERT_TRUE(serverSide.isConnected());
+    FakeNotificationServer server;
+    ASSERT_TRUE(serverSide.registerObject(u"/org/freedesktop/Notifications"_s, &server,
+                                          QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(serverSide.registerService(u"org.freedesktop.Notifications"_s));
+
+    RecordingNotifier fallback;
+    DesktopNotifier notifier(fallback, connect(u"client"_s));
+    notifier.deliver(u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !server.received.isEmpty(); }, 5000));
+
+    const Received &got = server.received.first();
+    EXPECT_EQ(got.appName, u"Kavel"_s);
+    EXPECT_EQ(got.replacesId, 0u);
+    EXPECT_EQ(got.summary, u"Kavel"_s);
+    EXPECT_EQ(got.body, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
+    EXPECT_EQ(got.hints.value(u"sound-name"_s).toString(), u"message-new-instant"_s);
+    QTest::qWait(50);
+    EXPECT_TRUE(fallback.delivered.isEmpty());
+}
+
+TEST_F(PrivateBus, WithoutANotificationServerTheFallbackShowsIt)
+{
+    RecordingNotifier fallback;
+    DesktopNotifier notifier(fallback, connect(u"lonely"_s));
+    notifier.deliver(u"Kavel"_s, u"语音识别失败，请重试。"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !fallback.delivered.isEmpty(); }, 5000));
+    EXPECT_EQ(fallback.delivered.first(), qMakePair(u"Kavel"_s, u"语音识别失败，请重试。"_s));
+
+    // No bus at all: straight to the fallback.
+    DesktopNotifier offline(fallback, QDBusConnection(u"never-connected"_s));
+    offline.deliver(u"Kavel"_s, u"x"_s);
+    EXPECT_EQ(fallback.delivered.size(), 2);
+}
+
+} // namespace
+
+#include "desktopnotifier_test.moc"

@@ -1,0 +1,312 @@
+// The whole import on real parts: media made with flite and ffmpeg, MLT extracting the
+// sound, a kavel-server on loopback recognising it.
+
+#include "editor/editorviewmodel.h"
+#include "generatedmedia.h"
+#include "media/mlt/mltaudioconverter.h"
+#include "media/mlt/mltengine.h"
+#include "model/timeline.h"
+#include "playback/playbackclock.h"
+#include "recordingnotifier.h"
+#include "service/apiclient.h"
+#include "support/servicefixture.h"
+#include "support/taskwait.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+using namespace kavel;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString sentence = u"The quick brown fox jumps over the lazy dog. "
+                         "We will meet again tomorrow morning."_s;
+
+// Real time, forty times faster: the five-second poll interval takes an eighth of a
+// second, and everything else keeps its order.
+class FastClock final : public PlaybackClock
+{
+public:
+    static constexpr double speedUp = 40.0;
+    double now() const override { return m_clock.now() * speedUp; }
+    CallId callAfter(double delay, std::function<void()> call) override
+    {
+        return m_clock.callAfter(delay / speedUp, std::move(call));
+    }
+    void cancel(CallId id) override { m_clock.cancel(id); }
+
+private:
+    SystemPlaybackClock m_clock;
+};
+
+// Words of `expected` found in `heard` in the same order (longest common subsequence).
+qsizetype wordsInOrder(const QStringList &expected, const QStringList &heard)
+{
+    QList<qsizetype> row(heard.size() + 1, 0);
+    for (const QString &word : expected) {
+        qsizetype diagonal = 0;
+        for (qsizetype j = 1; j <= heard.size(); ++j) {
+            const qsizetype above = row[j];
+            row[j] = word == heard[j - 1] ? diagonal + 1 : std::max(row[j], row[j - 1]);
+            diagonal = above;
+        }
+    }
+    return row.back();
+}
+
+QStringList sentenceWords()
+{
+    QString text = sentence.toLower();
+    text.remove(u'.');
+    return text.split(u' ', Qt::SkipEmptyParts);
+}
+
+class ImportEndToEnd : public RealServerSuite
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        RealServerSuite::SetUpTestSuite();
+        s_media = new QTemporaryDir;
+        const QDir d(s_media->path());
+        QProcess flite;
+        flite.start(u"flite"_s, {u"-t"_s, sentence, u"-o"_s, d.filePath(u"speech.wav"_s)});
+        flite.waitForFinished(60000);
+        runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s, u"color=c=navy:s=160x90:r=25"_s, u"-i"_s,
+                   d.filePath(u"speech.wav"_s), u"-shortest"_s, u"-c:v"_s, u"libx264"_s,
+                   u"-preset"_s, u"ultrafast"_s, u"-pix_fmt"_s, u"yuv420p"_s, u"-c:a"_s, u"aac"_s,
+                   d.filePath(u"Interview.mp4"_s)});
+        // At the WAV's own 8 kHz, lame keeps too little of the voice to be recognised well.
+        runFfmpeg({u"-i"_s, d.filePath(u"speech.wav"_s), u"-ar"_s, u"22050"_s, u"-c:a"_s,
+                   u"libmp3lame"_s, u"-b:a"_s, u"64k"_s, d.filePath(u"speech.mp3"_s)});
+        s_engine = new media::mlt::MltMediaEngine;
+    }
+
+    void SetUp() override
+    {
+        RealServerSuite::SetUp();
+        loginAs(*api, email, password);
+    }
+
+    static void loginAs(service::APIClient &client, const QString &user, const QString &secret)
+    {
+        client.setAccessToken(
+            runTask(
+                client.post<service::AuthTokens>(
+                    u"/auth/login"_s, QJsonObject {{u"email"_s, user}, {u"password"_s, secret}}))
+                .get()
+                .accessToken);
+    }
+
+    static QUrl media(const QString &name)
+    {
+        return QUrl::fromLocalFile(QDir(s_media->path()).filePath(name));
+    }
+
+    std::unique_ptr<EditorViewModel> makeEditor(service::APIClient &client)
+    {
+        ImportServices services;
+        services.apiClient = &client;
+        services.audioConverter = &converter;
+        services.notifier = &notifier;
+        services.projectsDirectory = projects.path();
+        services.log = log.sink();
+        return std::make_unique<EditorViewModel>(*s_engine, clock, std::move(services));
+    }
+
+    static void import(EditorViewModel &vm, const QList<QUrl> &urls)
+    {
+        runTask(vm.importAndTranscribe(urls), std::chrono::seconds(60)).get();
+    }
+
+    // Calls `action` once, when the pipeline starts polling the uploaded task.
+    static void whenPolling(EditorViewModel &vm, std::function<void()> action)
+    {
+        QObject::connect(&vm, &EditorViewModel::transcriptionStepChanged, &vm,
+                         [&vm, action = std::move(action), done = false]() mutable {
+                             if (!done && vm.transcriptionStep() == u"语音识别中"_s) {
+                                 done = true;
+                                 action();
+                             }
+                         });
+    }
+
+    std::unique_ptr<service::APIClient> api = makeClient();
+    FastClock clock;
+    media::mlt::MltAudioConverter converter {*s_engine};
+    RecordingNotifier notifier;
+    LogRecorder log;
+    QTemporaryDir projects;
+
+    static inline QTemporaryDir *s_media = nullptr;
+    static inline media::mlt::MltMediaEngine *s_engine = nullptr;
+};
+
+void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
+{
+    QStringList heard;
+    double previousEnd = 0.0;
+    for (const WordBlock &word : flattenParagraphs(paragraphs)) {
+        heard.append(word.text);
+        EXPECT_EQ(word.sourceFileId, source);
+        EXPECT_GE(word.mediaStart, previousEnd - 1e-9) << word.text.toStdString();
+        EXPECT_GT(word.mediaEnd, word.mediaStart);
+        previousEnd = word.mediaEnd;
+    }
+    const QStringList expected = sentenceWords();
+    EXPECT_GE(wordsInOrder(expected, heard), expected.size() * 6 / 10)
+        << heard.join(u' ').toStdString();
+    ASSERT_FALSE(heard.isEmpty());
+    // flite speaks the sentence in about five seconds from the very start.
+    const QList<WordBlock> words = flattenParagraphs(paragraphs);
+    EXPECT_LT(words.first().mediaStart, 1.0);
+    EXPECT_GT(words.last().mediaEnd, 3.5);
+    EXPECT_LT(words.last().mediaEnd, 6.0);
+}
+
+TEST_F(ImportEndToEnd, SpokenVideoAndThenAudioFilesBecomeOneTranscript)
+{
+    auto vm = makeEditor(*api);
+    import(*vm, {media(u"Interview.mp4"_s)});
+
+    ASSERT_EQ(vm->project()->status(), ProjectStatus::ready)
+        << vm->processingStatus().toStdString();
+    EXPECT_TRUE(vm->processingStatus().isEmpty());
+    const QUuid video = vm->project()->metadata().sourceFiles.first().id;
+    expectSpeech(vm->paragraphs(), video);
+    EXPECT_EQ(KavelProject::load(vm->project()->bundleURL())->paragraphs(), vm->paragraphs());
+    EXPECT_EQ(notifier.delivered,
+              (QList<QPair<QString, QString>> {
+                  {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s}}));
+    EXPECT_TRUE(QDir(vm->project()->cacheDirectory()).isEmpty(QDir::Files))
+        << "the upload copy is removed";
+    EXPECT_FALSE(
+        log.lines->filter(QRegularExpression(u"^\\[AudioExtract\\] Completed: audio_.*\\.m4a$"_s))
+            .isEmpty());
+
+    // Sound-only files go the same way and land after what is there.
+    const QList<Paragraph> before = vm->paragraphs();
+    import(*vm, {media(u"speech.wav"_s)});
+    ASSERT_EQ(vm->project()->status(), ProjectStatus::ready)
+        << vm->processingStatus().toStdString();
+    import(*vm, {media(u"speech.mp3"_s)});
+    ASSERT_EQ(vm->project()->status(), ProjectStatus::ready)
+        << vm->processingStatus().toStdString();
+
+    const QList<Paragraph> all = vm->paragraphs();
+    ASSERT_GT(all.size(), before.size() + 1);
+    EXPECT_EQ(all.mid(0, before.size()), before);
+    for (qsizetype i = 0; i < all.size(); ++i)
+        EXPECT_EQ(all.at(i).sortOrder, i);
+    const QUuid mp3 = vm->project()->metadata().sourceFiles.first().id;
+    QList<Paragraph> last;
+    for (const Paragraph &p : all) {
+        if (p.wordBlocks.first().sourceFileId == mp3)
+            last.append(p);
+    }
+    expectSpeech(last, mp3);
+    EXPECT_EQ(KavelProject::load(vm->project()->bundleURL())->paragraphs(), all);
+    EXPECT_EQ(notifier.delivered.size(), 3);
+}
+
+TEST_F(ImportEndToEnd, TaskTheServerFailsEndsTheProjectFailed)
+{
+    // Not sound at all: the converter cannot open it, so it goes up as it is, and the
+    // server cannot decode it.
+    const QString broken = projects.filePath(u"broken.wav"_s);
+    writeFile(broken, QByteArray(4096, 'x'));
+    auto vm = makeEditor(*api);
+    import(*vm, {QUrl::fromLocalFile(broken)});
+
+    EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
+    EXPECT_TRUE(vm->processingStatus().startsWith(u"语音识别失败: "_s));
+    EXPECT_GT(vm->processingStatus().size(), u"语音识别失败: 未知错误"_s.size())
+        << "the server says why: " << vm->processingStatus().toStdString();
+    EXPECT_TRUE(log.lines->contains(
+        u"[AudioExtract] No compatible preset for .wav, using source directly"_s));
+    EXPECT_EQ(notifier.delivered,
+              (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
+    EXPECT_FALSE(vm->isProcessing());
+}
+
+TEST_F(ImportEndToEnd, TaskTheServerForgotIsReportedExpired)
+{
+    auto vm = makeEditor(*api);
+    whenPolling(*vm, [] {
+        // As after a restart with a fresh database: the task is simply not there.
+        sqlite3 *db = nullptr;
+        ASSERT_EQ(sqlite3_open(server->databasePath().toUtf8().constData(), &db), SQLITE_OK);
+        sqlite3_busy_timeout(db, 5000);
+        EXPECT_EQ(sqlite3_exec(db, "DELETE FROM tasks", nullptr, nullptr, nullptr), SQLITE_OK);
+        sqlite3_close(db);
+    });
+    import(*vm, {media(u"speech.wav"_s)});
+
+    EXPECT_EQ(vm->processingStatus(),
+              u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s);
+    EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
+    EXPECT_TRUE(vm->transcriptionStep().isEmpty());
+    EXPECT_TRUE(notifier.delivered.isEmpty());
+}
+
+TEST_F(ImportEndToEnd, ServerThatGoesAwayEndsTheProjectFailed)
+{
+    ServerProcess own;
+    QString error;
+    ASSERT_TRUE(own.addUser(u"b@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
+    ASSERT_TRUE(own.start(&error)) << error.toStdString();
+    service::APIClient client(own.apiBaseUrl(), service::SessionTimeouts {}, service::LogSink {});
+    loginAs(client, u"b@example.com"_s, u"pw"_s);
+
+    auto vm = makeEditor(client);
+    whenPolling(*vm, [&own] { own.stop(); });
+    import(*vm, {media(u"speech.wav"_s)});
+
+    EXPECT_TRUE(vm->processingStatus().startsWith(u"语音识别失败: "_s))
+        << vm->processingStatus().toStdString();
+    EXPECT_GT(vm->processingStatus().size(), u"语音识别失败: "_s.size());
+    EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
+    EXPECT_FALSE(vm->isProcessing());
+}
+
+TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
+{
+    QProcess cli;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"KAVEL_PROJECTS_DIR"_s, projects.path());
+    environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
+    cli.setProcessEnvironment(environment);
+    cli.start(programPath(u"kavel-cli"_s),
+              {u"import"_s, media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s,
+               server->apiBaseUrl().toString(), u"--email"_s, email, u"--password"_s, password});
+    ASSERT_TRUE(cli.waitForFinished(60000));
+    const QString errors = QString::fromUtf8(cli.readAllStandardError());
+    ASSERT_EQ(cli.exitCode(), 0) << errors.toStdString();
+    EXPECT_TRUE(
+        errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
+        << errors.toStdString();
+
+    const QString bundle = QString::fromUtf8(cli.readAllStandardOutput()).trimmed();
+    EXPECT_TRUE(bundle.startsWith(projects.path() + u"/项目_"_s)) << bundle.toStdString();
+    const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    expectSpeech(project->paragraphs(), project->metadata().sourceFiles.first().id);
+
+    // Without a session or credentials nothing is created.
+    QProcess signedOut;
+    signedOut.setProcessEnvironment(environment);
+    signedOut.start(programPath(u"kavel-cli"_s),
+                    {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
+                     server->apiBaseUrl().toString()});
+    ASSERT_TRUE(signedOut.waitForFinished(60000));
+    EXPECT_EQ(signedOut.exitCode(), 1);
+    EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+}
+
+} // namespace

@@ -1,0 +1,311 @@
+#include "editor/editorviewmodel.h"
+#include "fakeaudioconverter.h"
+#include "model/timeline.h"
+#include "recordingnotifier.h"
+#include "service/apiclient.h"
+#include "service/appstate.h"
+#include "service/httpstub.h"
+#include "service/settings.h"
+#include "support/fakeclock.h"
+#include "support/fakemediaengine.h"
+#include "support/servicefixture.h"
+#include "support/taskwait.h"
+#include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QByteArray pending = R"({"task_id": "t-1", "status": "pending"})";
+
+QByteArray completed(int paragraphs)
+{
+    QByteArray body = R"({"task_id": "t-1", "status": "completed", "paragraphs": [)";
+    for (int p = 0; p < paragraphs; ++p) {
+        const double at = p * 3.0;
+        body += QStringLiteral(R"(%1{"paragraph_id": "x", "speaker_label": "1", "word_blocks": [
+            {"text": "hello", "media_start": %2, "media_end": %3, "is_filler": false, "sort_order": 9},
+            {"text": "um", "media_start": %3, "media_end": %4, "is_filler": true, "sort_order": 9}]})")
+                    .arg(p ? u","_s : QString())
+                    .arg(at + 0.5)
+                    .arg(at + 0.9)
+                    .arg(at + 1.2)
+                    .toUtf8();
+    }
+    return body + "]}";
+}
+
+// The editor over a stand-in service that answers every request alike, a converter that
+// always succeeds and a clock that moves only when told.
+class ImportPipeline : public ::testing::Test
+{
+protected:
+    ImportPipeline()
+    {
+        stub.setReply(200, pending);
+        QObject::connect(&vm, &EditorViewModel::processingStatusChanged, &vm,
+                         [this] { statuses.append(vm.processingStatus()); });
+        QObject::connect(&vm, &EditorViewModel::transcriptionStepChanged, &vm,
+                         [this] { steps.append(vm.transcriptionStep()); });
+        QObject::connect(&vm, &EditorViewModel::projectChanged, &vm, [this] {
+            QObject::connect(vm.project(), &KavelProject::statusChanged, &vm,
+                             [this] { projectStates.append(vm.project()->status()); });
+        });
+    }
+
+    ImportServices services()
+    {
+        ImportServices s;
+        s.apiClient = &api;
+        s.audioConverter = &converter;
+        s.notifier = &notifier;
+        s.pickFiles = [this](const ImportPickerRequest &request) {
+            pickerRequests.append(request);
+            return picked;
+        };
+        s.projectsDirectory = dir.filePath(u"projects"_s);
+        s.log = log.sink();
+        return s;
+    }
+
+    QUrl media(const QString &name)
+    {
+        const QString path = dir.filePath(name);
+        writeFile(path, "media of " + name.toUtf8());
+        return QUrl::fromLocalFile(path);
+    }
+
+    // Starts the import and lets it run up to its first wait between polls.
+    QCoro::Task<> start(const QList<QUrl> &urls)
+    {
+        clock.advance(1.0); // whatever the previous import left to the player
+        auto task = vm.importAndTranscribe(urls);
+        waitForNextSleep();
+        return task;
+    }
+
+    void waitForNextSleep()
+    {
+        // While polling, the pipeline's sleep is the only thing on the clock.
+        EXPECT_TRUE(QTest::qWaitFor([this] {
+            clock.advance(0.0); // what is due now, such as the player loading its sources
+            return (vm.transcriptionStep() == u"语音识别中"_s && clock.pendingCalls() > 0)
+                || !vm.isProcessing();
+        }));
+    }
+
+    // One poll interval passes; the next poll is answered with `reply`.
+    void poll(const QByteArray &reply = pending, int status = 200)
+    {
+        stub.setReply(status, reply);
+        clock.advance(EditorViewModel::transcriptionPollSeconds);
+        waitForNextSleep();
+    }
+
+    QTemporaryDir dir;
+    HttpStub stub;
+    service::APIClient api {stub.apiBaseUrl(), service::SessionTimeouts {}, service::LogSink {}};
+    FakeMediaEngine engine;
+    FakeClock clock;
+    FakeAudioConverter converter;
+    RecordingNotifier notifier;
+    LogRecorder log;
+    QList<QUrl> picked;
+    QList<ImportPickerRequest> pickerRequests;
+    EditorViewModel vm {engine, clock, services()};
+
+    QStringList statuses;
+    QStringList steps;
+    QList<ProjectStatus> projectStates;
+};
+
+TEST_F(ImportPipeline, TranscriptArrivesSavedAnnouncedAndInThePlayer)
+{
+    auto task = start({media(u"first.mp4"_s), media(u"second.mov"_s)});
+    ASSERT_TRUE(vm.project());
+    EXPECT_TRUE(vm.navigateToEditor());
+    EXPECT_TRUE(vm.project()->metadata().title.startsWith(u"项目_"_s));
+    EXPECT_EQ(vm.project()->metadata().title.size(), 11);
+    const QList<SourceFile> sources = vm.project()->metadata().sourceFiles;
+    ASSERT_EQ(sources.size(), 2);
+    EXPECT_EQ(vm.pendingASRSourceFileId(), sources.first().id);
+
+    // Only the first source is recognised, from its converted copy, which is gone once
+    // uploaded.
+    ASSERT_EQ(stub.requests().size(), 2);
+    EXPECT_TRUE(stub.requests().first().startsWith("POST /api/media/transcribe "));
+    EXPECT_TRUE(stub.requests().first().contains("filename=\"audio_"));
+    EXPECT_TRUE(stub.requests().first().contains("converted audio"));
+    EXPECT_TRUE(stub.requests().at(1).startsWith("GET /api/media/transcribe/t-1 "));
+    EXPECT_TRUE(QDir(vm.project()->cacheDirectory()).isEmpty(QDir::Files));
+
+    poll();
+    EXPECT_EQ(vm.transcriptionPollCount(), 1);
+    poll(completed(2));
+    runTask(std::move(task)).get();
+
+    EXPECT_EQ(
+        statuses,
+        (QStringList {u"正在创建项目..."_s, u"正在导入视频 (1/2)..."_s, u"正在导入视频 (2/2)..."_s,
+                      u"正在提取音频..."_s, u"正在上传音频进行语音识别..."_s, u"正在识别语音..."_s,
+                      u"正在识别语音... (预计剩余 02:55)"_s, u"正在识别语音... (预计剩余 02:50)"_s,
+                      QString()}));
+    EXPECT_EQ(steps, (QStringList {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s, QString()}));
+    EXPECT_EQ(projectStates,
+              (QList<ProjectStatus> {ProjectStatus::importingMedia, ProjectStatus::extractingAudio,
+                                     ProjectStatus::transcribing, ProjectStatus::ready}));
+    EXPECT_FALSE(vm.isProcessing());
+
+    ASSERT_EQ(vm.paragraphs().size(), 2);
+    const WordBlock &um = vm.paragraphs().at(1).wordBlocks.at(1);
+    EXPECT_EQ(um.text, u"um"_s);
+    EXPECT_TRUE(um.isFiller);
+    EXPECT_DOUBLE_EQ(um.mediaStart, 3.9);
+    EXPECT_EQ(um.sortOrder, 1);
+    EXPECT_EQ(um.sourceFileId, sources.first().id);
+    EXPECT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(vm.paragraphs()));
+
+    const auto saved = KavelProject::load(vm.project()->bundleURL());
+    EXPECT_EQ(saved->paragraphs(), vm.paragraphs());
+    EXPECT_EQ(notifier.delivered,
+              (QList<QPair<QString, QString>> {
+                  {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s}}));
+}
+
+TEST_F(ImportPipeline, EstimateCountsDownThenAFailedResultSaysWhy)
+{
+    auto task = start({media(u"talk.wav"_s)});
+    for (int i = 0; i < 35; ++i)
+        poll();
+    EXPECT_EQ(vm.processingStatus(), u"正在识别语音... (预计剩余 00:05)"_s);
+    poll();
+    EXPECT_EQ(vm.transcriptionPollCount(), 36);
+    EXPECT_EQ(vm.processingStatus(), u"正在识别语音... (即将完成)"_s);
+    poll();
+    EXPECT_EQ(vm.processingStatus(), u"正在识别语音... (即将完成)"_s) << "polling goes on";
+
+    poll(R"({"task_id": "t-1", "status": "failed"})");
+    runTask(std::move(task)).get();
+    EXPECT_EQ(vm.processingStatus(), u"语音识别失败: 未知错误"_s);
+    EXPECT_FALSE(vm.isProcessing());
+    EXPECT_TRUE(vm.transcriptionStep().isEmpty());
+    EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
+    EXPECT_EQ(notifier.delivered,
+              (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
+}
+
+TEST_F(ImportPipeline, EveryOtherEndingIsShownOnTheStatusLine)
+{
+    // The server's own reason for a failed task.
+    auto task = start({media(u"a.mp4"_s)});
+    poll(R"({"task_id": "t-1", "status": "failed", "error_message": "no speech"})");
+    runTask(std::move(task)).get();
+    EXPECT_EQ(vm.processingStatus(), u"语音识别失败: no speech"_s);
+
+    // A task the server no longer knows.
+    stub.setReply(200, pending);
+    task = start({media(u"b.mp4"_s)});
+    poll(R"({"detail": "unknown task"})", 404);
+    runTask(std::move(task)).get();
+    EXPECT_EQ(vm.processingStatus(),
+              u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s);
+    EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
+    EXPECT_TRUE(vm.transcriptionStep().isEmpty());
+
+    // The connection drops while polling.
+    stub.setReply(200, pending);
+    task = start({media(u"c.mp4"_s)});
+    stub.setBehaviour(HttpStub::Behaviour::dropConnection);
+    clock.advance(EditorViewModel::transcriptionPollSeconds);
+    runTask(std::move(task)).get();
+    EXPECT_TRUE(vm.processingStatus().startsWith(u"语音识别失败: "_s));
+    EXPECT_GT(vm.processingStatus().size(), u"语音识别失败: "_s.size());
+    EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
+    EXPECT_FALSE(vm.isProcessing());
+
+    // A video whose sound cannot be extracted never reaches the service.
+    stub.setBehaviour(HttpStub::Behaviour::reply);
+    const qsizetype sent = stub.requests().size();
+    const QUrl film = media(u"film.mkv"_s);
+    converter.completeAtOnce = false;
+    task = vm.importAndTranscribe({film});
+    converter.current().finish(media::ConversionStatus::failed);
+    runTask(std::move(task)).get();
+    EXPECT_EQ(vm.processingStatus(), u"语音识别失败: 音频提取失败"_s);
+    EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
+    EXPECT_EQ(stub.requests().size(), sent);
+
+    // Only a failed result is announced.
+    EXPECT_EQ(notifier.delivered.size(), 1);
+}
+
+TEST_F(ImportPipeline, SecondImportAppendsAfterTheParagraphsAlreadyThere)
+{
+    auto task = start({media(u"one.mp4"_s)});
+    poll(completed(3));
+    runTask(std::move(task)).get();
+    const QUuid firstSource = vm.project()->metadata().sourceFiles.first().id;
+
+    stub.setReply(200, pending);
+    task = start({media(u"two.mp4"_s)});
+    poll(completed(2));
+    runTask(std::move(task)).get();
+
+    ASSERT_EQ(vm.paragraphs().size(), 5);
+    for (qsizetype i = 0; i < 5; ++i)
+        EXPECT_EQ(vm.paragraphs().at(i).sortOrder, i);
+    EXPECT_EQ(vm.paragraphs().at(2).wordBlocks.first().sourceFileId, firstSource);
+    EXPECT_EQ(vm.paragraphs().at(3).wordBlocks.first().sourceFileId,
+              vm.project()->metadata().sourceFiles.first().id);
+    EXPECT_EQ(KavelProject::load(vm.project()->bundleURL())->paragraphs().size(), 5);
+    EXPECT_EQ(notifier.delivered.size(), 2);
+}
+
+TEST_F(ImportPipeline, PickingFilesNeedsASignedInUser)
+{
+    picked = {media(u"x.mp4"_s)};
+    vm.openFilePickerForImport(false);
+    EXPECT_TRUE(vm.showLoginRequired());
+    EXPECT_TRUE(pickerRequests.isEmpty());
+    EXPECT_TRUE(log.lines->contains(u"[EditorVM] Import blocked: not authenticated"_s));
+
+    picked.clear();
+    vm.openFilePickerForImport(true);
+    ASSERT_EQ(pickerRequests.size(), 1);
+    EXPECT_EQ(pickerRequests.first().message, u"选择要编辑的视频文件（可多选）"_s);
+    EXPECT_TRUE(pickerRequests.first().allowsMultipleSelection);
+    EXPECT_FALSE(pickerRequests.first().canChooseDirectories);
+    EXPECT_EQ(pickerRequests.first().contentTypes.size(), 12);
+    EXPECT_FALSE(vm.showImportConfirm()) << "a cancelled picker changes nothing";
+    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
+
+    picked = {media(u"x.mp4"_s), media(u"y.wav"_s)};
+    vm.openFilePickerForImport(true);
+    EXPECT_EQ(vm.pendingImportURLs(), picked);
+    EXPECT_TRUE(vm.showImportConfirm());
+    EXPECT_TRUE(log.lines->contains(u"[EditorVM] Opening file picker for import..."_s));
+}
+
+TEST_F(ImportPipeline, PickerAsksTheSessionWhenGivenOne)
+{
+    service::Settings settings(
+        std::make_unique<QSettings>(dir.filePath(u"settings.ini"_s), QSettings::IniFormat));
+    const service::AppState signedOut(api, settings, service::LogSink {});
+    ImportServices withSession = services();
+    withSession.appState = &signedOut;
+    EditorViewModel editor(engine, clock, withSession);
+    picked = {media(u"x.mp4"_s)};
+    editor.openFilePickerForImport();
+    EXPECT_TRUE(editor.showLoginRequired());
+    EXPECT_TRUE(pickerRequests.isEmpty());
+}
+
+} // namespace
