@@ -64,16 +64,15 @@ TEST_F(Screenshots, Render)
     auto *timeline = new TimelineView(vm, &window);
     layout->addWidget(transcript, 1);
     layout->addWidget(timeline);
-    showWindow({760, 760});
+    timeline->setFixedHeight(190);
+    showWindow({760, 640});
 
-    // A selection in the first paragraph, the play head on a word of the second, a search
-    // hit in the fourth, the cursor in the third.
-    vm.setSearchQuery(u"timeline"_s);
+    // A selection (with the cursor at its end) in the first paragraph, the play head on a
+    // word of the second, search hits in the fourth.
+    vm.setSearchQuery(u"the"_s);
     vm.performSearch();
     vm.selectRange(paragraph(0).id, 14, 17);
-    vm.playerVM().setCurrentTime(0.0);
     engine.lastPlayer->playTo(paragraph(1).wordBlocks.at(10).mediaStart + 0.1);
-    vm.setCursor(paragraph(2).id, 6);
     timeline->setPixelsPerSecond(42.0);
     QCoreApplication::processEvents();
 

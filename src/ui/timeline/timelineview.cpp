@@ -127,6 +127,7 @@ void TimelineView::setPixelsPerSecond(double pixelsPerSecond)
         return;
     m_canvas->setPixelsPerSecond(clamped);
     Q_EMIT pixelsPerSecondChanged();
+    followPlayhead();
 }
 
 void TimelineView::applyZoom(double delta)
