@@ -155,3 +155,18 @@ TEST(TranscriptLayout, NarrowWidthWrapsWordsOntoMoreLines)
     for (const QRectF &frame : layout.paragraph(0).wordFrames)
         EXPECT_LE(frame.right(), 200.0 - 2 * layout.metrics().paddingX);
 }
+
+TEST(TranscriptLayout, MeasuredWordsAreNeverNarrowerThanTheirDrawnText)
+{
+    QFont font = QApplication::font();
+    font.setPixelSize(15);
+    WordMeasurer measurer(font, 2.0, 1.0);
+    const QFontMetricsF metrics(font);
+    for (const QString &word : {u"AVATAR"_s, u"office"_s, u"Tyrannosaurus"_s, u"WAVE,"_s,
+                                u"剪辑视频"_s, u"。"_s, u"naïve"_s, u"مرحبا"_s, u"e\u0301"_s}) {
+        const qreal textWidth = measurer.measure(word).width() - 4.0;
+        EXPECT_GE(textWidth + 0.5, metrics.horizontalAdvance(word)) << word.toStdString();
+        EXPECT_LE(textWidth, metrics.horizontalAdvance(word) * 1.15 + 2.0) << word.toStdString();
+    }
+    EXPECT_EQ(measurer.measure(u"abc"_s).height(), std::ceil(metrics.height()) + 2.0);
+}

@@ -263,7 +263,9 @@ void MagneticTextStripView::onPlayerChanged()
 void MagneticTextStripView::onCursorMoved()
 {
     if (const auto bar = cursorBarInViewport()) {
-        m_cursor.start();
+        // The fade repaints many times a second: only while anyone can see it.
+        if (isVisible())
+            m_cursor.start();
         if (!m_selecting)
             ensureContentVisible(bar->translated(0.0, scrollY()));
     } else {
@@ -290,6 +292,19 @@ void MagneticTextStripView::focusInEvent(QFocusEvent *event)
     QAbstractScrollArea::focusInEvent(event);
     if (cursorBarInViewport())
         m_cursor.start();
+}
+
+void MagneticTextStripView::showEvent(QShowEvent *event)
+{
+    QAbstractScrollArea::showEvent(event);
+    if (cursorBarInViewport())
+        m_cursor.start();
+}
+
+void MagneticTextStripView::hideEvent(QHideEvent *event)
+{
+    m_cursor.stop();
+    QAbstractScrollArea::hideEvent(event);
 }
 
 // --- painting ----------------------------------------------------------------------

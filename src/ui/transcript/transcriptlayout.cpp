@@ -12,11 +12,40 @@ WordMeasurer::WordMeasurer(const QFont &font, qreal paddingX, qreal paddingY)
     , m_height(std::ceil(m_metrics.height()) + 2.0 * paddingY)
 { }
 
+namespace {
+
+// Characters whose advances simply add up: no shaping, no combining marks, and (for
+// Latin) kerning that only ever narrows a pair, so the sum never undershoots the drawn
+// text by more than the token padding.
+bool isAdditive(char16_t c)
+{
+    return (c >= 0x20 && c < 0x7f) || (c >= 0xa0 && c <= 0xff) || (c >= 0x3000 && c <= 0x30ff)
+        || (c >= 0x4e00 && c <= 0x9fff) || (c >= 0xff00 && c <= 0xffef);
+}
+
+} // namespace
+
+qreal WordMeasurer::textWidth(const QString &text)
+{
+    // Shaping a whole string costs microseconds; a transcript with many distinct words
+    // would spend most of its layout there. Where advances add up, sum cached ones.
+    qreal sum = 0.0;
+    for (const QChar c : text) {
+        if (!isAdditive(c.unicode()))
+            return m_metrics.horizontalAdvance(text);
+        auto it = m_charAdvances.constFind(c.unicode());
+        if (it == m_charAdvances.cend())
+            it = m_charAdvances.insert(c.unicode(), m_metrics.horizontalAdvance(c));
+        sum += it.value();
+    }
+    return sum;
+}
+
 QSizeF WordMeasurer::measure(const QString &text)
 {
     auto it = m_widths.constFind(text);
     if (it == m_widths.cend())
-        it = m_widths.insert(text, std::ceil(m_metrics.horizontalAdvance(text)) + 2.0 * m_paddingX);
+        it = m_widths.insert(text, std::ceil(textWidth(text)) + 2.0 * m_paddingX);
     return {it.value(), m_height};
 }
 

@@ -35,13 +35,20 @@ public:
 
     QSizeF measure(const QString &text);
     const QFontMetricsF &metrics() const { return m_metrics; }
-    void clearCache() { m_widths.clear(); }
+    void clearCache()
+    {
+        m_widths.clear();
+        m_charAdvances.clear();
+    }
 
 private:
+    qreal textWidth(const QString &text);
+
     QFontMetricsF m_metrics;
     qreal m_paddingX;
     qreal m_height;
     QHash<QString, qreal> m_widths;
+    QHash<char16_t, qreal> m_charAdvances;
 };
 
 // Where one paragraph sits and where its words are. Word frames are in the paragraph's
