@@ -226,3 +226,34 @@ TEST_F(LongTranscriptTest, ScrollsToTheCurrentSearchHit)
     EXPECT_GE(hit.top(), 0.0);
     EXPECT_LE(hit.bottom(), view->viewport()->height());
 }
+
+TEST_F(LongTranscriptTest, FollowsTheWordUnderThePlayHeadWhilePlaying)
+{
+    QList<QStringList> words;
+    for (int i = 0; i < 60; ++i)
+        words.append({u"word%1a"_s.arg(i), u"word%1b"_s.arg(i)});
+    openTranscript(words);
+    auto *view = new MagneticTextStripView(vm, &window);
+    view->resize(400, 300);
+    showWindow({400, 300});
+
+    auto compositionStart = [&](const QString &word) {
+        for (const CompositionEntry &entry : vm.playerVM().compositionMap()) {
+            if (entry.block.text == word)
+                return entry.compositionStart;
+        }
+        return -1.0;
+    };
+    // Paused, the play head may move without dragging the text along.
+    engine.lastPlayer->playTo(compositionStart(u"word40a"_s) + 0.1);
+    EXPECT_EQ(vm.playerVM().activeWordBlockId(), id(u"word40a"_s));
+    EXPECT_EQ(view->verticalScrollBar()->value(), 0);
+
+    vm.playerVM().togglePlayPause();
+    clock.advance(0.2);
+    engine.lastPlayer->playTo(compositionStart(u"word50b"_s) + 0.1);
+    EXPECT_EQ(vm.playerVM().activeWordBlockId(), id(u"word50b"_s));
+    const QRectF active = view->wordRectInViewport(50, 1);
+    EXPECT_GE(active.top(), 0.0);
+    EXPECT_LE(active.bottom(), view->viewport()->height());
+}
