@@ -206,6 +206,34 @@ TEST_F(TranscriptViewTest, DeletingAWordLaysOutOnlyItsParagraph)
     EXPECT_EQ(view->transcriptLayout().paragraph(1).wordFrames.size(), 1);
 }
 
+TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBar)
+{
+    vm.setSearchQuery(u"beta"_s);
+    vm.performSearch(); // selects the hit too
+    vm.selectRange(paragraph(2).id, 0, 1);
+    vm.setCursor(paragraph(1).id, 1);
+    vm.selectRange(paragraph(1).id, 1, 2);
+    const QImage image = surface()->grab().toImage();
+
+    // Sample the token's left padding, where only its background is painted.
+    auto background = [&](qsizetype p, qsizetype w) {
+        const QRectF frame = word(p, w);
+        return image.pixelColor(QPointF(frame.left() + 1.0, frame.center().y()).toPoint());
+    };
+    const QColor hit = background(0, 1);
+    EXPECT_GT(hit.red(), 200);
+    EXPECT_LT(hit.blue(), hit.green() - 40) << "search hits are yellow";
+    const QColor selected = background(1, 1);
+    EXPECT_GT(selected.blue(), selected.red() + 40) << "selected words are blue";
+    const QColor plain = background(0, 2);
+    EXPECT_EQ(plain, image.pixelColor(2, 2)) << "other words lie on the plain background";
+
+    const auto bar = view->cursorBarInViewport();
+    ASSERT_TRUE(bar);
+    const QColor ink = image.pixelColor(bar->center().toPoint());
+    EXPECT_GT(ink.blue(), ink.red() + 100) << "the cursor bar is drawn where it stands";
+}
+
 using LongTranscriptTest = test::UiFixture;
 
 TEST_F(LongTranscriptTest, ScrollsToTheCurrentSearchHit)
