@@ -5,7 +5,9 @@
 #include "ui/timeline/trackheader.h"
 #include "uifixture.h"
 
+#include <QGestureEvent>
 #include <QNativeGestureEvent>
+#include <QPinchGesture>
 #include <QPointingDevice>
 #include <QScrollArea>
 #include <QScrollBar>
@@ -162,6 +164,16 @@ TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoomWithinLimits)
                               inside, inside, window.mapToGlobal(inside), 0.05, QPointF(), 0);
     QApplication::sendEvent(window.windowHandle(), &pinch);
     EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), before * 1.04);
+
+    // Qt's own pinch gesture, as a touchpad without native gestures delivers it.
+    const double beforeGesture = timeline->pixelsPerSecond();
+    QPinchGesture gesture;
+    gesture.setChangeFlags(QPinchGesture::ScaleFactorChanged);
+    gesture.setScaleFactor(0.975);
+    gesture.setHotSpot(canvas()->mapToGlobal(QPointF(40, 60)));
+    QGestureEvent gestureEvent({&gesture});
+    QApplication::sendEvent(timeline->scrollArea(), &gestureEvent);
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), beforeGesture * 0.98);
 
     timeline->setPixelsPerSecond(10.0);
     wheel({0, -120}, Qt::ControlModifier);
