@@ -14,6 +14,7 @@
 #include <QScrollBar>
 #include <QTemporaryDir>
 #include <benchmark/benchmark.h>
+#include <optional>
 
 using namespace kavel;
 using namespace kavel::ui;
@@ -132,20 +133,35 @@ void BM_PaintVisibleArea(benchmark::State &state)
 
 // The keyboard delete of one word and its undo, through the editor, with the view
 // attached: edit, undo record, preview hand-over and the view's re-layout.
-void BM_DeleteWordWithViewAttached(benchmark::State &state)
+void deleteAndUndo(benchmark::State &state, bool withView)
 {
     EditorViewModel &vm = editor().vm;
-    MagneticTextStripView view(vm);
-    view.resize(static_cast<int>(viewWidth), 900);
+    std::optional<MagneticTextStripView> view;
+    if (withView) {
+        view.emplace(vm);
+        view->resize(static_cast<int>(viewWidth), 900);
+    }
     const QUuid word = vm.paragraphs().at(paragraphCount / 2).wordBlocks.at(10).id;
     qsizetype relaid = 0;
     for (auto _ : state) {
         vm.placeCursorAfterWord(word);
         vm.deleteAtCursor();
-        relaid = view.lastRelayoutCount();
+        relaid = view ? view->lastRelayoutCount() : 0;
         vm.undoManager().undo();
     }
-    state.counters["paragraphs_laid_out"] = static_cast<double>(relaid);
+    if (view)
+        state.counters["paragraphs_laid_out"] = static_cast<double>(relaid);
+}
+
+// The same edit without any view: what the editor itself costs, for comparison.
+void BM_DeleteWordWithoutView(benchmark::State &state)
+{
+    deleteAndUndo(state, false);
+}
+
+void BM_DeleteWordWithViewAttached(benchmark::State &state)
+{
+    deleteAndUndo(state, true);
 }
 
 } // namespace
@@ -155,6 +171,7 @@ BENCHMARK(BM_LayoutColdAllWordsDistinct)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LayoutNewWidth)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LayoutAfterWordDeletion)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_PaintVisibleArea)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DeleteWordWithoutView)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DeleteWordWithViewAttached)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv)
