@@ -1,4 +1,5 @@
-#include "clioutput.h"
+#include "clisupport.h"
+#include "editcommands.h"
 #include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"
@@ -27,6 +28,12 @@ const QList<Command> &commands()
         {u"add-media"_s, u"BUNDLE FILE..."_s, u"copy media files into a project"_s, runAddMedia},
         {u"info"_s, u"BUNDLE [--json]"_s,
          u"show title, dates, sources, counts and the words with their times"_s, runInfo},
+        {u"edit"_s,
+         u"BUNDLE [--delete-fillers] [--delete-text PHRASE] [--delete-paragraph N] "
+         "[--move-paragraph FROM:TO] [--dry-run]"_s,
+         u"edit the transcript in a batch and save it"_s, runEdit},
+        {u"search"_s, u"BUNDLE TEXT [--json]"_s,
+         u"find text in the transcript, print each hit with its paragraph and times"_s, runSearch},
         {u"list"_s, u"[--json]"_s,
          u"list the projects, newest first, as the home page shows them"_s, runList},
         {u"thumbnail"_s, u"BUNDLE OUT.png"_s, u"write a project's card thumbnail"_s, runThumbnail},

@@ -1,6 +1,6 @@
 #include "mediacommands.h"
 
-#include "clioutput.h"
+#include "clisupport.h"
 #include "media/mlt/mltengine.h"
 #include "model/jsonfields.h"
 #include "model/kavelproject.h"
@@ -22,24 +22,6 @@ namespace kavel::cli {
 
 namespace {
 
-QStringList parse(QCommandLineParser &parser, const QString &command, const QStringList &arguments,
-                  const QStringList &names)
-{
-    parser.addHelpOption();
-    for (const QString &name : names)
-        parser.addPositionalArgument(name, QString());
-    parser.process(QStringList {u"kavel-cli "_s + command} + arguments);
-    const QStringList values = parser.positionalArguments();
-    if (values.size() != names.size())
-        throw CommandFailure {u"usage: kavel-cli "_s + command + u' ' + names.join(u' '), 2};
-    return values;
-}
-
-std::unique_ptr<KavelProject> openBundle(const QString &path)
-{
-    return KavelProject::load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
-}
-
 QString seconds(double value)
 {
     return QString::number(value, 'f', 3);
@@ -53,7 +35,7 @@ int runList(const QStringList &arguments)
     parser.setApplicationDescription(u"List the projects in the projects folder, newest first."_s);
     const QCommandLineOption json(u"json"_s, u"print the list as JSON"_s);
     parser.addOption(json);
-    parse(parser, u"list"_s, arguments, {});
+    parsePositionals(parser, u"list"_s, arguments, {});
 
     media::mlt::MltMediaEngine engine;
     ProjectStore store(engine, projectsDirectory());
@@ -92,7 +74,7 @@ int runThumbnail(const QStringList &arguments)
     parser.setApplicationDescription(
         u"Write the project's card thumbnail (320x180, from 1 s into its first source)."_s);
     const QStringList values
-        = parse(parser, u"thumbnail"_s, arguments, {u"BUNDLE"_s, u"OUT.png"_s});
+        = parsePositionals(parser, u"thumbnail"_s, arguments, {u"BUNDLE"_s, u"OUT.png"_s});
 
     const auto project = openBundle(values.at(0));
     const QList<SourceFile> &sources = project->metadata().sourceFiles;
@@ -122,7 +104,7 @@ int runComposition(const QStringList &arguments)
     parser.setApplicationDescription(
         u"Print the preview's composition of a project: where each word plays, the edited "
         u"duration and the source stretches that are cut."_s);
-    const QStringList values = parse(parser, u"composition"_s, arguments, {u"BUNDLE"_s});
+    const QStringList values = parsePositionals(parser, u"composition"_s, arguments, {u"BUNDLE"_s});
 
     const auto project = openBundle(values.at(0));
     QList<PlaybackSource> sources;

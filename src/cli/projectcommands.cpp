@@ -1,6 +1,6 @@
 #include "projectcommands.h"
 
-#include "clioutput.h"
+#include "clisupport.h"
 #include "model/errors.h"
 #include "model/jsonfields.h"
 #include "model/jsonwriter.h"
@@ -11,38 +11,11 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 namespace kavel::cli {
-
-namespace {
-
-// Parses `arguments` for a command that takes exactly the positional names given (the
-// last one may repeat when `repeatLast`), printing usage on misuse.
-QStringList parsePositionals(QCommandLineParser &parser, const QString &command,
-                             const QStringList &arguments, const QStringList &names,
-                             bool repeatLast = false)
-{
-    parser.addHelpOption();
-    for (const QString &name : names)
-        parser.addPositionalArgument(name, QString());
-    parser.process(QStringList {u"kavel-cli "_s + command} + arguments);
-    const QStringList values = parser.positionalArguments();
-    const bool countOk = repeatLast ? values.size() >= names.size() : values.size() == names.size();
-    if (!countOk)
-        throw CommandFailure {u"usage: kavel-cli "_s + command + u' ' + names.join(u' ')
-                                  + (repeatLast ? u"..."_s : QString()),
-                              2};
-    return values;
-}
-
-std::unique_ptr<KavelProject> openBundle(const QString &path)
-{
-    return KavelProject::load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
-}
-
-} // namespace
 
 int runNew(const QStringList &arguments)
 {
@@ -142,16 +115,28 @@ int runInfo(const QStringList &arguments)
     }
     out() << u"Paragraphs:  "_s << project->paragraphs().size() << Qt::endl;
     out() << u"Words:       "_s << words.size() << Qt::endl;
-    for (const WordBlock &word : words) {
-        out() << QStringLiteral("%1  %2 - %3  ")
-                     .arg(word.sortOrder, 6)
-                     .arg(formatSeconds(word.mediaStart), formatSeconds(word.mediaEnd))
-              << word.text;
-        if (word.speakerLabel)
-            out() << u"  [speaker "_s << *word.speakerLabel << u']';
-        if (word.isFiller)
-            out() << u"  [filler]"_s;
+    // Words in playback order under a heading per paragraph; flattenParagraphs numbers
+    // them across the whole transcript.
+    QList<Paragraph> ordered = project->paragraphs();
+    std::stable_sort(ordered.begin(), ordered.end(), [](const Paragraph &a, const Paragraph &b) {
+        return a.sortOrder < b.sortOrder;
+    });
+    qsizetype next = 0;
+    for (qsizetype p = 0; p < ordered.size(); ++p) {
+        out() << u"Paragraph "_s << p + 1;
+        if (ordered[p].speakerLabel)
+            out() << u"  [speaker "_s << *ordered[p].speakerLabel << u']';
         out() << Qt::endl;
+        for (qsizetype i = 0; i < ordered[p].wordBlocks.size(); ++i) {
+            const WordBlock &word = words.at(next++);
+            out() << QStringLiteral("%1  %2 - %3  ")
+                         .arg(word.sortOrder, 6)
+                         .arg(formatSeconds(word.mediaStart), formatSeconds(word.mediaEnd))
+                  << word.text;
+            if (word.isFiller)
+                out() << u"  [filler]"_s;
+            out() << Qt::endl;
+        }
     }
     return 0;
 }

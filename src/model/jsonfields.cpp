@@ -206,9 +206,33 @@ std::optional<QJsonArray> optionalArray(const QJsonObject &object, QLatin1String
     return value->toArray();
 }
 
+void formatUuid(const QUuid &id, char out[36])
+{
+    // Hand-rolled because ids are formatted for every word on every save and every preview
+    // signature, and QUuid's lower-case form plus toUpper() costs several allocations.
+    static constexpr char hex[] = "0123456789ABCDEF";
+    int n = 0;
+    auto put = [&](quint64 bits, int digits) {
+        for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
+            out[n++] = hex[(bits >> shift) & 0xF];
+    };
+    put(id.data1, 8);
+    out[n++] = '-';
+    put(id.data2, 4);
+    out[n++] = '-';
+    put(id.data3, 4);
+    out[n++] = '-';
+    put(quint64(id.data4[0]) << 8 | id.data4[1], 4);
+    out[n++] = '-';
+    for (int i = 2; i < 8; ++i)
+        put(id.data4[i], 2);
+}
+
 QString uuidString(const QUuid &id)
 {
-    return id.toString(QUuid::WithoutBraces).toUpper();
+    char text[36];
+    formatUuid(id, text);
+    return QString::fromLatin1(text, 36);
 }
 
 QString dateString(const QDateTime &date)

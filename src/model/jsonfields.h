@@ -38,6 +38,8 @@ std::optional<QJsonArray> optionalArray(const QJsonObject &object, QLatin1String
 // Canonical text forms written by Kavel: upper-case hyphenated UUIDs and ISO 8601
 // dates in UTC with whole seconds ("2025-03-01T08:15:30Z").
 QString uuidString(const QUuid &id);
+// The same 36 characters written into `out`, for writers that build bytes directly.
+void formatUuid(const QUuid &id, char out[36]);
 QString dateString(const QDateTime &date);
 std::optional<QDateTime> parseDate(const QString &text);
 

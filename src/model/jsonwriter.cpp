@@ -1,5 +1,7 @@
 #include "jsonwriter.h"
 
+#include "jsonfields.h"
+
 #include <charconv>
 #include <cmath>
 
@@ -154,26 +156,11 @@ void JsonWriter::value(bool flag)
 void JsonWriter::value(const QUuid &id)
 {
     beforeValue();
-    static constexpr char hex[] = "0123456789ABCDEF";
     char text[38];
-    int n = 0;
-    auto put = [&](quint64 bits, int digits) {
-        for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
-            text[n++] = hex[(bits >> shift) & 0xF];
-    };
-    text[n++] = '"';
-    put(id.data1, 8);
-    text[n++] = '-';
-    put(id.data2, 4);
-    text[n++] = '-';
-    put(id.data3, 4);
-    text[n++] = '-';
-    put(quint64(id.data4[0]) << 8 | id.data4[1], 4);
-    text[n++] = '-';
-    for (int i = 2; i < 8; ++i)
-        put(id.data4[i], 2);
-    text[n++] = '"';
-    m_out.append(text, n);
+    text[0] = '"';
+    json::formatUuid(id, text + 1);
+    text[37] = '"';
+    m_out.append(text, 38);
 }
 
 void JsonWriter::nullValue()

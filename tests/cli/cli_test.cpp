@@ -154,3 +154,89 @@ TEST(Cli, InfoWarnsOnAGarbageTimelineAndFailsOnGarbageMetadata)
     expectOneLineError(failed);
     EXPECT_TRUE(failed.err.contains(u"project.json"_s)) << failed.err.toStdString();
 }
+
+namespace {
+
+// A bundle whose transcript is three paragraphs: "hello big world" / "um yes" / "bye".
+QString bundleWithTranscript(const QString &title)
+{
+    const QString bundle = runCli({u"new"_s, title}).out.trimmed();
+    auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    QList<Paragraph> paragraphs;
+    double t = 0.0;
+    for (const QStringList &words : {QStringList {u"hello"_s, u"big"_s, u"world"_s},
+                                     QStringList {u"um"_s, u"yes"_s}, QStringList {u"bye"_s}}) {
+        Paragraph p;
+        p.id = QUuid::createUuid();
+        p.sortOrder = paragraphs.size();
+        for (const QString &text : words) {
+            WordBlock b;
+            b.id = QUuid::createUuid();
+            b.text = text;
+            b.isFiller = text == u"um"_s;
+            b.mediaStart = t;
+            b.mediaEnd = t + 0.5;
+            t += 1.0;
+            p.wordBlocks.append(b);
+        }
+        paragraphs.append(p);
+    }
+    project->setParagraphs(paragraphs);
+    project->saveTimeline();
+    return bundle;
+}
+
+QStringList savedParagraphTexts(const QString &bundle)
+{
+    QStringList texts;
+    const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    for (const Paragraph &p : project->paragraphs()) {
+        QStringList words;
+        for (const WordBlock &b : p.wordBlocks)
+            words << b.text;
+        texts << words.join(u' ');
+    }
+    return texts;
+}
+
+} // namespace
+
+TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
+{
+    const QString bundle = bundleWithTranscript(u"Batch"_s);
+    const CliResult dry = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--dry-run"_s});
+    EXPECT_EQ(dry.exitCode, 0);
+    EXPECT_TRUE(dry.out.contains(u"Deleted 1 words"_s)) << dry.out.toStdString();
+    EXPECT_EQ(savedParagraphTexts(bundle).size(), 3) << "a dry run saves nothing";
+
+    const CliResult edited = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--delete-text"_s,
+                                     u"GW"_s, u"--move-paragraph"_s, u"3:1"_s});
+    ASSERT_EQ(edited.exitCode, 0) << edited.err.toStdString();
+    // "gw" spans the join of "big" and "world"; paragraph numbers are the original ones.
+    EXPECT_EQ(savedParagraphTexts(bundle), (QStringList {u"bye"_s, u"hello"_s, u"yes"_s}));
+
+    const CliResult deleted = runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"2"_s});
+    ASSERT_EQ(deleted.exitCode, 0);
+    EXPECT_EQ(savedParagraphTexts(bundle), (QStringList {u"bye"_s, u"yes"_s}));
+
+    expectOneLineError(runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"7"_s}));
+    expectOneLineError(runCli({u"edit"_s, bundle, u"--move-paragraph"_s, u"1-2"_s}));
+    EXPECT_EQ(savedParagraphTexts(bundle), (QStringList {u"bye"_s, u"yes"_s}));
+}
+
+TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)
+{
+    const QString bundle = bundleWithTranscript(u"Find"_s);
+    const CliResult found = runCli({u"search"_s, bundle, u"OBIG"_s});
+    ASSERT_EQ(found.exitCode, 0) << found.err.toStdString();
+    EXPECT_TRUE(found.out.contains(u"paragraph 1  00:00:00.000 - 00:00:01.500  hello big"_s))
+        << found.out.toStdString();
+    EXPECT_TRUE(found.out.trimmed().endsWith(u"1 hit"_s));
+
+    const CliResult json = runCli({u"search"_s, bundle, u"e"_s, u"--json"_s});
+    const QJsonArray hits = QJsonDocument::fromJson(json.out.toUtf8()).array();
+    ASSERT_EQ(hits.size(), 3); // hello, yes, bye
+    EXPECT_EQ(hits[2].toObject().value("paragraph"_L1).toInt(), 3);
+    EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 4.0);
+    EXPECT_EQ(runCli({u"search"_s, bundle, u"zzz"_s}).out.trimmed(), u"0 hits"_s);
+}

@@ -1,0 +1,176 @@
+#include "editcommands.h"
+
+#include "clisupport.h"
+#include "editor/paragraphedits.h"
+#include "editor/transcriptsearch.h"
+#include "model/jsonwriter.h"
+#include "model/kavelproject.h"
+
+#include <QCommandLineParser>
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::cli {
+
+namespace {
+
+// The paragraphs in the order they play, which is the order users number them in.
+QList<Paragraph> playbackOrder(QList<Paragraph> paragraphs)
+{
+    std::stable_sort(
+        paragraphs.begin(), paragraphs.end(),
+        [](const Paragraph &a, const Paragraph &b) { return a.sortOrder < b.sortOrder; });
+    return paragraphs;
+}
+
+qsizetype paragraphIndex(const QString &text, qsizetype count)
+{
+    bool ok = false;
+    const qsizetype number = text.toLongLong(&ok);
+    if (!ok || number < 1 || number > count)
+        throw CommandFailure {u"段落编号 %1 不存在（项目共有 %2 个段落）"_s.arg(text).arg(count)};
+    return number - 1;
+}
+
+QString hitText(const Paragraph &paragraph, const SearchHit &hit)
+{
+    QStringList words;
+    for (const WordBlock &block : paragraph.wordBlocks) {
+        if (hit.blockIds.contains(block.id))
+            words << block.text;
+    }
+    return words.join(u' ');
+}
+
+} // namespace
+
+int runEdit(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"Edit a transcript and save it: word deletions first, then paragraph deletions, then "
+        "moves. Paragraph numbers refer to the transcript as it was before the edit."_s);
+    const QCommandLineOption fillers(u"delete-fillers"_s, u"Delete every filler word."_s);
+    const QCommandLineOption text(u"delete-text"_s,
+                                  u"Delete the words of every place PHRASE occurs."_s, u"PHRASE"_s);
+    const QCommandLineOption paragraph(u"delete-paragraph"_s, u"Delete paragraph N."_s, u"N"_s);
+    const QCommandLineOption move(u"move-paragraph"_s,
+                                  u"Move paragraph FROM so that it ends up at position TO."_s,
+                                  u"FROM:TO"_s);
+    const QCommandLineOption dryRun(u"dry-run"_s, u"Report what would change; save nothing."_s);
+    parser.addOptions({fillers, text, paragraph, move, dryRun});
+    const QStringList values = parsePositionals(parser, u"edit"_s, arguments, {u"BUNDLE"_s});
+
+    auto project = openBundle(values.first());
+    const QList<Paragraph> original = playbackOrder(project->paragraphs());
+
+    // Resolve every paragraph number against the original numbering before anything moves.
+    QList<QUuid> paragraphsToDelete;
+    for (const QString &n : parser.values(paragraph))
+        paragraphsToDelete << original.at(paragraphIndex(n, original.size())).id;
+    QList<std::pair<QUuid, qsizetype>> moves;
+    for (const QString &spec : parser.values(move)) {
+        const QStringList parts = spec.split(u':');
+        if (parts.size() != 2)
+            throw CommandFailure {u"--move-paragraph 需要 FROM:TO 形式，而不是“%1”"_s.arg(spec), 2};
+        bool ok = false;
+        const qsizetype to = parts[1].toLongLong(&ok);
+        if (!ok || to < 1)
+            throw CommandFailure {u"目标位置“%1”无效"_s.arg(parts[1]), 2};
+        moves.append({original.at(paragraphIndex(parts[0], original.size())).id, to - 1});
+    }
+
+    QSet<QUuid> words;
+    if (parser.isSet(fillers))
+        words += edits::fillerWordIds(original);
+    for (const QString &phrase : parser.values(text)) {
+        for (const SearchHit &hit : searchTranscript(original, phrase))
+            words += QSet<QUuid>(hit.blockIds.cbegin(), hit.blockIds.cend());
+    }
+
+    QList<Paragraph> result = edits::removeWords(original, words);
+    const qsizetype paragraphsBefore = result.size();
+    for (const QUuid &id : paragraphsToDelete)
+        result = edits::removeParagraph(result, id);
+    const qsizetype paragraphsDeleted = paragraphsBefore - result.size();
+    qsizetype moved = 0;
+    for (const auto &[id, target] : moves) {
+        const qsizetype from = edits::indexOfParagraph(result, id);
+        if (from < 0)
+            continue; // deleted above, or emptied by the word deletions
+        const qsizetype to = std::min(target, result.size() - 1);
+        result = edits::moveParagraphs(result, {from}, from < to ? to + 1 : to);
+        ++moved;
+    }
+
+    out() << u"Deleted %1 words and %2 paragraphs, moved %3 paragraphs%4"_s.arg(words.size())
+                 .arg(original.size() - paragraphsBefore + paragraphsDeleted)
+                 .arg(moved)
+                 .arg(parser.isSet(dryRun) ? u" (dry run, nothing saved)"_s : QString())
+          << Qt::endl;
+    if (parser.isSet(dryRun))
+        return 0;
+    project->setParagraphs(result);
+    project->saveTimeline();
+    return 0;
+}
+
+int runSearch(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"Find text in a transcript (case-insensitive, across word joins) and print each hit "
+        "with its paragraph and source times."_s);
+    const QCommandLineOption jsonOption(u"json"_s, u"Print JSON instead of text."_s);
+    parser.addOption(jsonOption);
+    const QStringList values
+        = parsePositionals(parser, u"search"_s, arguments, {u"BUNDLE"_s, u"TEXT"_s});
+
+    auto project = openBundle(values[0]);
+    const QList<Paragraph> paragraphs = playbackOrder(project->paragraphs());
+    const QList<SearchHit> hits = searchTranscript(paragraphs, values[1]);
+
+    JsonWriter json;
+    json.beginArray();
+    for (qsizetype i = 0; i < hits.size(); ++i) {
+        const SearchHit &hit = hits[i];
+        const qsizetype p = edits::indexOfParagraph(paragraphs, hit.paragraphId);
+        const Paragraph &paragraph = paragraphs.at(p);
+        const auto first = edits::locateWord({paragraph}, hit.blockIds.first());
+        const auto last = edits::locateWord({paragraph}, hit.blockIds.last());
+        const double start = paragraph.wordBlocks.at(first.word).mediaStart;
+        const double end = paragraph.wordBlocks.at(last.word).mediaEnd;
+        if (parser.isSet(jsonOption)) {
+            json.beginObject();
+            json.key("paragraph");
+            json.value(p + 1);
+            json.key("mediaStart");
+            json.value(start);
+            json.key("mediaEnd");
+            json.value(end);
+            json.key("text");
+            json.value(hitText(paragraph, hit));
+            json.key("blockIds");
+            json.beginArray();
+            for (const QUuid &id : hit.blockIds)
+                json.value(id);
+            json.endArray();
+            json.endObject();
+            continue;
+        }
+        out() << QStringLiteral("%1  paragraph %2  %3 - %4  %5")
+                     .arg(i + 1, 4)
+                     .arg(p + 1)
+                     .arg(formatSeconds(start), formatSeconds(end), hitText(paragraph, hit))
+              << Qt::endl;
+    }
+    json.endArray();
+    if (parser.isSet(jsonOption))
+        out() << QString::fromUtf8(json.take());
+    else
+        out() << hits.size() << (hits.size() == 1 ? u" hit"_s : u" hits"_s) << Qt::endl;
+    return 0;
+}
+
+} // namespace kavel::cli
