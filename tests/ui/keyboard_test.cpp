@@ -1,0 +1,198 @@
+#include "ui/transcript/deletekeyhandler.h"
+#include "ui/transcript/keyboardshortcuthandler.h"
+#include "ui/transcript/magnetictextstripview.h"
+#include "uifixture.h"
+
+#include <QLineEdit>
+#include <QVBoxLayout>
+
+using namespace kavel;
+using namespace kavel::ui;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Stands for whatever widget has the focus: records the keys that reach it.
+class KeyProbe : public QWidget
+{
+public:
+    using QWidget::QWidget;
+    QList<QKeyCombination> received;
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override
+    {
+        // The modifier keys themselves arrive too; only the chords matter here.
+        const int key = event->key();
+        if (key != Qt::Key_Control && key != Qt::Key_Shift)
+            received.append(event->keyCombination());
+    }
+};
+
+class KeyboardTest : public test::UiFixture
+{
+protected:
+    KeyboardShortcutHandler *shortcuts = nullptr;
+    DeleteKeyHandler *deleteKey = nullptr;
+    KeyProbe *probe = nullptr;
+    QLineEdit *search = nullptr;
+    int deletes = 0;
+
+    void SetUp() override
+    {
+        openTranscript({{u"a"_s, u"b"_s, u"c"_s}, {u"d"_s, u"e"_s}});
+        auto *layout = new QVBoxLayout(&window);
+        search = new QLineEdit(&window);
+        probe = new KeyProbe(&window);
+        probe->setFocusPolicy(Qt::StrongFocus);
+        shortcuts = new KeyboardShortcutHandler(vm, &window);
+        deleteKey = new DeleteKeyHandler(&window);
+        deleteKey->setOnDelete([this] {
+            ++deletes;
+            vm.deleteAtCursor();
+        });
+        layout->addWidget(search);
+        layout->addWidget(probe);
+        layout->addWidget(shortcuts);
+        layout->addWidget(deleteKey);
+        showWindow({300, 200});
+        probe->setFocus();
+        ASSERT_EQ(QApplication::focusWidget(), probe);
+    }
+
+    // Types into whatever has the focus, then lets the queued actions run.
+    void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
+    {
+        QTest::keyClick(QApplication::focusWidget(), key, modifiers);
+        QCoreApplication::processEvents();
+    }
+};
+
+} // namespace
+
+TEST_F(KeyboardTest, ArrowsMoveTheCursorAndShiftArrowsExtendFromTheAnchor)
+{
+    vm.setCursor(paragraph(0).id, 1);
+    press(Qt::Key_Right);
+    EXPECT_EQ(vm.cursorPosition(), 2);
+    press(Qt::Key_Left);
+    press(Qt::Key_Left);
+    press(Qt::Key_Left);
+    EXPECT_EQ(vm.cursorPosition(), 0) << "the cursor stays in its paragraph";
+
+    vm.setCursor(paragraph(0).id, 2);
+    press(Qt::Key_Left, Qt::ShiftModifier);
+    press(Qt::Key_Left, Qt::ShiftModifier);
+    press(Qt::Key_Left, Qt::ShiftModifier);
+    EXPECT_EQ(vm.cursorPosition(), 0);
+    EXPECT_EQ(vm.selectionAnchor(), 2);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"a"_s, u"b"_s}));
+
+    press(Qt::Key_Right, Qt::ShiftModifier);
+    for (int i = 0; i < 4; ++i)
+        press(Qt::Key_Right, Qt::ShiftModifier);
+    EXPECT_EQ(vm.cursorPosition(), 3) << "Shift+Right stops at the paragraph's end";
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"c"_s}));
+    EXPECT_TRUE(probe->received.isEmpty());
+}
+
+TEST_F(KeyboardTest, ControlShortcutsRunTheEditorCommands)
+{
+    vm.setCursor(paragraph(0).id, 0);
+    press(Qt::Key_A, Qt::ControlModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"a"_s, u"b"_s, u"c"_s}));
+
+    press(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(vm.copiedWords().size(), 3);
+
+    press(Qt::Key_X, Qt::ControlModifier);
+    EXPECT_EQ(text(), u"d e"_s);
+    press(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(text(), u"a b c | d e"_s);
+    press(Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(text(), u"d e"_s);
+    EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs()) << "undo and redo refresh the project";
+
+    vm.setCursor(paragraph(0).id, 2);
+    press(Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(text(), u"d e a b c"_s);
+
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_TRUE(vm.showSearchBar());
+    press(Qt::Key_S, Qt::ControlModifier);
+    EXPECT_TRUE(vm.lastSavedAt().has_value());
+    EXPECT_TRUE(probe->received.isEmpty());
+}
+
+TEST_F(KeyboardTest, OtherKeysReachTheFocusedWidget)
+{
+    vm.setCursor(paragraph(0).id, 1);
+    press(Qt::Key_B, Qt::ControlModifier);
+    press(Qt::Key_Up);
+    press(Qt::Key_Return);
+    press(Qt::Key_Space);
+    press(Qt::Key_Escape);
+    EXPECT_EQ(probe->received,
+              (QList<QKeyCombination> {Qt::ControlModifier | Qt::Key_B, Qt::Key_Up, Qt::Key_Return,
+                                       Qt::Key_Space, Qt::Key_Escape}));
+    EXPECT_EQ(vm.cursorPosition(), 1);
+    EXPECT_EQ(text(), u"a b c | d e"_s);
+}
+
+TEST_F(KeyboardTest, TextFieldWithFocusGetsEveryKey)
+{
+    vm.setCursor(paragraph(0).id, 2);
+    search->setFocus();
+    ASSERT_EQ(QApplication::focusWidget(), search);
+
+    QTest::keyClicks(search, u"xyz"_s);
+    press(Qt::Key_Left);
+    press(Qt::Key_Backspace);
+    EXPECT_EQ(search->text(), u"xz"_s);
+    press(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(search->text(), u"xyz"_s) << "the field's own undo";
+    press(Qt::Key_A, Qt::ControlModifier);
+    EXPECT_EQ(search->selectedText(), u"xyz"_s);
+    press(Qt::Key_Delete);
+    EXPECT_EQ(search->text(), QString());
+
+    EXPECT_EQ(deletes, 0);
+    EXPECT_EQ(vm.cursorPosition(), 2);
+    EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
+    EXPECT_EQ(text(), u"a b c | d e"_s);
+    EXPECT_FALSE(vm.undoManager().canUndo());
+}
+
+TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteBeforeTheCursor)
+{
+    press(Qt::Key_Delete);
+    EXPECT_EQ(deletes, 1) << "consumed even with nothing to delete";
+    EXPECT_EQ(text(), u"a b c | d e"_s);
+
+    vm.setCursor(paragraph(0).id, 2);
+    press(Qt::Key_Backspace);
+    EXPECT_EQ(text(), u"a c | d e"_s);
+    press(Qt::Key_Backspace);
+    EXPECT_EQ(text(), u"c | d e"_s);
+    EXPECT_EQ(deletes, 3);
+    EXPECT_TRUE(probe->received.isEmpty());
+}
+
+TEST_F(KeyboardTest, HandlersListenOnlyWhileShown)
+{
+    EXPECT_TRUE(shortcuts->isMonitoring());
+    shortcuts->hide();
+    deleteKey->hide();
+    EXPECT_FALSE(shortcuts->isMonitoring());
+    EXPECT_FALSE(deleteKey->isMonitoring());
+
+    press(Qt::Key_F, Qt::ControlModifier);
+    press(Qt::Key_Delete);
+    EXPECT_FALSE(vm.showSearchBar());
+    EXPECT_EQ(deletes, 0);
+    EXPECT_EQ(probe->received.size(), 2);
+
+    shortcuts->show();
+    press(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_TRUE(vm.showSearchBar());
+}

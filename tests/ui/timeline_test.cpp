@@ -1,0 +1,273 @@
+#include "ui/timeline/pinchzoomdetector.h"
+#include "ui/timeline/timelinecanvas.h"
+#include "ui/timeline/timelinescale.h"
+#include "ui/timeline/timelineview.h"
+#include "ui/timeline/trackheader.h"
+#include "uifixture.h"
+
+#include <QGestureEvent>
+#include <QNativeGestureEvent>
+#include <QPinchGesture>
+#include <QPointingDevice>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace kavel;
+using namespace kavel::ui;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringList labels(const QList<RulerTick> &ticks)
+{
+    QStringList list;
+    for (const RulerTick &tick : ticks) {
+        if (tick.major)
+            list.append(tick.label);
+    }
+    return list;
+}
+
+QList<double> times(const QList<RulerTick> &ticks)
+{
+    QList<double> list;
+    for (const RulerTick &tick : ticks)
+        list.append(tick.time);
+    return list;
+}
+
+// Counts the wheel events that get past the application's filters to one widget.
+class WheelCounter : public QObject
+{
+public:
+    int count = 0;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Wheel)
+            ++count;
+        return false;
+    }
+};
+
+class TimelineTest : public test::UiFixture
+{
+protected:
+    TimelineView *timeline = nullptr;
+
+    void SetUp() override
+    {
+        // Paragraph durations (0.4 s per word): 1.2 s, 0.8 s, 1.6 s.
+        openTranscript(
+            {{u"a"_s, u"b"_s, u"c"_s}, {u"d"_s, u"e"_s}, {u"f"_s, u"g"_s, u"h"_s, u"i"_s}});
+        auto *layout = new QVBoxLayout(&window);
+        layout->setContentsMargins(0, 0, 0, 0);
+        timeline = new TimelineView(vm, &window);
+        layout->addWidget(timeline);
+        showWindow({700, 220});
+    }
+
+    TimelineCanvas *canvas() const { return timeline->canvas(); }
+
+    bool wheel(QPoint delta, Qt::KeyboardModifiers modifiers)
+    {
+        const QPointF pos(40, 60);
+        QWheelEvent event(pos, canvas()->mapToGlobal(pos), QPoint(), delta, Qt::NoButton, modifiers,
+                          Qt::NoScrollPhase, false);
+        return QApplication::sendEvent(canvas(), &event);
+    }
+
+    void mouse(QEvent::Type type, QPointF pos, Qt::MouseButtons buttons)
+    {
+        const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+        QMouseEvent event(type, pos, canvas()->mapToGlobal(pos), button, buttons, {});
+        QApplication::sendEvent(canvas(), &event);
+    }
+
+    QList<QUuid> order() const
+    {
+        QList<QUuid> list;
+        for (const Paragraph &p : vm.paragraphs())
+            list.append(p.id);
+        return list;
+    }
+};
+
+} // namespace
+
+TEST(TimelineScale, ZoomStepsAreTenPercentAndClamped)
+{
+    EXPECT_DOUBLE_EQ(zoomedPixelsPerSecond(100.0, 1.0), 110.0);
+    EXPECT_DOUBLE_EQ(zoomedPixelsPerSecond(100.0, -1.0), 90.0);
+    EXPECT_DOUBLE_EQ(zoomedPixelsPerSecond(100.0, 4.0), 140.0);
+    EXPECT_EQ(zoomedPixelsPerSecond(10.0, -1.0), 10.0);
+    EXPECT_EQ(zoomedPixelsPerSecond(500.0, 8.0), 500.0);
+    EXPECT_EQ(zoomedPixelsPerSecond(11.0, -1.0), 10.0);
+}
+
+TEST(TimelineScale, RulerTicksFollowTheScale)
+{
+    // Below 100 points per second: a tick every 5 s, a label every 10 s.
+    const QList<RulerTick> coarse = rulerTicks(99.0, 65.0, 0.0, 1e9);
+    EXPECT_EQ(times(coarse),
+              (QList<double> {0, 5, 10, 15, 20, 25, 30, 35, 40, 45, 50, 55, 60, 65}));
+    EXPECT_EQ(labels(coarse),
+              (QStringList {u"0s"_s, u"10s"_s, u"20s"_s, u"30s"_s, u"40s"_s, u"50s"_s, u"1:00"_s}));
+    EXPECT_DOUBLE_EQ(coarse.at(3).x, 15.0 * 99.0);
+    EXPECT_FALSE(coarse.at(3).major);
+    EXPECT_TRUE(coarse.at(3).label.isEmpty());
+
+    // From 100 on: every second, labels every 2 s.
+    const QList<RulerTick> fine = rulerTicks(100.0, 5.0, 0.0, 1e9);
+    EXPECT_EQ(times(fine), (QList<double> {0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(labels(fine), (QStringList {u"0s"_s, u"2s"_s, u"4s"_s}));
+
+    // Below 40: every 10 s.
+    EXPECT_EQ(times(rulerTicks(39.0, 35.0, 0.0, 1e9)), (QList<double> {0, 10, 20, 30}));
+    // Only the visible stretch, and nothing for media without length.
+    EXPECT_EQ(times(rulerTicks(100.0, 600.0, 250.0, 520.0)), (QList<double> {3, 4, 5}));
+    EXPECT_TRUE(rulerTicks(100.0, 0.0, 0.0, 1e9).isEmpty());
+
+    EXPECT_EQ(rulerLabel(59.9), u"59s"_s);
+    EXPECT_EQ(rulerLabel(605.0), u"10:05"_s);
+}
+
+TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoomWithinLimits)
+{
+    timeline->setPixelsPerSecond(100.0);
+    timeline->zoomInButton()->click();
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 110.0);
+    timeline->zoomOutButton()->click();
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 99.0);
+
+    EXPECT_TRUE(wheel({0, 120}, Qt::ControlModifier));
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 99.0 * 1.1);
+    EXPECT_TRUE(wheel({0, -360}, Qt::ControlModifier)) << "one step per event, however far";
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 99.0 * 1.1 * 0.9);
+
+    // Half a notch is not enough to zoom, and the event is still consumed.
+    WheelCounter counter;
+    canvas()->installEventFilter(&counter);
+    const double before = timeline->pixelsPerSecond();
+    wheel({0, 60}, Qt::ControlModifier);
+    EXPECT_EQ(timeline->pixelsPerSecond(), before);
+    EXPECT_EQ(counter.count, 0);
+    // Without Ctrl the wheel is left to the timeline.
+    wheel({0, 120}, {});
+    EXPECT_EQ(timeline->pixelsPerSecond(), before);
+    EXPECT_EQ(counter.count, 1);
+
+    // A pinch arrives at the window, which hands it to the widget under the fingers.
+    const QPointF inside = timeline->zoomDetector()->mapTo(&window, QPointF(40, 60));
+    QNativeGestureEvent pinch(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(), 2,
+                              inside, inside, window.mapToGlobal(inside), 0.05, QPointF(), 0);
+    QApplication::sendEvent(window.windowHandle(), &pinch);
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), before * 1.04);
+
+    // Qt's own pinch gesture, as a touchpad without native gestures delivers it.
+    const double beforeGesture = timeline->pixelsPerSecond();
+    QPinchGesture gesture;
+    gesture.setChangeFlags(QPinchGesture::ScaleFactorChanged);
+    gesture.setScaleFactor(0.975);
+    gesture.setHotSpot(canvas()->mapToGlobal(QPointF(40, 60)));
+    QGestureEvent gestureEvent({&gesture});
+    QApplication::sendEvent(timeline->scrollArea(), &gestureEvent);
+    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), beforeGesture * 0.98);
+
+    timeline->setPixelsPerSecond(10.0);
+    wheel({0, -120}, Qt::ControlModifier);
+    EXPECT_EQ(timeline->pixelsPerSecond(), 10.0);
+    timeline->setPixelsPerSecond(500.0);
+    QApplication::sendEvent(window.windowHandle(), &pinch);
+    EXPECT_EQ(timeline->pixelsPerSecond(), 500.0);
+}
+
+TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsLast)
+{
+    timeline->setPixelsPerSecond(100.0);
+    const QList<double> durations {1.2, 0.8, 1.6};
+    double x = 0.0;
+    for (qsizetype i = 0; i < durations.size(); ++i) {
+        for (TrackType track : {TrackType::video, TrackType::audio}) {
+            const QRectF clip = canvas()->clipRect(track, i);
+            EXPECT_NEAR(clip.left(), x, 1e-9);
+            EXPECT_NEAR(clip.width(), durations.at(i) * 100.0, 1e-9);
+        }
+        x += durations.at(i) * 100.0;
+    }
+    EXPECT_LT(canvas()->clipRect(TrackType::video, 0).bottom(),
+              canvas()->clipRect(TrackType::audio, 0).top());
+
+    timeline->setPixelsPerSecond(250.0);
+    EXPECT_NEAR(canvas()->clipRect(TrackType::audio, 2).width(), 1.6 * 250.0, 1e-9);
+    EXPECT_EQ(canvas()->paragraphAtX(1.3 * 250.0), 1);
+}
+
+TEST_F(TimelineTest, DraggingAClipReordersParagraphsUnlessTheTrackIsLocked)
+{
+    timeline->setPixelsPerSecond(100.0);
+    const QList<QUuid> before = order();
+    auto centre
+        = [&](TrackType track, qsizetype i) { return canvas()->clipRect(track, i).center(); };
+
+    mouse(QEvent::MouseButtonPress, centre(TrackType::video, 0), Qt::LeftButton);
+    mouse(QEvent::MouseMove, centre(TrackType::video, 0) + QPointF(10, 0), Qt::LeftButton);
+    EXPECT_EQ(canvas()->draggedParagraphId(), before.at(0));
+    EXPECT_EQ(order(), before);
+    mouse(QEvent::MouseMove, centre(TrackType::video, 2), Qt::LeftButton);
+    EXPECT_EQ(order(), (QList<QUuid> {before.at(1), before.at(2), before.at(0)}));
+    mouse(QEvent::MouseButtonRelease, centre(TrackType::video, 2), Qt::NoButton);
+    EXPECT_EQ(canvas()->draggedParagraphId(), std::nullopt);
+
+    timeline->audioHeader()->lockToggle()->click();
+    EXPECT_TRUE(vm.isAudioTrackLocked());
+    const QList<QUuid> locked = order();
+    mouse(QEvent::MouseButtonPress, centre(TrackType::audio, 0), Qt::LeftButton);
+    mouse(QEvent::MouseMove, centre(TrackType::audio, 2), Qt::LeftButton);
+    mouse(QEvent::MouseButtonRelease, centre(TrackType::audio, 2), Qt::NoButton);
+    EXPECT_EQ(order(), locked);
+}
+
+TEST_F(TimelineTest, TrackHeadersShowAndSetTheFourFlags)
+{
+    timeline->videoHeader()->muteToggle()->click();
+    timeline->audioHeader()->muteToggle()->click();
+    timeline->videoHeader()->lockToggle()->click();
+    EXPECT_TRUE(vm.isVideoTrackMuted());
+    EXPECT_TRUE(vm.isAudioTrackMuted());
+    EXPECT_TRUE(vm.isVideoTrackLocked());
+    EXPECT_FALSE(vm.isAudioTrackLocked());
+
+    vm.setIsVideoTrackMuted(false);
+    vm.setIsAudioTrackLocked(true);
+    EXPECT_FALSE(timeline->videoHeader()->muteToggle()->isChecked());
+    EXPECT_TRUE(timeline->audioHeader()->lockToggle()->isChecked());
+}
+
+TEST_F(TimelineTest, RulerClicksMoveThePlayheadAndThePlayheadStaysInView)
+{
+    timeline->setPixelsPerSecond(100.0);
+    auto *player = engine.lastPlayer;
+    ASSERT_NE(player, nullptr);
+    // 1.5 s into the edit is inside "d" (1.2 s to 1.6 s).
+    mouse(QEvent::MouseButtonPress, QPointF(150.0, 5.0), Qt::LeftButton);
+    mouse(QEvent::MouseButtonRelease, QPointF(150.0, 5.0), Qt::NoButton);
+    ASSERT_FALSE(player->seeks.isEmpty());
+    EXPECT_NEAR(player->seeks.last(), 1.2, 1e-9);
+
+    // Far along the timeline the view scrolls to the play head.
+    timeline->setPixelsPerSecond(500.0);
+    vm.playerVM().setCurrentTime(2.0);
+    QScrollBar *bar = timeline->scrollArea()->horizontalScrollBar();
+    const double x = canvas()->playheadX();
+    EXPECT_GT(bar->value(), 0);
+    EXPECT_GE(x, bar->value());
+    EXPECT_LE(x, bar->value() + timeline->scrollArea()->viewport()->width());
+
+    // A zoom keeps the play head where it stood on screen.
+    const double onScreen = x - bar->value();
+    timeline->applyZoom(-1.0);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return std::abs(canvas()->playheadX() - bar->value() - onScreen) <= 1.0; }));
+}
