@@ -33,10 +33,14 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
     plan.editList.hasVideo = std::any_of(sources.cbegin(), sources.cend(),
                                          [](const SourceTrackInfo &s) { return s.hasVideo; });
 
-    QList<WordBlock> sorted = blocks;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const WordBlock &a, const WordBlock &b) {
+    // The editor hands over flattened lists, which are in order already; checking is far
+    // cheaper than sorting (which would also deep-copy every word of the shared list).
+    const auto bySortOrder = [](const WordBlock &a, const WordBlock &b) {
         return a.sortOrder < b.sortOrder;
-    });
+    };
+    QList<WordBlock> sorted = blocks;
+    if (!std::is_sorted(sorted.cbegin(), sorted.cend(), bySortOrder))
+        std::stable_sort(sorted.begin(), sorted.end(), bySortOrder);
 
     plan.map.reserve(sorted.size());
     plan.editList.segments.reserve(sorted.size());
