@@ -13,6 +13,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavutil/log.h>
 }
 
 using namespace Qt::StringLiterals;
@@ -25,9 +26,9 @@ namespace {
 constexpr FrameRate audioOnlyRate {30, 1};
 // A render that has not moved on for this long is stuck in the engine, not slow.
 constexpr qint64 watchdogMs = 60'000;
-// The consumer has been seen to stop at once with an empty file; one more try has always
-// been enough.
-constexpr int maxAttempts = 2;
+// The consumer can give up at once, before its first frame (see poll()); it is rare enough
+// that three tries in a row have never all lost.
+constexpr int maxAttempts = 3;
 
 bool hasEncoder(const char *name)
 {
@@ -137,7 +138,8 @@ public:
 
     ~MltRenderJob() override
     {
-        if (m_consumer && !m_consumer->is_stopped())
+        m_stopped.reset();
+        if (m_consumer)
             m_consumer->stop();
     }
 
@@ -150,15 +152,18 @@ public:
             m_lastPosition = position;
             m_sinceMove.restart();
         }
-        if (!m_consumer->is_stopped()) {
+        if (!m_threadEnded.load()) {
             if (m_sinceMove.elapsed() > watchdogMs) {
                 m_consumer->stop();
                 fail(u"媒体引擎没有响应"_s);
             }
             return m_state;
         }
-        // The consumer stops itself at the end of the playlist; a stop before the end, or
-        // one that left nothing behind, is the engine giving up early.
+        // The consumer's thread has written and closed the file; joining it is immediate.
+        m_consumer->stop();
+        // It ends on its own at the end of the playlist. Before the end, it gave up: MLT
+        // starts the thread before marking the consumer running, and a thread that looks
+        // first sees a stopped consumer and leaves at once.
         const bool reachedEnd = position >= m_frames - 1;
         if (reachedEnd && QFileInfo(m_request.outputPath).size() > 0) {
             m_progress = 1.0;
@@ -197,10 +202,12 @@ private:
     void launch()
     {
         ++m_attempt;
+        m_stopped.reset();
         if (m_consumer) {
             m_consumer->stop();
             m_consumer.reset();
         }
+        m_threadEnded = false;
         QFile::remove(m_request.outputPath);
         m_composition->playlist().seek(0);
         m_consumer = std::make_unique<Mlt::Consumer>(
@@ -208,11 +215,21 @@ private:
         if (!m_consumer->is_valid())
             throw MediaError(u"无法创建导出会话"_s);
         configureConsumer(*m_consumer, m_request);
+        m_stopped.reset(m_consumer->listen("consumer-stopped", this, onThreadEnded));
+        // MLT's avformat module turns FFmpeg's log back up when it loads; the muxers'
+        // complaints about timestamps MLT leaves unset are not Kavel's diagnostics.
+        av_log_set_level(AV_LOG_FATAL);
         m_consumer->connect(m_composition->playlist());
         m_lastPosition = -1;
         m_sinceMove.start();
         if (m_consumer->start() != 0)
             throw MediaError(u"无法开始导出"_s);
+    }
+
+    // Fired by the consumer's thread as its very last act, after the file is closed.
+    static void onThreadEnded(mlt_properties, void *job, mlt_event_data)
+    {
+        static_cast<MltRenderJob *>(job)->m_threadEnded = true;
     }
 
     void fail(const QString &why)
@@ -225,7 +242,10 @@ private:
     RenderRequest m_request;
     Mlt::Profile m_profile;
     std::unique_ptr<CompositionPlaylist> m_composition;
+    // Before the consumer: its thread may still report its end while it is torn down.
+    std::atomic<bool> m_threadEnded {false};
     std::unique_ptr<Mlt::Consumer> m_consumer;
+    std::unique_ptr<Mlt::Event> m_stopped;
     int m_frames = 0;
     int m_attempt = 0;
     int m_lastPosition = -1;
