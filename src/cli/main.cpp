@@ -1,5 +1,6 @@
 #include "clisupport.h"
 #include "editcommands.h"
+#include "exportcommand.h"
 #include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"
@@ -40,6 +41,10 @@ const QList<Command> &commands()
         {u"composition"_s, u"BUNDLE"_s,
          u"print where each word plays in the preview, the duration and the cut stretches"_s,
          runComposition},
+        {u"export"_s,
+         u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
+         "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt]"_s,
+         u"write the edited result as a movie, sound and subtitles"_s, runExport},
     };
     return table;
 }
