@@ -23,6 +23,12 @@ namespace {
 
 constexpr auto pollInterval = 100ms;
 
+// Ends every coroutine of a service that went away mid-export. It is not an Error, so no
+// handler on the way out, all of which touch the service, catches it.
+struct ServiceDestroyed
+{
+};
+
 QString besideTarget(const QString &target, const QString &name)
 {
     return QFileInfo(target).dir().filePath(name);
@@ -117,7 +123,7 @@ QCoro::Task<> LocalRenderService::render(media::RenderRequest request, QString f
         co_await QCoro::sleepFor(pollInterval);
         if (!self) {
             job->cancel();
-            co_return;
+            throw ServiceDestroyed {};
         }
         state = job->poll();
     }

@@ -32,7 +32,9 @@ struct EncoderSearch
 
 // The export engine: the edited result as a movie, as sound alone, and as subtitles.
 // Video and sound are cut by the same plan as the preview. One export at a time; the
-// progress of the running one is published about every tenth of a second.
+// progress of the running one is published about every tenth of a second. Destroying the
+// service cancels a running export; its coroutine then ends with an exception that is not
+// an Error.
 class LocalRenderService : public QObject
 {
     Q_OBJECT

@@ -284,6 +284,20 @@ TEST_F(ExportFlowTest, Mp3FallsBackToExternalEncodersThenToM4a)
     EXPECT_EQ(service.findEncoder(u"ffmpeg"_s), u"/usr/bin/ffmpeg"_s);
 }
 
+TEST_F(ExportFlowTest, DestroyingTheServiceEndsItsExport)
+{
+    renderer.pollsToFinish = 1000;
+    auto *service = new LocalRenderService(engine, renderer);
+    QObject::connect(service, &LocalRenderService::progressChanged, service, &QObject::deleteLater);
+    const QString target = dir.filePath(u"gone.wav"_s);
+    auto outcome = test::runTask(
+        service->renderAudioOnly({{sourceId, QUrl::fromLocalFile(sourcePath)}},
+                                 paragraphs.first().wordBlocks, false, AudioFormat::wav, target));
+    ASSERT_TRUE(outcome.error);
+    EXPECT_FALSE(outcome.errorAs<Error>());
+    EXPECT_EQ(QDir(dir.path()).entryList({u"*.wav"_s}, QDir::Files | QDir::Hidden), QStringList {});
+}
+
 TEST(ExportDuration, FormatsMinutesOrHours)
 {
     EXPECT_EQ(ExportFlow::formatDuration(0.0), u"0分00秒"_s);
