@@ -141,8 +141,13 @@ int runExport(const QStringList &arguments)
     flow.renderService().setLogSink([&log](const QString &line) { log.append(line); });
 
     ProgressBar bar;
-    QObject::connect(&flow, &ExportFlow::stepStarted, &flow,
-                     [&](const QString &step) { bar.begin(stepLabel(step)); });
+    QObject::connect(&flow, &ExportFlow::stepStarted, &flow, [&](const QString &step) {
+        // Subtitles are written at once; a bar would only flash.
+        if (step == "subtitles"_L1)
+            bar.finish();
+        else
+            bar.begin(stepLabel(step));
+    });
     QObject::connect(&flow.renderService(), &LocalRenderService::progressChanged, &flow,
                      [&] { bar.draw(flow.renderService().progress()); });
 
