@@ -85,20 +85,26 @@ QCoro::Task<> LocalRenderService::renderVideo(QList<PlaybackSource> sources,
                                               QList<WordBlock> blocks, ExportSettings settings,
                                               QString outputPath, bool isAudioTrackMuted)
 {
-    Plan composition = plan(sources, blocks, isAudioTrackMuted, {});
-    media::RenderRequest request;
-    request.editList = std::move(composition.editList);
-    request.format = settings.outputFileType() == OutputFileType::quickTimeMovie
-        ? media::RenderFormat::mov
-        : media::RenderFormat::mp4;
-    const ExportPreset preset = settings.preset();
-    request.videoEncoding = preset.codec == VideoCodec::hevc ? media::VideoEncoding::hevc
-                                                             : media::VideoEncoding::h264;
-    request.frameSize = preset.frameSize;
+    setError(std::nullopt);
     try {
-        co_await render(std::move(request), outputPath);
-    } catch (const media::MediaError &) {
-        throw RenderError(RenderError::Code::exportSessionFailed);
+        Plan composition = plan(sources, blocks, isAudioTrackMuted, {});
+        media::RenderRequest request;
+        request.editList = std::move(composition.editList);
+        request.format = settings.outputFileType() == OutputFileType::quickTimeMovie
+            ? media::RenderFormat::mov
+            : media::RenderFormat::mp4;
+        const ExportPreset preset = settings.preset();
+        request.videoEncoding = preset.codec == VideoCodec::hevc ? media::VideoEncoding::hevc
+                                                                 : media::VideoEncoding::h264;
+        request.frameSize = preset.frameSize;
+        try {
+            co_await render(std::move(request), outputPath);
+        } catch (const media::MediaError &) {
+            throw RenderError(RenderError::Code::exportSessionFailed);
+        }
+    } catch (const Error &error) {
+        setError(error.description());
+        throw;
     }
 }
 
@@ -151,22 +157,30 @@ QCoro::Task<> LocalRenderService::renderAudioOnly(QList<PlaybackSource> sources,
                                                   QList<WordBlock> blocks, bool isAudioTrackMuted,
                                                   AudioFormat audioFormat, QString outputPath)
 {
-    Plan composition = plan(sources, blocks, isAudioTrackMuted, u"[AudioExport] "_s);
-    audioLog(u"Inserted "_s + QString::number(composition.editList.segments.size())
-             + u" segments, duration="_s
-             + QString::number(composition.duration, 'g', QLocale::FloatingPointShortest)
-             + u"s, format="_s + toRawValue(audioFormat));
+    setError(std::nullopt);
+    try {
+        Plan composition = plan(sources, blocks, isAudioTrackMuted, u"[AudioExport] "_s);
+        audioLog(u"Inserted "_s + QString::number(composition.editList.segments.size())
+                 + u" segments, duration="_s
+                 + QString::number(composition.duration, 'g', QLocale::FloatingPointShortest)
+                 + u"s, format="_s + toRawValue(audioFormat));
 
-    switch (audioFormat) {
-    case AudioFormat::wav:
-        co_await writeAudio(std::move(composition.editList), media::RenderFormat::wav, outputPath);
-        break;
-    case AudioFormat::aac:
-        co_await writeAudio(std::move(composition.editList), media::RenderFormat::m4a, outputPath);
-        break;
-    case AudioFormat::mp3:
-        co_await convertToMp3(std::move(composition.editList), outputPath);
-        break;
+        switch (audioFormat) {
+        case AudioFormat::wav:
+            co_await writeAudio(std::move(composition.editList), media::RenderFormat::wav,
+                                outputPath);
+            break;
+        case AudioFormat::aac:
+            co_await writeAudio(std::move(composition.editList), media::RenderFormat::m4a,
+                                outputPath);
+            break;
+        case AudioFormat::mp3:
+            co_await convertToMp3(std::move(composition.editList), outputPath);
+            break;
+        }
+    } catch (const Error &error) {
+        setError(error.description());
+        throw;
     }
     audioLog(u"Success: "_s + outputPath);
 }

@@ -179,6 +179,7 @@ TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
               u"字幕导出失败，音频导出失败: 磁盘已满，视频导出失败: 导出失败"_s);
     EXPECT_EQ(renderer.requests.size(), 2);
     EXPECT_TRUE(log.contains(u"[AudioExport] Writer failed: 磁盘已满"_s));
+    EXPECT_EQ(flow->renderService().error(), u"导出失败"_s);
     // A failed render leaves the earlier file and no partial one.
     EXPECT_EQ(contents(QDir(out).filePath(u"成片.mp4"_s)), "previous export");
     EXPECT_EQ(QDir(out).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mp4"_s});
@@ -227,6 +228,7 @@ TEST_F(ExportFlowTest, EngineFailuresBecomeRenderErrors)
     auto noTracks = test::runTask(service.renderVideo(unreadable, blocks, {}, target));
     ASSERT_TRUE(noTracks.errorAs<RenderError>());
     EXPECT_EQ(noTracks.errorAs<RenderError>()->description(), u"视频中没有可用的轨道"_s);
+    EXPECT_EQ(service.error(), u"视频中没有可用的轨道"_s);
 
     // Cancelling a running export ends it as a failure and writes nothing.
     renderer.refuseToStart = false;
