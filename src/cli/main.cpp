@@ -1,6 +1,7 @@
 #include "clisupport.h"
 #include "editcommands.h"
 #include "importcommand.h"
+#include "exportcommand.h"
 #include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"
@@ -43,6 +44,10 @@ const QList<Command> &commands()
          runComposition},
         {u"import"_s, u"FILE... [--server URL] [--email E --password P]"_s,
          u"make a project from media files, transcribe it, print the bundle path"_s, runImport},
+        {u"export"_s,
+         u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
+         "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt]"_s,
+         u"write the edited result as a movie, sound and subtitles"_s, runExport},
     };
     return table;
 }

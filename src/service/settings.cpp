@@ -66,4 +66,15 @@ QUrl Settings::defaultApiBaseUrl()
     return QUrl(QStringLiteral("http://127.0.0.1:%1/api").arg(defaultServerPort));
 }
 
+QString Settings::defaultExportPath() const
+{
+    return string(defaultExportPathKey).value_or(QString());
+}
+
+void Settings::setDefaultExportPath(const QString &path)
+{
+    m_store->setValue(QLatin1StringView(defaultExportPathKey), path);
+    m_store->sync();
+}
+
 } // namespace kavel::service

@@ -16,6 +16,7 @@ public:
     static constexpr auto accessTokenKey = "com.kavel.app.access_token";
     static constexpr auto refreshTokenKey = "com.kavel.app.refresh_token";
     static constexpr auto apiBaseUrlKey = "apiBaseURL";
+    static constexpr auto defaultExportPathKey = "defaultExportPath";
     static constexpr auto baseUrlEnvironmentVariable = "KAVEL_API_BASE_URL";
     static constexpr int defaultServerPort = 8417;
 
@@ -35,6 +36,10 @@ public:
     void setApiBaseUrl(const QString &url);
 
     static QUrl defaultApiBaseUrl();
+
+    // The export folder chosen on the settings screen; empty when none.
+    QString defaultExportPath() const;
+    void setDefaultExportPath(const QString &path);
 
 private:
     std::optional<QString> string(const char *key) const;

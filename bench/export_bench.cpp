@@ -1,0 +1,245 @@
+// Times Kavel's exports against the ffmpeg command line on the same cut list and media,
+// in one run, and prints the ratios. Not a Google Benchmark: each job runs once and is
+// long enough that one run tells.
+//
+//   bench_export [--video-seconds N] [--video-cuts N] [--audio-seconds N] [--audio-cuts N]
+//                [--keep DIR]
+#include "export/localrenderservice.h"
+#include "media/mlt/mltengine.h"
+#include "media/mlt/mltrenderer.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <cstdio>
+#include <random>
+
+using namespace Qt::StringLiterals;
+using namespace kavel;
+
+namespace {
+
+void runFfmpeg(const QStringList &arguments)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start(u"ffmpeg"_s, QStringList {u"-v"_s, u"error"_s, u"-y"_s} + arguments);
+    if (!process.waitForFinished(-1) || process.exitCode() != 0) {
+        std::fprintf(stderr, "ffmpeg failed: %s\n", qPrintable(arguments.join(u' ')));
+        std::exit(1);
+    }
+}
+
+// Keeps `cuts` stretches of about equal length spread over the source, each a run of
+// words a quarter-second long, so the edit looks like a transcript with deletions.
+QList<WordBlock> cutList(double sourceSeconds, int cuts, std::mt19937 &random)
+{
+    QList<WordBlock> blocks;
+    const double slot = sourceSeconds / cuts;
+    std::uniform_real_distribution<double> offset(0.0, slot * 0.3);
+    qint64 order = 0;
+    for (int i = 0; i < cuts; ++i) {
+        double t = i * slot + offset(random);
+        const double end = i * slot + slot * 0.8;
+        while (t + 0.25 <= end) {
+            WordBlock b;
+            b.id = QUuid::createUuid();
+            b.text = u"词"_s;
+            b.mediaStart = t;
+            b.mediaEnd = t + 0.25;
+            b.sortOrder = order++;
+            blocks.append(b);
+            t += 0.25;
+        }
+    }
+    return blocks;
+}
+
+// Merges contiguous words into the stretches ffmpeg is told to keep.
+QList<std::pair<double, double>> stretches(const QList<WordBlock> &blocks)
+{
+    QList<std::pair<double, double>> result;
+    for (const WordBlock &b : blocks) {
+        if (!result.isEmpty() && std::abs(result.last().second - b.mediaStart) < 1e-9)
+            result.last().second = b.mediaEnd;
+        else
+            result.append({b.mediaStart, b.mediaEnd});
+    }
+    return result;
+}
+
+QString trimConcatGraph(const QList<std::pair<double, double>> &kept, bool video)
+{
+    QString graph;
+    QString inputs;
+    for (qsizetype i = 0; i < kept.size(); ++i) {
+        const QString from = QString::number(kept[i].first, 'f', 6);
+        const QString to = QString::number(kept[i].second, 'f', 6);
+        if (video)
+            graph += u"[0:v]trim=%1:%2,setpts=PTS-STARTPTS[v%3];"_s.arg(from, to).arg(i);
+        graph += u"[0:a]atrim=%1:%2,asetpts=PTS-STARTPTS[a%3];"_s.arg(from, to).arg(i);
+        inputs += video ? u"[v%1][a%1]"_s.arg(i) : u"[a%1]"_s.arg(i);
+    }
+    graph += inputs + u"concat=n=%1:v=%2:a=1"_s.arg(kept.size()).arg(video ? 1 : 0);
+    graph += video ? u"[v][a]"_s : u"[a]"_s;
+    return graph;
+}
+
+double timeKavel(QCoro::Task<> task)
+{
+    QElapsedTimer timer;
+    timer.start();
+    QCoro::waitFor(std::move(task));
+    return timer.elapsed() / 1000.0;
+}
+
+double timeFfmpeg(const QStringList &arguments)
+{
+    QElapsedTimer timer;
+    timer.start();
+    runFfmpeg(arguments);
+    return timer.elapsed() / 1000.0;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption videoSeconds(u"video-seconds"_s, u"length of the 720p source"_s,
+                                          u"N"_s, u"120"_s);
+    const QCommandLineOption videoCuts(u"video-cuts"_s, u"stretches kept from it"_s, u"N"_s,
+                                       u"200"_s);
+    const QCommandLineOption audioSeconds(u"audio-seconds"_s, u"length of the sound source"_s,
+                                          u"N"_s, u"3600"_s);
+    const QCommandLineOption audioCuts(u"audio-cuts"_s, u"stretches kept from it"_s, u"N"_s,
+                                       u"2000"_s);
+    const QCommandLineOption keep(u"keep"_s, u"work in DIR and keep the files"_s, u"DIR"_s);
+    const QCommandLineOption soundOnly(u"sound-only"_s, u"skip the video comparison"_s);
+    parser.addOptions({videoSeconds, videoCuts, audioSeconds, audioCuts, keep, soundOnly});
+    parser.process(app);
+
+    QTemporaryDir temporary;
+    const QString dir = parser.isSet(keep) ? parser.value(keep) : temporary.path();
+    QDir().mkpath(dir);
+    const auto path = [&](const QString &name) { return QDir(dir).filePath(name); };
+
+    media::mlt::MltMediaEngine engine;
+    media::mlt::MltRenderer renderer(engine);
+    LocalRenderService service(engine, renderer);
+    service.setLogSink([](const QString &) {});
+    std::mt19937 random(7);
+
+    if (!parser.isSet(soundOnly)) {
+        // Video: a 720p H.264/AAC source, cut, encoded by both at x264 veryfast CRF 23.
+        const double vSeconds = parser.value(videoSeconds).toDouble();
+        const QString video = path(u"source720.mp4"_s);
+        if (!QFileInfo::exists(video)) {
+            std::printf("making a %.0f s 720p source...\n", vSeconds);
+            std::fflush(stdout);
+            const QString d = QString::number(vSeconds);
+            runFfmpeg({u"-f"_s,       u"lavfi"_s,
+                       u"-i"_s,       u"testsrc2=size=1280x720:rate=30:duration="_s + d,
+                       u"-f"_s,       u"lavfi"_s,
+                       u"-i"_s,       u"sine=frequency=440:sample_rate=48000:duration="_s + d,
+                       u"-c:v"_s,     u"libx264"_s,
+                       u"-preset"_s,  u"veryfast"_s,
+                       u"-g"_s,       u"60"_s,
+                       u"-pix_fmt"_s, u"yuv420p"_s,
+                       u"-c:a"_s,     u"aac"_s,
+                       u"-ac"_s,      u"2"_s,
+                       video});
+        }
+        const QList<WordBlock> videoBlocks
+            = cutList(vSeconds, parser.value(videoCuts).toInt(), random);
+        const auto videoKept = stretches(videoBlocks);
+        double kept = 0;
+        for (const auto &[from, to] : videoKept)
+            kept += to - from;
+        ExportSettings settings;
+        settings.resolution = Resolution::p720;
+        const double kavelVideo = timeKavel(service.renderVideo(
+            {{QUuid(), QUrl::fromLocalFile(video)}}, videoBlocks, settings, path(u"kavel.mp4"_s)));
+        const QString videoGraphFile = path(u"video-graph.txt"_s);
+        {
+            QFile graph(videoGraphFile);
+            graph.open(QIODevice::WriteOnly);
+            graph.write(trimConcatGraph(videoKept, true).toUtf8());
+        }
+        const double ffmpegVideo = timeFfmpeg({u"-i"_s,
+                                               video,
+                                               u"-filter_complex_script"_s,
+                                               videoGraphFile,
+                                               u"-map"_s,
+                                               u"[v]"_s,
+                                               u"-map"_s,
+                                               u"[a]"_s,
+                                               u"-c:v"_s,
+                                               u"libx264"_s,
+                                               u"-preset"_s,
+                                               u"veryfast"_s,
+                                               u"-crf"_s,
+                                               u"23"_s,
+                                               u"-pix_fmt"_s,
+                                               u"yuv420p"_s,
+                                               u"-c:a"_s,
+                                               u"aac"_s,
+                                               u"-b:a"_s,
+                                               u"160k"_s,
+                                               u"-movflags"_s,
+                                               u"+faststart"_s,
+                                               path(u"ffmpeg.mp4"_s)});
+        std::printf("video  %lld cuts, %.1f s kept of %.0f s, 720p H.264\n"
+                    "       kavel %.2f s   ffmpeg trim+concat %.2f s   ratio kavel/ffmpeg %.2f\n",
+                    static_cast<long long>(videoKept.size()), kept, vSeconds, kavelVideo,
+                    ffmpegVideo, kavelVideo / ffmpegVideo);
+        std::fflush(stdout);
+    }
+
+    // Sound: an hour of AAC, 2,000 stretches kept, written as WAV.
+    const double aSeconds = parser.value(audioSeconds).toDouble();
+    const QString sound = path(u"source.m4a"_s);
+    if (!QFileInfo::exists(sound)) {
+        std::printf("making a %.0f s AAC source...\n", aSeconds);
+        std::fflush(stdout);
+        runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
+                   u"sine=frequency=300:sample_rate=48000:duration="_s + QString::number(aSeconds),
+                   u"-ac"_s, u"2"_s, u"-c:a"_s, u"aac"_s, sound});
+    }
+    const QList<WordBlock> soundBlocks = cutList(aSeconds, parser.value(audioCuts).toInt(), random);
+    const auto soundKept = stretches(soundBlocks);
+    double soundLength = 0;
+    for (const auto &[from, to] : soundKept)
+        soundLength += to - from;
+    const double kavelWav
+        = timeKavel(service.renderAudioOnly({{QUuid(), QUrl::fromLocalFile(sound)}}, soundBlocks,
+                                            false, AudioFormat::wav, path(u"kavel.wav"_s)));
+    std::printf("wav    %lld cuts, %.0f s kept of %.0f s\n"
+                "       kavel %.2f s (%.0fx real time)\n",
+                static_cast<long long>(soundKept.size()), soundLength, aSeconds, kavelWav,
+                soundLength / kavelWav);
+    std::fflush(stdout);
+    // A filter graph of thousands of atrims feeds every decoded sample to every one of
+    // them; the concat demuxer with in and out points is how ffmpeg cuts this many.
+    const QString listFile = path(u"sound-cuts.txt"_s);
+    {
+        QFile list(listFile);
+        list.open(QIODevice::WriteOnly);
+        for (const auto &[from, to] : soundKept)
+            list.write(u"file '%1'\ninpoint %2\noutpoint %3\n"_s
+                           .arg(sound, QString::number(from, 'f', 6), QString::number(to, 'f', 6))
+                           .toUtf8());
+    }
+    const double ffmpegWav = timeFfmpeg({u"-f"_s, u"concat"_s, u"-safe"_s, u"0"_s, u"-i"_s,
+                                         listFile, u"-c:a"_s, u"pcm_s16le"_s, u"-ar"_s, u"44100"_s,
+                                         u"-ac"_s, u"2"_s, path(u"ffmpeg.wav"_s)});
+    std::printf("       ffmpeg concat demuxer %.2f s   ratio kavel/ffmpeg %.2f\n", ffmpegWav,
+                kavelWav / ffmpegWav);
+    return 0;
+}

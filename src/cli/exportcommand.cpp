@@ -1,0 +1,191 @@
+#include "exportcommand.h"
+
+#include "clisupport.h"
+#include "export/exportflow.h"
+#include "media/mlt/mltengine.h"
+#include "media/mlt/mltrenderer.h"
+#include "model/kavelproject.h"
+#include "model/timeline.h"
+#include "playback/compositionplan.h"
+#include "service/settings.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QLocale>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::cli {
+
+namespace {
+
+template<typename E>
+E choice(const QCommandLineParser &parser, const QCommandLineOption &option,
+         std::optional<E> (*fromRaw)(QStringView), E fallback)
+{
+    if (!parser.isSet(option))
+        return fallback;
+    const QString value = parser.value(option);
+    if (const auto parsed = fromRaw(value))
+        return *parsed;
+    throw CommandFailure {u"--"_s + option.names().first() + u": unknown value \""_s + value + u'"',
+                          2};
+}
+
+QString stepLabel(const QString &step)
+{
+    if (step == "subtitles"_L1)
+        return u"字幕"_s;
+    if (step == "audio"_L1)
+        return u"音频"_s;
+    return u"视频"_s;
+}
+
+// A bar that redraws itself in place; only on a terminal, where \r does what it should.
+class ProgressBar
+{
+public:
+    ProgressBar()
+        : m_enabled(isatty(STDERR_FILENO) == 1)
+    { }
+
+    void begin(const QString &label)
+    {
+        finish();
+        m_label = label;
+        m_open = true;
+        draw(0.0);
+    }
+
+    void draw(double progress)
+    {
+        if (!m_enabled || !m_open)
+            return;
+        constexpr int width = 30;
+        const int filled = int(std::clamp(progress, 0.0, 1.0) * width);
+        err() << u'\r' << m_label << u" ["_s << QString(filled, u'#')
+              << QString(width - filled, u'-') << u"] "_s
+              << QString::number(int(progress * 100)).rightJustified(3) << u'%';
+        err().flush();
+    }
+
+    void finish()
+    {
+        if (m_enabled && m_open)
+            err() << Qt::endl;
+        m_open = false;
+    }
+
+private:
+    bool m_enabled;
+    bool m_open = false;
+    QString m_label;
+};
+
+QString sizeOf(const QString &path)
+{
+    return QLocale::c().formattedDataSize(QFileInfo(path).size(), 1, QLocale::DataSizeSIFormat);
+}
+
+} // namespace
+
+int runExport(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"Export the edited result of a project. Without --video, --audio or --srt the movie "
+        "alone is written."_s);
+    const QCommandLineOption outOption(u"out"_s, u"folder that receives the files"_s, u"DIR"_s);
+    const QCommandLineOption titleOption(
+        u"title"_s, u"base name of the files (default: the project's title)"_s, u"T"_s);
+    const QCommandLineOption videoOption(u"video"_s, u"write a movie: mp4 or mov"_s, u"FORMAT"_s);
+    const QCommandLineOption codecOption(u"codec"_s, u"h264 (default) or hevc"_s, u"CODEC"_s);
+    const QCommandLineOption resolutionOption(u"resolution"_s, u"720p, 1080p (default) or 4k"_s,
+                                              u"RES"_s);
+    const QCommandLineOption audioOption(u"audio"_s, u"write sound alone: wav, aac or mp3"_s,
+                                         u"FORMAT"_s);
+    const QCommandLineOption srtOption(u"srt"_s, u"write SubRip subtitles"_s);
+    parser.addOptions({outOption, titleOption, videoOption, codecOption, resolutionOption,
+                       audioOption, srtOption});
+    const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
+    if (!parser.isSet(outOption))
+        throw CommandFailure {u"usage: kavel-cli export BUNDLE --out DIR [options]"_s, 2};
+
+    ExportSettings settings;
+    settings.title = parser.value(titleOption);
+    settings.outputPath
+        = QUrl::fromLocalFile(QFileInfo(parser.value(outOption)).absoluteFilePath());
+    settings.videoEnabled
+        = parser.isSet(videoOption) || (!parser.isSet(audioOption) && !parser.isSet(srtOption));
+    settings.videoFormat = choice(parser, videoOption, videoFormatFromRaw, VideoFormat::mp4);
+    settings.codec = choice(parser, codecOption, videoCodecFromRaw, VideoCodec::h264);
+    settings.resolution = choice(parser, resolutionOption, resolutionFromRaw, Resolution::p1080);
+    settings.audioEnabled = parser.isSet(audioOption);
+    settings.audioFormat = choice(parser, audioOption, audioFormatFromRaw, AudioFormat::mp3);
+    settings.subtitleEnabled = parser.isSet(srtOption);
+
+    const auto project = openBundle(values.at(0));
+    if (settings.title.isEmpty())
+        settings.title = project->metadata().title;
+
+    media::mlt::MltMediaEngine engine;
+    media::mlt::MltRenderer renderer(engine);
+    const service::Settings preferences;
+    ExportFlow flow(engine, renderer, preferences);
+    flow.setSettings(settings);
+    // The engine's diagnostics would tear the progress bar; they go to the summary's
+    // stream only when something failed.
+    QStringList log;
+    flow.renderService().setLogSink([&log](const QString &line) { log.append(line); });
+
+    ProgressBar bar;
+    QObject::connect(&flow, &ExportFlow::stepStarted, &flow, [&](const QString &step) {
+        // Subtitles are written at once; a bar would only flash.
+        if (step == "subtitles"_L1)
+            bar.finish();
+        else
+            bar.begin(stepLabel(step));
+    });
+    QObject::connect(&flow.renderService(), &LocalRenderService::progressChanged, &flow,
+                     [&] { bar.draw(flow.renderService().progress()); });
+
+    const QList<WordBlock> blocks = flattenParagraphs(project->paragraphs());
+    double duration = 0.0;
+    for (const WordBlock &block : blocks)
+        duration += block.duration();
+    out() << project->metadata().title << u"  "_s << blocks.size() << u" 词  "_s
+          << ExportFlow::formatDuration(duration) << Qt::endl;
+
+    QCoro::waitFor(flow.startExport(ExportSubject {project.get(), project->paragraphs(), false}));
+    bar.finish();
+
+    if (!flow.exportComplete()) {
+        throw CommandFailure {flow.exportError().value_or(u"导出失败"_s), 1};
+    }
+    const auto report = [&](bool enabled, const QString &label, const QString &path) {
+        if (!enabled)
+            return;
+        out() << label << u"  "_s;
+        if (QFileInfo::exists(path))
+            out() << path << u"  ("_s << sizeOf(path) << u')';
+        else
+            out() << u"未写入"_s;
+        out() << Qt::endl;
+    };
+    report(settings.subtitleEnabled, u"字幕"_s, flow.subtitlePath());
+    report(settings.audioEnabled, u"音频"_s, flow.audioPath());
+    report(settings.videoEnabled && !flow.exportNotice(), u"视频"_s, flow.videoPath());
+    if (flow.exportNotice())
+        out() << *flow.exportNotice() << Qt::endl;
+    if (flow.exportError()) {
+        for (const QString &line : std::as_const(log))
+            err() << line << Qt::endl;
+        err() << u"kavel-cli: "_s << *flow.exportError() << Qt::endl;
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace kavel::cli

@@ -1,0 +1,230 @@
+#include "exportflow.h"
+
+#include "editor/editorviewmodel.h"
+#include "media/mediaengine.h"
+#include "model/kavelproject.h"
+#include "model/timeline.h"
+#include "service/settings.h"
+
+#include <QDir>
+#include <QPointer>
+#include <cmath>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+namespace {
+
+QString audioExtension(AudioFormat format)
+{
+    switch (format) {
+    case AudioFormat::mp3:
+        return u"mp3"_s;
+    case AudioFormat::wav:
+        return u"wav"_s;
+    case AudioFormat::aac:
+        return u"m4a"_s;
+    }
+    return {};
+}
+
+// Every recorded source whose copy is still in the bundle; a bundle whose record lost
+// track of its media still plays its primary file.
+QList<PlaybackSource> sourcesOf(const KavelProject &project)
+{
+    QList<PlaybackSource> sources;
+    for (const SourceFile &file : project.metadata().sourceFiles)
+        if (const auto url = project.sourceFileURL(file.id))
+            sources.append({file.id, *url});
+    if (sources.isEmpty())
+        if (const auto url = project.sourceMediaURL())
+            sources.append({QUuid(), *url});
+    return sources;
+}
+
+} // namespace
+
+ExportFlow::ExportFlow(media::MediaEngine &engine, media::Renderer &renderer,
+                       const service::Settings &settings, QObject *parent)
+    : QObject(parent)
+    , m_engine(engine)
+    , m_renderService(engine, renderer)
+    , m_defaultExportPath(settings.defaultExportPath())
+{
+    if (!m_defaultExportPath.isEmpty())
+        m_settings.outputPath = QUrl::fromLocalFile(m_defaultExportPath);
+}
+
+ExportFlow::~ExportFlow() = default;
+
+void ExportFlow::setSettings(const ExportSettings &settings)
+{
+    if (settings == m_settings)
+        return;
+    m_settings = settings;
+    Q_EMIT settingsChanged();
+}
+
+QString ExportFlow::outputFile(const QString &extension) const
+{
+    if (!m_settings.outputPath)
+        return {};
+    const QString title = m_settings.title.isEmpty() ? m_projectTitle : m_settings.title;
+    return QDir(m_settings.outputPath->toLocalFile()).filePath(title + u'.' + extension);
+}
+
+QString ExportFlow::subtitlePath() const
+{
+    return outputFile(u"srt"_s);
+}
+
+QString ExportFlow::audioPath() const
+{
+    return outputFile(audioExtension(m_settings.audioFormat));
+}
+
+QString ExportFlow::videoPath() const
+{
+    return outputFile(fileExtension(m_settings.outputFileType()));
+}
+
+bool ExportFlow::isAudioMaterial(const QList<PlaybackSource> &sources)
+{
+    for (const PlaybackSource &source : sources) {
+        try {
+            if (m_engine.probe(source.url.toLocalFile()).hasVideo)
+                return false;
+        } catch (const Error &) {
+            // An unreadable source says nothing either way; the steps report it.
+        }
+    }
+    return true;
+}
+
+QCoro::Task<> ExportFlow::startExport(const EditorViewModel &editor)
+{
+    return startExport(
+        ExportSubject {editor.project(), editor.paragraphs(), editor.isAudioTrackMuted()});
+}
+
+QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
+{
+    setExportError(std::nullopt);
+    setExportComplete(false);
+    setExportNotice(std::nullopt);
+
+    if (!m_settings.outputPath) {
+        setExportError(u"请选择导出目录"_s);
+        co_return;
+    }
+    if (!subject.project) {
+        setExportError(u"未找到项目"_s);
+        co_return;
+    }
+    const QList<PlaybackSource> sources = sourcesOf(*subject.project);
+    if (sources.isEmpty()) {
+        setExportError(u"项目中没有源媒体"_s);
+        co_return;
+    }
+    const QList<WordBlock> blocks = flattenParagraphs(subject.paragraphs);
+    if (blocks.isEmpty()) {
+        setExportError(u"没有可导出的内容"_s);
+        co_return;
+    }
+
+    m_projectTitle = subject.project->metadata().title;
+    const QString exportsDirectory = subject.project->exportsDirectory();
+    const ExportSettings settings = m_settings;
+    QDir().mkpath(settings.outputPath->toLocalFile());
+    QPointer<ExportFlow> self(this);
+    QStringList errors;
+
+    if (settings.subtitleEnabled) {
+        Q_EMIT stepStarted(u"subtitles"_s);
+        try {
+            m_renderService.writeSubtitles(blocks, subtitlePath());
+        } catch (const Error &) {
+            errors.append(u"字幕导出失败"_s);
+        }
+    }
+
+    if (settings.audioEnabled) {
+        Q_EMIT stepStarted(u"audio"_s);
+        QString failure;
+        try {
+            co_await m_renderService.renderAudioOnly(sources, blocks, subject.isAudioTrackMuted,
+                                                     settings.audioFormat, audioPath());
+        } catch (const Error &error) {
+            failure = error.description();
+        }
+        if (!self)
+            co_return;
+        if (!failure.isNull())
+            errors.append(u"音频导出失败: "_s + failure);
+    }
+
+    if (settings.videoEnabled) {
+        if (isAudioMaterial(sources)) {
+            setExportNotice(u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
+        } else {
+            Q_EMIT stepStarted(u"video"_s);
+            QString failure;
+            try {
+                co_await m_renderService.renderVideo(sources, blocks, settings, videoPath(),
+                                                     subject.isAudioTrackMuted);
+            } catch (const Error &error) {
+                failure = error.description();
+            }
+            if (!self)
+                co_return;
+            if (!failure.isNull())
+                errors.append(u"视频导出失败: "_s + failure);
+        }
+    }
+
+    setExportComplete(true);
+    if (!errors.isEmpty())
+        setExportError(errors.join(u"，"_s));
+    QDir().mkpath(exportsDirectory);
+}
+
+QString ExportFlow::formatDuration(double seconds)
+{
+    Q_ASSERT(std::isfinite(seconds));
+    const auto whole = static_cast<long long>(seconds);
+    char text[64];
+    if (whole < 3600)
+        std::snprintf(text, sizeof text, "%lld分%02lld秒", whole / 60, whole % 60);
+    else
+        std::snprintf(text, sizeof text, "%lld小时%02lld分%02lld秒", whole / 3600,
+                      whole % 3600 / 60, whole % 60);
+    return QString::fromUtf8(text);
+}
+
+void ExportFlow::setExportError(std::optional<QString> error)
+{
+    if (error == m_exportError)
+        return;
+    m_exportError = std::move(error);
+    Q_EMIT exportErrorChanged();
+}
+
+void ExportFlow::setExportComplete(bool complete)
+{
+    if (complete == m_exportComplete)
+        return;
+    m_exportComplete = complete;
+    Q_EMIT exportCompleteChanged();
+}
+
+void ExportFlow::setExportNotice(std::optional<QString> notice)
+{
+    if (notice == m_exportNotice)
+        return;
+    m_exportNotice = std::move(notice);
+    Q_EMIT exportNoticeChanged();
+}
+
+} // namespace kavel

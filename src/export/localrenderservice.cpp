@@ -1,0 +1,334 @@
+#include "localrenderservice.h"
+
+#include "media/mediaengine.h"
+#include "rendererror.h"
+#include "subtitlewriter.h"
+
+#include <QCoroProcess>
+#include <QCoroTimer>
+#include <QDir>
+#include <QFileInfo>
+#include <QPointer>
+#include <QProcess>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace kavel {
+
+namespace {
+
+constexpr auto pollInterval = 100ms;
+
+// Ends every coroutine of a service that went away mid-export. It is not an Error, so no
+// handler on the way out, all of which touch the service, catches it.
+struct ServiceDestroyed
+{
+};
+
+QString besideTarget(const QString &target, const QString &name)
+{
+    return QFileInfo(target).dir().filePath(name);
+}
+
+// POSIX rename replaces the destination in one step, so a reader never sees the old
+// file gone and the new one missing.
+void moveIntoPlace(const QString &from, const QString &to)
+{
+    std::error_code error;
+    std::filesystem::rename(QFile::encodeName(from).toStdString(),
+                            QFile::encodeName(to).toStdString(), error);
+    if (error)
+        throw FileError(FileError::Kind::writeFailed, to, QString::fromStdString(error.message()));
+}
+
+} // namespace
+
+struct LocalRenderService::Plan
+{
+    media::EditList editList;
+    double duration = 0.0;
+};
+
+LocalRenderService::LocalRenderService(media::MediaEngine &engine, media::Renderer &renderer,
+                                       QObject *parent)
+    : QObject(parent)
+    , m_engine(engine)
+    , m_renderer(renderer)
+    , m_log(service::standardOutputSink())
+{ }
+
+LocalRenderService::~LocalRenderService() = default;
+
+LocalRenderService::Plan LocalRenderService::plan(const QList<PlaybackSource> &sources,
+                                                  const QList<WordBlock> &blocks,
+                                                  bool isAudioTrackMuted, const QString &logPrefix)
+{
+    const LoadedSources loaded = loadSourceTracks(m_engine, sources, [&](const QString &line) {
+        if (!logPrefix.isEmpty())
+            m_log(logPrefix + line);
+    });
+    if (loaded.tracks.isEmpty())
+        throw RenderError(RenderError::Code::noTracks);
+    CompositionPlan composition = planComposition(blocks, loaded.tracks);
+    // A muted track keeps its length: every stretch is still laid in, silent.
+    if (isAudioTrackMuted)
+        for (media::EditSegment &segment : composition.editList.segments)
+            segment.audio.muted = true;
+    return {std::move(composition.editList), composition.duration};
+}
+
+QCoro::Task<> LocalRenderService::renderVideo(QList<PlaybackSource> sources,
+                                              QList<WordBlock> blocks, ExportSettings settings,
+                                              QString outputPath, bool isAudioTrackMuted)
+{
+    setError(std::nullopt);
+    try {
+        Plan composition = plan(sources, blocks, isAudioTrackMuted, {});
+        media::RenderRequest request;
+        request.editList = std::move(composition.editList);
+        request.format = settings.outputFileType() == OutputFileType::quickTimeMovie
+            ? media::RenderFormat::mov
+            : media::RenderFormat::mp4;
+        const ExportPreset preset = settings.preset();
+        request.videoEncoding = preset.codec == VideoCodec::hevc ? media::VideoEncoding::hevc
+                                                                 : media::VideoEncoding::h264;
+        request.frameSize = preset.frameSize;
+        try {
+            co_await render(std::move(request), outputPath);
+        } catch (const media::MediaError &) {
+            throw RenderError(RenderError::Code::exportSessionFailed);
+        }
+    } catch (const Error &error) {
+        setError(error.description());
+        throw;
+    }
+}
+
+QCoro::Task<> LocalRenderService::render(media::RenderRequest request, QString finalPath)
+{
+    if (m_isRendering)
+        throw RenderError(RenderError::Code::exportSessionFailed);
+    const QFileInfo target(finalPath);
+    const QString partial = besideTarget(
+        finalPath, u"."_s + target.completeBaseName() + u".part."_s + target.suffix());
+    request.outputPath = partial;
+    std::unique_ptr<media::RenderJob> job = m_renderer.start(request);
+
+    setError(std::nullopt);
+    setProgress(0.0);
+    setRendering(true);
+    m_job = job.get();
+    QPointer<LocalRenderService> self(this);
+    media::RenderState state = job->poll();
+    while (state == media::RenderState::running) {
+        setProgress(job->progress());
+        co_await QCoro::sleepFor(pollInterval);
+        if (!self) {
+            job->cancel();
+            throw ServiceDestroyed {};
+        }
+        state = job->poll();
+    }
+    m_job = nullptr;
+    setRendering(false);
+
+    if (state != media::RenderState::completed) {
+        QFile::remove(partial);
+        const QString reason = job->errorText();
+        setError(reason.isEmpty() ? RenderError::descriptionOf(RenderError::Code::exportFailed)
+                                  : reason);
+        throw RenderError(RenderError::Code::exportFailed);
+    }
+    setProgress(1.0);
+    try {
+        moveIntoPlace(partial, finalPath);
+    } catch (const FileError &error) {
+        QFile::remove(partial);
+        setError(error.description());
+        throw;
+    }
+}
+
+QCoro::Task<> LocalRenderService::renderAudioOnly(QList<PlaybackSource> sources,
+                                                  QList<WordBlock> blocks, bool isAudioTrackMuted,
+                                                  AudioFormat audioFormat, QString outputPath)
+{
+    setError(std::nullopt);
+    try {
+        Plan composition = plan(sources, blocks, isAudioTrackMuted, u"[AudioExport] "_s);
+        audioLog(u"Inserted "_s + QString::number(composition.editList.segments.size())
+                 + u" segments, duration="_s
+                 + QString::number(composition.duration, 'g', QLocale::FloatingPointShortest)
+                 + u"s, format="_s + toRawValue(audioFormat));
+
+        switch (audioFormat) {
+        case AudioFormat::wav:
+            co_await writeAudio(std::move(composition.editList), media::RenderFormat::wav,
+                                outputPath);
+            break;
+        case AudioFormat::aac:
+            co_await writeAudio(std::move(composition.editList), media::RenderFormat::m4a,
+                                outputPath);
+            break;
+        case AudioFormat::mp3:
+            co_await convertToMp3(std::move(composition.editList), outputPath);
+            break;
+        }
+    } catch (const Error &error) {
+        setError(error.description());
+        throw;
+    }
+    audioLog(u"Success: "_s + outputPath);
+}
+
+QCoro::Task<> LocalRenderService::writeAudio(media::EditList editList, media::RenderFormat format,
+                                             QString path)
+{
+    media::RenderRequest request;
+    request.editList = std::move(editList);
+    request.format = format;
+    QString reason;
+    try {
+        co_await render(std::move(request), path);
+        co_return;
+    } catch (const Error &error) {
+        reason = m_error.value_or(error.description());
+    }
+    if (reason.isEmpty())
+        reason = u"unknown"_s;
+    audioLog(u"Writer failed: "_s + reason);
+    throw media::MediaError(reason);
+}
+
+QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString outputPath)
+{
+    // The engine's own encoder writes the MP3 straight from the edit, without a second
+    // lossy generation through AAC.
+    if (m_encoderSearch.useEngineEncoder && m_renderer.canEncode(media::RenderFormat::mp3)) {
+        co_await writeAudio(std::move(editList), media::RenderFormat::mp3, outputPath);
+        audioLog(u"MP3 export complete: "_s + outputPath);
+        co_return;
+    }
+
+    const QString m4a = besideTarget(outputPath, u"_kavel_tmp_export.m4a"_s);
+    QFile::remove(m4a);
+    co_await writeAudio(editList, media::RenderFormat::m4a, m4a);
+
+    audioLog(u"Converting M4A to MP3..."_s);
+    QFile::remove(outputPath);
+    const std::optional<QString> ffmpeg = findEncoder(u"ffmpeg"_s);
+    const std::optional<QString> lame = ffmpeg ? std::nullopt : findEncoder(u"lame"_s);
+    if (!ffmpeg && !lame) {
+        moveIntoPlace(m4a, outputPath);
+        audioLog(u"No MP3 encoder found. Exported as M4A instead."_s);
+        co_return;
+    }
+
+    bool converted = false;
+    if (ffmpeg) {
+        QStringList arguments {u"-i"_s,   m4a,       u"-codec:a"_s, u"libmp3lame"_s,
+                               u"-b:a"_s, u"128k"_s, u"-y"_s,       outputPath};
+        const int status = co_await runProcess(*ffmpeg, std::move(arguments));
+        converted = status == 0;
+        if (!converted)
+            audioLog(u"ffmpeg MP3 conversion failed"_s);
+    } else {
+        // lame reads WAV; without afconvert on this platform the engine writes it from
+        // the same edit.
+        const QString wav = besideTarget(outputPath, u"_kavel_tmp_export.wav"_s);
+        QFile::remove(wav);
+        try {
+            co_await writeAudio(std::move(editList), media::RenderFormat::wav, wav);
+            QStringList arguments {u"-b"_s, u"128"_s, u"--quiet"_s, wav, outputPath};
+            const int status = co_await runProcess(*lame, std::move(arguments));
+            converted = status == 0;
+            if (!converted)
+                audioLog(u"lame MP3 encoding failed"_s);
+        } catch (...) {
+            QFile::remove(wav);
+            QFile::remove(m4a);
+            throw;
+        }
+        QFile::remove(wav);
+    }
+    QFile::remove(m4a);
+    if (!converted) {
+        QFile::remove(outputPath);
+        throw RenderError(RenderError::Code::exportFailed);
+    }
+    audioLog(u"MP3 export complete: "_s + outputPath);
+}
+
+QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arguments)
+{
+    QProcess process;
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.setStandardInputFile(QProcess::nullDevice());
+    const bool started = co_await qCoro(process).start(program, arguments);
+    if (!started)
+        co_return -1;
+    co_await qCoro(process).waitForFinished(-1);
+    co_return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+void LocalRenderService::writeSubtitles(const QList<WordBlock> &blocks, const QString &outputPath)
+{
+    kavel::writeSubtitles(blocks, outputPath);
+}
+
+void LocalRenderService::cancel()
+{
+    if (m_job)
+        m_job->cancel();
+}
+
+std::optional<QString> LocalRenderService::findEncoder(const QString &name) const
+{
+    if (!m_encoderSearch.bundledDirectory.isEmpty()) {
+        const QFileInfo bundled(QDir(m_encoderSearch.bundledDirectory).filePath(name + u".bin"_s));
+        if (bundled.isFile() && bundled.isExecutable())
+            return bundled.absoluteFilePath();
+    }
+    for (const QString &directory : m_encoderSearch.directories) {
+        const QFileInfo candidate(directory + name);
+        if (candidate.isFile() && candidate.isExecutable())
+            return candidate.filePath();
+    }
+    return std::nullopt;
+}
+
+void LocalRenderService::audioLog(const QString &line) const
+{
+    m_log(u"[AudioExport] "_s + line);
+}
+
+void LocalRenderService::setProgress(double progress)
+{
+    if (progress == m_progress)
+        return;
+    m_progress = progress;
+    Q_EMIT progressChanged();
+}
+
+void LocalRenderService::setRendering(bool rendering)
+{
+    if (rendering == m_isRendering)
+        return;
+    m_isRendering = rendering;
+    Q_EMIT isRenderingChanged();
+}
+
+void LocalRenderService::setError(std::optional<QString> error)
+{
+    if (error == m_error)
+        return;
+    m_error = std::move(error);
+    Q_EMIT errorChanged();
+}
+
+} // namespace kavel

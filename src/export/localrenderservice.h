@@ -1,0 +1,106 @@
+#pragma once
+
+#include "exportsettings.h"
+#include "media/renderer.h"
+#include "model/wordblock.h"
+#include "playback/compositionplan.h"
+#include "service/servicelog.h"
+
+#include <QCoroTask>
+#include <QObject>
+#include <optional>
+
+namespace kavel {
+
+namespace media {
+class MediaEngine;
+}
+
+// Where an MP3 encoder is looked for when the media engine cannot write MP3 itself.
+struct EncoderSearch
+{
+    // The encoders shipped with the application, as "<name>.bin"; empty for none.
+    QString bundledDirectory;
+    // Searched in this order; PATH is deliberately not consulted, so the encoder that
+    // runs does not depend on how the application was launched.
+    QStringList directories {QStringLiteral("/opt/homebrew/bin/"),
+                             QStringLiteral("/usr/local/bin/"), QStringLiteral("/usr/bin/"),
+                             QStringLiteral("/opt/local/bin/")};
+    // The engine's own MP3 encoder comes first when it has one.
+    bool useEngineEncoder = true;
+};
+
+// The export engine: the edited result as a movie, as sound alone, and as subtitles.
+// Video and sound are cut by the same plan as the preview. One export at a time; the
+// progress of the running one is published about every tenth of a second. Destroying the
+// service cancels a running export; its coroutine then ends with an exception that is not
+// an Error.
+class LocalRenderService : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
+    Q_PROPERTY(bool isRendering READ isRendering NOTIFY isRenderingChanged)
+    Q_PROPERTY(std::optional<QString> error READ error NOTIFY errorChanged)
+
+public:
+    LocalRenderService(media::MediaEngine &engine, media::Renderer &renderer,
+                       QObject *parent = nullptr);
+    ~LocalRenderService() override;
+
+    double progress() const { return m_progress; }
+    bool isRendering() const { return m_isRendering; }
+    // The description of the last export's failure.
+    const std::optional<QString> &error() const { return m_error; }
+
+    void setEncoderSearch(EncoderSearch search) { m_encoderSearch = std::move(search); }
+    void setLogSink(service::LogSink sink) { m_log = std::move(sink); }
+
+    // Replaces any file at `outputPath` only once the new one is complete. Throws
+    // RenderError, or a file error when the finished file cannot be put in place.
+    QCoro::Task<> renderVideo(QList<PlaybackSource> sources, QList<WordBlock> blocks,
+                              ExportSettings settings, QString outputPath,
+                              bool isAudioTrackMuted = false);
+    // WAV, M4A, or MP3 (kept as M4A when no encoder can be found). Throws RenderError or
+    // MediaError with the writer's reason.
+    QCoro::Task<> renderAudioOnly(QList<PlaybackSource> sources, QList<WordBlock> blocks,
+                                  bool isAudioTrackMuted, AudioFormat audioFormat,
+                                  QString outputPath);
+    // Throws FileError.
+    void writeSubtitles(const QList<WordBlock> &blocks, const QString &outputPath);
+
+    // Stops the running export, which then fails with exportFailed.
+    void cancel();
+
+    std::optional<QString> findEncoder(const QString &name) const;
+
+Q_SIGNALS:
+    void progressChanged();
+    void isRenderingChanged();
+    void errorChanged();
+
+private:
+    struct Plan;
+    Plan plan(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
+              bool isAudioTrackMuted, const QString &logPrefix);
+    // Renders to a hidden name beside `finalPath` and renames on success.
+    QCoro::Task<> render(media::RenderRequest request, QString finalPath);
+    QCoro::Task<> writeAudio(media::EditList editList, media::RenderFormat format, QString path);
+    QCoro::Task<> convertToMp3(media::EditList editList, QString outputPath);
+    QCoro::Task<int> runProcess(QString program, QStringList arguments);
+    void audioLog(const QString &line) const;
+
+    void setProgress(double progress);
+    void setRendering(bool rendering);
+    void setError(std::optional<QString> error);
+
+    media::MediaEngine &m_engine;
+    media::Renderer &m_renderer;
+    EncoderSearch m_encoderSearch;
+    service::LogSink m_log;
+    media::RenderJob *m_job = nullptr;
+    double m_progress = 0.0;
+    bool m_isRendering = false;
+    std::optional<QString> m_error;
+};
+
+} // namespace kavel

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "mediatypes.h"
+
+#include <QSize>
+#include <QString>
+#include <memory>
+
+namespace kavel::media {
+
+enum class RenderFormat {
+    // Movies: H.264 or HEVC with AAC sound, the index at the front of the file.
+    mp4,
+    mov,
+    // Sound only: 16-bit little-endian PCM, 44.1 kHz stereo.
+    wav,
+    // Sound only: AAC in an MPEG-4 audio file.
+    m4a,
+    // Sound only: 128 kbit/s.
+    mp3,
+};
+
+enum class VideoEncoding { h264, hevc };
+
+struct RenderRequest
+{
+    EditList editList;
+    // Written as given: the caller decides about temporary names and replacing files.
+    QString outputPath;
+    RenderFormat format = RenderFormat::mp4;
+    // Movies only.
+    VideoEncoding videoEncoding = VideoEncoding::h264;
+    QSize frameSize {1920, 1080};
+};
+
+enum class RenderState { running, completed, failed, cancelled };
+
+// One render in progress. It runs on the engine's own threads; the owner polls it from
+// its thread. Destroying a running job cancels it.
+class RenderJob
+{
+public:
+    virtual ~RenderJob() = default;
+    // Advances the job's view of the render and says where it stands. Cheap; meant to be
+    // called every tenth of a second or so.
+    virtual RenderState poll() = 0;
+    // 0 to 1.
+    virtual double progress() const = 0;
+    // Why the job failed; empty otherwise.
+    virtual QString errorText() const = 0;
+    virtual void cancel() = 0;
+};
+
+// Renders edit lists to files: the export side of a media engine.
+class Renderer
+{
+public:
+    virtual ~Renderer() = default;
+    // Throws MediaError when the render cannot be set up (no encoder for the format, an
+    // empty edit list, an output that cannot be opened).
+    virtual std::unique_ptr<RenderJob> start(const RenderRequest &request) = 0;
+    virtual bool canEncode(RenderFormat format) const = 0;
+};
+
+} // namespace kavel::media

@@ -1,0 +1,311 @@
+#include "export/exportflow.h"
+#include "export/rendererror.h"
+#include "fakerenderer.h"
+#include "model/kavelproject.h"
+#include "service/settings.h"
+#include "support/fakemediaengine.h"
+#include "support/taskwait.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+WordBlock word(const QString &text, QUuid source, double start, double end)
+{
+    WordBlock b;
+    b.id = QUuid::createUuid();
+    b.text = text;
+    b.sourceFileId = source;
+    b.mediaStart = start;
+    b.mediaEnd = end;
+    return b;
+}
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+class ExportFlowTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        project = KavelProject::create(u"访谈"_s, dir.filePath(u"projects"_s));
+        test::writeFile(dir.filePath(u"in.mp4"_s), "media");
+        const SourceFile source
+            = project->addSourceFile(QUrl::fromLocalFile(dir.filePath(u"in.mp4"_s)));
+        sourceId = source.id;
+        sourcePath = project->sourceFileURL(source.id)->toLocalFile();
+        engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
+        Paragraph paragraph;
+        paragraph.id = QUuid::createUuid();
+        paragraph.wordBlocks
+            = {word(u"你好"_s, sourceId, 1.0, 1.5), word(u"世界"_s, sourceId, 4.0, 4.25)};
+        paragraphs = {paragraph};
+    }
+
+    std::unique_ptr<ExportFlow> makeFlow(const QString &defaultPath = {})
+    {
+        auto store
+            = std::make_unique<QSettings>(dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+        service::Settings settings(std::move(store));
+        settings.setDefaultExportPath(defaultPath);
+        auto flow = std::make_unique<ExportFlow>(engine, renderer, settings);
+        flow->renderService().setLogSink([this](const QString &line) { log.append(line); });
+        return flow;
+    }
+
+    ExportSettings outputsInto(const QString &folder)
+    {
+        ExportSettings settings;
+        settings.title = u"成片"_s;
+        settings.outputPath = QUrl::fromLocalFile(folder);
+        settings.subtitleEnabled = true;
+        settings.audioEnabled = true;
+        settings.audioFormat = AudioFormat::wav;
+        return settings;
+    }
+
+    void run(ExportFlow &flow, ExportSubject subject)
+    {
+        test::runTask(flow.startExport(std::move(subject))).get();
+    }
+
+    QTemporaryDir dir;
+    test::FakeMediaEngine engine;
+    test::FakeRenderer renderer;
+    std::unique_ptr<KavelProject> project;
+    QUuid sourceId;
+    QString sourcePath;
+    QList<Paragraph> paragraphs;
+    QStringList log;
+};
+
+TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureInOrder)
+{
+    auto flow = makeFlow();
+    EXPECT_FALSE(flow->settings().outputPath.has_value());
+
+    // No folder wins even over a missing project.
+    run(*flow, {nullptr, paragraphs, false});
+    EXPECT_EQ(flow->exportError(), u"请选择导出目录"_s);
+
+    flow->setSettings(outputsInto(dir.filePath(u"out"_s)));
+    run(*flow, {nullptr, paragraphs, false});
+    EXPECT_EQ(flow->exportError(), u"未找到项目"_s);
+
+    auto empty = KavelProject::create(u"空"_s, dir.filePath(u"projects"_s));
+    run(*flow, {empty.get(), paragraphs, false});
+    EXPECT_EQ(flow->exportError(), u"项目中没有源媒体"_s);
+
+    Paragraph allDeleted = paragraphs.first();
+    allDeleted.wordBlocks.clear();
+    run(*flow, {project.get(), {allDeleted}, false});
+    EXPECT_EQ(flow->exportError(), u"没有可导出的内容"_s);
+
+    EXPECT_FALSE(flow->exportComplete());
+    EXPECT_TRUE(renderer.requests.isEmpty());
+    EXPECT_FALSE(QDir(dir.filePath(u"out"_s)).exists());
+}
+
+TEST_F(ExportFlowTest, RunsEveryEnabledStepAndNamesFilesAfterTheTitle)
+{
+    const QString out = dir.filePath(u"导出"_s);
+    auto flow = makeFlow(out);
+    // The default folder is where a new export starts.
+    EXPECT_EQ(flow->settings().outputPath, QUrl::fromLocalFile(out));
+    ExportSettings settings = outputsInto(out);
+    settings.videoFormat = VideoFormat::mov;
+    settings.codec = VideoCodec::hevc;
+    settings.resolution = Resolution::p720;
+    flow->setSettings(settings);
+    QDir(project->exportsDirectory()).removeRecursively();
+
+    run(*flow, {project.get(), paragraphs, true});
+
+    EXPECT_TRUE(flow->exportComplete());
+    EXPECT_FALSE(flow->exportError().has_value());
+    EXPECT_FALSE(flow->exportNotice().has_value());
+    EXPECT_TRUE(contents(QDir(out).filePath(u"成片.srt"_s)).startsWith("1\n00:00:00,000"));
+    EXPECT_EQ(contents(QDir(out).filePath(u"成片.wav"_s)), "rendered");
+    EXPECT_EQ(contents(QDir(out).filePath(u"成片.mov"_s)), "rendered");
+    EXPECT_TRUE(QDir(project->exportsDirectory()).exists());
+
+    ASSERT_EQ(renderer.requests.size(), 2);
+    const media::RenderRequest &audio = renderer.requests.at(0);
+    EXPECT_EQ(audio.format, media::RenderFormat::wav);
+    const media::RenderRequest &video = renderer.requests.at(1);
+    EXPECT_EQ(video.format, media::RenderFormat::mov);
+    EXPECT_EQ(video.videoEncoding, media::VideoEncoding::hevc);
+    EXPECT_EQ(video.frameSize, QSize(1920, 1080));
+    // A muted audio track keeps every stretch, silent; the cut is the preview's.
+    for (const media::RenderRequest &request : renderer.requests) {
+        ASSERT_EQ(request.editList.segments.size(), 2);
+        EXPECT_EQ(request.editList.segments.at(0).sourcePath, sourcePath);
+        EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
+        for (const media::EditSegment &segment : request.editList.segments)
+            EXPECT_TRUE(segment.audio.muted);
+    }
+    EXPECT_TRUE(log.contains(u"[AudioExport] Inserted 2 segments, duration=0.75s, format=wav"_s));
+    EXPECT_TRUE(log.contains(u"[AudioExport] Success: "_s + QDir(out).filePath(u"成片.wav"_s)));
+}
+
+TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
+{
+    const QString out = dir.filePath(u"out"_s);
+    auto flow = makeFlow();
+    ExportSettings settings = outputsInto(out);
+    flow->setSettings(settings);
+    // The subtitle path is taken by a folder, so writing it fails.
+    QDir().mkpath(QDir(out).filePath(u"成片.srt"_s));
+    renderer.failing = true;
+    test::writeFile(QDir(out).filePath(u"成片.mp4"_s), "previous export");
+
+    run(*flow, {project.get(), paragraphs, false});
+
+    EXPECT_TRUE(flow->exportComplete());
+    EXPECT_EQ(flow->exportError(),
+              u"字幕导出失败，音频导出失败: 磁盘已满，视频导出失败: 导出失败"_s);
+    EXPECT_EQ(renderer.requests.size(), 2);
+    EXPECT_TRUE(log.contains(u"[AudioExport] Writer failed: 磁盘已满"_s));
+    EXPECT_EQ(flow->renderService().error(), u"导出失败"_s);
+    // A failed render leaves the earlier file and no partial one.
+    EXPECT_EQ(contents(QDir(out).filePath(u"成片.mp4"_s)), "previous export");
+    EXPECT_EQ(QDir(out).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mp4"_s});
+
+    // A new start clears the outcome of the last one.
+    renderer.failing = false;
+    QDir(QDir(out).filePath(u"成片.srt"_s)).removeRecursively();
+    QSignalSpy completeChanges(flow.get(), &ExportFlow::exportCompleteChanged);
+    run(*flow, {project.get(), paragraphs, false});
+    EXPECT_FALSE(flow->exportError().has_value());
+    EXPECT_EQ(completeChanges.size(), 2);
+    EXPECT_EQ(contents(QDir(out).filePath(u"成片.mp4"_s)), "rendered");
+}
+
+TEST_F(ExportFlowTest, AudioMaterialSkipsTheVideoWithANotice)
+{
+    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
+    auto flow = makeFlow();
+    ExportSettings settings = outputsInto(dir.filePath(u"out"_s));
+    settings.subtitleEnabled = settings.audioEnabled = false;
+    flow->setSettings(settings);
+
+    run(*flow, {project.get(), paragraphs, false});
+
+    EXPECT_TRUE(flow->exportComplete());
+    EXPECT_FALSE(flow->exportError().has_value());
+    EXPECT_EQ(flow->exportNotice(), u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
+    EXPECT_TRUE(renderer.requests.isEmpty());
+}
+
+TEST_F(ExportFlowTest, EngineFailuresBecomeRenderErrors)
+{
+    auto flow = makeFlow();
+    LocalRenderService &service = flow->renderService();
+    const QString target = dir.filePath(u"a.mp4"_s);
+    const QList<PlaybackSource> sources {{sourceId, QUrl::fromLocalFile(sourcePath)}};
+    const QList<WordBlock> blocks = paragraphs.first().wordBlocks;
+
+    renderer.refuseToStart = true;
+    auto refused = test::runTask(service.renderVideo(sources, blocks, {}, target));
+    ASSERT_TRUE(refused.errorAs<RenderError>());
+    EXPECT_EQ(refused.errorAs<RenderError>()->code(), RenderError::Code::exportSessionFailed);
+    EXPECT_EQ(refused.errorAs<RenderError>()->description(), u"无法创建导出会话"_s);
+
+    const QList<PlaybackSource> unreadable {{sourceId, QUrl::fromLocalFile(dir.filePath(u"x"_s))}};
+    auto noTracks = test::runTask(service.renderVideo(unreadable, blocks, {}, target));
+    ASSERT_TRUE(noTracks.errorAs<RenderError>());
+    EXPECT_EQ(noTracks.errorAs<RenderError>()->description(), u"视频中没有可用的轨道"_s);
+    EXPECT_EQ(service.error(), u"视频中没有可用的轨道"_s);
+
+    // Cancelling a running export ends it as a failure and writes nothing.
+    renderer.refuseToStart = false;
+    renderer.pollsToFinish = 1000;
+    QSignalSpy rendering(&service, &LocalRenderService::isRenderingChanged);
+    QObject::connect(&service, &LocalRenderService::progressChanged, &service, [&] {
+        if (service.progress() > 0)
+            service.cancel();
+    });
+    auto cancelled = test::runTask(service.renderVideo(sources, blocks, {}, target));
+    ASSERT_TRUE(cancelled.errorAs<RenderError>());
+    EXPECT_EQ(cancelled.errorAs<RenderError>()->code(), RenderError::Code::exportFailed);
+    EXPECT_EQ(rendering.size(), 2);
+    EXPECT_FALSE(service.isRendering());
+    EXPECT_FALSE(QFile::exists(target));
+}
+
+TEST_F(ExportFlowTest, Mp3FallsBackToExternalEncodersThenToM4a)
+{
+    auto flow = makeFlow();
+    LocalRenderService &service = flow->renderService();
+    const QList<PlaybackSource> sources {{sourceId, QUrl::fromLocalFile(sourcePath)}};
+    const QList<WordBlock> blocks = paragraphs.first().wordBlocks;
+    const QString target = dir.filePath(u"out.mp3"_s);
+
+    // The engine's encoder comes first and writes the MP3 directly.
+    test::runTask(service.renderAudioOnly(sources, blocks, false, AudioFormat::mp3, target)).get();
+    ASSERT_EQ(renderer.requests.size(), 1);
+    EXPECT_EQ(renderer.requests.last().format, media::RenderFormat::mp3);
+
+    // Without it and without external encoders, the M4A is kept under the chosen name.
+    renderer.encodesMp3 = false;
+    const QString emptyBin = dir.filePath(u"bin/"_s);
+    QDir().mkpath(emptyBin);
+    service.setEncoderSearch({{}, {emptyBin}, true});
+    EXPECT_FALSE(service.findEncoder(u"ffmpeg"_s));
+    log.clear();
+    test::runTask(service.renderAudioOnly(sources, blocks, false, AudioFormat::mp3, target)).get();
+    EXPECT_EQ(renderer.requests.last().format, media::RenderFormat::m4a);
+    EXPECT_EQ(renderer.requests.last().outputPath.section(u'/', -1),
+              u"._kavel_tmp_export.part.m4a"_s);
+    EXPECT_EQ(contents(target), "rendered");
+    EXPECT_FALSE(QFile::exists(dir.filePath(u"_kavel_tmp_export.m4a"_s)));
+    EXPECT_EQ(log.mid(1),
+              (QStringList {u"[AudioExport] Converting M4A to MP3..."_s,
+                            u"[AudioExport] No MP3 encoder found. Exported as M4A instead."_s,
+                            u"[AudioExport] Success: "_s + target}));
+
+    // An encoder shipped with the application wins over the system's.
+    test::writeFile(dir.filePath(u"bundle/lame.bin"_s), "#!/bin/sh\n");
+    QFile::setPermissions(dir.filePath(u"bundle/lame.bin"_s),
+                          QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner);
+    service.setEncoderSearch({dir.filePath(u"bundle"_s), {u"/usr/bin/"_s}, true});
+    EXPECT_EQ(service.findEncoder(u"lame"_s), dir.filePath(u"bundle/lame.bin"_s));
+    EXPECT_EQ(service.findEncoder(u"ffmpeg"_s), u"/usr/bin/ffmpeg"_s);
+}
+
+TEST_F(ExportFlowTest, DestroyingTheServiceEndsItsExport)
+{
+    renderer.pollsToFinish = 1000;
+    auto *service = new LocalRenderService(engine, renderer);
+    QObject::connect(service, &LocalRenderService::progressChanged, service, &QObject::deleteLater);
+    const QString target = dir.filePath(u"gone.wav"_s);
+    auto outcome = test::runTask(
+        service->renderAudioOnly({{sourceId, QUrl::fromLocalFile(sourcePath)}},
+                                 paragraphs.first().wordBlocks, false, AudioFormat::wav, target));
+    ASSERT_TRUE(outcome.error);
+    EXPECT_FALSE(outcome.errorAs<Error>());
+    EXPECT_EQ(QDir(dir.path()).entryList({u"*.wav"_s}, QDir::Files | QDir::Hidden), QStringList {});
+}
+
+TEST(ExportDuration, FormatsMinutesOrHours)
+{
+    EXPECT_EQ(ExportFlow::formatDuration(0.0), u"0分00秒"_s);
+    EXPECT_EQ(ExportFlow::formatDuration(3599.9), u"59分59秒"_s);
+    EXPECT_EQ(ExportFlow::formatDuration(3600.0), u"1小时00分00秒"_s);
+    EXPECT_EQ(ExportFlow::formatDuration(36125.0), u"10小时02分05秒"_s);
+}
+
+} // namespace

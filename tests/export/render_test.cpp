@@ -1,0 +1,313 @@
+#include "export/localrenderservice.h"
+#include "generatedmedia.h"
+#include "media/mlt/mltengine.h"
+#include "media/mlt/mltrenderer.h"
+#include "model/kavelproject.h"
+#include "support/taskwait.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtEndian>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double frame = 1.0 / 30.0;
+
+WordBlock word(double start, double end, qint64 order)
+{
+    WordBlock b;
+    b.id = QUuid::createUuid();
+    b.text = u"词"_s;
+    b.mediaStart = start;
+    b.mediaEnd = end;
+    b.sortOrder = order;
+    return b;
+}
+
+struct Probe
+{
+    QJsonObject format;
+    QJsonObject video;
+    QJsonObject audio;
+    double duration() const { return format.value(u"duration"_s).toString().toDouble(); }
+};
+
+Probe probe(const QString &path)
+{
+    QProcess process;
+    process.start(
+        u"ffprobe"_s,
+        {u"-v"_s, u"error"_s, u"-show_format"_s, u"-show_streams"_s, u"-of"_s, u"json"_s, path});
+    process.waitForFinished(30000);
+    const QJsonObject root = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+    Probe result;
+    result.format = root.value(u"format"_s).toObject();
+    for (const QJsonValue &stream : root.value(u"streams"_s).toArray()) {
+        const QJsonObject s = stream.toObject();
+        (s.value(u"codec_type"_s).toString() == "video"_L1 ? result.video : result.audio) = s;
+    }
+    return result;
+}
+
+// The file's sound as mono samples at 8 kHz, scaled to -1..1.
+QList<double> decodeMono(const QString &path)
+{
+    QProcess process;
+    process.start(u"ffmpeg"_s,
+                  {u"-v"_s, u"error"_s, u"-i"_s, path, u"-f"_s, u"s16le"_s, u"-ac"_s, u"1"_s,
+                   u"-ar"_s, u"8000"_s, u"-"_s});
+    process.waitForFinished(30000);
+    const QByteArray bytes = process.readAllStandardOutput();
+    QList<double> samples;
+    for (qsizetype i = 0; i + 1 < bytes.size(); i += 2)
+        samples.append(qFromLittleEndian<qint16>(bytes.constData() + i) / 32768.0);
+    return samples;
+}
+
+double rms(const QList<double> &samples, double from, double to, int rate = 8000)
+{
+    const auto first = qsizetype(from * rate),
+               last = std::min(qsizetype(to * rate), samples.size());
+    double sum = 0;
+    for (qsizetype i = first; i < last; ++i)
+        sum += samples[i] * samples[i];
+    return last > first ? std::sqrt(sum / double(last - first)) : 0.0;
+}
+
+// The order of the top-level boxes of an MPEG-4 file.
+QStringList topLevelBoxes(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray bytes = file.readAll();
+    QStringList boxes;
+    qsizetype at = 0;
+    while (at + 8 <= bytes.size()) {
+        quint64 size = qFromBigEndian<quint32>(bytes.constData() + at);
+        if (size == 1 && at + 16 <= bytes.size())
+            size = qFromBigEndian<quint64>(bytes.constData() + at + 8);
+        boxes.append(QString::fromLatin1(bytes.mid(at + 4, 4)));
+        if (size < 8)
+            break;
+        at += qsizetype(size);
+    }
+    return boxes;
+}
+
+class RenderTest : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        s_dir = new QTemporaryDir;
+        s_engine = new media::mlt::MltMediaEngine;
+        s_renderer = new media::mlt::MltRenderer(*s_engine);
+        s_video = test::makeVideoWithAudio(s_dir->path(), u"video.mp4"_s, 4.0);
+        s_tone = test::makeTone(s_dir->path(), u"tone.wav"_s, 4.0);
+    }
+
+    void SetUp() override
+    {
+        service = std::make_unique<LocalRenderService>(*s_engine, *s_renderer);
+        service->setLogSink([this](const QString &line) { log.append(line); });
+    }
+
+    QString out(const QString &name) const { return QDir(dir.path()).filePath(name); }
+    static QList<PlaybackSource> sourcesOf(const QString &path)
+    {
+        return {{QUuid(), QUrl::fromLocalFile(path)}};
+    }
+
+    static inline QTemporaryDir *s_dir = nullptr;
+    static inline media::mlt::MltMediaEngine *s_engine = nullptr;
+    static inline media::mlt::MltRenderer *s_renderer = nullptr;
+    static inline QString s_video, s_tone;
+    QTemporaryDir dir;
+    std::unique_ptr<LocalRenderService> service;
+    QStringList log;
+};
+
+TEST_F(RenderTest, H264MovieFollowsTheCompositionAndReplacesTheOldFile)
+{
+    // Three stretches, the last one out of source order: two cuts.
+    const QList<WordBlock> blocks {word(0.5, 1.2, 0), word(2.0, 2.6, 1), word(1.2, 1.5, 2)};
+    const double expected = 0.7 + 0.6 + 0.3;
+    const QString target = out(u"成片.mp4"_s);
+    test::writeFile(target, QByteArray(4096, 'x'));
+    ExportSettings settings;
+    settings.resolution = Resolution::p720;
+
+    QSignalSpy progress(service.get(), &LocalRenderService::progressChanged);
+    QSignalSpy rendering(service.get(), &LocalRenderService::isRenderingChanged);
+    test::runTask(service->renderVideo(sourcesOf(s_video), blocks, settings, target),
+                  std::chrono::seconds(60))
+        .get();
+
+    const Probe p = probe(target);
+    EXPECT_NEAR(p.duration(), expected, 3 * frame);
+    EXPECT_EQ(p.video.value(u"codec_name"_s).toString(), u"h264"_s);
+    EXPECT_EQ(p.video.value(u"width"_s).toInt(), 1280);
+    EXPECT_EQ(p.video.value(u"height"_s).toInt(), 720);
+    EXPECT_EQ(p.audio.value(u"codec_name"_s).toString(), u"aac"_s);
+    EXPECT_NEAR(p.video.value(u"duration"_s).toString().toDouble(), expected, 3 * frame);
+    EXPECT_TRUE(p.format.value(u"format_name"_s).toString().contains(u"mp4"_s));
+    const QStringList boxes = topLevelBoxes(target);
+    ASSERT_TRUE(boxes.contains(u"moov"_s) && boxes.contains(u"mdat"_s));
+    EXPECT_LT(boxes.indexOf(u"moov"_s), boxes.indexOf(u"mdat"_s));
+    // Nothing but the finished file is left beside it.
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mp4"_s});
+    EXPECT_DOUBLE_EQ(service->progress(), 1.0);
+    EXPECT_FALSE(progress.isEmpty());
+    EXPECT_EQ(rendering.size(), 2);
+    EXPECT_FALSE(service->isRendering());
+}
+
+TEST_F(RenderTest, HevcAt720pIsAFullHdQuickTimeMovie)
+{
+    ExportSettings settings;
+    settings.codec = VideoCodec::hevc;
+    settings.resolution = Resolution::p720;
+    settings.videoFormat = VideoFormat::mov;
+    const QString target = out(u"hevc.mov"_s);
+    test::runTask(service->renderVideo(sourcesOf(s_video), {word(1.0, 2.0, 0)}, settings, target),
+                  std::chrono::seconds(60))
+        .get();
+
+    const Probe p = probe(target);
+    EXPECT_EQ(p.video.value(u"codec_name"_s).toString(), u"hevc"_s);
+    EXPECT_EQ(p.video.value(u"codec_tag_string"_s).toString(), u"hvc1"_s);
+    EXPECT_EQ(p.video.value(u"width"_s).toInt(), 1920);
+    EXPECT_EQ(p.video.value(u"height"_s).toInt(), 1080);
+    EXPECT_TRUE(p.format.value(u"format_name"_s).toString().contains(u"mov"_s));
+    EXPECT_NEAR(p.duration(), 1.0, frame);
+}
+
+TEST_F(RenderTest, WaveIsCdQualityWithMutedBlocksSilentAndFadesRamped)
+{
+    WordBlock loud = word(0.0, 1.0, 0);
+    WordBlock muted = word(1.0, 2.0, 1);
+    muted.isMuted = true;
+    // A fade longer than its word ramps over the whole word.
+    WordBlock fading = word(2.0, 2.5, 2);
+    fading.fadeInDuration = 2.0;
+    const QString target = out(u"声音.wav"_s);
+    test::runTask(service->renderAudioOnly(sourcesOf(s_tone), {loud, muted, fading}, false,
+                                           AudioFormat::wav, target))
+        .get();
+
+    QFile file(target);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray header = file.read(44);
+    EXPECT_EQ(header.left(4), "RIFF");
+    EXPECT_EQ(header.mid(8, 8), "WAVEfmt ");
+    EXPECT_EQ(qFromLittleEndian<quint16>(header.constData() + 20), 1); // integer PCM
+    EXPECT_EQ(qFromLittleEndian<quint16>(header.constData() + 22), 2);
+    EXPECT_EQ(qFromLittleEndian<quint32>(header.constData() + 24), 44100u);
+    EXPECT_EQ(qFromLittleEndian<quint16>(header.constData() + 34), 16);
+    EXPECT_NEAR(probe(target).duration(), 2.5, frame);
+
+    const QList<double> samples = decodeMono(target);
+    const double full = rms(samples, 0.1, 0.9);
+    EXPECT_NEAR(full, 0.5 / std::sqrt(2.0), 0.03);
+    EXPECT_LT(rms(samples, 1.05, 1.95), 0.001);
+    const double early = rms(samples, 2.05, 2.15), late = rms(samples, 2.35, 2.45);
+    EXPECT_NEAR(early / full, 0.05, 0.02);
+    EXPECT_NEAR(late / full, 0.2, 0.03);
+
+    EXPECT_EQ(log.first(), u"[AudioExport] Inserted 3 segments, duration=2.5s, format=wav"_s);
+    EXPECT_EQ(log.last(), u"[AudioExport] Success: "_s + target);
+}
+
+TEST_F(RenderTest, MutedTrackKeepsItsLengthInSilence)
+{
+    const QString target = out(u"muted.m4a"_s);
+    test::runTask(service->renderAudioOnly(sourcesOf(s_video),
+                                           {word(0.2, 1.0, 0), word(2.0, 3.0, 1)}, true,
+                                           AudioFormat::aac, target))
+        .get();
+    const Probe p = probe(target);
+    EXPECT_EQ(p.audio.value(u"codec_name"_s).toString(), u"aac"_s);
+    EXPECT_TRUE(p.video.isEmpty());
+    EXPECT_NEAR(p.duration(), 1.8, 2 * frame + 0.05);
+    const QList<double> samples = decodeMono(target);
+    EXPECT_GT(samples.size(), 8000);
+    EXPECT_LT(rms(samples, 0.0, 1.8), 0.001);
+}
+
+TEST_F(RenderTest, Mp3FromTheEngineOrAnExternalFfmpeg)
+{
+    const QList<WordBlock> blocks {word(0.0, 0.6, 0), word(1.0, 1.6, 1)};
+    const QString direct = out(u"direct.mp3"_s);
+    test::runTask(
+        service->renderAudioOnly(sourcesOf(s_tone), blocks, false, AudioFormat::mp3, direct))
+        .get();
+    Probe p = probe(direct);
+    EXPECT_EQ(p.audio.value(u"codec_name"_s).toString(), u"mp3"_s);
+    EXPECT_EQ(p.audio.value(u"bit_rate"_s).toString(), u"128000"_s);
+    EXPECT_NEAR(p.duration(), 1.2, 0.1);
+
+    service->setEncoderSearch({{}, {u"/usr/bin/"_s}, false});
+    const QString converted = out(u"converted.mp3"_s);
+    log.clear();
+    test::runTask(
+        service->renderAudioOnly(sourcesOf(s_tone), blocks, false, AudioFormat::mp3, converted))
+        .get();
+    p = probe(converted);
+    EXPECT_EQ(p.audio.value(u"codec_name"_s).toString(), u"mp3"_s);
+    EXPECT_EQ(p.audio.value(u"bit_rate"_s).toString(), u"128000"_s);
+    EXPECT_TRUE(log.contains(u"[AudioExport] MP3 export complete: "_s + converted));
+    EXPECT_FALSE(QFile::exists(out(u"_kavel_tmp_export.m4a"_s)));
+}
+
+TEST_F(RenderTest, CommandLineExportWritesEveryOutputAndFailsLoudly)
+{
+    auto project = KavelProject::create(u"访谈"_s, dir.path());
+    const SourceFile source = project->addSourceFile(QUrl::fromLocalFile(s_video));
+    Paragraph paragraph;
+    paragraph.id = QUuid::createUuid();
+    for (const auto &[from, to] : {std::pair {0.5, 1.0}, {1.0, 1.4}, {2.5, 3.0}}) {
+        WordBlock b = word(from, to, paragraph.wordBlocks.size());
+        b.sourceFileId = source.id;
+        paragraph.wordBlocks.append(b);
+    }
+    project->setParagraphs({paragraph});
+    project->saveTimeline();
+    const QString folder = out(u"exports"_s);
+
+    const auto runCli = [&](const QStringList &arguments) {
+        QProcess cli;
+        cli.start(test::programPath(u"kavel-cli"_s),
+                  QStringList {u"export"_s, project->bundlePath(), u"--out"_s, folder} + arguments);
+        EXPECT_TRUE(cli.waitForFinished(60000));
+        return std::pair {cli.exitCode(), QString::fromUtf8(cli.readAllStandardError())};
+    };
+    auto [code, errors]
+        = runCli({u"--title"_s, u"成片"_s, u"--video"_s, u"mov"_s, u"--resolution"_s, u"720p"_s,
+                  u"--audio"_s, u"wav"_s, u"--srt"_s});
+    EXPECT_EQ(code, 0) << qPrintable(errors);
+    EXPECT_NEAR(probe(QDir(folder).filePath(u"成片.mov"_s)).duration(), 1.4, 2 * frame);
+    EXPECT_NEAR(probe(QDir(folder).filePath(u"成片.wav"_s)).duration(), 1.4, 2 * frame);
+    EXPECT_TRUE(QFileInfo(QDir(folder).filePath(u"成片.srt"_s)).size() > 0);
+
+    // A step that cannot write makes the run fail, after the other steps ran.
+    QDir().mkpath(QDir(folder).filePath(u"访谈.srt"_s));
+    std::tie(code, errors) = runCli({u"--srt"_s, u"--audio"_s, u"aac"_s});
+    EXPECT_EQ(code, 1);
+    EXPECT_TRUE(errors.contains(u"字幕导出失败"_s)) << qPrintable(errors);
+    EXPECT_TRUE(QFileInfo::exists(QDir(folder).filePath(u"访谈.m4a"_s)));
+}
+
+} // namespace
