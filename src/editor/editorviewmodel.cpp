@@ -12,20 +12,6 @@ using namespace Qt::StringLiterals;
 
 namespace kavel {
 
-namespace {
-
-// Assigns and notifies when the value changes.
-template<typename T, typename Signal>
-void assign(EditorViewModel *self, T &field, const T &value, Signal signal)
-{
-    if (field == value)
-        return;
-    field = value;
-    Q_EMIT(self->*signal)();
-}
-
-} // namespace
-
 EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock,
                                  ImportServices importServices, QObject *parent)
     : QObject(parent)
@@ -67,87 +53,87 @@ void EditorViewModel::setParagraphs(const QList<Paragraph> &paragraphs)
 
 void EditorViewModel::setIsDragging(bool v)
 {
-    assign(this, m_isDragging, v, &EditorViewModel::isDraggingChanged);
+    assign(m_isDragging, v, &EditorViewModel::isDraggingChanged);
 }
 void EditorViewModel::setIsProcessing(bool v)
 {
-    assign(this, m_isProcessing, v, &EditorViewModel::isProcessingChanged);
+    assign(m_isProcessing, v, &EditorViewModel::isProcessingChanged);
 }
 void EditorViewModel::setProcessingStatus(const QString &v)
 {
-    assign(this, m_processingStatus, v, &EditorViewModel::processingStatusChanged);
+    assign(m_processingStatus, v, &EditorViewModel::processingStatusChanged);
 }
 void EditorViewModel::setShowExportSheet(bool v)
 {
-    assign(this, m_showExportSheet, v, &EditorViewModel::showExportSheetChanged);
+    assign(m_showExportSheet, v, &EditorViewModel::showExportSheetChanged);
 }
 void EditorViewModel::setExportSettings(const ExportSettings &v)
 {
-    assign(this, m_exportSettings, v, &EditorViewModel::exportSettingsChanged);
+    assign(m_exportSettings, v, &EditorViewModel::exportSettingsChanged);
 }
 void EditorViewModel::setShowSearchBar(bool v)
 {
-    assign(this, m_showSearchBar, v, &EditorViewModel::showSearchBarChanged);
+    assign(m_showSearchBar, v, &EditorViewModel::showSearchBarChanged);
 }
 void EditorViewModel::setSearchQuery(const QString &v)
 {
-    assign(this, m_searchQuery, v, &EditorViewModel::searchQueryChanged);
+    assign(m_searchQuery, v, &EditorViewModel::searchQueryChanged);
 }
 void EditorViewModel::setIsVideoTrackMuted(bool v)
 {
-    assign(this, m_isVideoTrackMuted, v, &EditorViewModel::trackFlagsChanged);
+    assign(m_isVideoTrackMuted, v, &EditorViewModel::trackFlagsChanged);
 }
 void EditorViewModel::setIsAudioTrackMuted(bool v)
 {
-    assign(this, m_isAudioTrackMuted, v, &EditorViewModel::trackFlagsChanged);
+    assign(m_isAudioTrackMuted, v, &EditorViewModel::trackFlagsChanged);
 }
 void EditorViewModel::setIsVideoTrackLocked(bool v)
 {
-    assign(this, m_isVideoTrackLocked, v, &EditorViewModel::trackFlagsChanged);
+    assign(m_isVideoTrackLocked, v, &EditorViewModel::trackFlagsChanged);
 }
 void EditorViewModel::setIsAudioTrackLocked(bool v)
 {
-    assign(this, m_isAudioTrackLocked, v, &EditorViewModel::trackFlagsChanged);
+    assign(m_isAudioTrackLocked, v, &EditorViewModel::trackFlagsChanged);
 }
 void EditorViewModel::setNavigateToEditor(bool v)
 {
-    assign(this, m_navigateToEditor, v, &EditorViewModel::navigateToEditorChanged);
+    assign(m_navigateToEditor, v, &EditorViewModel::navigateToEditorChanged);
 }
 void EditorViewModel::setSelectedBlockIds(const QSet<QUuid> &v)
 {
-    assign(this, m_selectedBlockIds, v, &EditorViewModel::selectedBlockIdsChanged);
+    assign(m_selectedBlockIds, v, &EditorViewModel::selectedBlockIdsChanged);
 }
 void EditorViewModel::setSelectedParagraphId(std::optional<QUuid> v)
 {
-    assign(this, m_selectedParagraphId, v, &EditorViewModel::selectedParagraphIdChanged);
+    assign(m_selectedParagraphId, v, &EditorViewModel::selectedParagraphIdChanged);
 }
 void EditorViewModel::setCursorParagraphId(std::optional<QUuid> v)
 {
-    assign(this, m_cursorParagraphId, v, &EditorViewModel::cursorParagraphIdChanged);
+    assign(m_cursorParagraphId, v, &EditorViewModel::cursorParagraphIdChanged);
 }
 void EditorViewModel::setCursorPosition(qsizetype v)
 {
-    assign(this, m_cursorPosition, v, &EditorViewModel::cursorPositionChanged);
+    assign(m_cursorPosition, v, &EditorViewModel::cursorPositionChanged);
 }
 void EditorViewModel::setSelectionAnchor(std::optional<qsizetype> v)
 {
-    assign(this, m_selectionAnchor, v, &EditorViewModel::selectionAnchorChanged);
+    assign(m_selectionAnchor, v, &EditorViewModel::selectionAnchorChanged);
 }
 void EditorViewModel::setPlayingSentenceId(std::optional<QUuid> v)
 {
-    assign(this, m_playingSentenceId, v, &EditorViewModel::playingSentenceIdChanged);
+    assign(m_playingSentenceId, v, &EditorViewModel::playingSentenceIdChanged);
 }
 void EditorViewModel::setShowSaveConfirmation(bool v)
 {
-    assign(this, m_showSaveConfirmation, v, &EditorViewModel::showSaveConfirmationChanged);
+    assign(m_showSaveConfirmation, v, &EditorViewModel::showSaveConfirmationChanged);
 }
 void EditorViewModel::setSearchResults(const QList<SearchHit> &v)
 {
-    assign(this, m_searchResults, v, &EditorViewModel::searchResultsChanged);
+    assign(m_searchResults, v, &EditorViewModel::searchResultsChanged);
 }
 void EditorViewModel::setCurrentSearchIndex(qsizetype v)
 {
-    assign(this, m_currentSearchIndex, v, &EditorViewModel::currentSearchIndexChanged);
+    assign(m_currentSearchIndex, v, &EditorViewModel::currentSearchIndexChanged);
 }
 
 // --- project and player ----------------------------------------------------------------

@@ -280,6 +280,15 @@ private:
     void pushToPlayer() override;
     EditTarget &editTarget() { return *this; }
 
+    // Assigns and notifies when the value changes: the one setter behind every property.
+    template<typename T> void assign(T &field, const T &value, void (EditorViewModel::*changed)())
+    {
+        if (field == value)
+            return;
+        field = value;
+        Q_EMIT(this->*changed)();
+    }
+
     void setSelectedBlockIds(const QSet<QUuid> &ids);
     void setSelectedParagraphId(std::optional<QUuid> id);
     void setCursorParagraphId(std::optional<QUuid> id);

@@ -21,15 +21,6 @@ namespace {
 
 const QString failurePrefix = u"语音识别失败: "_s;
 
-template<typename T, typename Signal>
-void assign(EditorViewModel *self, T &field, const T &value, Signal signal)
-{
-    if (field == value)
-        return;
-    field = value;
-    Q_EMIT(self->*signal)();
-}
-
 void removeConvertedCopies(const QList<ExtractedAudio> &audio)
 {
     for (const ExtractedAudio &entry : audio) {
@@ -49,23 +40,23 @@ QString describe(const std::exception &error)
 
 void EditorViewModel::setPendingImportURLs(const QList<QUrl> &v)
 {
-    assign(this, m_pendingImportURLs, v, &EditorViewModel::pendingImportURLsChanged);
+    assign(m_pendingImportURLs, v, &EditorViewModel::pendingImportURLsChanged);
 }
 void EditorViewModel::setShowImportConfirm(bool v)
 {
-    assign(this, m_showImportConfirm, v, &EditorViewModel::showImportConfirmChanged);
+    assign(m_showImportConfirm, v, &EditorViewModel::showImportConfirmChanged);
 }
 void EditorViewModel::setShowLoginRequired(bool v)
 {
-    assign(this, m_showLoginRequired, v, &EditorViewModel::showLoginRequiredChanged);
+    assign(m_showLoginRequired, v, &EditorViewModel::showLoginRequiredChanged);
 }
 void EditorViewModel::setTranscriptionStep(const QString &v)
 {
-    assign(this, m_transcriptionStep, v, &EditorViewModel::transcriptionStepChanged);
+    assign(m_transcriptionStep, v, &EditorViewModel::transcriptionStepChanged);
 }
 void EditorViewModel::setTranscriptionPollCount(int v)
 {
-    assign(this, m_transcriptionPollCount, v, &EditorViewModel::transcriptionPollCountChanged);
+    assign(m_transcriptionPollCount, v, &EditorViewModel::transcriptionPollCountChanged);
 }
 
 void EditorViewModel::logLine(const QString &line) const

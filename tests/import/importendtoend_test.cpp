@@ -10,6 +10,7 @@
 #include "recordingnotifier.h"
 #include "service/apiclient.h"
 #include "support/servicefixture.h"
+#include "support/speechcheck.h"
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
 
@@ -25,9 +26,6 @@ using namespace kavel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString sentence = u"The quick brown fox jumps over the lazy dog. "
-                         "We will meet again tomorrow morning."_s;
 
 // Real time, forty times faster: the five-second poll interval takes an eighth of a
 // second, and everything else keeps its order.
@@ -46,28 +44,6 @@ private:
     SystemPlaybackClock m_clock;
 };
 
-// Words of `expected` found in `heard` in the same order (longest common subsequence).
-qsizetype wordsInOrder(const QStringList &expected, const QStringList &heard)
-{
-    QList<qsizetype> row(heard.size() + 1, 0);
-    for (const QString &word : expected) {
-        qsizetype diagonal = 0;
-        for (qsizetype j = 1; j <= heard.size(); ++j) {
-            const qsizetype above = row[j];
-            row[j] = word == heard[j - 1] ? diagonal + 1 : std::max(row[j], row[j - 1]);
-            diagonal = above;
-        }
-    }
-    return row.back();
-}
-
-QStringList sentenceWords()
-{
-    QString text = sentence.toLower();
-    text.remove(u'.');
-    return text.split(u' ', Qt::SkipEmptyParts);
-}
-
 class ImportEndToEnd : public RealServerSuite
 {
 protected:
@@ -77,7 +53,7 @@ protected:
         s_media = new QTemporaryDir;
         const QDir d(s_media->path());
         QProcess flite;
-        flite.start(u"flite"_s, {u"-t"_s, sentence, u"-o"_s, d.filePath(u"speech.wav"_s)});
+        flite.start(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, d.filePath(u"speech.wav"_s)});
         flite.waitForFinished(60000);
         runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s, u"color=c=navy:s=160x90:r=25"_s, u"-i"_s,
                    d.filePath(u"speech.wav"_s), u"-shortest"_s, u"-c:v"_s, u"libx264"_s,
@@ -160,7 +136,7 @@ void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
         EXPECT_GT(word.mediaEnd, word.mediaStart);
         previousEnd = word.mediaEnd;
     }
-    const QStringList expected = sentenceWords();
+    const QStringList expected = spokenWords();
     EXPECT_GE(wordsInOrder(expected, heard), expected.size() * 6 / 10)
         << heard.join(u' ').toStdString();
     ASSERT_FALSE(heard.isEmpty());

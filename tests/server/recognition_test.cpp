@@ -1,5 +1,6 @@
 #include "mediatools.h"
 #include "support/servicefixture.h"
+#include "support/speechcheck.h"
 #include "support/taskwait.h"
 
 #include <QRegularExpression>
@@ -11,35 +12,7 @@ using namespace kavel::service;
 using namespace kavel::test;
 using namespace Qt::StringLiterals;
 
-namespace {
-
-const QString sentence = u"The quick brown fox jumps over the lazy dog. "
-                         "We will meet again tomorrow morning."_s;
-
-// Words of `expected` found in `heard` in the same order (longest common subsequence),
-// so a word misheard here and there costs one each and nothing more.
-qsizetype wordsInOrder(const QStringList &expected, const QStringList &heard)
-{
-    QList<qsizetype> row(heard.size() + 1, 0);
-    for (const QString &word : expected) {
-        qsizetype diagonal = 0;
-        for (qsizetype j = 1; j <= heard.size(); ++j) {
-            const qsizetype above = row[j];
-            row[j] = word == heard[j - 1] ? diagonal + 1 : std::max(row[j], row[j - 1]);
-            diagonal = above;
-        }
-    }
-    return row.back();
-}
-
-QStringList sentenceWords()
-{
-    QString text = sentence.toLower();
-    text.remove(u'.');
-    return text.split(u' ', Qt::SkipEmptyParts);
-}
-
-} // namespace
+namespace { } // namespace
 
 class Recognition : public RealServerSuite
 {
@@ -54,7 +27,7 @@ protected:
                     u"/auth/login"_s, QJsonObject {{u"email"_s, email}, {u"password"_s, password}}))
                 .get()
                 .accessToken);
-        ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, sentence, u"-o"_s, speech()}));
+        ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech()}));
     }
 
     QString speech() const { return dir.filePath(u"speech.wav"_s); }
@@ -103,7 +76,7 @@ TEST_F(Recognition, SpokenSentenceComesBackAsTimedWords)
     QStringList texts;
     for (const WordBlockPayload &word : heard)
         texts.append(word.text);
-    const QStringList expected = sentenceWords();
+    const QStringList expected = spokenWords();
     EXPECT_GE(wordsInOrder(expected, texts), expected.size() * 6 / 10)
         << texts.join(u' ').toStdString();
 
@@ -138,7 +111,7 @@ TEST_F(Recognition, LongRecordingKeepsItsTimesAcrossDecodingStretches)
     // Twenty seconds of silence between the copies split them into paragraphs.
     EXPECT_GE(result.paragraphs->size(), 3);
 
-    const QStringList expected = sentenceWords();
+    const QStringList expected = spokenWords();
     for (double offset : {0.0, 20.0, 40.0}) {
         QStringList texts;
         for (const WordBlockPayload &word : words(result)) {
@@ -159,7 +132,7 @@ TEST(RecognitionAcrossRestarts, UnfinishedTasksReportFailureAfterTheServerComesB
     QTemporaryDir dir;
     const QString speech = dir.filePath(u"speech.wav"_s);
     const QString recording = dir.filePath(u"long.wav"_s);
-    ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, sentence, u"-o"_s, speech}));
+    ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech}));
     ASSERT_TRUE(ffmpeg({u"-i"_s, speech, u"-af"_s, u"apad=whole_dur=60"_s, recording}));
 
     auto client = std::make_unique<APIClient>(server.apiBaseUrl(), SessionTimeouts {}, LogSink {});
