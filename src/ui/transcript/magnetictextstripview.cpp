@@ -3,6 +3,7 @@
 #include "editor/editorviewmodel.h"
 #include "editor/paragraphedits.h"
 
+#include <QPaintEvent>
 #include <QPainter>
 #include <QScrollBar>
 #include <algorithm>
