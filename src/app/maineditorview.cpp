@@ -226,11 +226,9 @@ void MainEditorView::refreshSearchCounter()
 void MainEditorView::refreshProcessing()
 {
     m_processingLabel->setText(m_editor.processingStatus());
+    m_overlay->setGeometry(rect());
+    m_overlay->raise();
     m_overlay->setVisible(m_editor.isProcessing());
-    if (m_overlay->isVisible()) {
-        m_overlay->setGeometry(rect());
-        m_overlay->raise();
-    }
 }
 
 void MainEditorView::resizeEvent(QResizeEvent *event)
