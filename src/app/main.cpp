@@ -2,7 +2,7 @@
 // them to the window.
 #include "editor/desktopnotifier.h"
 #include "editor/editorviewmodel.h"
-#include "export/localrenderservice.h"
+#include "export/exportflow.h"
 #include "homepage.h"
 #include "mainwindow.h"
 #include "maineditorview.h"
@@ -72,7 +72,6 @@ int main(int argc, char *argv[])
     EditorViewModel editor(engine, clock, std::move(services));
 
     ProjectStore store(engine, projectsDirectory());
-    LocalRenderService renderService(engine, renderer);
 
     app::ShellServices shell;
     shell.editor = &editor;
@@ -85,6 +84,9 @@ int main(int argc, char *argv[])
     };
     shell.pickFolder = [&dialogParent](const QString &title) {
         return QFileDialog::getExistingDirectory(dialogParent, title);
+    };
+    shell.makeExportFlow = [&engine, &renderer, &settings] {
+        return std::make_unique<ExportFlow>(engine, renderer, settings);
     };
     app::MainWindow window(shell);
     dialogParent = &window;

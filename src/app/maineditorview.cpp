@@ -40,6 +40,11 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     m_back->setAutoRaise(true);
     top->addWidget(m_back);
     top->addStretch(1);
+    m_export = new QToolButton(topBar);
+    m_export->setText(u"导出"_s);
+    m_export->setIcon(symbolIcon(u"square.and.arrow.up"_s));
+    m_export->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    top->addWidget(m_export);
     layout->addWidget(topBar);
 
     auto *toolbar = new QWidget(this);
@@ -126,6 +131,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     m_overlay->hide();
 
     connect(m_back, &QToolButton::clicked, this, &MainEditorView::backRequested);
+    connect(m_export, &QToolButton::clicked, this, [this] { m_editor.setShowExportSheet(true); });
     connect(undo, &QToolButton::clicked, this, [this] { m_editor.undoManager().undo(); });
     connect(redo, &QToolButton::clicked, this, [this] { m_editor.undoManager().redo(); });
     connect(cut, &QToolButton::clicked, this, [this] {

@@ -28,6 +28,7 @@ public:
     explicit MainEditorView(EditorViewModel &editor, QWidget *parent = nullptr);
 
     QToolButton *backButton() const { return m_back; }
+    QToolButton *exportButton() const { return m_export; }
     // The toolbar button whose tooltip starts with `tooltip`; null when there is none.
     QToolButton *toolButton(const QString &tooltip) const;
     // Shown while the editor confirms a save.
@@ -58,6 +59,7 @@ private:
 
     EditorViewModel &m_editor;
     QToolButton *m_back;
+    QToolButton *m_export;
     QList<QToolButton *> m_tools;
     QWidget *m_savedBox;
     QLabel *m_saved;

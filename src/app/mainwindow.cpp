@@ -1,6 +1,7 @@
 #include "mainwindow.h"
 
 #include "editor/editorviewmodel.h"
+#include "export/exportflow.h"
 #include "homepage.h"
 #include "maineditorview.h"
 #include "model/projectstore.h"
@@ -97,6 +98,11 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
         if (m_editor.showImportConfirm())
             showImportConfirm();
     });
+    connect(&m_editor, &EditorViewModel::showExportSheetChanged, this, [this] {
+        if (m_editor.showExportSheet())
+            showExportSheet();
+    });
+    m_editorView->exportButton()->setVisible(bool(m_services.makeExportFlow));
     connect(m_services.appState, &service::AppState::showLoginSheetChanged, this, [this] {
         if (m_services.appState->showLoginSheet())
             showLoginSheet();
@@ -265,6 +271,22 @@ void MainWindow::showLoginSheet()
     connect(dialog, &QDialog::finished, this,
             [this] { m_services.appState->setShowLoginSheet(false); });
     m_loginDialog = dialog;
+    dialog->open();
+}
+
+void MainWindow::showExportSheet()
+{
+    if (m_exportDialog || !m_services.makeExportFlow) {
+        m_editor.setShowExportSheet(false);
+        return;
+    }
+    std::unique_ptr<ExportFlow> flow = m_services.makeExportFlow();
+    auto *dialog = new ExportDialog(*flow, m_editor, m_services.pickFolder, this);
+    flow->setParent(dialog); // the flow lives as long as its dialog
+    flow.release();
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::finished, this, [this] { m_editor.setShowExportSheet(false); });
+    m_exportDialog = dialog;
     dialog->open();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "exportdialog.h"
 #include "navigation.h"
 #include "screens.h"
 
@@ -8,6 +9,7 @@
 #include <QPointer>
 #include <QUrl>
 #include <functional>
+#include <memory>
 
 class QAction;
 class QButtonGroup;
@@ -17,6 +19,7 @@ class QToolButton;
 
 namespace kavel {
 class EditorViewModel;
+class ExportFlow;
 class ProjectStore;
 namespace service {
 class AppState;
@@ -44,6 +47,9 @@ struct ShellServices
     std::function<QList<QUrl>(const QString &title)> pickMedia;
     // Shows a folder dialog with this title; returns the folder, empty when cancelled.
     std::function<QString(const QString &title)> pickFolder;
+    // Makes the export flow for one export dialog; the export button has nothing to show
+    // without it.
+    std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
 };
 
 // The application window: the sidebar, the screen of the current destination, the Edit
@@ -72,6 +78,7 @@ public:
     QMessageBox *currentAlert() const { return m_alert; }
     ImportConfirmDialog *importConfirm() const { return m_importConfirm; }
     LoginDialog *loginDialog() const { return m_loginDialog; }
+    ExportDialog *exportDialog() const { return m_exportDialog; }
 
     HomePage *homePage() const { return m_home; }
     MainEditorView *editorView() const { return m_editorView; }
@@ -88,6 +95,7 @@ private:
     void showLoginRequired();
     void showImportConfirm();
     void showLoginSheet();
+    void showExportSheet();
     QWidget *screenFor(NavigationItem item) const;
 
     ShellServices m_services;
@@ -105,6 +113,7 @@ private:
     QPointer<QMessageBox> m_alert;
     QPointer<ImportConfirmDialog> m_importConfirm;
     QPointer<LoginDialog> m_loginDialog;
+    QPointer<ExportDialog> m_exportDialog;
 };
 
 } // namespace kavel::app

@@ -47,6 +47,9 @@ const QHash<QString, IconChoice> &iconTable()
         {u"doc.fill"_s, {u"text-x-generic"_s, QStyle::SP_FileIcon}},
         {u"film.badge.plus"_s, {u"video-x-generic"_s, QStyle::SP_FileDialogNewFolder}},
         {u"xmark.circle.fill"_s, {u"edit-clear"_s, QStyle::SP_DialogCloseButton}},
+        {u"folder"_s, {u"folder"_s, QStyle::SP_DirIcon}},
+        {u"waveform"_s, {u"audio-x-generic"_s, QStyle::SP_MediaVolume}},
+        {u"captions.bubble"_s, {u"text-x-generic"_s, QStyle::SP_FileDialogInfoView}},
         {u"plus"_s, {u"list-add"_s, QStyle::SP_FileDialogNewFolder}},
     };
     return table;

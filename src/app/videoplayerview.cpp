@@ -132,8 +132,13 @@ void VideoProgressBar::paintEvent(QPaintEvent *)
     QColor mark(Qt::red);
     mark.setAlphaF(0.35);
     p.setBrush(mark);
+    p.save();
+    // Ranges are source times on a bar scaled to the edited duration: those past its end
+    // have no place on it.
+    p.setClipRect(QRectF(horizontalInset, 0, w, barHeight));
     for (const DeletedTimeRange &r : m_ranges)
-        p.drawRoundedRect(rangeRect(r), 2, 2);
+        p.drawRoundedRect(rangeRect(r).adjusted(0, 4, 0, -4), 2, 2);
+    p.restore();
 
     const double shown = m_isDragging ? m_dragTime : m_currentTime;
     const double fraction = m_duration > 0.0 ? std::clamp(shown / m_duration, 0.0, 1.0) : 0.0;
