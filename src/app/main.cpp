@@ -21,6 +21,7 @@
 
 #include <QApplication>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <qcorotask.h>
 
@@ -104,6 +105,14 @@ int main(int argc, char *argv[])
     }
 
     window.show();
+    // A bundle named on the command line (a file manager's "open with") opens at once.
+    const QStringList arguments = QApplication::arguments().mid(1);
+    for (const QString &argument : arguments) {
+        if (argument.endsWith(u".kavel"_s)) {
+            window.openProject(QUrl::fromLocalFile(QFileInfo(argument).absoluteFilePath()));
+            break;
+        }
+    }
     QCoro::connect(appState.restoreSession(), &appState, [] {});
     return application.exec();
 }

@@ -66,17 +66,37 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
                                                                : QList<QUrl> {}; },
                           m_stack);
     m_editorView = new MainEditorView(m_editor, m_stack);
+    m_placeholder = new ProjectPlaceholder(m_stack);
     m_guide = new GuidePage(m_stack);
     m_settingsPage = new SettingsPage(*m_services.settings, m_services.pickFolder, m_stack);
     m_account = new AccountPage(*m_services.appState, m_stack);
     for (QWidget *w : {static_cast<QWidget *>(m_home), static_cast<QWidget *>(m_editorView),
-                       m_guide, m_settingsPage, m_account})
+                       static_cast<QWidget *>(m_placeholder), m_guide, m_settingsPage,
+                       m_account})
         m_stack->addWidget(w);
     layout->addWidget(m_stack, 1);
     setCentralWidget(central);
     buildMenu();
 
     connect(m_home, &HomePage::openProjectRequested, this, &MainWindow::openProject);
+    connect(m_placeholder, &ProjectPlaceholder::importRequested, this, [this] {
+        if (m_services.pickMedia)
+            m_home->startImport(m_services.pickMedia(u"选择视频或音频文件"_s));
+    });
+    connect(m_placeholder, &ProjectPlaceholder::openRequested, this, [this] {
+        if (!m_services.pickFolder)
+            return;
+        const QString bundle = m_services.pickFolder(u"选择 .kavel 项目"_s);
+        if (!bundle.isEmpty())
+            openProject(QUrl::fromLocalFile(bundle));
+    });
+    // The placeholder gives way once there is something to edit or to wait for.
+    const auto refreshEditorScreen = [this] {
+        if (m_selection == NavigationItem::editor)
+            m_stack->setCurrentWidget(screenFor(NavigationItem::editor));
+    };
+    connect(&m_editor, &EditorViewModel::projectChanged, this, refreshEditorScreen);
+    connect(&m_editor, &EditorViewModel::isProcessingChanged, this, refreshEditorScreen);
     connect(m_editorView, &MainEditorView::backRequested, this,
             [this] { navigate(NavigationItem::home); });
     connect(static_cast<AccountPage *>(m_account), &AccountPage::signInRequested, this,
@@ -181,7 +201,8 @@ QWidget *MainWindow::screenFor(NavigationItem item) const
     case NavigationItem::projects:
         return m_home;
     case NavigationItem::editor:
-        return m_editorView;
+        return editorHasContent() ? static_cast<QWidget *>(m_editorView)
+                                  : static_cast<QWidget *>(m_placeholder);
     case NavigationItem::guide:
         return m_guide;
     case NavigationItem::settings:
@@ -190,6 +211,11 @@ QWidget *MainWindow::screenFor(NavigationItem item) const
         return m_account;
     }
     return m_home;
+}
+
+bool MainWindow::editorHasContent() const
+{
+    return m_editor.project() || m_editor.isProcessing();
 }
 
 QWidget *MainWindow::currentScreen() const { return m_stack->currentWidget(); }

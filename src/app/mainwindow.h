@@ -82,6 +82,7 @@ public:
 
     HomePage *homePage() const { return m_home; }
     MainEditorView *editorView() const { return m_editorView; }
+    ProjectPlaceholder *projectPlaceholder() const { return m_placeholder; }
     QToolButton *sidebarButton(NavigationItem item) const;
     QAction *undoAction() const { return m_undo; }
     QAction *redoAction() const { return m_redo; }
@@ -96,6 +97,7 @@ private:
     void showImportConfirm();
     void showLoginSheet();
     void showExportSheet();
+    bool editorHasContent() const;
     QWidget *screenFor(NavigationItem item) const;
 
     ShellServices m_services;
@@ -105,6 +107,7 @@ private:
     QButtonGroup *m_sidebarButtons = nullptr;
     HomePage *m_home = nullptr;
     MainEditorView *m_editorView = nullptr;
+    ProjectPlaceholder *m_placeholder = nullptr;
     QWidget *m_guide = nullptr;
     QWidget *m_settingsPage = nullptr;
     QWidget *m_account = nullptr;

@@ -218,6 +218,32 @@ void AccountPage::refresh()
     m_signOut->setVisible(signedIn);
 }
 
+// --- ProjectPlaceholder --------------------------------------------------------------
+
+ProjectPlaceholder::ProjectPlaceholder(QWidget *parent)
+    : QWidget(parent)
+    , m_import(new QPushButton(u"导入新视频"_s, this))
+    , m_open(new QPushButton(u"打开项目"_s, this))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->addStretch(1);
+    auto *icon = iconLabel(u"film"_s, 64, this);
+    icon->setAlignment(Qt::AlignCenter);
+    layout->addWidget(icon);
+    auto *line = new QLabel(u"导入视频以开始编辑"_s, this);
+    line->setAlignment(Qt::AlignCenter);
+    layout->addWidget(line);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(m_import);
+    buttons->addWidget(m_open);
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
+    layout->addStretch(1);
+    connect(m_import, &QPushButton::clicked, this, &ProjectPlaceholder::importRequested);
+    connect(m_open, &QPushButton::clicked, this, &ProjectPlaceholder::openRequested);
+}
+
 // --- GuidePage -------------------------------------------------------------------------
 
 GuidePage::GuidePage(QWidget *parent)

@@ -99,6 +99,26 @@ private:
     QPushButton *m_signOut;
 };
 
+// The editor destination while no project is open: import media or open a bundle.
+class ProjectPlaceholder : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit ProjectPlaceholder(QWidget *parent = nullptr);
+
+    QPushButton *importButton() const { return m_import; }
+    QPushButton *openButton() const { return m_open; }
+
+Q_SIGNALS:
+    void importRequested();
+    void openRequested();
+
+private:
+    QPushButton *m_import;
+    QPushButton *m_open;
+};
+
 // The guide's heading. The demonstration video is not shipped yet.
 class GuidePage : public QWidget
 {

@@ -52,6 +52,7 @@ TEST_F(MainWindowTest, SidebarEntriesSwitchScreens)
 
 TEST_F(MainWindowTest, EditorFlagShowsTheEditorAndBackReturnsHome)
 {
+    openTranscript({{u"one"_s}});
     vm.setNavigateToEditor(true);
     EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
     EXPECT_EQ(main->currentScreen(), main->editorView());
@@ -62,6 +63,26 @@ TEST_F(MainWindowTest, EditorFlagShowsTheEditorAndBackReturnsHome)
     main->editorView()->backButton()->click();
     EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
     EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
+}
+
+TEST_F(MainWindowTest, EditorWithoutAProjectOffersImportAndOpen)
+{
+    main->navigate(NavigationItem::editor);
+    ProjectPlaceholder *placeholder = main->projectPlaceholder();
+    EXPECT_EQ(main->currentScreen(), placeholder);
+
+    filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
+    placeholder->importButton()->click();
+    EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
+    EXPECT_TRUE(vm.showImportConfirm());
+    ASSERT_NE(main->importConfirm(), nullptr);
+    main->importConfirm()->reject();
+
+    folderToPick = makeProject(u"Reopened"_s);
+    placeholder->openButton()->click();
+    EXPECT_EQ(main->currentScreen(), main->editorView());
+    ASSERT_NE(vm.project(), nullptr);
+    EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
 }
 
 TEST_F(MainWindowTest, OpeningAProjectShowsItOrExplainsTheFailure)
