@@ -94,10 +94,11 @@ int main(int argc, char *argv[])
 
     // The MLT player hands its frames over on its own thread; the queued connection
     // brings them to the surface.
-    app::VideoSurface *surface = window.editorView()->playerView()->surface();
+    app::VideoPlayerView *playerView = window.editorView()->playerView();
+    app::VideoSurface *surface = playerView->surface();
     if (auto *player = dynamic_cast<media::mlt::MltPlayer *>(&editor.playerVM().player())) {
-        QObject::connect(player, &media::mlt::MltPlayer::frameShown, surface,
-                         [surface](const QImage &frame, double) { surface->showFrame(frame); },
+        QObject::connect(player, &media::mlt::MltPlayer::frameShown, playerView,
+                         [playerView](const QImage &frame, double) { playerView->showFrame(frame); },
                          Qt::QueuedConnection);
         QObject::connect(surface, &app::VideoSurface::sizeChanged, player,
                          [player](QSize size) { player->setVideoSize(size); });

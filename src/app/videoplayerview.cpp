@@ -9,6 +9,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QScreen>
 #include <QSlider>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -71,6 +72,54 @@ void VideoSurface::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
     Q_EMIT sizeChanged(size() * devicePixelRatioF());
+}
+
+void VideoSurface::mouseDoubleClickEvent(QMouseEvent *)
+{
+    Q_EMIT doubleClicked();
+}
+
+// --- FullscreenVideoWindow -------------------------------------------------------------
+
+FullscreenVideoWindow::FullscreenVideoWindow()
+    : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint)
+    , m_surface(new VideoSurface(this))
+    , m_close(new QToolButton(this))
+{
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    QPalette black = palette();
+    black.setColor(QPalette::Window, Qt::black);
+    setPalette(black);
+    setAutoFillBackground(true);
+    m_close->setIcon(symbolIcon(u"xmark.circle.fill"_s));
+    m_close->setIconSize(QSize(28, 28));
+    m_close->setFixedSize(36, 36);
+    m_close->setAutoRaise(true);
+    m_close->setToolTip(u"退出全屏"_s);
+    connect(m_close, &QToolButton::clicked, this, &QWidget::close);
+    connect(m_surface, &VideoSurface::doubleClicked, this, &QWidget::close);
+}
+
+void FullscreenVideoWindow::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape)
+        close();
+    else
+        QWidget::keyPressEvent(event);
+}
+
+void FullscreenVideoWindow::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    m_surface->setGeometry(rect());
+    m_close->move(width() - 20 - m_close->width(), 20);
+    m_close->raise();
+}
+
+void FullscreenVideoWindow::closeEvent(QCloseEvent *event)
+{
+    QWidget::closeEvent(event);
+    Q_EMIT closed();
 }
 
 // --- VideoProgressBar ------------------------------------------------------------------
@@ -192,6 +241,7 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     , m_speed(new QComboBox(this))
     , m_volume(new QSlider(Qt::Horizontal, this))
     , m_time(new QLabel(this))
+    , m_fullscreen(new QToolButton(this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -209,10 +259,16 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     volumeIcon->setPixmap(symbolIcon(u"speaker.wave.2.fill"_s).pixmap(16, 16));
     controls->addWidget(volumeIcon);
     controls->addWidget(m_volume);
+    controls->addWidget(m_fullscreen);
     layout->addLayout(controls);
 
     m_play->setAutoRaise(true);
     m_rotate->setAutoRaise(true);
+    m_fullscreen->setAutoRaise(true);
+    m_fullscreen->setIcon(symbolIcon(u"arrow.up.left.and.arrow.down.right"_s));
+    m_fullscreen->setToolTip(u"全屏 (双击视频)"_s);
+    connect(m_fullscreen, &QToolButton::clicked, this, [this] { setFullscreen(!isFullscreen()); });
+    connect(m_surface, &VideoSurface::doubleClicked, this, [this] { setFullscreen(!isFullscreen()); });
     m_rotate->setIcon(symbolIcon(u"rotate.right"_s));
     m_rotate->setToolTip(u"旋转"_s);
     for (const double speed : {0.5, 0.75, 1.0, 1.25, 1.5, 2.0})
@@ -255,6 +311,36 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     m_progress->setDuration(player.duration());
     refreshTime();
     refreshPlaying();
+}
+
+void VideoPlayerView::showFrame(const QImage &frame)
+{
+    m_surface->showFrame(frame);
+    if (m_fullscreenWindow)
+        m_fullscreenWindow->surface()->showFrame(frame);
+}
+
+void VideoPlayerView::setFullscreen(bool fullscreen)
+{
+    if (fullscreen == isFullscreen())
+        return;
+    if (!fullscreen) {
+        // Deleted later: this may run from the window's own close.
+        m_fullscreenWindow.release()->deleteLater();
+    } else {
+        m_fullscreenWindow = std::make_unique<FullscreenVideoWindow>();
+        FullscreenVideoWindow *window = m_fullscreenWindow.get();
+        window->surface()->setRotationDegrees(m_player.videoRotationDegrees());
+        window->surface()->showFrame(m_surface->frame());
+        connect(window, &FullscreenVideoWindow::closed, this, [this] { setFullscreen(false); });
+        connect(&m_player, &VideoPlayerViewModel::videoRotationDegreesChanged, window,
+                [this, window] { window->surface()->setRotationDegrees(m_player.videoRotationDegrees()); });
+        if (QScreen *screen = this->screen())
+            window->setGeometry(screen->geometry());
+        window->showFullScreen();
+    }
+    m_fullscreen->setIcon(symbolIcon(fullscreen ? u"arrow.down.right.and.arrow.up.left"_s
+                                                : u"arrow.up.left.and.arrow.down.right"_s));
 }
 
 void VideoPlayerView::refreshTime()

@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QWidget>
 #include <functional>
+#include <memory>
 
 class QComboBox;
 class QLabel;
@@ -35,10 +36,12 @@ public:
 
 Q_SIGNALS:
     void sizeChanged(QSize size);
+    void doubleClicked();
 
 protected:
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
 
 private:
     QImage m_frame;
@@ -85,6 +88,31 @@ private:
     double m_dragTime = 0.0;
 };
 
+// The preview alone on a borderless window over the whole screen. A double click, the
+// close button or Escape ends it.
+class FullscreenVideoWindow : public QWidget
+{
+    Q_OBJECT
+
+public:
+    FullscreenVideoWindow();
+
+    VideoSurface *surface() const { return m_surface; }
+    QToolButton *closeButton() const { return m_close; }
+
+Q_SIGNALS:
+    void closed();
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    VideoSurface *m_surface;
+    QToolButton *m_close;
+};
+
 // The preview with its controls; everything shown comes from the player model.
 class VideoPlayerView : public QWidget
 {
@@ -100,6 +128,14 @@ public:
     QComboBox *speedBox() const { return m_speed; }
     QSlider *volumeSlider() const { return m_volume; }
     QLabel *timeLabel() const { return m_time; }
+    QToolButton *fullscreenButton() const { return m_fullscreen; }
+    FullscreenVideoWindow *fullscreenWindow() const { return m_fullscreenWindow.get(); }
+    bool isFullscreen() const { return bool(m_fullscreenWindow); }
+
+    // Where the preview engine's frames go: the surface, and the full-screen window
+    // while it is open.
+    void showFrame(const QImage &frame);
+    void setFullscreen(bool fullscreen);
 
 private:
     void refreshTime();
@@ -113,6 +149,8 @@ private:
     QComboBox *m_speed;
     QSlider *m_volume;
     QLabel *m_time;
+    QToolButton *m_fullscreen;
+    std::unique_ptr<FullscreenVideoWindow> m_fullscreenWindow;
 };
 
 } // namespace kavel::app

@@ -139,3 +139,34 @@ TEST(VideoSurface, KeepsTheLastFrameAndReportsItsSize)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesUntilClosed)
+{
+    openTranscript({{u"a"_s, u"b"_s}});
+    VideoPlayerView view(vm.playerVM());
+    QImage frame(32, 18, QImage::Format_RGB32);
+    frame.fill(Qt::green);
+    view.showFrame(frame);
+    EXPECT_EQ(view.fullscreenButton()->toolTip(), u"全屏 (双击视频)"_s);
+
+    view.fullscreenButton()->click();
+    ASSERT_TRUE(view.isFullscreen());
+    FullscreenVideoWindow *fullscreen = view.fullscreenWindow();
+    EXPECT_EQ(fullscreen->surface()->frame(), frame); // the last frame, before the next arrives
+    frame.fill(Qt::blue);
+    view.showFrame(frame);
+    EXPECT_EQ(fullscreen->surface()->frame(), frame);
+
+    fullscreen->closeButton()->click();
+    EXPECT_FALSE(view.isFullscreen());
+
+    // A double click on the video opens it too, and Escape closes it.
+    QTest::mouseDClick(view.surface(), Qt::LeftButton);
+    ASSERT_TRUE(view.isFullscreen());
+    QTest::keyClick(view.fullscreenWindow(), Qt::Key_Escape);
+    EXPECT_FALSE(view.isFullscreen());
+}
+
+} // namespace
