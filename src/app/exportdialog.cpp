@@ -129,15 +129,9 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     connect(&flow, &ExportFlow::exportCompleteChanged, this, &ExportDialog::showOutcome);
     connect(&flow, &ExportFlow::stepStarted, this,
             [this](const QString &step) { m_outcome->setText(step); });
-    connect(&flow.renderService(), &LocalRenderService::progressChanged, this, [this] {
-        m_progress->setValue(int(m_flow.renderService().progress() * 1000.0));
-    });
-    connect(m_close, &QPushButton::clicked, this, [this] {
-        if (m_running)
-            m_flow.renderService().cancel();
-        else
-            reject();
-    });
+    connect(&flow.renderService(), &LocalRenderService::progressChanged, this,
+            [this] { m_progress->setValue(int(m_flow.renderService().progress() * 1000.0)); });
+    connect(m_close, &QPushButton::clicked, this, &ExportDialog::reject);
     connect(m_start, &QPushButton::clicked, this, [this] {
         applyControls();
         setRunning(true);
@@ -150,6 +144,15 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
         m_flow.setSettings(s);
     }
     showSettings();
+}
+
+void ExportDialog::reject()
+{
+    if (m_running) {
+        m_flow.renderService().cancel();
+        return;
+    }
+    QDialog::reject();
 }
 
 void ExportDialog::showSettings()

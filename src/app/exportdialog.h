@@ -38,6 +38,10 @@ public:
     QLabel *outcomeLabel() const { return m_outcome; }
     bool isRunning() const { return m_running; }
 
+    // While an export runs, closing only stops it: the run still uses the flow the
+    // dialog owns.
+    void reject() override;
+
 private:
     void showSettings();
     void applyControls();

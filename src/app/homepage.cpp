@@ -66,9 +66,10 @@ UploadZone::UploadZone(QWidget *parent)
 void UploadZone::setDragOver(bool over)
 {
     m_dragOver = over;
-    setStyleSheet(over ? u"#uploadZone { border: 2px dashed palette(highlight); border-radius: 12px;"
-                         " background: rgba(60, 120, 240, 40); }"_s
-                       : u"#uploadZone { border: 2px dashed palette(mid); border-radius: 12px; }"_s);
+    setStyleSheet(over
+                      ? u"#uploadZone { border: 2px dashed palette(highlight); border-radius: 12px;"
+                        " background: rgba(60, 120, 240, 40); }"_s
+                      : u"#uploadZone { border: 2px dashed palette(mid); border-radius: 12px; }"_s);
 }
 
 void UploadZone::mouseReleaseEvent(QMouseEvent *event)
@@ -106,8 +107,8 @@ void UploadZone::dropEvent(QDropEvent *event)
 
 // --- ProjectCard -----------------------------------------------------------------------
 
-ProjectCard::ProjectCard(const ProjectReference &reference,
-                         const std::optional<QImage> &thumbnail, bool asRow, QWidget *parent)
+ProjectCard::ProjectCard(const ProjectReference &reference, const std::optional<QImage> &thumbnail,
+                         bool asRow, QWidget *parent)
     : QFrame(parent)
     , m_reference(reference)
 {
@@ -133,10 +134,9 @@ ProjectCard::ProjectCard(const ProjectReference &reference,
     QFont bold = title->font();
     bold.setBold(true);
     title->setFont(bold);
-    auto *details = new QLabel(
-        dateText(reference) + u"  ·  "_s + durationText(reference) + u"  ·  "_s
-            + sizeText(reference),
-        this);
+    auto *details = new QLabel(dateText(reference) + u"  ·  "_s + durationText(reference)
+                                   + u"  ·  "_s + sizeText(reference),
+                               this);
     QPalette dim = details->palette();
     dim.setColor(QPalette::WindowText, palette().color(QPalette::PlaceholderText));
     details->setPalette(dim);
@@ -251,7 +251,10 @@ void HomePage::setViewMode(ViewMode mode)
     rebuildCards();
 }
 
-QString HomePage::searchText() const { return m_search->text(); }
+QString HomePage::searchText() const
+{
+    return m_search->text();
+}
 
 QList<ProjectCard *> HomePage::cards() const
 {
@@ -312,9 +315,8 @@ void HomePage::rebuildCards()
             grid->addWidget(card, int(i / gridColumns), int(i % gridColumns));
     }
     if (shown.isEmpty()) {
-        auto *empty = new QLabel(m_store.projects().isEmpty() ? u"还没有项目"_s
-                                                               : u"没有匹配的项目"_s,
-                                 m_cardsContainer);
+        auto *empty = new QLabel(
+            m_store.projects().isEmpty() ? u"还没有项目"_s : u"没有匹配的项目"_s, m_cardsContainer);
         empty->setAlignment(Qt::AlignCenter);
         if (rows)
             rows->addWidget(empty);

@@ -82,8 +82,8 @@ public:
     static constexpr int gridColumns = 3;
 
     // `pickMedia` shows the file dialog and returns the chosen files (empty when cancelled).
-    HomePage(EditorViewModel &editor, ProjectStore &store,
-             std::function<QList<QUrl>()> pickMedia, QWidget *parent = nullptr);
+    HomePage(EditorViewModel &editor, ProjectStore &store, std::function<QList<QUrl>()> pickMedia,
+             QWidget *parent = nullptr);
 
     ViewMode viewMode() const { return m_viewMode; }
     void setViewMode(ViewMode mode);

@@ -4,8 +4,8 @@
 #include "editor/editorviewmodel.h"
 #include "export/exportflow.h"
 #include "homepage.h"
-#include "mainwindow.h"
 #include "maineditorview.h"
+#include "mainwindow.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "media/mlt/mltplayer.h"
@@ -32,10 +32,10 @@ namespace {
 
 QList<QUrl> pickMediaFiles(QWidget *parent, const QString &title)
 {
-    return QFileDialog::getOpenFileUrls(parent, title, QUrl::fromLocalFile(
-                                            QStandardPaths::writableLocation(
-                                                QStandardPaths::MoviesLocation)),
-                                        app::mediaFileFilter());
+    return QFileDialog::getOpenFileUrls(
+        parent, title,
+        QUrl::fromLocalFile(QStandardPaths::writableLocation(QStandardPaths::MoviesLocation)),
+        app::mediaFileFilter());
 }
 
 } // namespace
@@ -80,9 +80,8 @@ int main(int argc, char *argv[])
     shell.settings = &settings;
     shell.store = &store;
     shell.login = &login;
-    shell.pickMedia = [&dialogParent](const QString &title) {
-        return pickMediaFiles(dialogParent, title);
-    };
+    shell.pickMedia
+        = [&dialogParent](const QString &title) { return pickMediaFiles(dialogParent, title); };
     shell.pickFolder = [&dialogParent](const QString &title) {
         return QFileDialog::getExistingDirectory(dialogParent, title);
     };
@@ -97,9 +96,10 @@ int main(int argc, char *argv[])
     app::VideoPlayerView *playerView = window.editorView()->playerView();
     app::VideoSurface *surface = playerView->surface();
     if (auto *player = dynamic_cast<media::mlt::MltPlayer *>(&editor.playerVM().player())) {
-        QObject::connect(player, &media::mlt::MltPlayer::frameShown, playerView,
-                         [playerView](const QImage &frame, double) { playerView->showFrame(frame); },
-                         Qt::QueuedConnection);
+        QObject::connect(
+            player, &media::mlt::MltPlayer::frameShown, playerView,
+            [playerView](const QImage &frame, double) { playerView->showFrame(frame); },
+            Qt::QueuedConnection);
         QObject::connect(surface, &app::VideoSurface::sizeChanged, player,
                          [player](QSize size) { player->setVideoSize(size); });
         player->setVideoSize(surface->size());

@@ -156,8 +156,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
         m_editor.performSearch();
     });
     connect(m_search, &QLineEdit::returnPressed, this, [this] { m_editor.nextSearchResult(); });
-    connect(m_previous, &QToolButton::clicked, this,
-            [this] { m_editor.previousSearchResult(); });
+    connect(m_previous, &QToolButton::clicked, this, [this] { m_editor.previousSearchResult(); });
     connect(m_next, &QToolButton::clicked, this, [this] { m_editor.nextSearchResult(); });
     connect(&editor, &EditorViewModel::searchResultsChanged, this,
             &MainEditorView::refreshSearchCounter);

@@ -61,18 +61,20 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     layout->addWidget(buildSidebar());
 
     m_stack = new QStackedWidget(central);
-    m_home = new HomePage(m_editor, *m_services.store,
-                          [this] { return m_services.pickMedia ? m_services.pickMedia(u"选择视频或音频文件"_s)
-                                                               : QList<QUrl> {}; },
-                          m_stack);
+    m_home = new HomePage(
+        m_editor, *m_services.store,
+        [this] {
+            return m_services.pickMedia ? m_services.pickMedia(u"选择视频或音频文件"_s)
+                                        : QList<QUrl> {};
+        },
+        m_stack);
     m_editorView = new MainEditorView(m_editor, m_stack);
     m_placeholder = new ProjectPlaceholder(m_stack);
     m_guide = new GuidePage(m_stack);
     m_settingsPage = new SettingsPage(*m_services.settings, m_services.pickFolder, m_stack);
     m_account = new AccountPage(*m_services.appState, m_stack);
     for (QWidget *w : {static_cast<QWidget *>(m_home), static_cast<QWidget *>(m_editorView),
-                       static_cast<QWidget *>(m_placeholder), m_guide, m_settingsPage,
-                       m_account})
+                       static_cast<QWidget *>(m_placeholder), m_guide, m_settingsPage, m_account})
         m_stack->addWidget(w);
     layout->addWidget(m_stack, 1);
     setCentralWidget(central);
@@ -167,7 +169,8 @@ QWidget *MainWindow::buildSidebar()
         m_sidebarButtons->addButton(button, int(entry.destination));
         layout->addWidget(button);
         const NavigationItem destination = entry.destination;
-        connect(button, &QToolButton::clicked, this, [this, destination] { navigate(destination); });
+        connect(button, &QToolButton::clicked, this,
+                [this, destination] { navigate(destination); });
     }
     layout->addStretch(1);
     return sidebar;
@@ -218,7 +221,10 @@ bool MainWindow::editorHasContent() const
     return m_editor.project() || m_editor.isProcessing();
 }
 
-QWidget *MainWindow::currentScreen() const { return m_stack->currentWidget(); }
+QWidget *MainWindow::currentScreen() const
+{
+    return m_stack->currentWidget();
+}
 
 void MainWindow::navigate(NavigationItem item)
 {
@@ -251,8 +257,8 @@ void MainWindow::openProject(const QUrl &bundleUrl)
 
 void MainWindow::showError(const QString &message)
 {
-    auto *box = new QMessageBox(QMessageBox::Warning, u"错误"_s, message, QMessageBox::NoButton,
-                                this);
+    auto *box
+        = new QMessageBox(QMessageBox::Warning, u"错误"_s, message, QMessageBox::NoButton, this);
     box->addButton(u"确定"_s, QMessageBox::AcceptRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);

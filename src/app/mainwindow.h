@@ -32,7 +32,6 @@ namespace kavel::app {
 
 class HomePage;
 
-
 class MainEditorView;
 
 // What the window shows and works on; all of it outlives the window.

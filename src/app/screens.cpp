@@ -258,8 +258,7 @@ GuidePage::GuidePage(QWidget *parent)
 
 // --- LoginDialog -----------------------------------------------------------------------
 
-LoginDialog::LoginDialog(service::LoginModel &login, service::AppState &appState,
-                         QWidget *parent)
+LoginDialog::LoginDialog(service::LoginModel &login, service::AppState &appState, QWidget *parent)
     : QDialog(parent)
     , m_login(login)
     , m_appState(appState)

@@ -134,8 +134,7 @@ class LoginDialog : public QDialog
     Q_OBJECT
 
 public:
-    LoginDialog(service::LoginModel &login, service::AppState &appState,
-                QWidget *parent = nullptr);
+    LoginDialog(service::LoginModel &login, service::AppState &appState, QWidget *parent = nullptr);
 
 private:
     void refresh();

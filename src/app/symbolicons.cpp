@@ -50,8 +50,10 @@ const QHash<QString, IconChoice> &iconTable()
         {u"folder"_s, {u"folder"_s, QStyle::SP_DirIcon}},
         {u"waveform"_s, {u"audio-x-generic"_s, QStyle::SP_MediaVolume}},
         {u"captions.bubble"_s, {u"text-x-generic"_s, QStyle::SP_FileDialogInfoView}},
-        {u"arrow.up.left.and.arrow.down.right"_s, {u"view-fullscreen"_s, QStyle::SP_TitleBarMaxButton}},
-        {u"arrow.down.right.and.arrow.up.left"_s, {u"view-restore"_s, QStyle::SP_TitleBarNormalButton}},
+        {u"arrow.up.left.and.arrow.down.right"_s,
+         {u"view-fullscreen"_s, QStyle::SP_TitleBarMaxButton}},
+        {u"arrow.down.right.and.arrow.up.left"_s,
+         {u"view-restore"_s, QStyle::SP_TitleBarNormalButton}},
         {u"plus"_s, {u"list-add"_s, QStyle::SP_FileDialogNewFolder}},
     };
     return table;

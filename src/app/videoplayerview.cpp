@@ -132,7 +132,10 @@ VideoProgressBar::VideoProgressBar(QWidget *parent)
     setCursor(Qt::PointingHandCursor);
 }
 
-QSize VideoProgressBar::sizeHint() const { return {300, barHeight}; }
+QSize VideoProgressBar::sizeHint() const
+{
+    return {300, barHeight};
+}
 
 void VideoProgressBar::setCurrentTime(double seconds)
 {
@@ -268,7 +271,8 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     m_fullscreen->setIcon(symbolIcon(u"arrow.up.left.and.arrow.down.right"_s));
     m_fullscreen->setToolTip(u"全屏 (双击视频)"_s);
     connect(m_fullscreen, &QToolButton::clicked, this, [this] { setFullscreen(!isFullscreen()); });
-    connect(m_surface, &VideoSurface::doubleClicked, this, [this] { setFullscreen(!isFullscreen()); });
+    connect(m_surface, &VideoSurface::doubleClicked, this,
+            [this] { setFullscreen(!isFullscreen()); });
     m_rotate->setIcon(symbolIcon(u"rotate.right"_s));
     m_rotate->setToolTip(u"旋转"_s);
     for (const double speed : {0.5, 0.75, 1.0, 1.25, 1.5, 2.0})
@@ -280,17 +284,16 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
 
     connect(m_play, &QToolButton::clicked, this, [this] { m_player.togglePlayPause(); });
     connect(m_rotate, &QToolButton::clicked, this, [this] {
-        m_player.setVideoRotationDegrees(
-            std::fmod(m_player.videoRotationDegrees() + 90.0, 360.0));
+        m_player.setVideoRotationDegrees(std::fmod(m_player.videoRotationDegrees() + 90.0, 360.0));
     });
-    connect(m_speed, &QComboBox::activated, this, [this](int index) {
-        m_player.setPlaybackSpeed(m_speed->itemData(index).toFloat());
-    });
+    connect(m_speed, &QComboBox::activated, this,
+            [this](int index) { m_player.setPlaybackSpeed(m_speed->itemData(index).toFloat()); });
     connect(m_volume, &QSlider::valueChanged, this,
             [this](int value) { m_player.setVolume(float(value) / 100.0f); });
     m_progress->setOnSeek([this](double t) { m_player.setCurrentTime(t); });
 
-    connect(&player, &VideoPlayerViewModel::currentTimeChanged, this, &VideoPlayerView::refreshTime);
+    connect(&player, &VideoPlayerViewModel::currentTimeChanged, this,
+            &VideoPlayerView::refreshTime);
     connect(&player, &VideoPlayerViewModel::durationChanged, this, &VideoPlayerView::refreshTime);
     connect(&player, &VideoPlayerViewModel::isPlayingChanged, this,
             &VideoPlayerView::refreshPlaying);
@@ -334,7 +337,9 @@ void VideoPlayerView::setFullscreen(bool fullscreen)
         window->surface()->showFrame(m_surface->frame());
         connect(window, &FullscreenVideoWindow::closed, this, [this] { setFullscreen(false); });
         connect(&m_player, &VideoPlayerViewModel::videoRotationDegreesChanged, window,
-                [this, window] { window->surface()->setRotationDegrees(m_player.videoRotationDegrees()); });
+                [this, window] {
+                    window->surface()->setRotationDegrees(m_player.videoRotationDegrees());
+                });
         if (QScreen *screen = this->screen())
             window->setGeometry(screen->geometry());
         window->showFullScreen();

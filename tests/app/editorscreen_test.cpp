@@ -20,8 +20,8 @@ protected:
 
     void SetUp() override
     {
-        QList<Paragraph> doc = test::transcript({{u"嗯"_s, u"we"_s, u"go"_s, u"go"_s},
-                                                 {u"then"_s, u"呃"_s, u"stop"_s}});
+        QList<Paragraph> doc = test::transcript(
+            {{u"嗯"_s, u"we"_s, u"go"_s, u"go"_s}, {u"then"_s, u"呃"_s, u"stop"_s}});
         doc[0].wordBlocks[0].isFiller = true;
         doc[1].wordBlocks[1].isFiller = true;
         openParagraphs(doc);
@@ -38,9 +38,9 @@ protected:
 
 TEST_F(EditorScreenTest, ToolbarButtonsHaveIconsAndTooltips)
 {
-    for (const QString &tip : {u"撤销 (Cmd+Z)"_s, u"重做 (Shift+Cmd+Z)"_s, u"剪切 (Cmd+X)"_s,
-                               u"拷贝 (Cmd+C)"_s, u"粘贴 (Cmd+V)"_s, u"删除 (Delete)"_s,
-                               u"删除语气词"_s}) {
+    for (const QString &tip :
+         {u"撤销 (Cmd+Z)"_s, u"重做 (Shift+Cmd+Z)"_s, u"剪切 (Cmd+X)"_s, u"拷贝 (Cmd+C)"_s,
+          u"粘贴 (Cmd+V)"_s, u"删除 (Delete)"_s, u"删除语气词"_s}) {
         QToolButton *button = tool(tip);
         ASSERT_NE(button, nullptr);
         EXPECT_EQ(button->toolTip(), tip);

@@ -38,9 +38,8 @@ protected:
             pickerTitles.append(title);
             return folderToPick;
         };
-        services.makeExportFlow = [this] {
-            return std::make_unique<ExportFlow>(engine, renderer, settings);
-        };
+        services.makeExportFlow
+            = [this] { return std::make_unique<ExportFlow>(engine, renderer, settings); };
         main = std::make_unique<app::MainWindow>(services);
     }
 };

@@ -23,7 +23,8 @@ protected:
     QTemporaryDir projectsDir;
     service::Settings settings {std::make_unique<QSettings>(
         QDir(dir.path()).filePath(QStringLiteral("settings.ini")), QSettings::IniFormat)};
-    service::APIClient api {QUrl(QStringLiteral("http://127.0.0.1:9/api")), {}, [](const QString &) {}};
+    service::APIClient api {
+        QUrl(QStringLiteral("http://127.0.0.1:9/api")), {}, [](const QString &) {}};
     service::AppState appState {api, settings, [](const QString &) {}};
     service::LoginModel login {api, settings, appState};
     ProjectStore store {engine, projectsDir.path()};
