@@ -85,4 +85,26 @@ TEST_F(ExportDialogTest, RunsTheChosenOutputsAndReportsTheOutcome)
     EXPECT_FALSE(vm.showExportSheet());
 }
 
+TEST_F(ExportDialogTest, ClosingDuringAnExportStopsItFirst)
+{
+    makeWindowWithExport();
+    renderer.pollsToFinish = 1000;
+    main->editorView()->exportButton()->click();
+    ExportDialog *dialog = main->exportDialog();
+    ASSERT_NE(dialog, nullptr);
+    folderToPick = exportDir.path();
+    dialog->folderButton()->click();
+    dialog->exportButton()->click();
+    QTRY_VERIFY(!renderer.requests.isEmpty());
+    ASSERT_TRUE(dialog->isRunning());
+
+    dialog->reject();
+    EXPECT_TRUE(dialog->isVisible());
+    QTRY_VERIFY(!dialog->isRunning());
+    EXPECT_TRUE(dialog->outcomeLabel()->text().startsWith(u"视频导出失败"_s))
+        << dialog->outcomeLabel()->text().toStdString();
+    dialog->reject();
+    EXPECT_FALSE(vm.showExportSheet());
+}
+
 } // namespace
