@@ -17,6 +17,7 @@
 #include "service/appstate.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
+#include "traynotifier.h"
 #include "videoplayerview.h"
 
 #include <QApplication>
@@ -58,7 +59,8 @@ int main(int argc, char *argv[])
     service::LoginModel login(apiClient, settings, appState);
 
     LoggingNotifier logged;
-    DesktopNotifier notifier(logged);
+    app::TrayNotifier tray(logged);
+    DesktopNotifier notifier(tray);
 
     // The window does not exist yet when the editor is made; the picker finds it later.
     QWidget *dialogParent = nullptr;

@@ -151,7 +151,13 @@ TEST_F(HomePageTest, CardMenuOpensAndDeletesProjects)
     EXPECT_EQ(opened.first().first().toUrl(), QUrl::fromLocalFile(card->reference().bundlePath));
 
     const QString bundle = card->reference().bundlePath;
+    // In the test environment the trash can resolve relative to the working folder; keep
+    // it out of the checkout.
+    const QString workingFolder = QDir::currentPath();
+    QTemporaryDir trashHost;
+    QDir::setCurrent(trashHost.path());
     actions.at(2)->trigger();
+    QDir::setCurrent(workingFolder);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_FALSE(QFileInfo::exists(bundle));
     EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
