@@ -136,6 +136,12 @@ class LoginDialog : public QDialog
 public:
     LoginDialog(service::LoginModel &login, service::AppState &appState, QWidget *parent = nullptr);
 
+    QLineEdit *accountField() const { return m_account; }
+    QLineEdit *secretField() const { return m_secret; }
+    QPushButton *sendCodeButton() const { return m_sendCode; }
+    QPushButton *submitButton() const { return m_submit; }
+    QLabel *errorLabel() const { return m_error; }
+
 private:
     void refresh();
 

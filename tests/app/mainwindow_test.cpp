@@ -4,6 +4,7 @@
 
 #include <QAction>
 #include <QLabel>
+#include <QLineEdit>
 #include <QStackedWidget>
 #include <QToolButton>
 
@@ -187,6 +188,32 @@ TEST_F(MainWindowTest, SettingsPageKeepsTheDefaultExportFolder)
     page->clearButton()->click();
     EXPECT_EQ(settings.defaultExportPath(), QString());
     EXPECT_EQ(page->pathLabel()->text(), u"未设置（每次导出时选择）"_s);
+}
+
+TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
+{
+    main->sidebarButton(NavigationItem::account)->click();
+    qobject_cast<AccountPage *>(main->currentScreen())->signInButton()->click();
+    LoginDialog *sheet = main->loginDialog();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->accountField()->placeholderText(), u"用户名 / 邮箱 / 手机号"_s);
+
+    // A phone number asks for a texted code; anything else for a password.
+    sheet->accountField()->setText(u"13800138000"_s);
+    EXPECT_FALSE(sheet->sendCodeButton()->isHidden());
+    EXPECT_EQ(sheet->secretField()->echoMode(), QLineEdit::Normal);
+    sheet->accountField()->setText(u"me@example.com"_s);
+    EXPECT_TRUE(sheet->sendCodeButton()->isHidden());
+    EXPECT_EQ(sheet->secretField()->echoMode(), QLineEdit::Password);
+
+    // Nothing listens at the session's address, so the sign-in fails.
+    sheet->secretField()->setText(u"secret"_s);
+    sheet->submitButton()->click();
+    QTRY_COMPARE(sheet->errorLabel()->text(), u"登录失败：用户名或密码错误"_s);
+    EXPECT_TRUE(sheet->submitButton()->isEnabled());
+    EXPECT_EQ(login.email, u"me@example.com"_s);
+    EXPECT_TRUE(sheet->isVisible());
+    EXPECT_FALSE(appState.isAuthenticated());
 }
 
 } // namespace
