@@ -1,0 +1,221 @@
+#include "exportdialog.h"
+
+#include "editor/editorviewmodel.h"
+#include "export/exportflow.h"
+#include "export/localrenderservice.h"
+#include "model/kavelproject.h"
+#include "symbolicons.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QVBoxLayout>
+#include <qcorotask.h>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+namespace {
+
+template<typename E> void fillCombo(QComboBox *box, const std::function<QString(E)> &text)
+{
+    for (E value : allCases<E>())
+        box->addItem(text(value), QVariant::fromValue(int(value)));
+}
+
+template<typename E> void selectIn(QComboBox *box, E value)
+{
+    box->setCurrentIndex(box->findData(int(value)));
+}
+
+template<typename E> E selectedIn(QComboBox *box)
+{
+    return E(box->currentData().toInt());
+}
+
+} // namespace
+
+ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
+                           std::function<QString(const QString &)> pickFolder, QWidget *parent)
+    : QDialog(parent)
+    , m_flow(flow)
+    , m_editor(editor)
+    , m_pickFolder(std::move(pickFolder))
+    , m_title(new QLineEdit(this))
+    , m_folder(new QPushButton(symbolIcon(u"folder"_s), u"选择…"_s, this))
+    , m_folderLabel(new QLabel(this))
+    , m_video(new QCheckBox(u"视频"_s, this))
+    , m_videoFormat(new QComboBox(this))
+    , m_resolution(new QComboBox(this))
+    , m_codec(new QComboBox(this))
+    , m_audio(new QCheckBox(u"音频"_s, this))
+    , m_audioFormat(new QComboBox(this))
+    , m_subtitles(new QCheckBox(u"字幕 (SRT)"_s, this))
+    , m_progress(new QProgressBar(this))
+    , m_outcome(new QLabel(this))
+    , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), u"导出"_s, this))
+    , m_close(new QPushButton(u"取消"_s, this))
+{
+    setWindowTitle(u"导出"_s);
+    setMinimumWidth(480);
+    m_title->setPlaceholderText(u"输入导出标题"_s);
+    m_video->setIcon(symbolIcon(u"film"_s));
+    m_audio->setIcon(symbolIcon(u"waveform"_s));
+    m_subtitles->setIcon(symbolIcon(u"captions.bubble"_s));
+    fillCombo<VideoFormat>(m_videoFormat, [](VideoFormat f) { return toRawValue(f).toUpper(); });
+    fillCombo<Resolution>(m_resolution, [](Resolution r) { return label(r); });
+    fillCombo<VideoCodec>(m_codec, [](VideoCodec c) { return label(c); });
+    fillCombo<AudioFormat>(m_audioFormat, [](AudioFormat f) { return toRawValue(f).toUpper(); });
+
+    auto *layout = new QVBoxLayout(this);
+    auto *form = new QFormLayout;
+    form->addRow(u"标题"_s, m_title);
+    auto *folderRow = new QHBoxLayout;
+    m_folderLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    folderRow->addWidget(m_folderLabel, 1);
+    folderRow->addWidget(m_folder);
+    form->addRow(u"导出目录"_s, folderRow);
+    auto *videoRow = new QHBoxLayout;
+    videoRow->addWidget(m_video);
+    videoRow->addWidget(m_videoFormat);
+    videoRow->addWidget(m_resolution);
+    videoRow->addWidget(m_codec);
+    videoRow->addStretch(1);
+    form->addRow(videoRow);
+    auto *audioRow = new QHBoxLayout;
+    audioRow->addWidget(m_audio);
+    audioRow->addWidget(m_audioFormat);
+    audioRow->addStretch(1);
+    form->addRow(audioRow);
+    form->addRow(m_subtitles);
+    layout->addLayout(form);
+    m_progress->setRange(0, 1000);
+    m_progress->setTextVisible(false);
+    m_progress->hide();
+    layout->addWidget(m_progress);
+    m_outcome->setWordWrap(true);
+    layout->addWidget(m_outcome);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(m_close);
+    buttons->addWidget(m_start);
+    m_start->setDefault(true);
+    layout->addLayout(buttons);
+
+    connect(m_folder, &QPushButton::clicked, this, [this] {
+        if (!m_pickFolder)
+            return;
+        const QString folder = m_pickFolder(u"选择导出目录"_s);
+        if (folder.isEmpty())
+            return;
+        ExportSettings s = m_flow.settings();
+        s.outputPath = QUrl::fromLocalFile(folder);
+        m_flow.setSettings(s);
+    });
+    for (QCheckBox *box : {m_video, m_audio, m_subtitles})
+        connect(box, &QCheckBox::toggled, this, &ExportDialog::applyControls);
+    for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat})
+        connect(box, &QComboBox::activated, this, &ExportDialog::applyControls);
+    connect(m_title, &QLineEdit::textEdited, this, &ExportDialog::applyControls);
+    connect(&flow, &ExportFlow::settingsChanged, this, &ExportDialog::showSettings);
+    connect(&flow, &ExportFlow::exportErrorChanged, this, &ExportDialog::showOutcome);
+    connect(&flow, &ExportFlow::exportNoticeChanged, this, &ExportDialog::showOutcome);
+    connect(&flow, &ExportFlow::exportCompleteChanged, this, &ExportDialog::showOutcome);
+    connect(&flow, &ExportFlow::stepStarted, this,
+            [this](const QString &step) { m_outcome->setText(step); });
+    connect(&flow.renderService(), &LocalRenderService::progressChanged, this,
+            [this] { m_progress->setValue(int(m_flow.renderService().progress() * 1000.0)); });
+    connect(m_close, &QPushButton::clicked, this, &ExportDialog::reject);
+    connect(m_start, &QPushButton::clicked, this, [this] {
+        applyControls();
+        setRunning(true);
+        QCoro::connect(m_flow.startExport(m_editor), this, [this] { setRunning(false); });
+    });
+
+    if (m_flow.settings().title.isEmpty() && m_editor.project()) {
+        ExportSettings s = m_flow.settings();
+        s.title = m_editor.project()->metadata().title;
+        m_flow.setSettings(s);
+    }
+    showSettings();
+}
+
+void ExportDialog::reject()
+{
+    if (m_running) {
+        m_flow.renderService().cancel();
+        return;
+    }
+    QDialog::reject();
+}
+
+void ExportDialog::showSettings()
+{
+    const ExportSettings &s = m_flow.settings();
+    if (m_title->text() != s.title)
+        m_title->setText(s.title);
+    m_folderLabel->setText(s.outputPath ? s.outputPath->toLocalFile() : u"未选择"_s);
+    const QSignalBlocker b1(m_video), b2(m_audio), b3(m_subtitles);
+    m_video->setChecked(s.videoEnabled);
+    m_audio->setChecked(s.audioEnabled);
+    m_subtitles->setChecked(s.subtitleEnabled);
+    selectIn(m_videoFormat, s.videoFormat);
+    selectIn(m_resolution, s.resolution);
+    selectIn(m_codec, s.codec);
+    selectIn(m_audioFormat, s.audioFormat);
+    for (QWidget *w : {static_cast<QWidget *>(m_videoFormat), static_cast<QWidget *>(m_resolution),
+                       static_cast<QWidget *>(m_codec)})
+        w->setEnabled(s.videoEnabled);
+    m_audioFormat->setEnabled(s.audioEnabled);
+}
+
+void ExportDialog::applyControls()
+{
+    ExportSettings s = m_flow.settings();
+    s.title = m_title->text();
+    s.videoEnabled = m_video->isChecked();
+    s.audioEnabled = m_audio->isChecked();
+    s.subtitleEnabled = m_subtitles->isChecked();
+    s.videoFormat = selectedIn<VideoFormat>(m_videoFormat);
+    s.resolution = selectedIn<Resolution>(m_resolution);
+    s.codec = selectedIn<VideoCodec>(m_codec);
+    s.audioFormat = selectedIn<AudioFormat>(m_audioFormat);
+    m_flow.setSettings(s);
+}
+
+void ExportDialog::showOutcome()
+{
+    QStringList lines;
+    if (m_flow.exportError())
+        lines.append(*m_flow.exportError());
+    if (m_flow.exportNotice())
+        lines.append(*m_flow.exportNotice());
+    if (m_flow.exportComplete() && !m_flow.exportError())
+        lines.append(u"导出完成"_s);
+    m_outcome->setText(lines.join(u'\n'));
+    QPalette tone = m_outcome->palette();
+    tone.setColor(QPalette::WindowText,
+                  m_flow.exportError() ? QColor(Qt::red) : palette().color(QPalette::WindowText));
+    m_outcome->setPalette(tone);
+}
+
+void ExportDialog::setRunning(bool running)
+{
+    m_running = running;
+    m_progress->setVisible(running);
+    m_progress->setValue(0);
+    m_start->setEnabled(!running);
+    m_close->setText(running ? u"停止"_s : (m_flow.exportComplete() ? u"完成"_s : u"取消"_s));
+    for (QWidget *w : {static_cast<QWidget *>(m_title), static_cast<QWidget *>(m_folder),
+                       static_cast<QWidget *>(m_video), static_cast<QWidget *>(m_audio),
+                       static_cast<QWidget *>(m_subtitles)})
+        w->setEnabled(!running);
+}
+
+} // namespace kavel::app

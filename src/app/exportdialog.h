@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QDialog>
+#include <functional>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QProgressBar;
+class QPushButton;
+
+namespace kavel {
+class EditorViewModel;
+class ExportFlow;
+} // namespace kavel
+
+namespace kavel::app {
+
+// Edits the export options of the flow and runs it over the editor's document; the
+// outcome (error, notice, completion) is shown in the dialog itself.
+class ExportDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    ExportDialog(ExportFlow &flow, EditorViewModel &editor,
+                 std::function<QString(const QString &title)> pickFolder,
+                 QWidget *parent = nullptr);
+
+    QLineEdit *titleField() const { return m_title; }
+    QPushButton *folderButton() const { return m_folder; }
+    QLabel *folderLabel() const { return m_folderLabel; }
+    QCheckBox *videoToggle() const { return m_video; }
+    QCheckBox *audioToggle() const { return m_audio; }
+    QCheckBox *subtitleToggle() const { return m_subtitles; }
+    QPushButton *exportButton() const { return m_start; }
+    QLabel *outcomeLabel() const { return m_outcome; }
+    bool isRunning() const { return m_running; }
+
+    // While an export runs, closing only stops it: the run still uses the flow the
+    // dialog owns.
+    void reject() override;
+
+private:
+    void showSettings();
+    void applyControls();
+    void showOutcome();
+    void setRunning(bool running);
+
+    ExportFlow &m_flow;
+    EditorViewModel &m_editor;
+    std::function<QString(const QString &)> m_pickFolder;
+    QLineEdit *m_title;
+    QPushButton *m_folder;
+    QLabel *m_folderLabel;
+    QCheckBox *m_video;
+    QComboBox *m_videoFormat;
+    QComboBox *m_resolution;
+    QComboBox *m_codec;
+    QCheckBox *m_audio;
+    QComboBox *m_audioFormat;
+    QCheckBox *m_subtitles;
+    QProgressBar *m_progress;
+    QLabel *m_outcome;
+    QPushButton *m_start;
+    QPushButton *m_close;
+    bool m_running = false;
+};
+
+} // namespace kavel::app

@@ -1,0 +1,333 @@
+#include "homepage.h"
+
+#include "editor/editorviewmodel.h"
+#include "symbolicons.h"
+
+#include <QContextMenuEvent>
+#include <QDesktopServices>
+#include <QDragEnterEvent>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMimeData>
+#include <QScrollArea>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+QList<ProjectReference> filterProjects(const QList<ProjectReference> &projects,
+                                       const QString &searchText)
+{
+    const QString needle = searchText.trimmed().toLower();
+    if (needle.isEmpty())
+        return projects;
+    QList<ProjectReference> matches;
+    for (const ProjectReference &p : projects) {
+        if (p.title.toLower().contains(needle))
+            matches.append(p);
+    }
+    return matches;
+}
+
+QString mediaFileFilter()
+{
+    // MPEG-4, QuickTime, other movies, AVI, MPEG, MPEG-2, MP3, WAV, AIFF, other sound,
+    // MPEG-4 audio.
+    return u"媒体文件 (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mpg *.mpeg *.m2v *.ts *.mp3 "
+           "*.wav *.aif *.aiff *.flac *.ogg *.m4a *.aac)"_s;
+}
+
+// --- UploadZone ------------------------------------------------------------------------
+
+UploadZone::UploadZone(QWidget *parent)
+    : QFrame(parent)
+{
+    setAcceptDrops(true);
+    setCursor(Qt::PointingHandCursor);
+    setMinimumHeight(150);
+    setObjectName(u"uploadZone"_s);
+    auto *layout = new QVBoxLayout(this);
+    layout->setAlignment(Qt::AlignCenter);
+    auto *icon = new QLabel(this);
+    icon->setPixmap(symbolIcon(u"square.and.arrow.up"_s).pixmap(40, 40));
+    icon->setAlignment(Qt::AlignCenter);
+    layout->addWidget(icon);
+    auto *text = new QLabel(u"点击上传文件"_s, this);
+    text->setAlignment(Qt::AlignCenter);
+    layout->addWidget(text);
+    setDragOver(false);
+}
+
+void UploadZone::setDragOver(bool over)
+{
+    m_dragOver = over;
+    setStyleSheet(over
+                      ? u"#uploadZone { border: 2px dashed palette(highlight); border-radius: 12px;"
+                        " background: rgba(60, 120, 240, 40); }"_s
+                      : u"#uploadZone { border: 2px dashed palette(mid); border-radius: 12px; }"_s);
+}
+
+void UploadZone::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
+        Q_EMIT clicked();
+}
+
+void UploadZone::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!event->mimeData()->hasUrls())
+        return;
+    event->acceptProposedAction();
+    setDragOver(true);
+}
+
+void UploadZone::dragLeaveEvent(QDragLeaveEvent *)
+{
+    setDragOver(false);
+}
+
+void UploadZone::dropEvent(QDropEvent *event)
+{
+    setDragOver(false);
+    QList<QUrl> files;
+    for (const QUrl &url : event->mimeData()->urls()) {
+        if (url.isLocalFile())
+            files.append(url);
+    }
+    if (files.isEmpty())
+        return;
+    event->acceptProposedAction();
+    Q_EMIT filesDropped(files);
+}
+
+// --- ProjectCard -----------------------------------------------------------------------
+
+ProjectCard::ProjectCard(const ProjectReference &reference, const std::optional<QImage> &thumbnail,
+                         bool asRow, QWidget *parent)
+    : QFrame(parent)
+    , m_reference(reference)
+{
+    setFrameShape(QFrame::StyledPanel);
+    setCursor(Qt::PointingHandCursor);
+    setToolTip(reference.title);
+
+    auto *picture = new QLabel(this);
+    picture->setAlignment(Qt::AlignCenter);
+    picture->setAutoFillBackground(true);
+    QPalette plain = picture->palette();
+    plain.setColor(QPalette::Window, palette().color(QPalette::AlternateBase).darker(105));
+    picture->setPalette(plain);
+    const QSize pictureSize = asRow ? QSize(96, 54) : QSize(240, 135);
+    picture->setFixedSize(pictureSize);
+    if (thumbnail)
+        picture->setPixmap(QPixmap::fromImage(
+            thumbnail->scaled(pictureSize, Qt::KeepAspectRatio, Qt::SmoothTransformation)));
+    else
+        picture->setPixmap(symbolIcon(u"film.fill"_s).pixmap(asRow ? 24 : 48));
+
+    auto *title = new QLabel(reference.title, this);
+    QFont bold = title->font();
+    bold.setBold(true);
+    title->setFont(bold);
+    auto *details = new QLabel(dateText(reference) + u"  ·  "_s + durationText(reference)
+                                   + u"  ·  "_s + sizeText(reference),
+                               this);
+    QPalette dim = details->palette();
+    dim.setColor(QPalette::WindowText, palette().color(QPalette::PlaceholderText));
+    details->setPalette(dim);
+
+    if (asRow) {
+        auto *layout = new QHBoxLayout(this);
+        layout->addWidget(picture);
+        layout->addWidget(title, 1);
+        layout->addWidget(details);
+    } else {
+        auto *layout = new QVBoxLayout(this);
+        layout->addWidget(picture, 0, Qt::AlignHCenter);
+        layout->addWidget(title);
+        layout->addWidget(details);
+    }
+}
+
+QMenu *ProjectCard::createContextMenu()
+{
+    auto *menu = new QMenu(this);
+    const QString path = m_reference.bundlePath;
+    menu->addAction(u"打开"_s, this,
+                    [this, path] { Q_EMIT openRequested(QUrl::fromLocalFile(path)); });
+    menu->addAction(u"在 Finder 中显示"_s, this, [this, path] { Q_EMIT revealRequested(path); });
+    menu->addAction(u"删除"_s, this, [this] { Q_EMIT deleteRequested(m_reference); });
+    return menu;
+}
+
+void ProjectCard::mouseDoubleClickEvent(QMouseEvent *)
+{
+    Q_EMIT openRequested(QUrl::fromLocalFile(m_reference.bundlePath));
+}
+
+void ProjectCard::contextMenuEvent(QContextMenuEvent *event)
+{
+    QMenu *menu = createContextMenu();
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->popup(event->globalPos());
+}
+
+// --- HomePage --------------------------------------------------------------------------
+
+HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
+                   std::function<QList<QUrl>()> pickMedia, QWidget *parent)
+    : QWidget(parent)
+    , m_editor(editor)
+    , m_store(store)
+    , m_pickMedia(std::move(pickMedia))
+    , m_upload(new UploadZone(this))
+    , m_search(new QLineEdit(this))
+    , m_gridButton(new QToolButton(this))
+    , m_listButton(new QToolButton(this))
+    , m_cardsHost(new QWidget)
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(32, 24, 32, 16);
+    layout->setSpacing(16);
+    layout->addWidget(m_upload);
+
+    auto *bar = new QHBoxLayout;
+    auto *heading = new QLabel(u"我的项目"_s, this);
+    QFont big = heading->font();
+    big.setPointSizeF(big.pointSizeF() * 1.3);
+    big.setBold(true);
+    heading->setFont(big);
+    bar->addWidget(heading);
+    bar->addStretch(1);
+    m_search->setPlaceholderText(u"搜索"_s);
+    m_search->addAction(symbolIcon(u"magnifyingglass"_s), QLineEdit::LeadingPosition);
+    m_search->setClearButtonEnabled(true);
+    m_search->setMaximumWidth(240);
+    bar->addWidget(m_search);
+    m_gridButton->setIcon(symbolIcon(u"square.grid.2x2"_s));
+    m_gridButton->setToolTip(u"网格"_s);
+    m_listButton->setIcon(symbolIcon(u"list.bullet"_s));
+    m_listButton->setToolTip(u"列表"_s);
+    for (QToolButton *b : {m_gridButton, m_listButton}) {
+        b->setCheckable(true);
+        b->setAutoRaise(true);
+        bar->addWidget(b);
+    }
+    m_gridButton->setChecked(true);
+    layout->addLayout(bar);
+
+    auto *scroll = new QScrollArea(this);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    m_cardsHostLayout = new QVBoxLayout(m_cardsHost);
+    m_cardsHostLayout->setContentsMargins(0, 0, 0, 0);
+    scroll->setWidget(m_cardsHost);
+    layout->addWidget(scroll, 1);
+
+    connect(m_upload, &UploadZone::clicked, this, [this] {
+        if (m_pickMedia)
+            startImport(m_pickMedia());
+    });
+    connect(m_upload, &UploadZone::filesDropped, this, &HomePage::startImport);
+    connect(m_search, &QLineEdit::textChanged, this, &HomePage::rebuildCards);
+    connect(m_gridButton, &QToolButton::clicked, this, [this] { setViewMode(ViewMode::grid); });
+    connect(m_listButton, &QToolButton::clicked, this, [this] { setViewMode(ViewMode::list); });
+    connect(&store, &ProjectStore::projectsChanged, this, &HomePage::rebuildCards);
+    rebuildCards();
+}
+
+void HomePage::setViewMode(ViewMode mode)
+{
+    m_gridButton->setChecked(mode == ViewMode::grid);
+    m_listButton->setChecked(mode == ViewMode::list);
+    if (mode == m_viewMode)
+        return;
+    m_viewMode = mode;
+    rebuildCards();
+}
+
+QString HomePage::searchText() const
+{
+    return m_search->text();
+}
+
+QList<ProjectCard *> HomePage::cards() const
+{
+    if (!m_cardsContainer)
+        return {};
+    return m_cardsContainer->findChildren<ProjectCard *>(Qt::FindDirectChildrenOnly);
+}
+
+void HomePage::startImport(const QList<QUrl> &urls)
+{
+    if (urls.isEmpty())
+        return;
+    m_editor.setPendingImportURLs(urls);
+    m_editor.setShowImportConfirm(true);
+}
+
+void HomePage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    m_store.refresh();
+}
+
+void HomePage::rebuildCards()
+{
+    // Later: the card that asked for the change may still be on the stack.
+    if (m_cardsContainer) {
+        m_cardsContainer->hide();
+        m_cardsContainer->deleteLater();
+    }
+    m_cardsContainer = new QWidget(m_cardsHost);
+    const QList<ProjectReference> shown = filterProjects(m_store.projects(), m_search->text());
+    const bool asRows = m_viewMode == ViewMode::list;
+
+    QGridLayout *grid = nullptr;
+    QVBoxLayout *rows = nullptr;
+    if (asRows) {
+        rows = new QVBoxLayout(m_cardsContainer);
+        rows->setSpacing(8);
+    } else {
+        grid = new QGridLayout(m_cardsContainer);
+        grid->setHorizontalSpacing(24);
+        grid->setVerticalSpacing(40);
+        for (int c = 0; c < gridColumns; ++c)
+            grid->setColumnStretch(c, 1);
+    }
+    for (qsizetype i = 0; i < shown.size(); ++i) {
+        const ProjectReference &ref = shown.at(i);
+        auto *card = new ProjectCard(ref, m_store.thumbnail(ref.id), asRows, m_cardsContainer);
+        connect(card, &ProjectCard::openRequested, this, &HomePage::openProjectRequested);
+        connect(card, &ProjectCard::revealRequested, this, [](const QString &path) {
+            QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
+        });
+        connect(card, &ProjectCard::deleteRequested, this,
+                [this](const ProjectReference &r) { m_store.deleteProject(r); });
+        if (rows)
+            rows->addWidget(card);
+        else
+            grid->addWidget(card, int(i / gridColumns), int(i % gridColumns));
+    }
+    if (shown.isEmpty()) {
+        auto *empty = new QLabel(
+            m_store.projects().isEmpty() ? u"还没有项目"_s : u"没有匹配的项目"_s, m_cardsContainer);
+        empty->setAlignment(Qt::AlignCenter);
+        if (rows)
+            rows->addWidget(empty);
+        else
+            grid->addWidget(empty, 0, 0, 1, gridColumns);
+    }
+    if (rows)
+        rows->addStretch(1);
+    else
+        grid->setRowStretch(grid->rowCount(), 1);
+    m_cardsHostLayout->addWidget(m_cardsContainer);
+}
+
+} // namespace kavel::app

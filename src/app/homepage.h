@@ -1,0 +1,123 @@
+#pragma once
+
+#include "model/projectstore.h"
+
+#include <QFrame>
+#include <QUrl>
+#include <functional>
+
+class QLineEdit;
+class QMenu;
+class QToolButton;
+class QVBoxLayout;
+
+namespace kavel {
+class EditorViewModel;
+}
+
+namespace kavel::app {
+
+// The projects whose lower-cased title contains the trimmed, lower-cased search text, in
+// the list's order; all of them for an empty search.
+QList<ProjectReference> filterProjects(const QList<ProjectReference> &projects,
+                                       const QString &searchText);
+
+// The file types the import accepts, as a file-dialog name filter.
+QString mediaFileFilter();
+
+// Where media comes in: clicking asks for files, dropping hands over the dropped ones.
+class UploadZone : public QFrame
+{
+    Q_OBJECT
+
+public:
+    explicit UploadZone(QWidget *parent = nullptr);
+    bool isDragOver() const { return m_dragOver; }
+
+Q_SIGNALS:
+    void clicked();
+    void filesDropped(const QList<QUrl> &urls);
+
+protected:
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dragLeaveEvent(QDragLeaveEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+
+private:
+    void setDragOver(bool over);
+    bool m_dragOver = false;
+};
+
+// One project of the home page, as a grid card or a list row.
+class ProjectCard : public QFrame
+{
+    Q_OBJECT
+
+public:
+    ProjectCard(const ProjectReference &reference, const std::optional<QImage> &thumbnail,
+                bool asRow, QWidget *parent = nullptr);
+    const ProjectReference &reference() const { return m_reference; }
+    QMenu *createContextMenu();
+
+Q_SIGNALS:
+    void openRequested(const QUrl &bundleUrl);
+    void revealRequested(const QString &bundlePath);
+    void deleteRequested(const ProjectReference &reference);
+
+protected:
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+    void contextMenuEvent(QContextMenuEvent *event) override;
+
+private:
+    ProjectReference m_reference;
+};
+
+class HomePage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    enum class ViewMode { grid, list };
+    static constexpr int gridColumns = 3;
+
+    // `pickMedia` shows the file dialog and returns the chosen files (empty when cancelled).
+    HomePage(EditorViewModel &editor, ProjectStore &store, std::function<QList<QUrl>()> pickMedia,
+             QWidget *parent = nullptr);
+
+    ViewMode viewMode() const { return m_viewMode; }
+    void setViewMode(ViewMode mode);
+    QString searchText() const;
+    QList<ProjectCard *> cards() const;
+
+    UploadZone *uploadZone() const { return m_upload; }
+    QLineEdit *searchField() const { return m_search; }
+    QToolButton *gridButton() const { return m_gridButton; }
+    QToolButton *listButton() const { return m_listButton; }
+
+    // Hands files to the import: they wait in the editor for the confirmation.
+    void startImport(const QList<QUrl> &urls);
+
+Q_SIGNALS:
+    void openProjectRequested(const QUrl &bundleUrl);
+
+protected:
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void rebuildCards();
+
+    EditorViewModel &m_editor;
+    ProjectStore &m_store;
+    std::function<QList<QUrl>()> m_pickMedia;
+    ViewMode m_viewMode = ViewMode::grid;
+    UploadZone *m_upload;
+    QLineEdit *m_search;
+    QToolButton *m_gridButton;
+    QToolButton *m_listButton;
+    QWidget *m_cardsHost;
+    QWidget *m_cardsContainer = nullptr;
+    QVBoxLayout *m_cardsHostLayout;
+};
+
+} // namespace kavel::app

@@ -1,0 +1,245 @@
+#include "maineditorview.h"
+
+#include "editor/editorviewmodel.h"
+#include "symbolicons.h"
+#include "ui/timeline/timelineview.h"
+#include "ui/transcript/deletekeyhandler.h"
+#include "ui/transcript/keyboardshortcuthandler.h"
+#include "ui/transcript/magnetictextstripview.h"
+#include "videoplayerview.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSplitter>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
+    : QWidget(parent)
+    , m_editor(editor)
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    auto *topBar = new QWidget(this);
+    auto *top = new QHBoxLayout(topBar);
+    top->setContentsMargins(8, 6, 8, 6);
+    m_back = new QToolButton(topBar);
+    m_back->setText(u"返回首页"_s);
+    m_back->setIcon(symbolIcon(u"chevron.left"_s));
+    m_back->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_back->setAutoRaise(true);
+    top->addWidget(m_back);
+    top->addStretch(1);
+    m_export = new QToolButton(topBar);
+    m_export->setText(u"导出"_s);
+    m_export->setIcon(symbolIcon(u"square.and.arrow.up"_s));
+    m_export->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    top->addWidget(m_export);
+    layout->addWidget(topBar);
+
+    auto *toolbar = new QWidget(this);
+    auto *tools = new QHBoxLayout(toolbar);
+    tools->setContentsMargins(8, 0, 8, 6);
+    toolbar->setLayout(tools);
+    auto *undo = addToolButton(toolbar, u"arrow.uturn.backward"_s, u"撤销 (Cmd+Z)"_s);
+    auto *redo = addToolButton(toolbar, u"arrow.uturn.forward"_s, u"重做 (Shift+Cmd+Z)"_s);
+    auto *cut = addToolButton(toolbar, u"scissors"_s, u"剪切 (Cmd+X)"_s);
+    auto *copy = addToolButton(toolbar, u"doc.on.doc"_s, u"拷贝 (Cmd+C)"_s);
+    auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, u"粘贴 (Cmd+V)"_s);
+    auto *remove = addToolButton(toolbar, u"trash"_s, u"删除 (Delete)"_s);
+    auto *fillers = addToolButton(toolbar, u"wand.and.stars"_s, u"删除语气词"_s);
+    auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, u"保存 (Cmd+S)"_s);
+
+    m_savedBox = new QWidget(toolbar);
+    auto *savedLayout = new QHBoxLayout(m_savedBox);
+    savedLayout->setContentsMargins(6, 0, 6, 0);
+    auto *savedIcon = new QLabel(m_savedBox);
+    savedIcon->setPixmap(symbolIcon(u"checkmark.circle.fill"_s).pixmap(16, 16));
+    savedLayout->addWidget(savedIcon);
+    m_saved = new QLabel(u"已保存"_s, m_savedBox);
+    savedLayout->addWidget(m_saved);
+    m_savedBox->setVisible(false);
+    tools->addWidget(m_savedBox);
+    tools->addStretch(1);
+
+    m_search = new QLineEdit(toolbar);
+    m_search->setPlaceholderText(u"搜索"_s);
+    m_search->addAction(symbolIcon(u"magnifyingglass"_s), QLineEdit::LeadingPosition);
+    m_search->setClearButtonEnabled(true);
+    m_search->setMaximumWidth(220);
+    tools->addWidget(m_search);
+    m_counter = new QLabel(toolbar);
+    tools->addWidget(m_counter);
+    m_previous = new QToolButton(toolbar);
+    m_previous->setIcon(symbolIcon(u"chevron.up"_s));
+    m_previous->setToolTip(u"上一个"_s);
+    m_previous->setAutoRaise(true);
+    tools->addWidget(m_previous);
+    m_next = new QToolButton(toolbar);
+    m_next->setIcon(symbolIcon(u"chevron.down"_s));
+    m_next->setToolTip(u"下一个"_s);
+    m_next->setAutoRaise(true);
+    tools->addWidget(m_next);
+    layout->addWidget(toolbar);
+
+    m_player = new VideoPlayerView(editor.playerVM(), this);
+    m_transcript = new ui::MagneticTextStripView(editor, this);
+    m_timeline = new ui::TimelineView(editor, this);
+    auto *side = new QSplitter(Qt::Horizontal, this);
+    side->addWidget(m_player);
+    side->addWidget(m_transcript);
+    side->setStretchFactor(0, 1);
+    side->setStretchFactor(1, 1);
+    auto *stack = new QSplitter(Qt::Vertical, this);
+    stack->addWidget(side);
+    stack->addWidget(m_timeline);
+    stack->setStretchFactor(0, 3);
+    stack->setStretchFactor(1, 1);
+    layout->addWidget(stack, 1);
+
+    // The key handlers take no room; they only need to live in the window.
+    auto *shortcuts = new ui::KeyboardShortcutHandler(editor, this);
+    shortcuts->setFixedSize(0, 0);
+    auto *deleteKey = new ui::DeleteKeyHandler(this);
+    deleteKey->setFixedSize(0, 0);
+    deleteKey->setOnDelete([this] { m_editor.deleteAtCursor(); });
+
+    m_overlay = new QWidget(this);
+    m_overlay->setAutoFillBackground(true);
+    QPalette shade = m_overlay->palette();
+    shade.setColor(QPalette::Window, QColor(0, 0, 0, 150));
+    shade.setColor(QPalette::WindowText, Qt::white);
+    m_overlay->setPalette(shade);
+    auto *overlayLayout = new QVBoxLayout(m_overlay);
+    m_processingLabel = new QLabel(m_overlay);
+    m_processingLabel->setAlignment(Qt::AlignCenter);
+    m_processingLabel->setWordWrap(true);
+    QFont big = m_processingLabel->font();
+    big.setPointSizeF(big.pointSizeF() * 1.3);
+    m_processingLabel->setFont(big);
+    overlayLayout->addWidget(m_processingLabel);
+    m_overlay->hide();
+
+    connect(m_back, &QToolButton::clicked, this, &MainEditorView::backRequested);
+    connect(m_export, &QToolButton::clicked, this, [this] { m_editor.setShowExportSheet(true); });
+    connect(undo, &QToolButton::clicked, this, [this] { m_editor.undoManager().undo(); });
+    connect(redo, &QToolButton::clicked, this, [this] { m_editor.undoManager().redo(); });
+    connect(cut, &QToolButton::clicked, this, [this] {
+        copySelectionToClipboard();
+        m_editor.deleteSelectedWords();
+    });
+    connect(copy, &QToolButton::clicked, this, &MainEditorView::copySelectionToClipboard);
+    connect(paste, &QToolButton::clicked, this, [this] { m_editor.pasteWords(); });
+    connect(remove, &QToolButton::clicked, this, [this] { m_editor.deleteSelectedWords(); });
+    connect(fillers, &QToolButton::clicked, this, [this] { m_editor.deleteFillerWords(); });
+    connect(save, &QToolButton::clicked, this, [this] { m_editor.save(); });
+
+    connect(&editor.undoManager(), &EditorUndoManager::canUndoChanged, this,
+            &MainEditorView::refreshUndoButtons);
+    connect(&editor.undoManager(), &EditorUndoManager::canRedoChanged, this,
+            &MainEditorView::refreshUndoButtons);
+    connect(&editor, &EditorViewModel::showSaveConfirmationChanged, this,
+            [this] { m_savedBox->setVisible(m_editor.showSaveConfirmation()); });
+
+    connect(m_search, &QLineEdit::textChanged, this, [this](const QString &text) {
+        m_editor.setSearchQuery(text);
+        m_editor.performSearch();
+    });
+    connect(m_search, &QLineEdit::returnPressed, this, [this] { m_editor.nextSearchResult(); });
+    connect(m_previous, &QToolButton::clicked, this, [this] { m_editor.previousSearchResult(); });
+    connect(m_next, &QToolButton::clicked, this, [this] { m_editor.nextSearchResult(); });
+    connect(&editor, &EditorViewModel::searchResultsChanged, this,
+            &MainEditorView::refreshSearchCounter);
+    connect(&editor, &EditorViewModel::currentSearchIndexChanged, this,
+            &MainEditorView::refreshSearchCounter);
+    connect(&editor, &EditorViewModel::searchQueryChanged, this, [this] {
+        if (m_search->text() != m_editor.searchQuery())
+            m_search->setText(m_editor.searchQuery());
+    });
+
+    connect(&editor, &EditorViewModel::isProcessingChanged, this,
+            &MainEditorView::refreshProcessing);
+    connect(&editor, &EditorViewModel::processingStatusChanged, this,
+            &MainEditorView::refreshProcessing);
+
+    refreshUndoButtons();
+    refreshSearchCounter();
+    refreshProcessing();
+}
+
+QToolButton *MainEditorView::addToolButton(QWidget *bar, const QString &symbol,
+                                           const QString &tooltip)
+{
+    auto *button = new QToolButton(bar);
+    button->setIcon(symbolIcon(symbol));
+    button->setToolTip(tooltip);
+    button->setAutoRaise(true);
+    button->setIconSize(QSize(18, 18));
+    bar->layout()->addWidget(button);
+    m_tools.append(button);
+    return button;
+}
+
+QToolButton *MainEditorView::toolButton(const QString &tooltip) const
+{
+    for (QToolButton *button : m_tools) {
+        if (button->toolTip().startsWith(tooltip))
+            return button;
+    }
+    return nullptr;
+}
+
+void MainEditorView::copySelectionToClipboard()
+{
+    m_editor.copySelectedWords();
+    QString text;
+    for (const WordBlock &word : m_editor.copiedWords())
+        text += word.text;
+    if (!text.isEmpty())
+        QApplication::clipboard()->setText(text);
+}
+
+void MainEditorView::refreshUndoButtons()
+{
+    if (QToolButton *undo = toolButton(u"撤销"_s))
+        undo->setEnabled(m_editor.undoManager().canUndo());
+    if (QToolButton *redo = toolButton(u"重做"_s))
+        redo->setEnabled(m_editor.undoManager().canRedo());
+}
+
+void MainEditorView::refreshSearchCounter()
+{
+    const qsizetype count = m_editor.searchResults().size();
+    const bool any = count > 0;
+    m_counter->setVisible(!m_editor.searchQuery().isEmpty());
+    m_counter->setText(any ? u"%1/%2"_s.arg(m_editor.currentSearchIndex() + 1).arg(count)
+                           : u"0/0"_s);
+    m_previous->setEnabled(any);
+    m_next->setEnabled(any);
+}
+
+void MainEditorView::refreshProcessing()
+{
+    m_processingLabel->setText(m_editor.processingStatus());
+    m_overlay->setGeometry(rect());
+    m_overlay->raise();
+    m_overlay->setVisible(m_editor.isProcessing());
+}
+
+void MainEditorView::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    m_overlay->setGeometry(rect());
+}
+
+} // namespace kavel::app

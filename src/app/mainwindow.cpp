@@ -1,0 +1,325 @@
+#include "mainwindow.h"
+
+#include "editor/editorviewmodel.h"
+#include "export/exportflow.h"
+#include "homepage.h"
+#include "maineditorview.h"
+#include "model/projectstore.h"
+#include "screens.h"
+#include "service/appstate.h"
+#include "symbolicons.h"
+
+#include <QButtonGroup>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+namespace {
+
+struct SidebarEntry
+{
+    QString label;
+    QString symbol;
+    NavigationItem destination;
+};
+
+const QList<SidebarEntry> &sidebarEntries()
+{
+    static const QList<SidebarEntry> entries {
+        {u"首页"_s, u"house.fill"_s, NavigationItem::home},
+        {u"指南"_s, u"book.fill"_s, NavigationItem::guide},
+        {u"我的"_s, u"person.fill"_s, NavigationItem::account},
+    };
+    return entries;
+}
+
+} // namespace
+
+MainWindow::MainWindow(ShellServices services, QWidget *parent)
+    : QMainWindow(parent)
+    , m_services(std::move(services))
+    , m_editor(*m_services.editor)
+{
+    Q_ASSERT(m_services.editor && m_services.appState && m_services.settings && m_services.store);
+    setWindowTitle(u"Kavel"_s);
+    resize(defaultSize);
+
+    auto *central = new QWidget(this);
+    central->setMinimumSize(minimumContentSize);
+    auto *layout = new QHBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(buildSidebar());
+
+    m_stack = new QStackedWidget(central);
+    m_home = new HomePage(
+        m_editor, *m_services.store,
+        [this] {
+            return m_services.pickMedia ? m_services.pickMedia(u"选择视频或音频文件"_s)
+                                        : QList<QUrl> {};
+        },
+        m_stack);
+    m_editorView = new MainEditorView(m_editor, m_stack);
+    m_placeholder = new ProjectPlaceholder(m_stack);
+    m_guide = new GuidePage(m_stack);
+    m_settingsPage = new SettingsPage(*m_services.settings, m_services.pickFolder, m_stack);
+    m_account = new AccountPage(*m_services.appState, m_stack);
+    for (QWidget *w : {static_cast<QWidget *>(m_home), static_cast<QWidget *>(m_editorView),
+                       static_cast<QWidget *>(m_placeholder), m_guide, m_settingsPage, m_account})
+        m_stack->addWidget(w);
+    layout->addWidget(m_stack, 1);
+    setCentralWidget(central);
+    buildMenu();
+
+    connect(m_home, &HomePage::openProjectRequested, this, &MainWindow::openProject);
+    connect(m_placeholder, &ProjectPlaceholder::importRequested, this, [this] {
+        if (m_services.pickMedia)
+            m_home->startImport(m_services.pickMedia(u"选择视频或音频文件"_s));
+    });
+    connect(m_placeholder, &ProjectPlaceholder::openRequested, this, [this] {
+        if (!m_services.pickFolder)
+            return;
+        const QString bundle = m_services.pickFolder(u"选择 .kavel 项目"_s);
+        if (!bundle.isEmpty())
+            openProject(QUrl::fromLocalFile(bundle));
+    });
+    // The placeholder gives way once there is something to edit or to wait for.
+    const auto refreshEditorScreen = [this] {
+        if (m_selection == NavigationItem::editor)
+            m_stack->setCurrentWidget(screenFor(NavigationItem::editor));
+    };
+    connect(&m_editor, &EditorViewModel::projectChanged, this, refreshEditorScreen);
+    connect(&m_editor, &EditorViewModel::isProcessingChanged, this, refreshEditorScreen);
+    connect(m_editorView, &MainEditorView::backRequested, this,
+            [this] { navigate(NavigationItem::home); });
+    connect(static_cast<AccountPage *>(m_account), &AccountPage::signInRequested, this,
+            &MainWindow::showLoginSheet);
+    connect(static_cast<SettingsPage *>(m_settingsPage), &SettingsPage::closeRequested, this,
+            [this] { navigate(NavigationItem::home); });
+
+    connect(&m_editor, &EditorViewModel::navigateToEditorChanged, this, [this] {
+        if (!m_editor.navigateToEditor())
+            return;
+        m_editor.setNavigateToEditor(false);
+        navigate(NavigationItem::editor);
+    });
+    connect(&m_editor, &EditorViewModel::showLoginRequiredChanged, this, [this] {
+        if (m_editor.showLoginRequired())
+            showLoginRequired();
+    });
+    connect(&m_editor, &EditorViewModel::showImportConfirmChanged, this, [this] {
+        if (m_editor.showImportConfirm())
+            showImportConfirm();
+    });
+    connect(&m_editor, &EditorViewModel::showExportSheetChanged, this, [this] {
+        if (m_editor.showExportSheet())
+            showExportSheet();
+    });
+    m_editorView->exportButton()->setVisible(bool(m_services.makeExportFlow));
+    connect(m_services.appState, &service::AppState::showLoginSheetChanged, this, [this] {
+        if (m_services.appState->showLoginSheet())
+            showLoginSheet();
+    });
+
+    navigate(NavigationItem::home);
+}
+
+MainWindow::~MainWindow() = default;
+
+QWidget *MainWindow::buildSidebar()
+{
+    auto *sidebar = new QWidget(this);
+    sidebar->setFixedWidth(180);
+    sidebar->setAutoFillBackground(true);
+    QPalette tint = sidebar->palette();
+    tint.setColor(QPalette::Window, tint.color(QPalette::Window).darker(106));
+    sidebar->setPalette(tint);
+    auto *layout = new QVBoxLayout(sidebar);
+    layout->setContentsMargins(12, 18, 12, 12);
+    layout->setSpacing(4);
+
+    auto *name = new QLabel(u"Kavel"_s, sidebar);
+    QFont big = name->font();
+    big.setPointSizeF(big.pointSizeF() * 1.6);
+    big.setBold(true);
+    name->setFont(big);
+    layout->addWidget(name);
+    layout->addSpacing(16);
+
+    m_sidebarButtons = new QButtonGroup(this);
+    m_sidebarButtons->setExclusive(true);
+    for (const SidebarEntry &entry : sidebarEntries()) {
+        auto *button = new QToolButton(sidebar);
+        button->setText(entry.label);
+        button->setIcon(symbolIcon(entry.symbol));
+        button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+        button->setCheckable(true);
+        button->setAutoRaise(true);
+        button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+        button->setMinimumHeight(34);
+        m_sidebarButtons->addButton(button, int(entry.destination));
+        layout->addWidget(button);
+        const NavigationItem destination = entry.destination;
+        connect(button, &QToolButton::clicked, this,
+                [this, destination] { navigate(destination); });
+    }
+    layout->addStretch(1);
+    return sidebar;
+}
+
+void MainWindow::buildMenu()
+{
+    QMenu *edit = menuBar()->addMenu(u"编辑"_s);
+    m_undo = edit->addAction(u"撤销"_s);
+    m_undo->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Z));
+    m_redo = edit->addAction(u"重做"_s);
+    m_redo->setShortcut(QKeySequence(Qt::SHIFT | Qt::CTRL | Qt::Key_Z));
+    // Window-wide, so the commands reach the editor whichever widget has the focus.
+    m_undo->setShortcutContext(Qt::ApplicationShortcut);
+    m_redo->setShortcutContext(Qt::ApplicationShortcut);
+    connect(m_undo, &QAction::triggered, this, [this] { m_editor.undoManager().undo(); });
+    connect(m_redo, &QAction::triggered, this, [this] { m_editor.undoManager().redo(); });
+    QMenu *settings = menuBar()->addMenu(u"设置"_s);
+    settings->addAction(u"偏好设置…"_s, this, [this] { navigate(NavigationItem::settings); });
+}
+
+QToolButton *MainWindow::sidebarButton(NavigationItem item) const
+{
+    return qobject_cast<QToolButton *>(m_sidebarButtons->button(int(item)));
+}
+
+QWidget *MainWindow::screenFor(NavigationItem item) const
+{
+    switch (item) {
+    case NavigationItem::home:
+    case NavigationItem::projects:
+        return m_home;
+    case NavigationItem::editor:
+        return editorHasContent() ? static_cast<QWidget *>(m_editorView)
+                                  : static_cast<QWidget *>(m_placeholder);
+    case NavigationItem::guide:
+        return m_guide;
+    case NavigationItem::settings:
+        return m_settingsPage;
+    case NavigationItem::account:
+        return m_account;
+    }
+    return m_home;
+}
+
+bool MainWindow::editorHasContent() const
+{
+    return m_editor.project() || m_editor.isProcessing();
+}
+
+QWidget *MainWindow::currentScreen() const
+{
+    return m_stack->currentWidget();
+}
+
+void MainWindow::navigate(NavigationItem item)
+{
+    m_stack->setCurrentWidget(screenFor(item));
+    if (QAbstractButton *button = m_sidebarButtons->button(int(item))) {
+        button->setChecked(true);
+    } else if (QAbstractButton *checked = m_sidebarButtons->checkedButton()) {
+        // No entry stands for this screen: none is highlighted.
+        m_sidebarButtons->setExclusive(false);
+        checked->setChecked(false);
+        m_sidebarButtons->setExclusive(true);
+    }
+    if (item == m_selection)
+        return;
+    m_selection = item;
+    Q_EMIT navigationSelectionChanged();
+}
+
+void MainWindow::openProject(const QUrl &bundleUrl)
+{
+    // A successful open replaces the project object; a failed one only changes the status.
+    const KavelProject *before = m_editor.project();
+    m_editor.openProject(bundleUrl);
+    if (!m_editor.project() || m_editor.project() == before) {
+        showError(m_editor.processingStatus());
+        return;
+    }
+    navigate(NavigationItem::editor);
+}
+
+void MainWindow::showError(const QString &message)
+{
+    auto *box
+        = new QMessageBox(QMessageBox::Warning, u"错误"_s, message, QMessageBox::NoButton, this);
+    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    m_alert = box;
+    box->open();
+}
+
+void MainWindow::showLoginRequired()
+{
+    auto *box = new QMessageBox(QMessageBox::Information, u"需要登录"_s,
+                                u"上传视频需要登录账户，请先登录。"_s, QMessageBox::NoButton, this);
+    QPushButton *signIn = box->addButton(u"去登录"_s, QMessageBox::AcceptRole);
+    box->addButton(u"取消"_s, QMessageBox::RejectRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this, box, signIn] {
+        m_editor.setShowLoginRequired(false);
+        if (box->clickedButton() == signIn)
+            m_services.appState->setShowLoginSheet(true);
+    });
+    m_alert = box;
+    box->open();
+}
+
+void MainWindow::showImportConfirm()
+{
+    if (m_importConfirm)
+        return;
+    auto *dialog = new ImportConfirmDialog(m_editor, m_services.pickMedia, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::finished, this, [this] { m_editor.setShowImportConfirm(false); });
+    m_importConfirm = dialog;
+    dialog->open();
+}
+
+void MainWindow::showLoginSheet()
+{
+    if (m_loginDialog || !m_services.login)
+        return;
+    auto *dialog = new LoginDialog(*m_services.login, *m_services.appState, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::finished, this,
+            [this] { m_services.appState->setShowLoginSheet(false); });
+    m_loginDialog = dialog;
+    dialog->open();
+}
+
+void MainWindow::showExportSheet()
+{
+    if (m_exportDialog || !m_services.makeExportFlow) {
+        m_editor.setShowExportSheet(false);
+        return;
+    }
+    std::unique_ptr<ExportFlow> flow = m_services.makeExportFlow();
+    auto *dialog = new ExportDialog(*flow, m_editor, m_services.pickFolder, this);
+    flow->setParent(dialog); // the flow lives as long as its dialog
+    flow.release();
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::finished, this, [this] { m_editor.setShowExportSheet(false); });
+    m_exportDialog = dialog;
+    dialog->open();
+}
+
+} // namespace kavel::app

@@ -1,0 +1,121 @@
+#pragma once
+
+#include "exportdialog.h"
+#include "navigation.h"
+#include "screens.h"
+
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QPointer>
+#include <QUrl>
+#include <functional>
+#include <memory>
+
+class QAction;
+class QButtonGroup;
+
+class QStackedWidget;
+class QToolButton;
+
+namespace kavel {
+class EditorViewModel;
+class ExportFlow;
+class ProjectStore;
+namespace service {
+class AppState;
+class LoginModel;
+class Settings;
+} // namespace service
+} // namespace kavel
+
+namespace kavel::app {
+
+class HomePage;
+
+class MainEditorView;
+
+// What the window shows and works on; all of it outlives the window.
+struct ShellServices
+{
+    EditorViewModel *editor = nullptr;
+    service::AppState *appState = nullptr;
+    service::Settings *settings = nullptr;
+    ProjectStore *store = nullptr;
+    service::LoginModel *login = nullptr;
+    // Shows a file dialog for media with this title; returns the chosen files.
+    std::function<QList<QUrl>(const QString &title)> pickMedia;
+    // Shows a folder dialog with this title; returns the folder, empty when cancelled.
+    std::function<QString(const QString &title)> pickFolder;
+    // Makes the export flow for one export dialog; the export button has nothing to show
+    // without it.
+    std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
+};
+
+// The application window: the sidebar, the screen of the current destination, the Edit
+// menu and the alerts.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    static constexpr QSize defaultSize {1200, 800};
+    static constexpr QSize minimumContentSize {900, 600};
+
+    explicit MainWindow(ShellServices services, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    NavigationItem navigationSelection() const { return m_selection; }
+    void navigate(NavigationItem item);
+    QWidget *currentScreen() const;
+
+    // Opens the bundle in the editor and shows it; a bundle that cannot be read is
+    // reported in an alert instead.
+    void openProject(const QUrl &bundleUrl);
+    void showError(const QString &message);
+
+    // The open alert or sheet, if any (for the tests and the screenshots).
+    QMessageBox *currentAlert() const { return m_alert; }
+    ImportConfirmDialog *importConfirm() const { return m_importConfirm; }
+    LoginDialog *loginDialog() const { return m_loginDialog; }
+    ExportDialog *exportDialog() const { return m_exportDialog; }
+
+    HomePage *homePage() const { return m_home; }
+    MainEditorView *editorView() const { return m_editorView; }
+    ProjectPlaceholder *projectPlaceholder() const { return m_placeholder; }
+    QToolButton *sidebarButton(NavigationItem item) const;
+    QAction *undoAction() const { return m_undo; }
+    QAction *redoAction() const { return m_redo; }
+
+Q_SIGNALS:
+    void navigationSelectionChanged();
+
+private:
+    QWidget *buildSidebar();
+    void buildMenu();
+    void showLoginRequired();
+    void showImportConfirm();
+    void showLoginSheet();
+    void showExportSheet();
+    bool editorHasContent() const;
+    QWidget *screenFor(NavigationItem item) const;
+
+    ShellServices m_services;
+    EditorViewModel &m_editor;
+    NavigationItem m_selection = NavigationItem::home;
+    QStackedWidget *m_stack = nullptr;
+    QButtonGroup *m_sidebarButtons = nullptr;
+    HomePage *m_home = nullptr;
+    MainEditorView *m_editorView = nullptr;
+    ProjectPlaceholder *m_placeholder = nullptr;
+    QWidget *m_guide = nullptr;
+    QWidget *m_settingsPage = nullptr;
+    QWidget *m_account = nullptr;
+    QAction *m_undo = nullptr;
+    QAction *m_redo = nullptr;
+    QPointer<QMessageBox> m_alert;
+    QPointer<ImportConfirmDialog> m_importConfirm;
+    QPointer<LoginDialog> m_loginDialog;
+    QPointer<ExportDialog> m_exportDialog;
+};
+
+} // namespace kavel::app

@@ -1,0 +1,354 @@
+#include "screens.h"
+
+#include "editor/editorviewmodel.h"
+#include "service/appstate.h"
+#include "service/loginmodel.h"
+#include "service/settings.h"
+#include "symbolicons.h"
+
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QVBoxLayout>
+#include <qcorotask.h>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+namespace {
+
+QLabel *titleLabel(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    QFont big = label->font();
+    big.setPointSizeF(big.pointSizeF() * 1.5);
+    big.setBold(true);
+    label->setFont(big);
+    return label;
+}
+
+QLabel *iconLabel(const QString &symbol, int size, QWidget *parent)
+{
+    auto *label = new QLabel(parent);
+    label->setPixmap(symbolIcon(symbol).pixmap(size, size));
+    return label;
+}
+
+} // namespace
+
+// --- ImportConfirmDialog ---------------------------------------------------------------
+
+ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
+                                         std::function<QList<QUrl>(const QString &)> pickMedia,
+                                         QWidget *parent)
+    : QDialog(parent)
+    , m_editor(editor)
+    , m_pickMedia(std::move(pickMedia))
+    , m_rowsHost(new QWidget(this))
+    , m_rows(new QVBoxLayout(m_rowsHost))
+    , m_add(new QPushButton(symbolIcon(u"plus"_s), u"继续添加"_s, this))
+    , m_start(new QPushButton(u"开始导入"_s, this))
+    , m_cancel(new QPushButton(u"取消"_s, this))
+{
+    setWindowTitle(u"确认导入"_s);
+    setMinimumWidth(460);
+    auto *layout = new QVBoxLayout(this);
+    auto *header = new QHBoxLayout;
+    header->addWidget(iconLabel(u"film.badge.plus"_s, 28, this));
+    header->addWidget(titleLabel(u"确认导入"_s, this), 1);
+    layout->addLayout(header);
+    layout->addWidget(new QLabel(u"即将导入以下文件："_s, this));
+    m_rows->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_rowsHost);
+    layout->addWidget(m_add, 0, Qt::AlignLeft);
+    auto *notice = new QLabel(
+        u"将创建新项目并开始语音识别。\n识别过程中您可以切换到其他页面，完成后会收到系统通知。"_s,
+        this);
+    notice->setWordWrap(true);
+    layout->addWidget(notice);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(m_cancel);
+    buttons->addWidget(m_start);
+    m_start->setDefault(true);
+    layout->addLayout(buttons);
+
+    connect(m_cancel, &QPushButton::clicked, this, &QDialog::reject);
+    connect(m_start, &QPushButton::clicked, this, [this] {
+        const QList<QUrl> urls = m_editor.pendingImportURLs();
+        accept();
+        QCoro::connect(m_editor.importAndTranscribe(urls), &m_editor, [] {});
+    });
+    connect(m_add, &QPushButton::clicked, this, [this] {
+        if (!m_pickMedia)
+            return;
+        const QList<QUrl> more = m_pickMedia(u"选择要添加的文件"_s);
+        if (!more.isEmpty())
+            m_editor.setPendingImportURLs(m_editor.pendingImportURLs() + more);
+    });
+    connect(&editor, &EditorViewModel::pendingImportURLsChanged, this,
+            &ImportConfirmDialog::rebuildRows);
+    rebuildRows();
+}
+
+QList<QPushButton *> ImportConfirmDialog::removeButtons() const
+{
+    return m_rowsHost->findChildren<QPushButton *>();
+}
+
+void ImportConfirmDialog::rebuildRows()
+{
+    // Rows are rebuilt later than the click that removed one of them.
+    for (QWidget *row : m_rowsHost->findChildren<QWidget *>(Qt::FindDirectChildrenOnly)) {
+        row->hide();
+        row->setParent(nullptr);
+        row->deleteLater();
+    }
+    const QList<QUrl> urls = m_editor.pendingImportURLs();
+    for (qsizetype i = 0; i < urls.size(); ++i) {
+        auto *row = new QWidget(m_rowsHost);
+        auto *line = new QHBoxLayout(row);
+        line->setContentsMargins(0, 2, 0, 2);
+        line->addWidget(iconLabel(u"doc.fill"_s, 16, row));
+        line->addWidget(new QLabel(QFileInfo(urls.at(i).toLocalFile()).fileName(), row), 1);
+        auto *remove = new QPushButton(row);
+        remove->setIcon(symbolIcon(u"xmark.circle.fill"_s));
+        remove->setToolTip(u"移除此文件"_s);
+        remove->setFlat(true);
+        line->addWidget(remove);
+        const QUrl url = urls.at(i);
+        connect(remove, &QPushButton::clicked, this, [this, url] {
+            QList<QUrl> rest = m_editor.pendingImportURLs();
+            rest.removeOne(url);
+            m_editor.setPendingImportURLs(rest);
+        });
+        m_rows->addWidget(row);
+    }
+    m_start->setEnabled(!urls.isEmpty());
+}
+
+// --- SettingsPage ----------------------------------------------------------------------
+
+SettingsPage::SettingsPage(service::Settings &settings,
+                           std::function<QString(const QString &)> pickFolder, QWidget *parent)
+    : QWidget(parent)
+    , m_settings(settings)
+    , m_pickFolder(std::move(pickFolder))
+    , m_path(new QLabel(this))
+    , m_choose(new QPushButton(u"选择文件夹"_s, this))
+    , m_clear(new QPushButton(u"清除"_s, this))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(40, 32, 40, 32);
+    layout->addWidget(titleLabel(u"偏好设置"_s, this));
+    layout->addSpacing(12);
+    layout->addWidget(new QLabel(u"默认导出位置"_s, this));
+    auto *row = new QHBoxLayout;
+    m_path->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    row->addWidget(m_path, 1);
+    row->addWidget(m_choose);
+    row->addWidget(m_clear);
+    layout->addLayout(row);
+    layout->addStretch(1);
+
+    connect(m_choose, &QPushButton::clicked, this, [this] {
+        if (!m_pickFolder)
+            return;
+        const QString folder = m_pickFolder(u"选择默认导出目录"_s);
+        if (folder.isEmpty())
+            return;
+        m_settings.setDefaultExportPath(folder);
+        refresh();
+    });
+    connect(m_clear, &QPushButton::clicked, this, [this] {
+        m_settings.setDefaultExportPath(QString());
+        refresh();
+    });
+    refresh();
+}
+
+void SettingsPage::refresh()
+{
+    const QString path = m_settings.defaultExportPath();
+    m_path->setText(path.isEmpty() ? u"未设置（每次导出时选择）"_s : path);
+    m_clear->setEnabled(!path.isEmpty());
+}
+
+// --- AccountPage -----------------------------------------------------------------------
+
+AccountPage::AccountPage(service::AppState &appState, QWidget *parent)
+    : QWidget(parent)
+    , m_appState(appState)
+    , m_status(new QLabel(this))
+    , m_signIn(new QPushButton(u"登录"_s, this))
+    , m_signOut(new QPushButton(u"退出登录"_s, this))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(40, 32, 40, 32);
+    layout->addWidget(titleLabel(u"我的"_s, this));
+    layout->addSpacing(12);
+    layout->addWidget(m_status);
+    auto *row = new QHBoxLayout;
+    row->addWidget(m_signIn);
+    row->addWidget(m_signOut);
+    row->addStretch(1);
+    layout->addLayout(row);
+    layout->addStretch(1);
+
+    connect(m_signIn, &QPushButton::clicked, this, &AccountPage::signInRequested);
+    connect(m_signOut, &QPushButton::clicked, this, [this] { m_appState.signOut(); });
+    connect(&appState, &service::AppState::authenticationChanged, this, &AccountPage::refresh);
+    connect(&appState, &service::AppState::currentUserChanged, this, &AccountPage::refresh);
+    refresh();
+}
+
+void AccountPage::refresh()
+{
+    const bool signedIn = m_appState.isAuthenticated();
+    QString who;
+    if (const auto &user = m_appState.currentUser())
+        who = user->nickname.value_or(user->email.value_or(user->phone.value_or(QString())));
+    m_status->setText(signedIn ? u"已登录：%1"_s.arg(who) : u"未登录"_s);
+    m_signIn->setVisible(!signedIn);
+    m_signOut->setVisible(signedIn);
+}
+
+// --- ProjectPlaceholder --------------------------------------------------------------
+
+ProjectPlaceholder::ProjectPlaceholder(QWidget *parent)
+    : QWidget(parent)
+    , m_import(new QPushButton(u"导入新视频"_s, this))
+    , m_open(new QPushButton(u"打开项目"_s, this))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->addStretch(1);
+    auto *icon = iconLabel(u"film"_s, 64, this);
+    icon->setAlignment(Qt::AlignCenter);
+    layout->addWidget(icon);
+    auto *line = new QLabel(u"导入视频以开始编辑"_s, this);
+    line->setAlignment(Qt::AlignCenter);
+    layout->addWidget(line);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(m_import);
+    buttons->addWidget(m_open);
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
+    layout->addStretch(1);
+    connect(m_import, &QPushButton::clicked, this, &ProjectPlaceholder::importRequested);
+    connect(m_open, &QPushButton::clicked, this, &ProjectPlaceholder::openRequested);
+}
+
+// --- GuidePage -------------------------------------------------------------------------
+
+GuidePage::GuidePage(QWidget *parent)
+    : QWidget(parent)
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(40, 32, 40, 32);
+    layout->addWidget(titleLabel(u"使用指南"_s, this));
+    layout->addWidget(new QLabel(u"观看演示视频，快速了解 Kavel AI 的使用方法"_s, this));
+    layout->addStretch(1);
+}
+
+// --- LoginDialog -----------------------------------------------------------------------
+
+LoginDialog::LoginDialog(service::LoginModel &login, service::AppState &appState, QWidget *parent)
+    : QDialog(parent)
+    , m_login(login)
+    , m_appState(appState)
+    , m_account(new QLineEdit(this))
+    , m_secret(new QLineEdit(this))
+    , m_sendCode(new QPushButton(u"获取验证码"_s, this))
+    , m_submit(new QPushButton(u"登录"_s, this))
+    , m_error(new QLabel(this))
+{
+    setWindowTitle(u"登录"_s);
+    setMinimumWidth(380);
+    auto *layout = new QVBoxLayout(this);
+    layout->addWidget(titleLabel(u"登录 Kavel"_s, this));
+    m_account->setPlaceholderText(u"用户名 / 邮箱 / 手机号"_s);
+    layout->addWidget(m_account);
+    auto *secretRow = new QHBoxLayout;
+    m_secret->setPlaceholderText(u"密码 / 验证码"_s);
+    m_secret->setEchoMode(QLineEdit::Password);
+    secretRow->addWidget(m_secret, 1);
+    secretRow->addWidget(m_sendCode);
+    layout->addLayout(secretRow);
+    QPalette red = m_error->palette();
+    red.setColor(QPalette::WindowText, Qt::red);
+    m_error->setPalette(red);
+    m_error->setWordWrap(true);
+    layout->addWidget(m_error);
+    auto *signUp = new QLabel(u"<a href=\"signup\">没有账户？前往官网注册</a>"_s, this);
+    layout->addWidget(signUp);
+    auto *buttons = new QHBoxLayout;
+    auto *cancel = new QPushButton(u"取消"_s, this);
+    buttons->addStretch(1);
+    buttons->addWidget(cancel);
+    buttons->addWidget(m_submit);
+    m_submit->setDefault(true);
+    layout->addLayout(buttons);
+
+    // A phone number has only digits (and perhaps a leading +); anything else is an e-mail
+    // account, and the second field then is its password.
+    const auto isPhone = [this] {
+        const QString text = m_account->text().trimmed();
+        static const QRegularExpression digits(u"^\\+?[0-9]{6,}$"_s);
+        return digits.match(text).hasMatch();
+    };
+    const auto fillModel = [this, isPhone] {
+        const QString account = m_account->text().trimmed();
+        if (isPhone()) {
+            m_login.setLoginMode(service::LoginMode::phone);
+            m_login.phone = account;
+            m_login.smsCode = m_secret->text();
+        } else {
+            m_login.setLoginMode(service::LoginMode::email);
+            m_login.email = account;
+            m_login.password = m_secret->text();
+        }
+    };
+    connect(m_account, &QLineEdit::textChanged, this, [this, isPhone] {
+        m_sendCode->setVisible(isPhone());
+        m_secret->setEchoMode(isPhone() ? QLineEdit::Normal : QLineEdit::Password);
+    });
+    connect(m_sendCode, &QPushButton::clicked, this, [this, fillModel] {
+        fillModel();
+        QCoro::connect(m_login.sendCode(), this, [] {});
+    });
+    connect(m_submit, &QPushButton::clicked, this, [this, fillModel] {
+        fillModel();
+        QCoro::connect(m_login.signIn(), this, [] {});
+    });
+    connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
+    connect(signUp, &QLabel::linkActivated, this, [this] {
+        m_login.openSignUpPage([](const QUrl &url) { return QDesktopServices::openUrl(url); });
+    });
+    connect(&login, &service::LoginModel::isLoadingChanged, this, &LoginDialog::refresh);
+    connect(&login, &service::LoginModel::errorMessageChanged, this, &LoginDialog::refresh);
+    connect(&login, &service::LoginModel::smsCountdownChanged, this, &LoginDialog::refresh);
+    connect(&appState, &service::AppState::authenticationChanged, this, [this] {
+        if (m_appState.isAuthenticated())
+            accept();
+    });
+    m_sendCode->setVisible(false);
+    refresh();
+}
+
+void LoginDialog::refresh()
+{
+    m_submit->setEnabled(!m_login.isLoading());
+    m_error->setText(m_login.errorMessage().value_or(QString()));
+    m_error->setVisible(m_login.errorMessage().has_value());
+    const int countdown = m_login.smsCountdown();
+    m_sendCode->setEnabled(countdown <= 0);
+    m_sendCode->setText(countdown > 0 ? u"%1 秒后重发"_s.arg(countdown) : u"获取验证码"_s);
+}
+
+} // namespace kavel::app

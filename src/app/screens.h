@@ -1,0 +1,157 @@
+#pragma once
+
+#include <QDialog>
+#include <QUrl>
+#include <functional>
+
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QVBoxLayout;
+
+namespace kavel {
+class EditorViewModel;
+namespace service {
+class AppState;
+class LoginModel;
+class Settings;
+} // namespace service
+} // namespace kavel
+
+namespace kavel::app {
+
+// Lists the files waiting for import; they can be removed, more added, and the import
+// started.
+class ImportConfirmDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    ImportConfirmDialog(EditorViewModel &editor,
+                        std::function<QList<QUrl>(const QString &title)> pickMedia,
+                        QWidget *parent = nullptr);
+
+    QPushButton *addButton() const { return m_add; }
+    QPushButton *startButton() const { return m_start; }
+    QPushButton *cancelButton() const { return m_cancel; }
+    // The remove button of each row, in list order.
+    QList<QPushButton *> removeButtons() const;
+
+private:
+    void rebuildRows();
+
+    EditorViewModel &m_editor;
+    std::function<QList<QUrl>(const QString &)> m_pickMedia;
+    QWidget *m_rowsHost;
+    QVBoxLayout *m_rows;
+    QPushButton *m_add;
+    QPushButton *m_start;
+    QPushButton *m_cancel;
+};
+
+// The default export folder.
+class SettingsPage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    SettingsPage(service::Settings &settings, std::function<QString(const QString &)> pickFolder,
+                 QWidget *parent = nullptr);
+
+    QLabel *pathLabel() const { return m_path; }
+    QPushButton *chooseButton() const { return m_choose; }
+    QPushButton *clearButton() const { return m_clear; }
+
+Q_SIGNALS:
+    void closeRequested();
+
+private:
+    void refresh();
+
+    service::Settings &m_settings;
+    std::function<QString(const QString &)> m_pickFolder;
+    QLabel *m_path;
+    QPushButton *m_choose;
+    QPushButton *m_clear;
+};
+
+// The signed-in account, or the way to sign in.
+class AccountPage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit AccountPage(service::AppState &appState, QWidget *parent = nullptr);
+
+    QLabel *statusLabel() const { return m_status; }
+    QPushButton *signInButton() const { return m_signIn; }
+    QPushButton *signOutButton() const { return m_signOut; }
+
+Q_SIGNALS:
+    void signInRequested();
+
+private:
+    void refresh();
+
+    service::AppState &m_appState;
+    QLabel *m_status;
+    QPushButton *m_signIn;
+    QPushButton *m_signOut;
+};
+
+// The editor destination while no project is open: import media or open a bundle.
+class ProjectPlaceholder : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit ProjectPlaceholder(QWidget *parent = nullptr);
+
+    QPushButton *importButton() const { return m_import; }
+    QPushButton *openButton() const { return m_open; }
+
+Q_SIGNALS:
+    void importRequested();
+    void openRequested();
+
+private:
+    QPushButton *m_import;
+    QPushButton *m_open;
+};
+
+// The guide's heading. The demonstration video is not shipped yet.
+class GuidePage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit GuidePage(QWidget *parent = nullptr);
+};
+
+// Signing in with e-mail and password, or phone and SMS code.
+class LoginDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    LoginDialog(service::LoginModel &login, service::AppState &appState, QWidget *parent = nullptr);
+
+    QLineEdit *accountField() const { return m_account; }
+    QLineEdit *secretField() const { return m_secret; }
+    QPushButton *sendCodeButton() const { return m_sendCode; }
+    QPushButton *submitButton() const { return m_submit; }
+    QLabel *errorLabel() const { return m_error; }
+
+private:
+    void refresh();
+
+    service::LoginModel &m_login;
+    service::AppState &m_appState;
+    QLineEdit *m_account;
+    QLineEdit *m_secret;
+    QPushButton *m_sendCode;
+    QPushButton *m_submit;
+    QLabel *m_error;
+};
+
+} // namespace kavel::app

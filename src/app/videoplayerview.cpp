@@ -1,0 +1,366 @@
+#include "videoplayerview.h"
+
+#include "playback/videoplayerviewmodel.h"
+#include "symbolicons.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QScreen>
+#include <QSlider>
+#include <QToolButton>
+#include <QVBoxLayout>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+QString playerTimeText(double seconds)
+{
+    Q_ASSERT(std::isfinite(seconds));
+    const auto total = static_cast<qint64>(seconds);
+    const qint64 h = total / 3600;
+    const qint64 m = (total % 3600) / 60;
+    const qint64 s = total % 60;
+    if (h > 0)
+        return u"%1:%2:%3"_s.arg(h).arg(m, 2, 10, QChar(u'0')).arg(s, 2, 10, QChar(u'0'));
+    return u"%1:%2"_s.arg(m, 2, 10, QChar(u'0')).arg(s, 2, 10, QChar(u'0'));
+}
+
+// --- VideoSurface ----------------------------------------------------------------------
+
+VideoSurface::VideoSurface(QWidget *parent)
+    : QWidget(parent)
+{
+    setMinimumSize(160, 90);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+}
+
+void VideoSurface::showFrame(const QImage &frame)
+{
+    m_frame = frame;
+    update();
+}
+
+void VideoSurface::setRotationDegrees(double degrees)
+{
+    m_rotation = degrees;
+    update();
+}
+
+void VideoSurface::paintEvent(QPaintEvent *)
+{
+    QPainter p(this);
+    p.fillRect(rect(), Qt::black);
+    if (m_frame.isNull())
+        return;
+    p.setRenderHint(QPainter::SmoothPixmapTransform);
+    p.translate(width() / 2.0, height() / 2.0);
+    p.rotate(m_rotation);
+    // A quarter turn swaps the room the picture has.
+    const bool sideways = std::fmod(std::abs(m_rotation), 180.0) == 90.0;
+    const QSizeF room = sideways ? QSizeF(height(), width()) : QSizeF(size());
+    QSizeF fitted = QSizeF(m_frame.size()).scaled(room, Qt::KeepAspectRatio);
+    p.drawImage(QRectF(QPointF(-fitted.width() / 2, -fitted.height() / 2), fitted), m_frame);
+}
+
+void VideoSurface::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    Q_EMIT sizeChanged(size() * devicePixelRatioF());
+}
+
+void VideoSurface::mouseDoubleClickEvent(QMouseEvent *)
+{
+    Q_EMIT doubleClicked();
+}
+
+// --- FullscreenVideoWindow -------------------------------------------------------------
+
+FullscreenVideoWindow::FullscreenVideoWindow()
+    : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint)
+    , m_surface(new VideoSurface(this))
+    , m_close(new QToolButton(this))
+{
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    QPalette black = palette();
+    black.setColor(QPalette::Window, Qt::black);
+    setPalette(black);
+    setAutoFillBackground(true);
+    m_close->setIcon(symbolIcon(u"xmark.circle.fill"_s));
+    m_close->setIconSize(QSize(28, 28));
+    m_close->setFixedSize(36, 36);
+    m_close->setAutoRaise(true);
+    m_close->setToolTip(u"退出全屏"_s);
+    connect(m_close, &QToolButton::clicked, this, &QWidget::close);
+    connect(m_surface, &VideoSurface::doubleClicked, this, &QWidget::close);
+}
+
+void FullscreenVideoWindow::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape)
+        close();
+    else
+        QWidget::keyPressEvent(event);
+}
+
+void FullscreenVideoWindow::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    m_surface->setGeometry(rect());
+    m_close->move(width() - 20 - m_close->width(), 20);
+    m_close->raise();
+}
+
+void FullscreenVideoWindow::closeEvent(QCloseEvent *event)
+{
+    QWidget::closeEvent(event);
+    Q_EMIT closed();
+}
+
+// --- VideoProgressBar ------------------------------------------------------------------
+
+VideoProgressBar::VideoProgressBar(QWidget *parent)
+    : QWidget(parent)
+{
+    setFixedHeight(barHeight);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setCursor(Qt::PointingHandCursor);
+}
+
+QSize VideoProgressBar::sizeHint() const
+{
+    return {300, barHeight};
+}
+
+void VideoProgressBar::setCurrentTime(double seconds)
+{
+    m_currentTime = seconds;
+    update();
+}
+
+void VideoProgressBar::setDuration(double seconds)
+{
+    m_duration = seconds;
+    update();
+}
+
+void VideoProgressBar::setDeletedTimeRanges(QList<DeletedTimeRange> ranges)
+{
+    m_ranges = std::move(ranges);
+    update();
+}
+
+double VideoProgressBar::trackWidth() const
+{
+    return std::max(0, width() - 2 * horizontalInset);
+}
+
+QRectF VideoProgressBar::rangeRect(const DeletedTimeRange &range) const
+{
+    if (m_duration <= 0.0)
+        return {};
+    const double w = trackWidth();
+    const double x = range.start / m_duration * w;
+    const double width = (range.end / m_duration - range.start / m_duration) * w;
+    return {horizontalInset + x, 0.0, width, double(barHeight)};
+}
+
+void VideoProgressBar::paintEvent(QPaintEvent *)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const double w = trackWidth();
+    const double mid = barHeight / 2.0;
+    const QRectF track(horizontalInset, mid - 2, w, 4);
+    p.setPen(Qt::NoPen);
+    p.setBrush(palette().color(QPalette::Mid));
+    p.drawRoundedRect(track, 2, 2);
+
+    QColor mark(Qt::red);
+    mark.setAlphaF(0.35);
+    p.setBrush(mark);
+    p.save();
+    // Ranges are source times on a bar scaled to the edited duration: those past its end
+    // have no place on it.
+    p.setClipRect(QRectF(horizontalInset, 0, w, barHeight));
+    for (const DeletedTimeRange &r : m_ranges)
+        p.drawRoundedRect(rangeRect(r).adjusted(0, 4, 0, -4), 2, 2);
+    p.restore();
+
+    const double shown = m_isDragging ? m_dragTime : m_currentTime;
+    const double fraction = m_duration > 0.0 ? std::clamp(shown / m_duration, 0.0, 1.0) : 0.0;
+    p.setBrush(palette().color(QPalette::Highlight));
+    p.drawRoundedRect(QRectF(track.left(), track.top(), w * fraction, track.height()), 2, 2);
+    p.drawEllipse(QPointF(horizontalInset + w * fraction, mid), 6, 6);
+}
+
+void VideoProgressBar::dragTo(double x)
+{
+    const double w = trackWidth();
+    const double fraction = w > 0.0 ? std::clamp((x - horizontalInset) / w, 0.0, 1.0) : 0.0;
+    m_isDragging = true;
+    m_dragTime = m_duration * fraction;
+    update();
+}
+
+void VideoProgressBar::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton)
+        dragTo(event->position().x());
+}
+
+void VideoProgressBar::mouseMoveEvent(QMouseEvent *event)
+{
+    if (m_isDragging)
+        dragTo(event->position().x());
+}
+
+void VideoProgressBar::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (!m_isDragging || event->button() != Qt::LeftButton)
+        return;
+    dragTo(event->position().x());
+    m_isDragging = false;
+    // Seeking once at the end keeps a long drag from queueing a seek per pixel.
+    if (m_onSeek)
+        m_onSeek(m_dragTime);
+    update();
+}
+
+// --- VideoPlayerView -------------------------------------------------------------------
+
+VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
+    : QWidget(parent)
+    , m_player(player)
+    , m_surface(new VideoSurface(this))
+    , m_progress(new VideoProgressBar(this))
+    , m_play(new QToolButton(this))
+    , m_rotate(new QToolButton(this))
+    , m_speed(new QComboBox(this))
+    , m_volume(new QSlider(Qt::Horizontal, this))
+    , m_time(new QLabel(this))
+    , m_fullscreen(new QToolButton(this))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_surface, 1);
+    layout->addWidget(m_progress);
+
+    auto *controls = new QHBoxLayout;
+    controls->setContentsMargins(8, 0, 8, 4);
+    controls->addWidget(m_play);
+    controls->addWidget(m_time);
+    controls->addStretch(1);
+    controls->addWidget(m_rotate);
+    controls->addWidget(m_speed);
+    auto *volumeIcon = new QLabel(this);
+    volumeIcon->setPixmap(symbolIcon(u"speaker.wave.2.fill"_s).pixmap(16, 16));
+    controls->addWidget(volumeIcon);
+    controls->addWidget(m_volume);
+    controls->addWidget(m_fullscreen);
+    layout->addLayout(controls);
+
+    m_play->setAutoRaise(true);
+    m_rotate->setAutoRaise(true);
+    m_fullscreen->setAutoRaise(true);
+    m_fullscreen->setIcon(symbolIcon(u"arrow.up.left.and.arrow.down.right"_s));
+    m_fullscreen->setToolTip(u"全屏 (双击视频)"_s);
+    connect(m_fullscreen, &QToolButton::clicked, this, [this] { setFullscreen(!isFullscreen()); });
+    connect(m_surface, &VideoSurface::doubleClicked, this,
+            [this] { setFullscreen(!isFullscreen()); });
+    m_rotate->setIcon(symbolIcon(u"rotate.right"_s));
+    m_rotate->setToolTip(u"旋转"_s);
+    for (const double speed : {0.5, 0.75, 1.0, 1.25, 1.5, 2.0})
+        m_speed->addItem(u"%1x"_s.arg(speed), speed);
+    m_speed->setCurrentIndex(m_speed->findData(1.0));
+    m_volume->setRange(0, 100);
+    m_volume->setMaximumWidth(100);
+    m_time->setMinimumWidth(110);
+
+    connect(m_play, &QToolButton::clicked, this, [this] { m_player.togglePlayPause(); });
+    connect(m_rotate, &QToolButton::clicked, this, [this] {
+        m_player.setVideoRotationDegrees(std::fmod(m_player.videoRotationDegrees() + 90.0, 360.0));
+    });
+    connect(m_speed, &QComboBox::activated, this,
+            [this](int index) { m_player.setPlaybackSpeed(m_speed->itemData(index).toFloat()); });
+    connect(m_volume, &QSlider::valueChanged, this,
+            [this](int value) { m_player.setVolume(float(value) / 100.0f); });
+    m_progress->setOnSeek([this](double t) { m_player.setCurrentTime(t); });
+
+    connect(&player, &VideoPlayerViewModel::currentTimeChanged, this,
+            &VideoPlayerView::refreshTime);
+    connect(&player, &VideoPlayerViewModel::durationChanged, this, &VideoPlayerView::refreshTime);
+    connect(&player, &VideoPlayerViewModel::isPlayingChanged, this,
+            &VideoPlayerView::refreshPlaying);
+    connect(&player, &VideoPlayerViewModel::videoRotationDegreesChanged, this,
+            [this] { m_surface->setRotationDegrees(m_player.videoRotationDegrees()); });
+    connect(&player, &VideoPlayerViewModel::volumeChanged, this, [this] {
+        const QSignalBlocker block(m_volume);
+        m_volume->setValue(int(std::lround(m_player.volume() * 100.0f)));
+    });
+    connect(&player, &VideoPlayerViewModel::deletedTimeRangesChanged, this,
+            [this] { m_progress->setDeletedTimeRanges(m_player.deletedTimeRanges()); });
+    connect(&player, &VideoPlayerViewModel::durationChanged, this,
+            [this] { m_progress->setDuration(m_player.duration()); });
+
+    m_volume->setValue(int(std::lround(player.volume() * 100.0f)));
+    m_surface->setRotationDegrees(player.videoRotationDegrees());
+    m_progress->setDeletedTimeRanges(player.deletedTimeRanges());
+    m_progress->setDuration(player.duration());
+    refreshTime();
+    refreshPlaying();
+}
+
+void VideoPlayerView::showFrame(const QImage &frame)
+{
+    m_surface->showFrame(frame);
+    if (m_fullscreenWindow)
+        m_fullscreenWindow->surface()->showFrame(frame);
+}
+
+void VideoPlayerView::setFullscreen(bool fullscreen)
+{
+    if (fullscreen == isFullscreen())
+        return;
+    if (!fullscreen) {
+        // Deleted later: this may run from the window's own close.
+        m_fullscreenWindow.release()->deleteLater();
+    } else {
+        m_fullscreenWindow = std::make_unique<FullscreenVideoWindow>();
+        FullscreenVideoWindow *window = m_fullscreenWindow.get();
+        window->surface()->setRotationDegrees(m_player.videoRotationDegrees());
+        window->surface()->showFrame(m_surface->frame());
+        connect(window, &FullscreenVideoWindow::closed, this, [this] { setFullscreen(false); });
+        connect(&m_player, &VideoPlayerViewModel::videoRotationDegreesChanged, window,
+                [this, window] {
+                    window->surface()->setRotationDegrees(m_player.videoRotationDegrees());
+                });
+        if (QScreen *screen = this->screen())
+            window->setGeometry(screen->geometry());
+        window->showFullScreen();
+    }
+    m_fullscreen->setIcon(symbolIcon(fullscreen ? u"arrow.down.right.and.arrow.up.left"_s
+                                                : u"arrow.up.left.and.arrow.down.right"_s));
+}
+
+void VideoPlayerView::refreshTime()
+{
+    const double now = std::isfinite(m_player.currentTime()) ? m_player.currentTime() : 0.0;
+    const double total = std::isfinite(m_player.duration()) ? m_player.duration() : 0.0;
+    m_time->setText(playerTimeText(now) + u" / "_s + playerTimeText(total));
+    m_progress->setCurrentTime(now);
+}
+
+void VideoPlayerView::refreshPlaying()
+{
+    const bool playing = m_player.isPlaying();
+    m_play->setIcon(symbolIcon(playing ? u"pause.fill"_s : u"play.fill"_s));
+    m_play->setToolTip(playing ? u"暂停"_s : u"播放"_s);
+}
+
+} // namespace kavel::app

@@ -1,0 +1,140 @@
+#include "app/maineditorview.h"
+#include "ui/uifixture.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QLabel>
+#include <QLineEdit>
+#include <QToolButton>
+
+using namespace kavel;
+using namespace kavel::app;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class EditorScreenTest : public test::UiFixture
+{
+protected:
+    std::unique_ptr<MainEditorView> view;
+
+    void SetUp() override
+    {
+        QList<Paragraph> doc = test::transcript(
+            {{u"嗯"_s, u"we"_s, u"go"_s, u"go"_s}, {u"then"_s, u"呃"_s, u"stop"_s}});
+        doc[0].wordBlocks[0].isFiller = true;
+        doc[1].wordBlocks[1].isFiller = true;
+        openParagraphs(doc);
+        view = std::make_unique<MainEditorView>(vm);
+    }
+
+    QToolButton *tool(const QString &tooltip) const
+    {
+        QToolButton *button = view->toolButton(tooltip);
+        EXPECT_NE(button, nullptr) << tooltip.toStdString();
+        return button;
+    }
+};
+
+TEST_F(EditorScreenTest, ToolbarButtonsHaveIconsAndTooltips)
+{
+    for (const QString &tip :
+         {u"撤销 (Cmd+Z)"_s, u"重做 (Shift+Cmd+Z)"_s, u"剪切 (Cmd+X)"_s, u"拷贝 (Cmd+C)"_s,
+          u"粘贴 (Cmd+V)"_s, u"删除 (Delete)"_s, u"删除语气词"_s}) {
+        QToolButton *button = tool(tip);
+        ASSERT_NE(button, nullptr);
+        EXPECT_EQ(button->toolTip(), tip);
+        EXPECT_FALSE(button->icon().isNull()) << tip.toStdString();
+    }
+    EXPECT_EQ(view->backButton()->text(), u"返回首页"_s);
+    EXPECT_EQ(view->searchField()->placeholderText(), u"搜索"_s);
+}
+
+TEST_F(EditorScreenTest, FillerButtonAndUndoRedoReachTheEditor)
+{
+    EXPECT_FALSE(tool(u"撤销"_s)->isEnabled());
+    tool(u"删除语气词"_s)->click();
+    EXPECT_EQ(text(), u"we go go | then stop"_s);
+    EXPECT_TRUE(tool(u"撤销"_s)->isEnabled());
+
+    tool(u"撤销"_s)->click();
+    EXPECT_EQ(text(), u"嗯 we go go | then 呃 stop"_s);
+    EXPECT_TRUE(tool(u"重做"_s)->isEnabled());
+    tool(u"重做"_s)->click();
+    EXPECT_EQ(text(), u"we go go | then stop"_s);
+}
+
+TEST_F(EditorScreenTest, CopyCutAndPasteWorkOnTheSelection)
+{
+    vm.selectRange(paragraph(0).id, 1, 3);
+    tool(u"拷贝"_s)->click();
+    EXPECT_EQ(QApplication::clipboard()->text(), u"wego"_s);
+
+    tool(u"剪切"_s)->click();
+    EXPECT_EQ(text(), u"嗯 go | then 呃 stop"_s);
+
+    vm.setCursor(paragraph(1).id, 3);
+    tool(u"粘贴"_s)->click();
+    EXPECT_EQ(text(), u"嗯 go | then 呃 stop we go"_s);
+
+    vm.selectRange(paragraph(1).id, 0, 1);
+    tool(u"删除 (Delete)"_s)->click();
+    EXPECT_EQ(text(), u"嗯 go | 呃 stop we go"_s);
+}
+
+TEST_F(EditorScreenTest, SaveShowsTheConfirmationForAWhile)
+{
+    EXPECT_TRUE(view->savedIndicator()->isHidden());
+    tool(u"保存"_s)->click();
+    EXPECT_FALSE(view->savedIndicator()->isHidden());
+    EXPECT_EQ(view->savedLabel()->text(), u"已保存"_s);
+    clock.advance(EditorViewModel::saveConfirmationSeconds + 0.1);
+    EXPECT_TRUE(view->savedIndicator()->isHidden());
+}
+
+TEST_F(EditorScreenTest, SearchCountsAndStepsThroughMatches)
+{
+    view->searchField()->setText(u"go"_s);
+    EXPECT_EQ(vm.searchResults().size(), 2);
+    EXPECT_EQ(view->searchCounter()->text(), u"1/2"_s);
+    EXPECT_TRUE(view->nextMatchButton()->isEnabled());
+    view->nextMatchButton()->click();
+    EXPECT_EQ(view->searchCounter()->text(), u"2/2"_s);
+    view->previousMatchButton()->click();
+    EXPECT_EQ(view->searchCounter()->text(), u"1/2"_s);
+
+    view->searchField()->setText(u"absent"_s);
+    EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
+    EXPECT_FALSE(view->nextMatchButton()->isEnabled());
+    EXPECT_FALSE(view->previousMatchButton()->isEnabled());
+}
+
+// The import pipeline is the only writer of the processing state; a subclass stands in.
+class ProcessingEditor : public EditorViewModel
+{
+public:
+    using EditorViewModel::EditorViewModel;
+    using EditorViewModel::setIsProcessing;
+    using EditorViewModel::setProcessingStatus;
+};
+
+TEST(EditorScreenOverlay, CoversTheEditorWhileProcessing)
+{
+    test::FakeMediaEngine engine;
+    test::FakeClock clock;
+    ProcessingEditor editor(engine, clock);
+    MainEditorView view(editor);
+    view.resize(900, 600);
+    EXPECT_TRUE(view.processingOverlay()->isHidden());
+
+    editor.setProcessingStatus(u"正在识别…"_s);
+    editor.setIsProcessing(true);
+    EXPECT_FALSE(view.processingOverlay()->isHidden());
+    EXPECT_EQ(view.processingLabel()->text(), u"正在识别…"_s);
+    EXPECT_EQ(view.processingOverlay()->geometry(), view.rect());
+
+    editor.setIsProcessing(false);
+    EXPECT_TRUE(view.processingOverlay()->isHidden());
+}
+
+} // namespace

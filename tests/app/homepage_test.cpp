@@ -1,0 +1,174 @@
+#include "shellfixture.h"
+
+#include <QLineEdit>
+#include <QMenu>
+#include <QMimeData>
+#include <QSignalSpy>
+#include <QToolButton>
+
+using namespace kavel;
+using namespace kavel::app;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+ProjectReference titled(const QString &title)
+{
+    ProjectReference r;
+    r.id = QUuid::createUuid();
+    r.title = title;
+    return r;
+}
+
+QStringList titles(const QList<ProjectReference> &refs)
+{
+    QStringList out;
+    for (const ProjectReference &r : refs)
+        out.append(r.title);
+    return out;
+}
+
+TEST(ProjectFilter, MatchesTrimmedCaseInsensitiveTitles)
+{
+    const QList<ProjectReference> all {titled(u"my demo clip"_s), titled(u"Holiday"_s),
+                                       titled(u"DEMO reel"_s)};
+    EXPECT_EQ(titles(filterProjects(all, u"  Demo "_s)),
+              QStringList({u"my demo clip"_s, u"DEMO reel"_s}));
+    EXPECT_EQ(titles(filterProjects(all, u"   "_s)), titles(all));
+    EXPECT_EQ(titles(filterProjects(all, QString())), titles(all));
+    EXPECT_TRUE(filterProjects(all, u"demo  clip"_s).isEmpty());
+}
+
+class HomePageTest : public test::ShellFixture
+{
+protected:
+    std::unique_ptr<HomePage> home;
+
+    void SetUp() override
+    {
+        makeProject(u"Beach day"_s);
+        makeProject(u"Interview"_s);
+        makeProject(u"beach walk"_s);
+        store.refresh();
+        home = std::make_unique<HomePage>(vm, store, [this] {
+            pickerTitles.append(u"media"_s);
+            return filesToPick;
+        });
+    }
+
+    QStringList cardTitles() const
+    {
+        QStringList out;
+        for (ProjectCard *card : home->cards())
+            out.append(card->reference().title);
+        out.sort();
+        return out;
+    }
+
+    void deliverDrop(const QList<QUrl> &urls)
+    {
+        QMimeData data;
+        data.setUrls(urls);
+        const QPointF at = home->uploadZone()->rect().center();
+        QDragEnterEvent enter(at.toPoint(), Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(home->uploadZone(), &enter);
+        EXPECT_TRUE(home->uploadZone()->isDragOver());
+        QDropEvent drop(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(home->uploadZone(), &drop);
+        EXPECT_FALSE(home->uploadZone()->isDragOver());
+    }
+};
+
+TEST_F(HomePageTest, SearchFieldFiltersTheCards)
+{
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"Interview"_s, u"beach walk"_s}));
+    home->searchField()->setText(u" BEACH"_s);
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
+    home->searchField()->setText(u"nothing like it"_s);
+    EXPECT_TRUE(cardTitles().isEmpty());
+    home->searchField()->clear();
+    EXPECT_EQ(cardTitles().size(), 3);
+}
+
+TEST_F(HomePageTest, ViewToggleSwitchesBetweenGridAndList)
+{
+    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::grid);
+    const int gridCardHeight = home->cards().first()->sizeHint().height();
+    home->listButton()->click();
+    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::list);
+    EXPECT_TRUE(home->listButton()->isChecked());
+    EXPECT_FALSE(home->gridButton()->isChecked());
+    ASSERT_EQ(home->cards().size(), 3);
+    // Rows are flatter than cards: the thumbnail sits beside the title.
+    EXPECT_LT(home->cards().first()->sizeHint().height(), gridCardHeight);
+
+    home->searchField()->setText(u"inter"_s);
+    EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
+    home->gridButton()->click();
+    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::grid);
+    EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
+}
+
+TEST_F(HomePageTest, DroppedFilesWaitForTheImportConfirmation)
+{
+    const QList<QUrl> files {QUrl::fromLocalFile(u"/media/one.mp4"_s),
+                             QUrl::fromLocalFile(u"/media/two.mp3"_s)};
+    deliverDrop(files);
+    EXPECT_EQ(vm.pendingImportURLs(), files);
+    EXPECT_TRUE(vm.showImportConfirm());
+}
+
+TEST_F(HomePageTest, ClickingTheUploadZoneAsksForFiles)
+{
+    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+    EXPECT_EQ(pickerTitles.size(), 1);
+    EXPECT_FALSE(vm.showImportConfirm()); // cancelled
+
+    filesToPick = {QUrl::fromLocalFile(u"/media/three.mov"_s)};
+    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+    EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
+    EXPECT_TRUE(vm.showImportConfirm());
+}
+
+TEST_F(HomePageTest, CardMenuOpensAndDeletesProjects)
+{
+    ProjectCard *card = nullptr;
+    for (ProjectCard *c : home->cards()) {
+        if (c->reference().title == u"Interview"_s)
+            card = c;
+    }
+    ASSERT_NE(card, nullptr);
+    QMenu *menu = card->createContextMenu();
+    const QList<QAction *> actions = menu->actions();
+    ASSERT_EQ(actions.size(), 3);
+    EXPECT_EQ(actions.at(0)->text(), u"打开"_s);
+    EXPECT_EQ(actions.at(1)->text(), u"在 Finder 中显示"_s);
+    EXPECT_EQ(actions.at(2)->text(), u"删除"_s);
+
+    QSignalSpy opened(home.get(), &HomePage::openProjectRequested);
+    actions.at(0)->trigger();
+    ASSERT_EQ(opened.size(), 1);
+    EXPECT_EQ(opened.first().first().toUrl(), QUrl::fromLocalFile(card->reference().bundlePath));
+
+    const QString bundle = card->reference().bundlePath;
+    // In the test environment the trash can resolve relative to the working folder; keep
+    // it out of the checkout.
+    const QString workingFolder = QDir::currentPath();
+    QTemporaryDir trashHost;
+    QDir::setCurrent(trashHost.path());
+    actions.at(2)->trigger();
+    QDir::setCurrent(workingFolder);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(QFileInfo::exists(bundle));
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
+}
+
+TEST_F(HomePageTest, OpeningFromTheHomePageShowsTheEditor)
+{
+    makeWindow();
+    main->homePage()->cards().first()->createContextMenu()->actions().first()->trigger();
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
+    ASSERT_NE(vm.project(), nullptr);
+}
+
+} // namespace

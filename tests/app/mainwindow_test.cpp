@@ -1,0 +1,219 @@
+#include "app/maineditorview.h"
+#include "app/screens.h"
+#include "shellfixture.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QLineEdit>
+#include <QStackedWidget>
+#include <QToolButton>
+
+using namespace kavel;
+using namespace kavel::app;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class MainWindowTest : public test::ShellFixture
+{
+protected:
+    void SetUp() override { makeWindow(); }
+};
+
+TEST_F(MainWindowTest, OpensOnTheHomePageWithTheSidebarEntries)
+{
+    EXPECT_EQ(main->size(), MainWindow::defaultSize);
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
+    EXPECT_EQ(main->currentScreen(), main->homePage());
+    EXPECT_EQ(main->sidebarButton(NavigationItem::home)->text(), u"首页"_s);
+    EXPECT_EQ(main->sidebarButton(NavigationItem::guide)->text(), u"指南"_s);
+    EXPECT_EQ(main->sidebarButton(NavigationItem::account)->text(), u"我的"_s);
+    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
+    EXPECT_EQ(main->sidebarButton(NavigationItem::editor), nullptr);
+    EXPECT_FALSE(main->sidebarButton(NavigationItem::home)->icon().isNull());
+    EXPECT_EQ(main->centralWidget()->minimumSize(), MainWindow::minimumContentSize);
+}
+
+TEST_F(MainWindowTest, SidebarEntriesSwitchScreens)
+{
+    main->sidebarButton(NavigationItem::guide)->click();
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::guide);
+    EXPECT_NE(main->currentScreen()->findChild<QLabel *>(), nullptr);
+    EXPECT_EQ(main->currentScreen()->findChildren<QLabel *>().first()->text(), u"使用指南"_s);
+
+    main->sidebarButton(NavigationItem::account)->click();
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::account);
+    auto *account = qobject_cast<AccountPage *>(main->currentScreen());
+    ASSERT_NE(account, nullptr);
+    EXPECT_EQ(account->statusLabel()->text(), u"未登录"_s);
+
+    main->sidebarButton(NavigationItem::home)->click();
+    EXPECT_EQ(main->currentScreen(), main->homePage());
+}
+
+TEST_F(MainWindowTest, EditorFlagShowsTheEditorAndBackReturnsHome)
+{
+    openTranscript({{u"one"_s}});
+    vm.setNavigateToEditor(true);
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
+    EXPECT_EQ(main->currentScreen(), main->editorView());
+    EXPECT_FALSE(vm.navigateToEditor()); // consumed, so the next import can raise it again
+    // No sidebar entry stands for the editor.
+    EXPECT_FALSE(main->sidebarButton(NavigationItem::home)->isChecked());
+
+    main->editorView()->backButton()->click();
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
+    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
+}
+
+TEST_F(MainWindowTest, EditorWithoutAProjectOffersImportAndOpen)
+{
+    main->navigate(NavigationItem::editor);
+    ProjectPlaceholder *placeholder = main->projectPlaceholder();
+    EXPECT_EQ(main->currentScreen(), placeholder);
+
+    filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
+    placeholder->importButton()->click();
+    EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
+    EXPECT_TRUE(vm.showImportConfirm());
+    ASSERT_NE(main->importConfirm(), nullptr);
+    main->importConfirm()->reject();
+
+    folderToPick = makeProject(u"Reopened"_s);
+    placeholder->openButton()->click();
+    EXPECT_EQ(main->currentScreen(), main->editorView());
+    ASSERT_NE(vm.project(), nullptr);
+    EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
+}
+
+TEST_F(MainWindowTest, OpeningAProjectShowsItOrExplainsTheFailure)
+{
+    main->openProject(QUrl::fromLocalFile(QDir(dir.path()).filePath(u"missing.kavel"_s)));
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
+    ASSERT_NE(main->currentAlert(), nullptr);
+    EXPECT_TRUE(main->currentAlert()->text().startsWith(u"打开项目失败"_s));
+    QPushButton *ok = alertButton(main->currentAlert(), u"确定"_s);
+    ASSERT_NE(ok, nullptr);
+    ok->click();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(main->currentAlert(), nullptr);
+
+    const QString bundle = makeProject(u"Trip"_s);
+    main->openProject(QUrl::fromLocalFile(bundle));
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
+    ASSERT_NE(vm.project(), nullptr);
+    EXPECT_EQ(vm.project()->bundlePath(), bundle);
+}
+
+TEST_F(MainWindowTest, LoginRequiredAlertLeadsToTheSignInSheet)
+{
+    vm.openFilePickerForImport(false);
+    ASSERT_NE(main->currentAlert(), nullptr);
+    EXPECT_EQ(main->currentAlert()->windowTitle(), u"需要登录"_s);
+    EXPECT_EQ(main->currentAlert()->text(), u"上传视频需要登录账户，请先登录。"_s);
+
+    alertButton(main->currentAlert(), u"取消"_s)->click();
+    EXPECT_FALSE(vm.showLoginRequired());
+    EXPECT_FALSE(appState.showLoginSheet());
+
+    vm.openFilePickerForImport(false);
+    alertButton(main->currentAlert(), u"去登录"_s)->click();
+    EXPECT_FALSE(vm.showLoginRequired());
+    EXPECT_TRUE(appState.showLoginSheet());
+    LoginDialog *sheet = main->loginDialog();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_TRUE(sheet->isVisible());
+    sheet->reject();
+    EXPECT_FALSE(appState.showLoginSheet());
+}
+
+TEST_F(MainWindowTest, EditMenuUndoesAndRedoesWhateverHasFocus)
+{
+    EXPECT_EQ(main->undoAction()->text(), u"撤销"_s);
+    EXPECT_EQ(main->undoAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Z));
+    EXPECT_EQ(main->redoAction()->text(), u"重做"_s);
+    EXPECT_EQ(main->redoAction()->shortcut(), QKeySequence(Qt::SHIFT | Qt::CTRL | Qt::Key_Z));
+
+    openTranscript({{u"one"_s, u"two"_s, u"three"_s}});
+    vm.deleteParagraph(paragraph(0).id);
+    EXPECT_EQ(text(), QString());
+    main->undoAction()->trigger();
+    EXPECT_EQ(text(), u"one two three"_s);
+    main->redoAction()->trigger();
+    EXPECT_EQ(text(), QString());
+}
+
+TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)
+{
+    const QUrl a = QUrl::fromLocalFile(u"/media/a.mp4"_s);
+    const QUrl b = QUrl::fromLocalFile(u"/media/b.wav"_s);
+    const QUrl c = QUrl::fromLocalFile(u"/media/c.mov"_s);
+    vm.setPendingImportURLs({a, b});
+    vm.setShowImportConfirm(true);
+    ImportConfirmDialog *confirm = main->importConfirm();
+    ASSERT_NE(confirm, nullptr);
+    ASSERT_EQ(confirm->removeButtons().size(), 2);
+
+    confirm->removeButtons().first()->click();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(vm.pendingImportURLs(), QList<QUrl>({b}));
+    EXPECT_EQ(confirm->removeButtons().size(), 1);
+
+    filesToPick = {c};
+    confirm->addButton()->click();
+    EXPECT_EQ(pickerTitles, QStringList({u"选择要添加的文件"_s}));
+    EXPECT_EQ(vm.pendingImportURLs(), QList<QUrl>({b, c}));
+
+    confirm->cancelButton()->click();
+    EXPECT_FALSE(vm.showImportConfirm());
+}
+
+TEST_F(MainWindowTest, SettingsPageKeepsTheDefaultExportFolder)
+{
+    main->navigate(NavigationItem::settings);
+    auto *page = qobject_cast<SettingsPage *>(main->currentScreen());
+    ASSERT_NE(page, nullptr);
+    EXPECT_EQ(page->pathLabel()->text(), u"未设置（每次导出时选择）"_s);
+
+    folderToPick = u"/exports/here"_s;
+    page->chooseButton()->click();
+    EXPECT_EQ(pickerTitles.last(), u"选择默认导出目录"_s);
+    EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
+    EXPECT_EQ(page->pathLabel()->text(), u"/exports/here"_s);
+
+    folderToPick.clear(); // cancelled: nothing changes
+    page->chooseButton()->click();
+    EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
+
+    page->clearButton()->click();
+    EXPECT_EQ(settings.defaultExportPath(), QString());
+    EXPECT_EQ(page->pathLabel()->text(), u"未设置（每次导出时选择）"_s);
+}
+
+TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
+{
+    main->sidebarButton(NavigationItem::account)->click();
+    qobject_cast<AccountPage *>(main->currentScreen())->signInButton()->click();
+    LoginDialog *sheet = main->loginDialog();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->accountField()->placeholderText(), u"用户名 / 邮箱 / 手机号"_s);
+
+    // A phone number asks for a texted code; anything else for a password.
+    sheet->accountField()->setText(u"13800138000"_s);
+    EXPECT_FALSE(sheet->sendCodeButton()->isHidden());
+    EXPECT_EQ(sheet->secretField()->echoMode(), QLineEdit::Normal);
+    sheet->accountField()->setText(u"me@example.com"_s);
+    EXPECT_TRUE(sheet->sendCodeButton()->isHidden());
+    EXPECT_EQ(sheet->secretField()->echoMode(), QLineEdit::Password);
+
+    // Nothing listens at the session's address, so the sign-in fails.
+    sheet->secretField()->setText(u"secret"_s);
+    sheet->submitButton()->click();
+    QTRY_COMPARE(sheet->errorLabel()->text(), u"登录失败：用户名或密码错误"_s);
+    EXPECT_TRUE(sheet->submitButton()->isEnabled());
+    EXPECT_EQ(login.email, u"me@example.com"_s);
+    EXPECT_TRUE(sheet->isVisible());
+    EXPECT_FALSE(appState.isAuthenticated());
+}
+
+} // namespace

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "app/homepage.h"
+#include "app/mainwindow.h"
+#include "model/projectstore.h"
+#include "service/apiclient.h"
+#include "service/appstate.h"
+#include "service/loginmodel.h"
+#include "service/settings.h"
+#include "ui/uifixture.h"
+
+#include <QDir>
+#include <QMessageBox>
+#include <QPushButton>
+
+namespace kavel::test {
+
+// The window over the fake engine, a session that is never signed in (its server does
+// not exist), a private settings file and a projects folder of its own.
+class ShellFixture : public UiFixture
+{
+protected:
+    QTemporaryDir projectsDir;
+    service::Settings settings {std::make_unique<QSettings>(
+        QDir(dir.path()).filePath(QStringLiteral("settings.ini")), QSettings::IniFormat)};
+    service::APIClient api {
+        QUrl(QStringLiteral("http://127.0.0.1:9/api")), {}, [](const QString &) {}};
+    service::AppState appState {api, settings, [](const QString &) {}};
+    service::LoginModel login {api, settings, appState};
+    ProjectStore store {engine, projectsDir.path()};
+    QList<QString> pickerTitles;
+    QList<QUrl> filesToPick;
+    QString folderToPick;
+    std::unique_ptr<app::MainWindow> main;
+
+    void makeWindow()
+    {
+        app::ShellServices services;
+        services.editor = &vm;
+        services.appState = &appState;
+        services.settings = &settings;
+        services.store = &store;
+        services.login = &login;
+        services.pickMedia = [this](const QString &title) {
+            pickerTitles.append(title);
+            return filesToPick;
+        };
+        services.pickFolder = [this](const QString &title) {
+            pickerTitles.append(title);
+            return folderToPick;
+        };
+        main = std::make_unique<app::MainWindow>(services);
+    }
+
+    QString makeProject(const QString &title)
+    {
+        auto project = KavelProject::create(title, projectsDir.path());
+        project->saveTimeline();
+        return project->bundlePath();
+    }
+
+    static QPushButton *alertButton(QMessageBox *box, const QString &text)
+    {
+        for (QAbstractButton *b : box->buttons()) {
+            if (b->text() == text)
+                return qobject_cast<QPushButton *>(b);
+        }
+        return nullptr;
+    }
+};
+
+} // namespace kavel::test
