@@ -114,12 +114,3 @@ void BM_UndoHistoryMemory(benchmark::State &state)
 BENCHMARK(BM_DeleteAtCursor)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PerformSearch)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UndoHistoryMemory)->Unit(benchmark::kMillisecond)->Iterations(1);
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -183,15 +183,3 @@ void BM_DeleteWhilePlaying(benchmark::State &state)
 BENCHMARK(BM_DeleteWhilePlaying)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(8);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    // Headless by default; a real sound card only when asked for.
-    if (qEnvironmentVariableIsEmpty("SDL_AUDIODRIVER"))
-        qputenv("SDL_AUDIODRIVER", "dummy");
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

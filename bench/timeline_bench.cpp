@@ -84,12 +84,3 @@ BENCHMARK(BM_SaveTimeline)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EncodeTimeline)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DecodeTimeline)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Flatten)->Unit(benchmark::kMicrosecond);
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
