@@ -180,11 +180,13 @@ void ProjectCard::contextMenuEvent(QContextMenuEvent *event)
 // --- HomePage --------------------------------------------------------------------------
 
 HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
-                   std::function<QList<QUrl>()> pickMedia, QWidget *parent)
+                   std::function<QList<QUrl>()> pickMedia, std::function<bool()> isSignedIn,
+                   QWidget *parent)
     : QWidget(parent)
     , m_editor(editor)
     , m_store(store)
     , m_pickMedia(std::move(pickMedia))
+    , m_isSignedIn(std::move(isSignedIn))
     , m_upload(new UploadZone(this))
     , m_search(new QLineEdit(this))
     , m_gridButton(new QToolButton(this))
@@ -229,10 +231,7 @@ HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
     scroll->setWidget(m_cardsHost);
     layout->addWidget(scroll, 1);
 
-    connect(m_upload, &UploadZone::clicked, this, [this] {
-        if (m_pickMedia)
-            startImport(m_pickMedia());
-    });
+    connect(m_upload, &UploadZone::clicked, this, &HomePage::pickAndImport);
     connect(m_upload, &UploadZone::filesDropped, this, &HomePage::startImport);
     connect(m_search, &QLineEdit::textChanged, this, &HomePage::rebuildCards);
     connect(m_gridButton, &QToolButton::clicked, this, [this] { setViewMode(ViewMode::grid); });
@@ -263,9 +262,25 @@ QList<ProjectCard *> HomePage::cards() const
     return m_cardsContainer->findChildren<ProjectCard *>(Qt::FindDirectChildrenOnly);
 }
 
+bool HomePage::mayImport()
+{
+    if (m_isSignedIn && m_isSignedIn())
+        return true;
+    // The editor logs the refusal and raises the sign-in alert.
+    m_editor.openFilePickerForImport(false);
+    return false;
+}
+
+void HomePage::pickAndImport()
+{
+    if (!mayImport() || !m_pickMedia)
+        return;
+    startImport(m_pickMedia());
+}
+
 void HomePage::startImport(const QList<QUrl> &urls)
 {
-    if (urls.isEmpty())
+    if (urls.isEmpty() || !mayImport())
         return;
     m_editor.setPendingImportURLs(urls);
     m_editor.setShowImportConfirm(true);

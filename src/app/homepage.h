@@ -81,9 +81,10 @@ public:
     enum class ViewMode { grid, list };
     static constexpr int gridColumns = 3;
 
-    // `pickMedia` shows the file dialog and returns the chosen files (empty when cancelled).
+    // `pickMedia` shows the file dialog and returns the chosen files (empty when cancelled);
+    // `isSignedIn` tells whether an upload may start at all.
     HomePage(EditorViewModel &editor, ProjectStore &store, std::function<QList<QUrl>()> pickMedia,
-             QWidget *parent = nullptr);
+             std::function<bool()> isSignedIn, QWidget *parent = nullptr);
 
     ViewMode viewMode() const { return m_viewMode; }
     void setViewMode(ViewMode mode);
@@ -95,8 +96,12 @@ public:
     QToolButton *gridButton() const { return m_gridButton; }
     QToolButton *listButton() const { return m_listButton; }
 
-    // Hands files to the import: they wait in the editor for the confirmation.
+    // Hands files to the import: they wait in the editor for the confirmation. Signed out,
+    // the editor asks for a sign-in instead and the files are not kept.
     void startImport(const QList<QUrl> &urls);
+    // Asks for files with the dialog, then starts their import; signed out, the dialog is
+    // not shown at all.
+    void pickAndImport();
 
 Q_SIGNALS:
     void openProjectRequested(const QUrl &bundleUrl);
@@ -106,10 +111,12 @@ protected:
 
 private:
     void rebuildCards();
+    bool mayImport();
 
     EditorViewModel &m_editor;
     ProjectStore &m_store;
     std::function<QList<QUrl>()> m_pickMedia;
+    std::function<bool()> m_isSignedIn;
     ViewMode m_viewMode = ViewMode::grid;
     UploadZone *m_upload;
     QLineEdit *m_search;

@@ -67,7 +67,7 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
             return m_services.pickMedia ? m_services.pickMedia(u"选择视频或音频文件"_s)
                                         : QList<QUrl> {};
         },
-        m_stack);
+        [this] { return m_services.appState->isAuthenticated(); }, m_stack);
     m_editorView = new MainEditorView(m_editor, m_stack);
     m_placeholder = new ProjectPlaceholder(m_stack);
     m_guide = new GuidePage(m_stack);
@@ -81,10 +81,8 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     buildMenu();
 
     connect(m_home, &HomePage::openProjectRequested, this, &MainWindow::openProject);
-    connect(m_placeholder, &ProjectPlaceholder::importRequested, this, [this] {
-        if (m_services.pickMedia)
-            m_home->startImport(m_services.pickMedia(u"选择视频或音频文件"_s));
-    });
+    connect(m_placeholder, &ProjectPlaceholder::importRequested, m_home,
+            &HomePage::pickAndImport);
     connect(m_placeholder, &ProjectPlaceholder::openRequested, this, [this] {
         if (!m_services.pickFolder)
             return;

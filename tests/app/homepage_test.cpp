@@ -43,6 +43,7 @@ class HomePageTest : public test::ShellFixture
 {
 protected:
     std::unique_ptr<HomePage> home;
+    bool signedIn = true;
 
     void SetUp() override
     {
@@ -50,10 +51,13 @@ protected:
         makeProject(u"Interview"_s);
         makeProject(u"beach walk"_s);
         store.refresh();
-        home = std::make_unique<HomePage>(vm, store, [this] {
-            pickerTitles.append(u"media"_s);
-            return filesToPick;
-        });
+        home = std::make_unique<HomePage>(
+            vm, store,
+            [this] {
+                pickerTitles.append(u"media"_s);
+                return filesToPick;
+            },
+            [this] { return signedIn; });
     }
 
     QStringList cardTitles() const
@@ -128,6 +132,21 @@ TEST_F(HomePageTest, ClickingTheUploadZoneAsksForFiles)
     QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
     EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
     EXPECT_TRUE(vm.showImportConfirm());
+}
+
+TEST_F(HomePageTest, SignedOutUploadsAskForASignInInstead)
+{
+    signedIn = false;
+    filesToPick = {QUrl::fromLocalFile(u"/media/three.mov"_s)};
+    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+    EXPECT_TRUE(pickerTitles.isEmpty());
+    EXPECT_TRUE(vm.showLoginRequired());
+
+    vm.setShowLoginRequired(false);
+    deliverDrop(filesToPick);
+    EXPECT_TRUE(vm.showLoginRequired());
+    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
+    EXPECT_FALSE(vm.showImportConfirm());
 }
 
 TEST_F(HomePageTest, CardMenuOpensAndDeletesProjects)
