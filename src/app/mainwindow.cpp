@@ -81,8 +81,7 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     buildMenu();
 
     connect(m_home, &HomePage::openProjectRequested, this, &MainWindow::openProject);
-    connect(m_placeholder, &ProjectPlaceholder::importRequested, m_home,
-            &HomePage::pickAndImport);
+    connect(m_placeholder, &ProjectPlaceholder::importRequested, m_home, &HomePage::pickAndImport);
     connect(m_placeholder, &ProjectPlaceholder::openRequested, this, [this] {
         if (!m_services.pickFolder)
             return;

@@ -4,11 +4,13 @@
 #include "symbolicons.h"
 
 #include <QComboBox>
+#include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPropertyAnimation>
 #include <QScreen>
 #include <QSlider>
 #include <QToolButton>
@@ -288,6 +290,27 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     });
     connect(m_speed, &QComboBox::activated, this,
             [this](int index) { m_player.setPlaybackSpeed(m_speed->itemData(index).toFloat()); });
+    // The new speed eases in over a quarter second, so a change is noticed without a jump.
+    auto *speedFade = new QGraphicsOpacityEffect(m_speed);
+    speedFade->setOpacity(1.0);
+    m_speed->setGraphicsEffect(speedFade);
+    auto *speedAnimation = new QPropertyAnimation(speedFade, "opacity", this);
+    speedAnimation->setDuration(250);
+    speedAnimation->setEasingCurve(QEasingCurve::InOutQuad);
+    speedAnimation->setStartValue(0.25);
+    speedAnimation->setEndValue(1.0);
+    connect(&player, &VideoPlayerViewModel::playbackSpeedChanged, this, [this, speedAnimation] {
+        const int index = m_speed->findData(double(m_player.playbackSpeed()));
+        if (index < 0) {
+            m_speed->addItem(u"%1x"_s.arg(m_player.playbackSpeed()),
+                             double(m_player.playbackSpeed()));
+            m_speed->setCurrentIndex(m_speed->count() - 1);
+        } else {
+            m_speed->setCurrentIndex(index);
+        }
+        speedAnimation->stop();
+        speedAnimation->start();
+    });
     connect(m_volume, &QSlider::valueChanged, this,
             [this](int value) { m_player.setVolume(float(value) / 100.0f); });
     m_progress->setOnSeek([this](double t) { m_player.setCurrentTime(t); });

@@ -99,6 +99,12 @@ TEST_F(PlayerViewTest, ControlsDriveThePreview)
     view.speedBox()->setCurrentIndex(fast);
     Q_EMIT view.speedBox()->activated(fast);
     EXPECT_FLOAT_EQ(player.playbackSpeed(), 1.5f);
+
+    // A speed set elsewhere shows in the box, even one it does not offer.
+    player.setPlaybackSpeed(0.75f);
+    EXPECT_EQ(view.speedBox()->currentText(), u"0.75x"_s);
+    player.setPlaybackSpeed(3.0f);
+    EXPECT_EQ(view.speedBox()->currentText(), u"3x"_s);
 }
 
 TEST_F(PlayerViewTest, TimeLabelAndMarksFollowTheModel)
