@@ -109,8 +109,10 @@ TimelineView::TimelineView(EditorViewModel &editor, QWidget *parent)
     connect(m_zoomIn, &QToolButton::clicked, this, [this] { applyZoom(1.0); });
     connect(&m_editor.playerVM(), &VideoPlayerViewModel::currentTimeChanged, this,
             &TimelineView::followPlayhead);
-    connect(m_canvas, &TimelineCanvas::contentWidthChanged, this,
-            [this] { m_canvas->resize(m_canvas->width(), m_scroll->viewport()->height()); });
+    connect(m_canvas, &TimelineCanvas::contentWidthChanged, this, &TimelineView::fitCanvasHeight);
+    // The viewport learns its size late when the timeline is built on a hidden screen;
+    // following its resizes keeps the tracks at their full height.
+    m_scroll->viewport()->installEventFilter(this);
     setMinimumHeight(TimelineCanvas::rulerHeight + TimelineCanvas::videoTrackHeight
                      + TimelineCanvas::audioTrackHeight + 3 * TimelineCanvas::trackGap + 48);
 }
@@ -166,7 +168,20 @@ void TimelineView::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
     m_detector->setGeometry(m_scroll->rect());
-    m_canvas->resize(m_canvas->width(), m_scroll->viewport()->height());
+    fitCanvasHeight();
+}
+
+bool TimelineView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_scroll->viewport() && event->type() == QEvent::Resize)
+        fitCanvasHeight();
+    return QWidget::eventFilter(watched, event);
+}
+
+void TimelineView::fitCanvasHeight()
+{
+    m_canvas->resize(m_canvas->width(),
+                     std::max(m_scroll->viewport()->height(), m_canvas->sizeHint().height()));
 }
 
 void TimelineView::paintEvent(QPaintEvent *)

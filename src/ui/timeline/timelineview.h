@@ -50,9 +50,11 @@ Q_SIGNALS:
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    void fitCanvasHeight();
     void keepPlayheadInView();
     void followPlayhead();
 
