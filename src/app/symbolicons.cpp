@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QHash>
+#include <QStandardPaths>
 #include <QStyle>
 
 using namespace Qt::StringLiterals;
@@ -33,7 +34,7 @@ const QHash<QString, IconChoice> &iconTable()
         {u"doc.on.clipboard"_s, {u"edit-paste"_s, QStyle::SP_FileDialogContentsView}},
         {u"trash"_s, {u"edit-delete"_s, QStyle::SP_TrashIcon}},
         {u"wand.and.stars"_s, {u"tools-wizard"_s, QStyle::SP_DialogApplyButton}},
-        {u"checkmark.circle.fill"_s, {u"emblem-ok"_s, QStyle::SP_DialogApplyButton}},
+        {u"checkmark.circle.fill"_s, {u"dialog-ok-apply"_s, QStyle::SP_DialogApplyButton}},
         {u"magnifyingglass"_s, {u"edit-find"_s, QStyle::SP_FileDialogContentsView}},
         {u"square.and.arrow.down"_s, {u"document-save"_s, QStyle::SP_DialogSaveButton}},
         {u"play.fill"_s, {u"media-playback-start"_s, QStyle::SP_MediaPlay}},
@@ -68,6 +69,26 @@ QString themeIconName(const QString &symbolName)
 
 QIcon symbolIcon(const QString &symbolName)
 {
+    // Names the desktop's own theme lacks (or all of them, on a machine without one) come
+    // from Breeze, which scripts/setup installs; the style pixmaps are the last resort.
+    // Without a desktop platform theme Qt neither searches the system icon folders nor
+    // names a theme, so both are filled in here.
+    static const bool fallbackSet = [] {
+        QStringList paths = QIcon::themeSearchPaths();
+        const QStringList systemFolders = QStandardPaths::locateAll(
+            QStandardPaths::GenericDataLocation, u"icons"_s, QStandardPaths::LocateDirectory);
+        for (const QString &folder : systemFolders) {
+            if (!paths.contains(folder))
+                paths.append(folder);
+        }
+        QIcon::setThemeSearchPaths(paths);
+        if (QIcon::themeName().isEmpty())
+            QIcon::setThemeName(u"breeze"_s);
+        else if (QIcon::fallbackThemeName().isEmpty() || QIcon::fallbackThemeName() == u"hicolor"_s)
+            QIcon::setFallbackThemeName(u"breeze"_s);
+        return true;
+    }();
+    Q_UNUSED(fallbackSet);
     const auto it = iconTable().constFind(symbolName);
     if (it == iconTable().constEnd())
         return QApplication::style()->standardIcon(QStyle::SP_FileIcon);
