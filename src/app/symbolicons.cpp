@@ -26,7 +26,7 @@ const QHash<QString, IconChoice> &iconTable()
         {u"chevron.left"_s, {u"go-previous"_s, QStyle::SP_ArrowBack}},
         {u"chevron.up"_s, {u"go-up"_s, QStyle::SP_ArrowUp}},
         {u"chevron.down"_s, {u"go-down"_s, QStyle::SP_ArrowDown}},
-        {u"square.and.arrow.up"_s, {u"document-send"_s, QStyle::SP_ArrowUp}},
+        {u"square.and.arrow.up"_s, {u"cloud-upload"_s, QStyle::SP_ArrowUp}},
         {u"arrow.uturn.backward"_s, {u"edit-undo"_s, QStyle::SP_ArrowBack}},
         {u"arrow.uturn.forward"_s, {u"edit-redo"_s, QStyle::SP_ArrowForward}},
         {u"scissors"_s, {u"edit-cut"_s, QStyle::SP_DialogResetButton}},
