@@ -97,6 +97,7 @@ TEST_F(ExportDialogTest, ClosingDuringAnExportStopsItFirst)
     dialog->exportButton()->click();
     QTRY_VERIFY(!renderer.requests.isEmpty());
     ASSERT_TRUE(dialog->isRunning());
+    EXPECT_EQ(dialog->outcomeLabel()->text(), u"正在导出视频…"_s);
 
     dialog->reject();
     EXPECT_TRUE(dialog->isVisible());
