@@ -39,6 +39,18 @@ template<typename E> E selectedIn(QComboBox *box)
     return E(box->currentData().toInt());
 }
 
+// The flow names its steps for programs; the dialog tells the user in words.
+QString stepText(const QString &step)
+{
+    if (step == u"subtitles"_s)
+        return u"正在导出字幕…"_s;
+    if (step == u"audio"_s)
+        return u"正在导出音频…"_s;
+    if (step == u"video"_s)
+        return u"正在导出视频…"_s;
+    return step;
+}
+
 } // namespace
 
 ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
@@ -128,7 +140,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     connect(&flow, &ExportFlow::exportNoticeChanged, this, &ExportDialog::showOutcome);
     connect(&flow, &ExportFlow::exportCompleteChanged, this, &ExportDialog::showOutcome);
     connect(&flow, &ExportFlow::stepStarted, this,
-            [this](const QString &step) { m_outcome->setText(step); });
+            [this](const QString &step) { m_outcome->setText(stepText(step)); });
     connect(&flow.renderService(), &LocalRenderService::progressChanged, this,
             [this] { m_progress->setValue(int(m_flow.renderService().progress() * 1000.0)); });
     connect(m_close, &QPushButton::clicked, this, &ExportDialog::reject);

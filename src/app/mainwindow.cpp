@@ -82,13 +82,8 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
 
     connect(m_home, &HomePage::openProjectRequested, this, &MainWindow::openProject);
     connect(m_placeholder, &ProjectPlaceholder::importRequested, m_home, &HomePage::pickAndImport);
-    connect(m_placeholder, &ProjectPlaceholder::openRequested, this, [this] {
-        if (!m_services.pickFolder)
-            return;
-        const QString bundle = m_services.pickFolder(u"选择 .kavel 项目"_s);
-        if (!bundle.isEmpty())
-            openProject(QUrl::fromLocalFile(bundle));
-    });
+    connect(m_placeholder, &ProjectPlaceholder::openRequested, this,
+            &MainWindow::openProjectFromPicker);
     // The placeholder gives way once there is something to edit or to wait for.
     const auto refreshEditorScreen = [this] {
         if (m_selection == NavigationItem::editor)
@@ -175,6 +170,22 @@ QWidget *MainWindow::buildSidebar()
 
 void MainWindow::buildMenu()
 {
+    QMenu *file = menuBar()->addMenu(u"文件"_s);
+    // The import goes through the editor, which asks for sign-in before showing a picker.
+    m_import
+        = file->addAction(u"导入新视频…"_s, this, [this] { m_editor.openFilePickerForImport(); });
+    m_import->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_I));
+    m_open = file->addAction(u"打开项目…"_s, this, &MainWindow::openProjectFromPicker);
+    m_open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
+    file->addSeparator();
+    m_exportAction
+        = file->addAction(u"导出…"_s, this, [this] { m_editor.setShowExportSheet(true); });
+    m_exportAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
+    connect(&m_editor, &EditorViewModel::projectChanged, this, &MainWindow::refreshExportAction);
+    connect(&m_editor, &EditorViewModel::isProcessingChanged, this,
+            &MainWindow::refreshExportAction);
+    refreshExportAction();
+
     QMenu *edit = menuBar()->addMenu(u"编辑"_s);
     m_undo = edit->addAction(u"撤销"_s);
     m_undo->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Z));
@@ -187,6 +198,23 @@ void MainWindow::buildMenu()
     connect(m_redo, &QAction::triggered, this, [this] { m_editor.undoManager().redo(); });
     QMenu *settings = menuBar()->addMenu(u"设置"_s);
     settings->addAction(u"偏好设置…"_s, this, [this] { navigate(NavigationItem::settings); });
+}
+
+void MainWindow::openProjectFromPicker()
+{
+    if (!m_services.pickFolder)
+        return;
+    const QString bundle = m_services.pickFolder(u"选择 .kavel 项目"_s);
+    if (!bundle.isEmpty())
+        openProject(QUrl::fromLocalFile(bundle));
+}
+
+void MainWindow::refreshExportAction()
+{
+    // Like the editor's export button: there is nothing to export before a project is open
+    // or while its transcript is still being made.
+    m_exportAction->setEnabled(m_services.makeExportFlow && m_editor.project()
+                               && !m_editor.isProcessing());
 }
 
 QToolButton *MainWindow::sidebarButton(NavigationItem item) const

@@ -51,8 +51,8 @@ struct ShellServices
     std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
 };
 
-// The application window: the sidebar, the screen of the current destination, the Edit
-// menu and the alerts.
+// The application window: the sidebar, the screen of the current destination, the File
+// and Edit menus and the alerts.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -83,6 +83,9 @@ public:
     MainEditorView *editorView() const { return m_editorView; }
     ProjectPlaceholder *projectPlaceholder() const { return m_placeholder; }
     QToolButton *sidebarButton(NavigationItem item) const;
+    QAction *importAction() const { return m_import; }
+    QAction *openAction() const { return m_open; }
+    QAction *exportAction() const { return m_exportAction; }
     QAction *undoAction() const { return m_undo; }
     QAction *redoAction() const { return m_redo; }
 
@@ -92,6 +95,8 @@ Q_SIGNALS:
 private:
     QWidget *buildSidebar();
     void buildMenu();
+    void openProjectFromPicker();
+    void refreshExportAction();
     void showLoginRequired();
     void showImportConfirm();
     void showLoginSheet();
@@ -110,6 +115,9 @@ private:
     QWidget *m_guide = nullptr;
     QWidget *m_settingsPage = nullptr;
     QWidget *m_account = nullptr;
+    QAction *m_import = nullptr;
+    QAction *m_open = nullptr;
+    QAction *m_exportAction = nullptr;
     QAction *m_undo = nullptr;
     QAction *m_redo = nullptr;
     QPointer<QMessageBox> m_alert;

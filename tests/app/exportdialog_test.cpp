@@ -4,6 +4,7 @@
 #include "export/fakerenderer.h"
 #include "shellfixture.h"
 
+#include <QAction>
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -43,6 +44,31 @@ protected:
         main = std::make_unique<app::MainWindow>(services);
     }
 };
+
+class ExportMenuTest : public ExportDialogTest
+{
+protected:
+    void SetUp() override { makeWindowWithExport(); }
+};
+
+TEST_F(ExportMenuTest, ExportCommandWaitsForAProjectThenOpensTheDialog)
+{
+    EXPECT_EQ(main->exportAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_E));
+    EXPECT_FALSE(main->exportAction()->isEnabled());
+
+    openTranscript({{u"hello"_s, u"there"_s}});
+    EXPECT_TRUE(main->exportAction()->isEnabled());
+    main->navigate(NavigationItem::editor);
+    main->show();
+    QApplication::setActiveWindow(main.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
+    QTest::keyClick(main.get(), Qt::Key_E, Qt::ControlModifier);
+    ExportDialog *dialog = main->exportDialog();
+    ASSERT_NE(dialog, nullptr);
+    EXPECT_TRUE(vm.showExportSheet());
+    EXPECT_EQ(dialog->titleField()->text(), u"Widgets"_s);
+    dialog->reject();
+}
 
 TEST_F(ExportDialogTest, ExportButtonIsOnlyOfferedWithAnExportFlow)
 {
@@ -97,6 +123,7 @@ TEST_F(ExportDialogTest, ClosingDuringAnExportStopsItFirst)
     dialog->exportButton()->click();
     QTRY_VERIFY(!renderer.requests.isEmpty());
     ASSERT_TRUE(dialog->isRunning());
+    EXPECT_EQ(dialog->outcomeLabel()->text(), u"正在导出视频…"_s);
 
     dialog->reject();
     EXPECT_TRUE(dialog->isVisible());

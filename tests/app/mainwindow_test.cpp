@@ -5,6 +5,7 @@
 #include <QAction>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenuBar>
 #include <QStackedWidget>
 #include <QToolButton>
 
@@ -143,6 +144,40 @@ TEST_F(MainWindowTest, EditMenuUndoesAndRedoesWhateverHasFocus)
     EXPECT_EQ(text(), u"one two three"_s);
     main->redoAction()->trigger();
     EXPECT_EQ(text(), QString());
+}
+
+TEST_F(MainWindowTest, FileMenuComesFirstAndWorksFromTheKeyboard)
+{
+    QStringList menus;
+    for (const QAction *menu : main->menuBar()->actions())
+        menus.append(menu->text());
+    EXPECT_EQ(menus, (QStringList {u"文件"_s, u"编辑"_s, u"设置"_s}));
+    EXPECT_EQ(main->importAction()->text(), u"导入新视频…"_s);
+    EXPECT_EQ(main->openAction()->text(), u"打开项目…"_s);
+    EXPECT_EQ(main->exportAction()->text(), u"导出…"_s);
+
+    main->show();
+    QApplication::setActiveWindow(main.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
+
+    // Signed out, the import explains why it cannot start; Return takes the way to sign in.
+    filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
+    QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
+    ASSERT_NE(main->currentAlert(), nullptr);
+    EXPECT_EQ(main->currentAlert()->windowTitle(), u"需要登录"_s);
+    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
+    QTest::keyClick(main->currentAlert(), Qt::Key_Return);
+    EXPECT_TRUE(appState.showLoginSheet());
+    ASSERT_NE(main->loginDialog(), nullptr);
+    main->loginDialog()->reject();
+
+    // Ctrl+O asks for a bundle, as the placeholder's button does, and opens it.
+    folderToPick = makeProject(u"Keyed"_s);
+    QTest::keyClick(main.get(), Qt::Key_O, Qt::ControlModifier);
+    EXPECT_EQ(pickerTitles, QStringList({u"选择 .kavel 项目"_s}));
+    ASSERT_NE(vm.project(), nullptr);
+    EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
+    EXPECT_EQ(main->currentScreen(), main->editorView());
 }
 
 TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)

@@ -5,6 +5,7 @@
 
 #include <QSignalSpy>
 #include <QTest>
+#include <csignal>
 
 using namespace Qt::StringLiterals;
 using namespace kavel;
@@ -142,6 +143,25 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDuration)
     const QImage image = frames.last().at(0).value<QImage>();
     EXPECT_EQ(image.size(), QSize(64, 36));
     model.pause();
+}
+
+TEST_F(Preview, PlayingLeavesTheTerminationSignalsToTheProgram)
+{
+    load({{secondId, QUrl::fromLocalFile(s_second)}});
+    QSignalSpy frames(&player(), &media::mlt::MltPlayer::frameShown);
+    player().setVideoSize({64, 36});
+    model.togglePlayPause();
+    ASSERT_TRUE(frames.wait(3000));
+    model.pause();
+
+    // The sound output must not claim them: SIGTERM and Ctrl+C still end the editor.
+    for (const int signal : {SIGTERM, SIGINT}) {
+        struct sigaction action
+        {
+        };
+        ASSERT_EQ(::sigaction(signal, nullptr, &action), 0);
+        EXPECT_EQ(action.sa_handler, SIG_DFL) << "signal " << signal;
+    }
 }
 
 } // namespace

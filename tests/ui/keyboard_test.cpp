@@ -196,3 +196,30 @@ TEST_F(KeyboardTest, HandlersListenOnlyWhileShown)
     press(Qt::Key_F, Qt::ControlModifier);
     EXPECT_TRUE(vm.showSearchBar());
 }
+
+TEST_F(KeyboardTest, KeysOfAnotherWindowStayThere)
+{
+    // A dialog over the editor, its focus on a widget that is not a text field.
+    QWidget dialog(&window, Qt::Dialog);
+    auto *button = new KeyProbe(&dialog);
+    button->setFocusPolicy(Qt::StrongFocus);
+    dialog.show();
+    QApplication::setActiveWindow(&dialog);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&dialog));
+    button->setFocus();
+    ASSERT_EQ(QApplication::focusWidget(), button);
+
+    vm.setCursor(paragraph(0).id, 2);
+    press(Qt::Key_Backspace);
+    press(Qt::Key_Delete);
+    press(Qt::Key_Left, Qt::ShiftModifier);
+    press(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(button->received,
+              (QList<QKeyCombination> {Qt::Key_Backspace, Qt::Key_Delete,
+                                       Qt::ShiftModifier | Qt::Key_Left,
+                                       Qt::ControlModifier | Qt::Key_Z}));
+    EXPECT_EQ(deletes, 0);
+    EXPECT_EQ(text(), u"a b c | d e"_s);
+    EXPECT_EQ(vm.cursorPosition(), 2);
+    EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
+}

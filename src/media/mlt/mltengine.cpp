@@ -30,6 +30,11 @@ Mlt::Repository *startMlt(const QString &moduleDirectory)
             return;
         // FFmpeg's own console chatter about damaged files is not Kavel's log.
         av_log_set_level(AV_LOG_FATAL);
+        // The player's sound output starts SDL, which would take SIGINT and SIGTERM for
+        // itself and turn them into quit events that nothing here reads: the program could
+        // then no longer be stopped by a signal. Set before MLT runs any thread.
+        if (!qEnvironmentVariableIsSet("SDL_NO_SIGNAL_HANDLERS"))
+            qputenv("SDL_NO_SIGNAL_HANDLERS", "1");
         repository = Mlt::Factory::init(QFile::encodeName(moduleDirectory).constData());
     });
     return repository;

@@ -56,7 +56,7 @@ bool DeleteKeyHandler::eventFilter(QObject *watched, QEvent *event)
     const int key = static_cast<QKeyEvent *>(event)->key();
     if (key != Qt::Key_Backspace && key != Qt::Key_Delete)
         return false;
-    if (textInputHasFocus())
+    if (!isKeyForWindowOf(*this, watched) || textInputHasFocus())
         return false;
     if (type == QEvent::ShortcutOverride) {
         event->accept();

@@ -18,6 +18,14 @@ bool textInputHasFocus()
         || qobject_cast<QPlainTextEdit *>(focus);
 }
 
+bool isKeyForWindowOf(const QWidget &handler, const QObject *receiver)
+{
+    // The platform window that first receives a key hands it on to its focus widget; the
+    // handlers decide there, where the widget tells whose window it is.
+    const auto *widget = qobject_cast<const QWidget *>(receiver);
+    return widget && widget->window() == handler.window();
+}
+
 KeyboardShortcutHandler::KeyboardShortcutHandler(EditorViewModel &editor, QWidget *parent)
     : QWidget(parent)
     , m_editor(&editor)
@@ -128,7 +136,7 @@ bool KeyboardShortcutHandler::eventFilter(QObject *watched, QEvent *event)
     const QEvent::Type type = event->type();
     if (type != QEvent::KeyPress && type != QEvent::ShortcutOverride)
         return QObject::eventFilter(watched, event);
-    if (!m_editor || textInputHasFocus())
+    if (!m_editor || !isKeyForWindowOf(*this, watched) || textInputHasFocus())
         return false;
 
     const auto *key = static_cast<QKeyEvent *>(event);

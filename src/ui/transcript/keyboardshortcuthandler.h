@@ -16,6 +16,11 @@ namespace kavel::ui {
 // get its keys untouched.
 bool textInputHasFocus();
 
+// True when a key event delivered to `receiver` is typed into the window `handler` lives
+// in. A dialog or menu open over the editor gets its own keys: Backspace on one of its
+// buttons must not delete a word behind it.
+bool isKeyForWindowOf(const QWidget &handler, const QObject *receiver);
+
 // The editor's keyboard shortcuts, taken from the application's event stream before the
 // focused widget sees them, so they work whichever part of the editor has the focus.
 // It is a zero-size widget placed in the editor screen: the filter is installed while
