@@ -95,10 +95,14 @@ void EditorViewModel::deleteAtCursor()
 
     // While the preview rebuilds, its notifications would redraw the transcript mid-edit;
     // hold them back briefly. Each delete schedules its own release; the first one wins.
+    // The release passes one notification on, so the views catch up with the play head
+    // that moved meanwhile.
     QPointer<EditorViewModel> self(this);
     m_clock.callAfter(deleteForwardingPauseSeconds, [this, self] {
-        if (self)
-            m_suppressPlayerForwarding = false;
+        if (!self || !m_suppressPlayerForwarding)
+            return;
+        m_suppressPlayerForwarding = false;
+        Q_EMIT playerStateChanged();
     });
     syncProject();
 }
