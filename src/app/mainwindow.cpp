@@ -64,8 +64,9 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     m_home = new HomePage(
         m_editor, *m_services.store,
         [this] {
-            return m_services.pickMedia ? m_services.pickMedia(u"选择视频或音频文件"_s)
-                                        : QList<QUrl> {};
+            return m_services.pickMedia
+                ? m_services.pickMedia(EditorViewModel::importPickerRequest().message)
+                : QList<QUrl> {};
         },
         [this] { return m_services.appState->isAuthenticated(); }, m_stack);
     m_editorView = new MainEditorView(m_editor, m_stack);
