@@ -1,6 +1,7 @@
 #include "media/mlt/mltplayer.h"
 #include "mediafixture.h"
 #include "model/jsonfields.h"
+#include "playback/guideplayerviewmodel.h"
 #include "playback/videoplayerviewmodel.h"
 
 #include <QSignalSpy>
@@ -142,6 +143,26 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDuration)
     const QImage image = frames.last().at(0).value<QImage>();
     EXPECT_EQ(image.size(), QSize(64, 36));
     model.pause();
+}
+
+using GuideLoop = kavel::test::MediaFixture;
+
+// However the engine behaves at the end of the clip, the guide's video comes back to the
+// beginning and plays on.
+TEST_F(GuideLoop, TheDemonstrationStartsAgainAfterItsEnd)
+{
+    GuidePlayerViewModel guide(engine(), s_second, [](const QString &) {});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.duration() > 0.0; }, 5000));
+    EXPECT_NEAR(guide.duration(), 2.0, 0.05);
+
+    guide.play();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.currentTime() > 1.5; }, 8000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.currentTime() < 0.5; }, 8000))
+        << "time " << guide.currentTime();
+    EXPECT_TRUE(guide.isPlaying());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.currentTime() > 0.7; }, 8000))
+        << "time " << guide.currentTime();
+    guide.pause();
 }
 
 } // namespace
