@@ -12,6 +12,7 @@
 #include "media/mlt/mltrenderer.h"
 #include "model/projectpaths.h"
 #include "model/projectstore.h"
+#include "playback/guideplayerviewmodel.h"
 #include "playback/playbackclock.h"
 #include "service/apiclient.h"
 #include "service/appstate.h"
@@ -37,6 +38,23 @@ QList<QUrl> pickMediaFiles(QWidget *parent, const QString &title)
         parent, title,
         QUrl::fromLocalFile(QStandardPaths::writableLocation(QStandardPaths::MoviesLocation)),
         app::mediaFileFilter());
+}
+
+// The MLT player converts its frames to the surface's size on its own thread and hands
+// them over through frameShown(); the queued connection brings them to `show`.
+void routeFrames(media::Player &player, app::VideoSurface *surface, QObject *receiver,
+                 std::function<void(const QImage &)> show)
+{
+    auto *mlt = dynamic_cast<media::mlt::MltPlayer *>(&player);
+    if (!mlt)
+        return;
+    QObject::connect(
+        mlt, &media::mlt::MltPlayer::frameShown, receiver,
+        [show = std::move(show)](const QImage &frame, double) { show(frame); },
+        Qt::QueuedConnection);
+    QObject::connect(surface, &app::VideoSurface::sizeChanged, mlt,
+                     [mlt](QSize size) { mlt->setVideoSize(size); });
+    mlt->setVideoSize(surface->size());
 }
 
 } // namespace
@@ -90,22 +108,18 @@ int main(int argc, char *argv[])
     shell.makeExportFlow = [&engine, &renderer, &settings] {
         return std::make_unique<ExportFlow>(engine, renderer, settings);
     };
+    shell.makeGuidePlayer = [&engine](app::VideoSurface &surface) {
+        auto guide = std::make_unique<GuidePlayerViewModel>(engine);
+        routeFrames(guide->player(), &surface, &surface,
+                    [&surface](const QImage &frame) { surface.showFrame(frame); });
+        return guide;
+    };
     app::MainWindow window(shell);
     dialogParent = &window;
 
-    // The MLT player hands its frames over on its own thread; the queued connection
-    // brings them to the surface.
     app::VideoPlayerView *playerView = window.editorView()->playerView();
-    app::VideoSurface *surface = playerView->surface();
-    if (auto *player = dynamic_cast<media::mlt::MltPlayer *>(&editor.playerVM().player())) {
-        QObject::connect(
-            player, &media::mlt::MltPlayer::frameShown, playerView,
-            [playerView](const QImage &frame, double) { playerView->showFrame(frame); },
-            Qt::QueuedConnection);
-        QObject::connect(surface, &app::VideoSurface::sizeChanged, player,
-                         [player](QSize size) { player->setVideoSize(size); });
-        player->setVideoSize(surface->size());
-    }
+    routeFrames(editor.playerVM().player(), playerView->surface(), playerView,
+                [playerView](const QImage &frame) { playerView->showFrame(frame); });
 
     window.show();
     // A bundle named on the command line (a file manager's "open with") opens at once.

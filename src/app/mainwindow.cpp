@@ -71,7 +71,7 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
         [this] { return m_services.appState->isAuthenticated(); }, m_stack);
     m_editorView = new MainEditorView(m_editor, m_stack);
     m_placeholder = new ProjectPlaceholder(m_stack);
-    m_guide = new GuidePage(m_stack);
+    m_guide = new GuidePage(m_services.makeGuidePlayer, m_stack);
     m_settingsPage = new SettingsPage(*m_services.settings, m_services.pickFolder, m_stack);
     m_account = new AccountPage(*m_services.appState, m_stack);
     for (QWidget *w : {static_cast<QWidget *>(m_home), static_cast<QWidget *>(m_editorView),

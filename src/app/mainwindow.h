@@ -49,6 +49,8 @@ struct ShellServices
     // Makes the export flow for one export dialog; the export button has nothing to show
     // without it.
     std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
+    // Makes the guide's demonstration player; the guide shows no video without it.
+    GuidePlayerFactory makeGuidePlayer;
 };
 
 // The application window: the sidebar, the screen of the current destination, the File

@@ -1,10 +1,12 @@
 #include "screens.h"
 
 #include "editor/editorviewmodel.h"
+#include "playback/guideplayerviewmodel.h"
 #include "service/appstate.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
 #include "symbolicons.h"
+#include "videoplayerview.h"
 
 #include <QDesktopServices>
 #include <QFileInfo>
@@ -13,7 +15,10 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QSlider>
+#include <QToolButton>
 #include <QVBoxLayout>
+#include <cmath>
 #include <qcorotask.h>
 
 using namespace Qt::StringLiterals;
@@ -246,14 +251,106 @@ ProjectPlaceholder::ProjectPlaceholder(QWidget *parent)
 
 // --- GuidePage -------------------------------------------------------------------------
 
-GuidePage::GuidePage(QWidget *parent)
+GuidePage::GuidePage(GuidePlayerFactory makePlayer, QWidget *parent)
     : QWidget(parent)
+    , m_makePlayer(std::move(makePlayer))
+    , m_surface(new VideoSurface(this))
+    , m_play(new QToolButton(this))
+    , m_volume(new QSlider(Qt::Horizontal, this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(40, 32, 40, 32);
     layout->addWidget(titleLabel(u"使用指南"_s, this));
     layout->addWidget(new QLabel(u"观看演示视频，快速了解 Kavel AI 的使用方法"_s, this));
-    layout->addStretch(1);
+    // Made after the heading: the heading is the page's first label.
+    m_time = new QLabel(this);
+    layout->addSpacing(16);
+    m_surface->setMinimumSize(480, 270);
+    layout->addWidget(m_surface, 1);
+
+    auto *controls = new QHBoxLayout;
+    controls->addWidget(m_play);
+    controls->addWidget(m_time);
+    controls->addStretch(1);
+    controls->addWidget(iconLabel(u"speaker.wave.2.fill"_s, 16, this));
+    controls->addWidget(m_volume);
+    layout->addLayout(controls);
+
+    m_play->setAutoRaise(true);
+    m_volume->setRange(0, 100);
+    m_volume->setMaximumWidth(120);
+    m_volume->setToolTip(u"音量"_s);
+    m_time->setMinimumWidth(110);
+
+    connect(m_play, &QToolButton::clicked, this, [this] {
+        if (m_player)
+            m_player->togglePlayPause();
+    });
+    connect(m_volume, &QSlider::valueChanged, this, [this](int value) {
+        if (m_player)
+            m_player->setVolume(float(value) / 100.0f);
+    });
+    refreshTime();
+    refreshPlaying();
+}
+
+GuidePage::~GuidePage() = default;
+
+void GuidePage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (!m_player && m_makePlayer) {
+        m_player = m_makePlayer(*m_surface);
+        bindPlayer();
+    }
+    if (m_player && m_playOnShow)
+        m_player->play();
+}
+
+void GuidePage::hideEvent(QHideEvent *event)
+{
+    QWidget::hideEvent(event);
+    if (!m_player)
+        return;
+    m_playOnShow = m_player->isPlaying();
+    m_player->pause();
+}
+
+void GuidePage::bindPlayer()
+{
+    if (!m_player)
+        return;
+    connect(m_player.get(), &GuidePlayerViewModel::currentTimeChanged, this,
+            &GuidePage::refreshTime);
+    connect(m_player.get(), &GuidePlayerViewModel::durationChanged, this, &GuidePage::refreshTime);
+    connect(m_player.get(), &GuidePlayerViewModel::isPlayingChanged, this,
+            &GuidePage::refreshPlaying);
+    connect(m_player.get(), &GuidePlayerViewModel::volumeChanged, this, [this] {
+        const QSignalBlocker block(m_volume);
+        m_volume->setValue(int(std::lround(m_player->volume() * 100.0f)));
+    });
+    const QSignalBlocker block(m_volume);
+    m_volume->setValue(int(std::lround(m_player->volume() * 100.0f)));
+    refreshTime();
+    refreshPlaying();
+}
+
+void GuidePage::refreshTime()
+{
+    const double now = m_player ? m_player->currentTime() : 0.0;
+    const double total = m_player ? m_player->duration() : 0.0;
+    m_time->setText(playerTimeText(now) + u" / "_s + playerTimeText(total));
+}
+
+void GuidePage::refreshPlaying()
+{
+    const bool playing = m_player && m_player->isPlaying();
+    m_play->setIcon(symbolIcon(playing ? u"pause.fill"_s : u"play.fill"_s));
+    m_play->setToolTip(playing ? u"暂停"_s : u"播放"_s);
+    // Without a clip there is nothing to play.
+    const bool playable = m_player && !m_player->videoPath().isEmpty();
+    m_play->setEnabled(playable);
+    m_volume->setEnabled(playable);
 }
 
 // --- LoginDialog -----------------------------------------------------------------------

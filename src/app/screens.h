@@ -3,14 +3,18 @@
 #include <QDialog>
 #include <QUrl>
 #include <functional>
+#include <memory>
 
 class QLabel;
 class QLineEdit;
 class QPushButton;
+class QSlider;
+class QToolButton;
 class QVBoxLayout;
 
 namespace kavel {
 class EditorViewModel;
+class GuidePlayerViewModel;
 namespace service {
 class AppState;
 class LoginModel;
@@ -119,13 +123,47 @@ private:
     QPushButton *m_open;
 };
 
-// The guide's heading. The demonstration video is not shipped yet.
+class VideoSurface;
+
+// Makes the guide's player model and sends the player's frames to `surface`.
+using GuidePlayerFactory
+    = std::function<std::unique_ptr<GuidePlayerViewModel>(VideoSurface &surface)>;
+
+// The demonstration video with its controls. The player is made when the page is first
+// shown, so a session that never opens the guide never loads the clip, and it is paused
+// whenever the page is hidden; showing the page plays it unless the user had paused it.
 class GuidePage : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit GuidePage(QWidget *parent = nullptr);
+    explicit GuidePage(GuidePlayerFactory makePlayer, QWidget *parent = nullptr);
+    ~GuidePage() override;
+
+    // Null until the page has been shown (or without a factory).
+    GuidePlayerViewModel *player() const { return m_player.get(); }
+    VideoSurface *surface() const { return m_surface; }
+    QToolButton *playButton() const { return m_play; }
+    QSlider *volumeSlider() const { return m_volume; }
+    QLabel *timeLabel() const { return m_time; }
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
+
+private:
+    void bindPlayer();
+    void refreshTime();
+    void refreshPlaying();
+
+    GuidePlayerFactory m_makePlayer;
+    std::unique_ptr<GuidePlayerViewModel> m_player;
+    // Whether showing the page plays: at first, and after hiding a playing video.
+    bool m_playOnShow = true;
+    VideoSurface *m_surface;
+    QToolButton *m_play;
+    QSlider *m_volume;
+    QLabel *m_time = nullptr;
 };
 
 // Signing in with e-mail and password, or phone and SMS code.

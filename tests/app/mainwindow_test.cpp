@@ -1,11 +1,17 @@
 #include "app/maineditorview.h"
 #include "app/screens.h"
+#include "app/videoplayerview.h"
+#include "playback/guideplayerviewmodel.h"
 #include "shellfixture.h"
 
 #include <QAction>
 #include <QLabel>
 #include <QLineEdit>
+<<<<<<< HEAD
 #include <QMenuBar>
+=======
+#include <QSlider>
+>>>>>>> guide
 #include <QStackedWidget>
 #include <QToolButton>
 
@@ -251,6 +257,74 @@ TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
     EXPECT_EQ(login.email, u"me@example.com"_s);
     EXPECT_TRUE(sheet->isVisible());
     EXPECT_FALSE(appState.isAuthenticated());
+}
+
+// The guide over the fake engine, with a clip on disk for it to play.
+class GuideScreenTest : public test::ShellFixture
+{
+protected:
+    void SetUp() override
+    {
+        const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+        test::writeFile(clip, QByteArray(1000, 'd'));
+        makeGuidePlayer = [this, clip](VideoSurface &surface) {
+            ++playersMade;
+            framesGoTo = &surface;
+            return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
+        };
+        makeWindow();
+        main->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(main.get()));
+    }
+
+    GuidePage *showGuide()
+    {
+        main->sidebarButton(NavigationItem::guide)->click();
+        return qobject_cast<GuidePage *>(main->currentScreen());
+    }
+
+    int playersMade = 0;
+    VideoSurface *framesGoTo = nullptr;
+};
+
+TEST_F(GuideScreenTest, PlaysTheDemonstrationOnlyWhileTheGuideIsShown)
+{
+    EXPECT_EQ(playersMade, 0); // nothing is loaded before the guide is opened
+    GuidePage *guide = showGuide();
+    ASSERT_NE(guide, nullptr);
+    ASSERT_NE(guide->player(), nullptr);
+    EXPECT_EQ(framesGoTo, guide->surface());
+    QStringList texts;
+    for (QLabel *label : guide->findChildren<QLabel *>())
+        texts.append(label->text());
+    EXPECT_TRUE(texts.contains(u"观看演示视频，快速了解 Kavel AI 的使用方法"_s));
+
+    test::FakePlayer *player = engine.lastPlayer;
+    player->makeSourceReady(125.0);
+    player->reportTime(61.7);
+    EXPECT_EQ(guide->timeLabel()->text(), u"01:01 / 02:05"_s);
+    EXPECT_TRUE(guide->player()->isPlaying());
+    EXPECT_EQ(player->rate(), 1.0);
+    EXPECT_EQ(guide->playButton()->toolTip(), u"暂停"_s);
+
+    guide->volumeSlider()->setValue(30);
+    EXPECT_FLOAT_EQ(player->volume(), 0.3f);
+
+    // Leaving pauses; coming back plays on, with the same player.
+    main->sidebarButton(NavigationItem::home)->click();
+    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_FALSE(guide->player()->isPlaying());
+    showGuide();
+    EXPECT_EQ(player->rate(), 1.0);
+    EXPECT_EQ(playersMade, 1);
+
+    // Paused by the user, it stays paused across a visit elsewhere.
+    guide->playButton()->click();
+    EXPECT_EQ(guide->playButton()->toolTip(), u"播放"_s);
+    main->sidebarButton(NavigationItem::account)->click();
+    showGuide();
+    EXPECT_FALSE(guide->player()->isPlaying());
+    EXPECT_EQ(player->rate(), 0.0);
 }
 
 } // namespace

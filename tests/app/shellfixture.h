@@ -31,6 +31,7 @@ protected:
     QList<QString> pickerTitles;
     QList<QUrl> filesToPick;
     QString folderToPick;
+    app::GuidePlayerFactory makeGuidePlayer;
     std::unique_ptr<app::MainWindow> main;
 
     void makeWindow()
@@ -49,6 +50,7 @@ protected:
             pickerTitles.append(title);
             return folderToPick;
         };
+        services.makeGuidePlayer = makeGuidePlayer;
         main = std::make_unique<app::MainWindow>(services);
     }
 

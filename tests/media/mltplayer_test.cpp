@@ -1,6 +1,7 @@
 #include "media/mlt/mltplayer.h"
 #include "mediafixture.h"
 #include "model/jsonfields.h"
+#include "playback/guideplayerviewmodel.h"
 #include "playback/videoplayerviewmodel.h"
 
 #include <QSignalSpy>
@@ -162,6 +163,26 @@ TEST_F(Preview, PlayingLeavesTheTerminationSignalsToTheProgram)
         ASSERT_EQ(::sigaction(signal, nullptr, &action), 0);
         EXPECT_EQ(action.sa_handler, SIG_DFL) << "signal " << signal;
     }
+}
+
+using GuideLoop = kavel::test::MediaFixture;
+
+// However the engine behaves at the end of the clip, the guide's video comes back to the
+// beginning and plays on.
+TEST_F(GuideLoop, TheDemonstrationStartsAgainAfterItsEnd)
+{
+    GuidePlayerViewModel guide(engine(), s_second, [](const QString &) {});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.duration() > 0.0; }, 5000));
+    EXPECT_NEAR(guide.duration(), 2.0, 0.05);
+
+    guide.play();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.currentTime() > 1.5; }, 8000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.currentTime() < 0.5; }, 8000))
+        << "time " << guide.currentTime();
+    EXPECT_TRUE(guide.isPlaying());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return guide.currentTime() > 0.7; }, 8000))
+        << "time " << guide.currentTime();
+    guide.pause();
 }
 
 } // namespace

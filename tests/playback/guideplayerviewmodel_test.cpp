@@ -1,0 +1,136 @@
+#include "playback/guideplayerviewmodel.h"
+#include "support/fakemediaengine.h"
+#include "support/testenvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using namespace kavel;
+using kavel::test::FakeMediaEngine;
+using kavel::test::FakePlayer;
+
+namespace {
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The model over a clip that exists as a plain file, its player ready with 4 s.
+class GuidePlayer : public ::testing::Test
+{
+protected:
+    GuidePlayer()
+    {
+        test::writeFile(clip, QByteArray(5000, 'c'));
+        model = std::make_unique<GuidePlayerViewModel>(
+            engine, clip, [this](const QString &line) { log.append(line); });
+        player = engine.lastPlayer;
+        player->makeSourceReady(4.0);
+    }
+
+    QTemporaryDir dir;
+    const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+    FakeMediaEngine engine;
+    QStringList log;
+    std::unique_ptr<GuidePlayerViewModel> model;
+    FakePlayer *player = nullptr;
+};
+
+TEST(GuidePlayerWithoutClip, LogsTheMissingClipAndStaysEmpty)
+{
+    FakeMediaEngine engine;
+    QStringList log;
+    // The default place: no clip is compiled into the tests.
+    GuidePlayerViewModel model(engine, GuidePlayerViewModel::defaultResourcePath(),
+                               [&log](const QString &line) { log.append(line); });
+    EXPECT_EQ(log, QStringList {u"[Guide] demo.MOV not found in bundle"_s});
+    EXPECT_TRUE(engine.lastPlayer->rawSources.isEmpty());
+    EXPECT_TRUE(model.videoPath().isEmpty());
+
+    QSignalSpy playing(&model, &GuidePlayerViewModel::isPlayingChanged);
+    model.togglePlayPause();
+    model.play();
+    EXPECT_FALSE(model.isPlaying());
+    EXPECT_EQ(playing.count(), 0);
+    EXPECT_EQ(engine.lastPlayer->rate(), 0.0);
+}
+
+TEST_F(GuidePlayer, PlaysACachedCopyAndPublishesItsDurationAndTime)
+{
+    const QString cached
+        = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + u"/guide/demo.MOV"_s;
+    EXPECT_EQ(player->rawSources, QStringList {cached});
+    EXPECT_EQ(readAll(cached), readAll(clip));
+    EXPECT_TRUE(log.isEmpty());
+    EXPECT_EQ(model->duration(), 4.0);
+    player->reportTime(1.25);
+    EXPECT_EQ(model->currentTime(), 1.25);
+
+    // A new clip of another size replaces the copy.
+    test::writeFile(clip, QByteArray(7000, 'n'));
+    GuidePlayerViewModel again(engine, clip, [](const QString &) {});
+    EXPECT_EQ(engine.lastPlayer->rawSources, QStringList {cached});
+    EXPECT_EQ(readAll(cached), QByteArray(7000, 'n'));
+}
+
+TEST_F(GuidePlayer, ReachingTheEndStartsAgainFromTheBeginning)
+{
+    model->play();
+    player->playTo(2.0);
+    player->reportTime(2.0); // standing still in the middle is no end
+    EXPECT_TRUE(player->seeks.isEmpty());
+
+    player->playTo(4.0);
+    EXPECT_EQ(player->seeks, QList<double> {0.0});
+    EXPECT_EQ(model->currentTime(), 0.0);
+    player->setRate(0.0); // an engine that stops at the end
+    player->completeSeeks();
+    EXPECT_EQ(player->rate(), 1.0);
+    EXPECT_TRUE(model->isPlaying());
+
+    // Last frames that never show: the time stands still just short of the end.
+    player->playTo(3.9);
+    player->reportTime(3.9);
+    EXPECT_EQ(player->seeks, (QList<double> {0.0, 0.0}));
+    player->completeSeeks();
+
+    // Paused before the seek is done: the seek does not start playing again, and nothing
+    // watches for the end while paused.
+    player->playTo(4.0);
+    model->pause();
+    player->completeSeeks();
+    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_EQ(player->boundaryObserverCount(), 0);
+    player->reportTime(3.9);
+    player->reportTime(3.9);
+    EXPECT_EQ(player->seeks.size(), 3);
+}
+
+TEST_F(GuidePlayer, PlayPauseAndVolumeReachThePlayer)
+{
+    QSignalSpy playing(model.get(), &GuidePlayerViewModel::isPlayingChanged);
+    model->togglePlayPause();
+    EXPECT_TRUE(model->isPlaying());
+    EXPECT_EQ(player->rate(), 1.0);
+    model->togglePlayPause();
+    EXPECT_FALSE(model->isPlaying());
+    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_EQ(playing.count(), 2);
+
+    QSignalSpy volume(model.get(), &GuidePlayerViewModel::volumeChanged);
+    model->setVolume(0.25f);
+    EXPECT_EQ(model->volume(), 0.25f);
+    EXPECT_EQ(player->volume(), 0.25f);
+    model->setVolume(3.0f);
+    EXPECT_EQ(player->volume(), 1.0f);
+    EXPECT_EQ(volume.count(), 2);
+}
+
+} // namespace
