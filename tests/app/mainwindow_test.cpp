@@ -7,11 +7,8 @@
 #include <QAction>
 #include <QLabel>
 #include <QLineEdit>
-<<<<<<< HEAD
 #include <QMenuBar>
-=======
 #include <QSlider>
->>>>>>> guide
 #include <QStackedWidget>
 #include <QToolButton>
 
