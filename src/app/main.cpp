@@ -24,7 +24,10 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QLibraryInfo>
+#include <QLocale>
 #include <QStandardPaths>
+#include <QTranslator>
 #include <qcorotask.h>
 
 using namespace Qt::StringLiterals;
@@ -65,6 +68,12 @@ int main(int argc, char *argv[])
     QApplication::setOrganizationName(u"Kavel"_s);
     QApplication::setApplicationName(u"Kavel"_s);
     QApplication::setApplicationDisplayName(u"Kavel"_s);
+    // Kavel speaks Chinese whatever the system language is; Qt's own dialogs (the file
+    // dialog, standard buttons) should too.
+    QTranslator qtTexts;
+    if (qtTexts.load(QLocale(QLocale::Chinese, QLocale::China), u"qtbase"_s, u"_"_s,
+                     QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
+        QApplication::installTranslator(&qtTexts);
 
     media::mlt::MltMediaEngine engine;
     media::mlt::MltAudioConverter converter(engine);
@@ -122,14 +131,23 @@ int main(int argc, char *argv[])
                 [playerView](const QImage &frame) { playerView->showFrame(frame); });
 
     window.show();
-    // A bundle named on the command line (a file manager's "open with") opens at once.
+    // What a file manager's "open with" hands over: a bundle opens at once; media files
+    // wait for the import confirmation once the stored session is back, since importing
+    // needs a signed-in user.
+    QList<QUrl> mediaToImport;
+    bool bundleOpened = false;
     const QStringList arguments = QApplication::arguments().mid(1);
     for (const QString &argument : arguments) {
-        if (argument.endsWith(u".kavel"_s)) {
-            window.openProject(QUrl::fromLocalFile(QFileInfo(argument).absoluteFilePath()));
-            break;
+        const QUrl url = QUrl::fromLocalFile(QFileInfo(argument).absoluteFilePath());
+        if (argument.endsWith(u".kavel"_s) || argument.endsWith(u".kavel/"_s)) {
+            if (!bundleOpened)
+                window.openProject(url);
+            bundleOpened = true;
+        } else if (QFileInfo(argument).isFile()) {
+            mediaToImport.append(url);
         }
     }
-    QCoro::connect(appState.restoreSession(), &appState, [] {});
+    QCoro::connect(appState.restoreSession(), &appState,
+                   [&window, mediaToImport] { window.homePage()->startImport(mediaToImport); });
     return application.exec();
 }

@@ -47,7 +47,7 @@ const QHash<QString, IconChoice> &iconTable()
         {u"film.fill"_s, {u"video-x-generic"_s, QStyle::SP_FileIcon}},
         {u"doc.fill"_s, {u"text-x-generic"_s, QStyle::SP_FileIcon}},
         {u"film.badge.plus"_s, {u"video-x-generic"_s, QStyle::SP_FileDialogNewFolder}},
-        {u"xmark.circle.fill"_s, {u"edit-clear"_s, QStyle::SP_DialogCloseButton}},
+        {u"xmark.circle.fill"_s, {u"window-close"_s, QStyle::SP_DialogCloseButton}},
         {u"folder"_s, {u"folder"_s, QStyle::SP_DirIcon}},
         {u"waveform"_s, {u"audio-x-generic"_s, QStyle::SP_MediaVolume}},
         {u"captions.bubble"_s, {u"text-x-generic"_s, QStyle::SP_FileDialogInfoView}},

@@ -15,17 +15,34 @@ namespace kavel {
 
 namespace {
 
+constexpr qint64 copyChunk = 1 << 20;
+
+// Whether the file at `path` holds exactly the bytes of `source`, read in pieces: the clip
+// may be tens of megabytes.
+bool sameContent(const QString &resourcePath, const QString &path)
+{
+    QFile a(resourcePath);
+    QFile b(path);
+    if (a.size() != b.size() || !a.open(QIODevice::ReadOnly) || !b.open(QIODevice::ReadOnly))
+        return false;
+    while (!a.atEnd()) {
+        if (a.read(copyChunk) != b.read(copyChunk))
+            return false;
+    }
+    return true;
+}
+
 // The media engine opens only real files, so the clip is copied out of the resources once
-// and read from the cache from then on. A copy of the same size is taken to be current;
-// anything else is rewritten whole, atomically, so a copy cut short by a crash is never
-// mistaken for the clip. Returns the copy's path, or an empty string with `error` set.
+// and read from the cache from then on. A copy that differs from the shipped clip (another
+// version, or one cut short) is rewritten whole, atomically. Returns the copy's path, or an
+// empty string with `error` set.
 QString cachedCopy(const QString &resourcePath, QString &error)
 {
     const QString directory
         = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + u"/guide"_s;
     const QString target = directory + u'/' + QFileInfo(resourcePath).fileName();
     QFile source(resourcePath);
-    if (const QFileInfo existing(target); existing.isFile() && existing.size() == source.size())
+    if (sameContent(resourcePath, target))
         return target;
     if (!QDir().mkpath(directory)) {
         error = u"cannot create "_s + directory;
@@ -40,10 +57,8 @@ QString cachedCopy(const QString &resourcePath, QString &error)
         error = copy.errorString();
         return {};
     }
-    // In pieces: the clip may be tens of megabytes.
-    constexpr qint64 chunk = 1 << 20;
     while (!source.atEnd()) {
-        const QByteArray bytes = source.read(chunk);
+        const QByteArray bytes = source.read(copyChunk);
         if (bytes.isEmpty() || copy.write(bytes) != bytes.size()) {
             error = source.error() != QFileDevice::NoError ? source.errorString()
                                                            : copy.errorString();

@@ -73,11 +73,14 @@ TEST_F(GuidePlayer, PlaysACachedCopyAndPublishesItsDurationAndTime)
     player->reportTime(1.25);
     EXPECT_EQ(model->currentTime(), 1.25);
 
-    // A new clip of another size replaces the copy.
+    // A new clip replaces the copy, also when it happens to be just as long.
     test::writeFile(clip, QByteArray(7000, 'n'));
     GuidePlayerViewModel again(engine, clip, [](const QString &) {});
     EXPECT_EQ(engine.lastPlayer->rawSources, QStringList {cached});
     EXPECT_EQ(readAll(cached), QByteArray(7000, 'n'));
+    test::writeFile(clip, QByteArray(7000, 'm'));
+    GuidePlayerViewModel sameSize(engine, clip, [](const QString &) {});
+    EXPECT_EQ(readAll(cached), QByteArray(7000, 'm'));
 }
 
 TEST_F(GuidePlayer, ReachingTheEndStartsAgainFromTheBeginning)
