@@ -22,6 +22,7 @@
 #include "videoplayerview.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLibraryInfo>
@@ -37,10 +38,12 @@ namespace {
 
 QList<QUrl> pickMediaFiles(QWidget *parent, const QString &title)
 {
-    return QFileDialog::getOpenFileUrls(
-        parent, title,
-        QUrl::fromLocalFile(QStandardPaths::writableLocation(QStandardPaths::MoviesLocation)),
-        app::mediaFileFilter());
+    // A folder that does not exist would end up typed into the file-name field.
+    QString start = QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);
+    if (!QFileInfo(start).isDir())
+        start = QDir::homePath();
+    return QFileDialog::getOpenFileUrls(parent, title, QUrl::fromLocalFile(start),
+                                        app::mediaFileFilter());
 }
 
 // The MLT player converts its frames to the surface's size on its own thread and hands
