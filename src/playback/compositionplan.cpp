@@ -35,14 +35,14 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
 
     // The editor hands over flattened lists, which are in order already; checking is far
     // cheaper than sorting (which would also deep-copy every word of the shared list).
-    const auto bySortOrder = [](const WordBlock &a, const WordBlock &b) {
-        return a.sortOrder < b.sortOrder;
-    };
+    const auto bySortOrder
+        = [](const WordBlock &a, const WordBlock &b) { return a.sortOrder < b.sortOrder; };
     QList<WordBlock> sorted = blocks;
     if (!std::is_sorted(sorted.cbegin(), sorted.cend(), bySortOrder))
         std::stable_sort(sorted.begin(), sorted.end(), bySortOrder);
 
     plan.map.reserve(sorted.size());
+    plan.clampedRanges.reserve(sorted.size());
     plan.editList.segments.reserve(sorted.size());
     qint64 insertAt = 0;
     for (const WordBlock &block : std::as_const(sorted)) {
@@ -113,8 +113,10 @@ QList<DeletedTimeRange> deletedTimeRanges(const QList<WordBlock> &blocks, double
     sorted.reserve(size_t(blocks.size()));
     for (const WordBlock &block : blocks)
         sorted.emplace_back(block.mediaStart, block.mediaEnd);
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const auto &a, const auto &b) { return a.first < b.first; });
+    // Transcripts are mostly in source order already; checking costs far less than sorting.
+    const auto byStart = [](const auto &a, const auto &b) { return a.first < b.first; };
+    if (!std::is_sorted(sorted.cbegin(), sorted.cend(), byStart))
+        std::stable_sort(sorted.begin(), sorted.end(), byStart);
     double total = sourceDuration;
     if (!(total > 0))
         total = sorted.empty() ? 1.0 : sorted.back().second + 1.0;

@@ -43,11 +43,11 @@ QString number(double value)
 
 // Written straight into one buffer: the signature is rebuilt on every edit of transcripts
 // of ten thousand words, so per-word temporaries would dominate the edit's cost.
-QString blockSignature(const QList<WordBlock> &blocks)
+QByteArray blockSignature(const QList<WordBlock> &blocks)
 {
     static constexpr char hex[] = "0123456789ABCDEF";
     // 36 for the id, up to 2 x 26 for the times, 3 separators.
-    std::string text(size_t(blocks.size()) * 92, '\0');
+    QByteArray text(blocks.size() * 92, Qt::Uninitialized);
     char *out = text.data();
     auto putHex = [&out](quint64 value, int digits) {
         for (int d = digits - 1; d >= 0; --d)
@@ -83,7 +83,8 @@ QString blockSignature(const QList<WordBlock> &blocks)
         *out++ = '-';
         putNumber(block.mediaEnd);
     }
-    return QString::fromLatin1(text.data(), out - text.data());
+    text.truncate(out - text.constData());
+    return text;
 }
 
 VideoPlayerViewModel::VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
@@ -116,7 +117,7 @@ void VideoPlayerViewModel::setWordBlocks(QList<WordBlock> blocks)
 
 void VideoPlayerViewModel::scheduleRebuild()
 {
-    QString signature = blockSignature(m_wordBlocks);
+    QByteArray signature = blockSignature(m_wordBlocks);
     if (signature == m_lastBlockSignature)
         return;
     m_lastBlockSignature = std::move(signature);

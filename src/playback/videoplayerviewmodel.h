@@ -139,13 +139,15 @@ private:
     QHash<QString, QImage> m_thumbnailCache;
     QList<CompositionEntry> m_compositionMap;
     std::optional<PlaybackClock::CallId> m_rebuildWorkItem;
-    QString m_lastBlockSignature;
+    QByteArray m_lastBlockSignature;
     std::optional<QUuid> m_pendingSeekBlockId;
     QList<WordBlock> m_wordBlocks;
     double m_lastUIPublishTime = 0.0;
 };
 
-// "ID:start-end|…", the identity of a block list as far as the preview is concerned.
-QString blockSignature(const QList<WordBlock> &blocks);
+// "ID:start-end|…", the identity of a block list as far as the preview is concerned. Kept
+// as bytes: it is plain ASCII, and on long transcripts a wide copy costs a delete
+// noticeable time.
+QByteArray blockSignature(const QList<WordBlock> &blocks);
 
 } // namespace kavel

@@ -75,9 +75,9 @@ TEST(BlockSignature, ListsIdsAndShortestTimes)
     WordBlock b = word(0.1 + 0.2, 3.0);
     b.id = videoId;
     EXPECT_EQ(blockSignature({a, b}),
-              u"AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE:1.0-2.35|"
-              u"11111111-0000-0000-0000-000000000001:0.30000000000000004-3.0"_s);
-    EXPECT_EQ(blockSignature({}), QString());
+              QByteArray("AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE:1.0-2.35|"
+                         "11111111-0000-0000-0000-000000000001:0.30000000000000004-3.0"));
+    EXPECT_EQ(blockSignature({}), QByteArray());
 }
 
 TEST_F(PlayerModel, LoadingLeavesOutSourcesThatCannotPlayAndLogsThem)
