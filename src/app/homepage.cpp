@@ -15,6 +15,7 @@
 #include <QScrollArea>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -280,10 +281,21 @@ void HomePage::pickAndImport()
 
 void HomePage::startImport(const QList<QUrl> &urls)
 {
-    if (urls.isEmpty() || !mayImport())
+    if (urls.isEmpty())
         return;
+    if (!mayImport()) {
+        m_awaitingSignIn = urls;
+        return;
+    }
     m_editor.setPendingImportURLs(urls);
     m_editor.setShowImportConfirm(true);
+}
+
+void HomePage::finishImportAfterSignIn()
+{
+    const QList<QUrl> urls = std::exchange(m_awaitingSignIn, {});
+    if (m_isSignedIn && m_isSignedIn())
+        startImport(urls);
 }
 
 void HomePage::showEvent(QShowEvent *event)

@@ -97,8 +97,11 @@ public:
     QToolButton *listButton() const { return m_listButton; }
 
     // Hands files to the import: they wait in the editor for the confirmation. Signed out,
-    // the editor asks for a sign-in instead and the files are not kept.
+    // the editor asks for a sign-in first and the files wait here for its outcome.
     void startImport(const QList<QUrl> &urls);
+    // The sign-in asked for by startImport() is over: a signed-in user goes on to the
+    // confirmation with the waiting files; otherwise they are dropped.
+    void finishImportAfterSignIn();
     // Asks for files with the dialog, then starts their import; signed out, the dialog is
     // not shown at all.
     void pickAndImport();
@@ -117,6 +120,7 @@ private:
     ProjectStore &m_store;
     std::function<QList<QUrl>()> m_pickMedia;
     std::function<bool()> m_isSignedIn;
+    QList<QUrl> m_awaitingSignIn;
     ViewMode m_viewMode = ViewMode::grid;
     UploadZone *m_upload;
     QLineEdit *m_search;

@@ -304,6 +304,8 @@ void MainWindow::showLoginRequired()
         m_editor.setShowLoginRequired(false);
         if (box->clickedButton() == signIn)
             m_services.appState->setShowLoginSheet(true);
+        else
+            m_home->finishImportAfterSignIn();
     });
     m_alert = box;
     box->open();
@@ -326,8 +328,11 @@ void MainWindow::showLoginSheet()
         return;
     auto *dialog = new LoginDialog(*m_services.login, *m_services.appState, this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::finished, this,
-            [this] { m_services.appState->setShowLoginSheet(false); });
+    connect(dialog, &QDialog::finished, this, [this] {
+        m_services.appState->setShowLoginSheet(false);
+        // Files dropped while signed out go on to the import once the user is in.
+        m_home->finishImportAfterSignIn();
+    });
     m_loginDialog = dialog;
     dialog->open();
 }

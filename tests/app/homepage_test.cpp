@@ -147,6 +147,19 @@ TEST_F(HomePageTest, SignedOutUploadsAskForASignInInstead)
     EXPECT_TRUE(vm.showLoginRequired());
     EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
     EXPECT_FALSE(vm.showImportConfirm());
+
+    // A sign-in that did not happen drops the files; one that did takes them on.
+    home->finishImportAfterSignIn();
+    signedIn = true;
+    home->finishImportAfterSignIn();
+    EXPECT_FALSE(vm.showImportConfirm());
+
+    signedIn = false;
+    deliverDrop(filesToPick);
+    signedIn = true;
+    home->finishImportAfterSignIn();
+    EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
+    EXPECT_TRUE(vm.showImportConfirm());
 }
 
 TEST_F(HomePageTest, CardMenuOpensAndDeletesProjects)
