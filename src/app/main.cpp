@@ -25,6 +25,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QIcon>
 #include <QLibraryInfo>
 #include <QLocale>
 #include <QStandardPaths>
@@ -71,6 +72,8 @@ int main(int argc, char *argv[])
     QApplication::setOrganizationName(u"Kavel"_s);
     QApplication::setApplicationName(u"Kavel"_s);
     QApplication::setApplicationDisplayName(u"Kavel"_s);
+    QApplication::setDesktopFileName(u"kavel"_s);
+    QApplication::setWindowIcon(QIcon(u":/kavel/kavel.svg"_s));
     // Kavel speaks Chinese whatever the system language is; Qt's own dialogs (the file
     // dialog, standard buttons) should too.
     QTranslator qtTexts;
