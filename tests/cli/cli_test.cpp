@@ -1,6 +1,7 @@
 #include "model/fileio.h"
 #include "model/kavelproject.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -99,23 +100,10 @@ TEST(Cli, InfoListsWordsInPlaybackOrderAsTextAndJson)
 {
     const QString bundle = runCli({u"new"_s, u"Info"_s}).out.trimmed();
     auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
-    auto makeParagraph = [](qint64 order, const QStringList &words, double start) {
-        Paragraph p;
-        p.id = QUuid::createUuid();
-        p.sortOrder = order;
-        for (const QString &text : words) {
-            WordBlock b;
-            b.id = QUuid::createUuid();
-            b.text = text;
-            b.mediaStart = start;
-            b.mediaEnd = start + 0.25;
-            start += 0.5;
-            p.wordBlocks.append(b);
-        }
-        return p;
-    };
-    project->setParagraphs(
-        {makeParagraph(1, {u"world"_s}, 10.0), makeParagraph(0, {u"hello"_s, u"there"_s}, 1.0)});
+    // Stored out of order: the sort orders decide.
+    QList<Paragraph> paragraphs = test::transcript({{u"hello"_s, u"there"_s}, {u"world"_s}});
+    paragraphs.swapItemsAt(0, 1);
+    project->setParagraphs(paragraphs);
     project->saveTimeline();
 
     const CliResult text = runCli({u"info"_s, bundle});
@@ -123,7 +111,7 @@ TEST(Cli, InfoListsWordsInPlaybackOrderAsTextAndJson)
     EXPECT_TRUE(text.out.contains(u"Title:       Info"_s));
     EXPECT_TRUE(text.out.contains(u"Paragraphs:  2"_s));
     EXPECT_TRUE(text.out.contains(u"Words:       3"_s));
-    EXPECT_TRUE(text.out.contains(u"00:00:01.500 - 00:00:01.750  there"_s))
+    EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  there"_s))
         << text.out.toStdString();
     EXPECT_LT(text.out.indexOf(u"there"_s), text.out.indexOf(u"world"_s));
 
@@ -137,7 +125,7 @@ TEST(Cli, InfoListsWordsInPlaybackOrderAsTextAndJson)
     ASSERT_EQ(words.size(), 3);
     EXPECT_EQ(words[2].toObject().value("text"_L1).toString(), u"world"_s);
     EXPECT_EQ(words[2].toObject().value("sortOrder"_L1).toInt(), 2);
-    EXPECT_EQ(words[2].toObject().value("mediaStart"_L1).toDouble(), 10.0);
+    EXPECT_EQ(words[2].toObject().value("mediaStart"_L1).toDouble(), 1.0);
 }
 
 TEST(Cli, InfoWarnsOnAGarbageTimelineAndFailsOnGarbageMetadata)
@@ -162,41 +150,17 @@ QString bundleWithTranscript(const QString &title)
 {
     const QString bundle = runCli({u"new"_s, title}).out.trimmed();
     auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
-    QList<Paragraph> paragraphs;
-    double t = 0.0;
-    for (const QStringList &words : {QStringList {u"hello"_s, u"big"_s, u"world"_s},
-                                     QStringList {u"um"_s, u"yes"_s}, QStringList {u"bye"_s}}) {
-        Paragraph p;
-        p.id = QUuid::createUuid();
-        p.sortOrder = paragraphs.size();
-        for (const QString &text : words) {
-            WordBlock b;
-            b.id = QUuid::createUuid();
-            b.text = text;
-            b.isFiller = text == u"um"_s;
-            b.mediaStart = t;
-            b.mediaEnd = t + 0.5;
-            t += 1.0;
-            p.wordBlocks.append(b);
-        }
-        paragraphs.append(p);
-    }
+    QList<Paragraph> paragraphs
+        = test::transcript({{u"hello"_s, u"big"_s, u"world"_s}, {u"um"_s, u"yes"_s}, {u"bye"_s}});
+    paragraphs[1].wordBlocks[0].isFiller = true;
     project->setParagraphs(paragraphs);
     project->saveTimeline();
     return bundle;
 }
 
-QStringList savedParagraphTexts(const QString &bundle)
+QString savedText(const QString &bundle)
 {
-    QStringList texts;
-    const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
-    for (const Paragraph &p : project->paragraphs()) {
-        QStringList words;
-        for (const WordBlock &b : p.wordBlocks)
-            words << b.text;
-        texts << words.join(u' ');
-    }
-    return texts;
+    return test::documentText(KavelProject::load(QUrl::fromLocalFile(bundle))->paragraphs());
 }
 
 } // namespace
@@ -207,21 +171,21 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
     const CliResult dry = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--dry-run"_s});
     EXPECT_EQ(dry.exitCode, 0);
     EXPECT_TRUE(dry.out.contains(u"Deleted 1 words"_s)) << dry.out.toStdString();
-    EXPECT_EQ(savedParagraphTexts(bundle).size(), 3) << "a dry run saves nothing";
+    EXPECT_EQ(savedText(bundle), u"hello big world | um yes | bye"_s) << "a dry run saves nothing";
 
     const CliResult edited = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--delete-text"_s,
                                      u"GW"_s, u"--move-paragraph"_s, u"3:1"_s});
     ASSERT_EQ(edited.exitCode, 0) << edited.err.toStdString();
     // "gw" spans the join of "big" and "world"; paragraph numbers are the original ones.
-    EXPECT_EQ(savedParagraphTexts(bundle), (QStringList {u"bye"_s, u"hello"_s, u"yes"_s}));
+    EXPECT_EQ(savedText(bundle), u"bye | hello | yes"_s);
 
     const CliResult deleted = runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"2"_s});
     ASSERT_EQ(deleted.exitCode, 0);
-    EXPECT_EQ(savedParagraphTexts(bundle), (QStringList {u"bye"_s, u"yes"_s}));
+    EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 
     expectOneLineError(runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"7"_s}));
     expectOneLineError(runCli({u"edit"_s, bundle, u"--move-paragraph"_s, u"1-2"_s}));
-    EXPECT_EQ(savedParagraphTexts(bundle), (QStringList {u"bye"_s, u"yes"_s}));
+    EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 }
 
 TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)
@@ -229,7 +193,7 @@ TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)
     const QString bundle = bundleWithTranscript(u"Find"_s);
     const CliResult found = runCli({u"search"_s, bundle, u"OBIG"_s});
     ASSERT_EQ(found.exitCode, 0) << found.err.toStdString();
-    EXPECT_TRUE(found.out.contains(u"paragraph 1  00:00:00.000 - 00:00:01.500  hello big"_s))
+    EXPECT_TRUE(found.out.contains(u"paragraph 1  00:00:00.000 - 00:00:00.900  hello big"_s))
         << found.out.toStdString();
     EXPECT_TRUE(found.out.trimmed().endsWith(u"1 hit"_s));
 
@@ -237,6 +201,6 @@ TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)
     const QJsonArray hits = QJsonDocument::fromJson(json.out.toUtf8()).array();
     ASSERT_EQ(hits.size(), 3); // hello, yes, bye
     EXPECT_EQ(hits[2].toObject().value("paragraph"_L1).toInt(), 3);
-    EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 4.0);
+    EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 2.0);
     EXPECT_EQ(runCli({u"search"_s, bundle, u"zzz"_s}).out.trimmed(), u"0 hits"_s);
 }

@@ -1,4 +1,4 @@
-#include "editorfixture.h"
+#include "support/editorfixture.h"
 #include "model/fileio.h"
 
 #include <QSignalSpy>

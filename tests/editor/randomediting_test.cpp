@@ -1,4 +1,4 @@
-#include "editorfixture.h"
+#include "support/editorfixture.h"
 
 #include <random>
 

@@ -6,6 +6,7 @@
 #include "support/fakemediaengine.h"
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,17 +18,6 @@ using namespace kavel;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-WordBlock word(const QString &text, QUuid source, double start, double end)
-{
-    WordBlock b;
-    b.id = QUuid::createUuid();
-    b.text = text;
-    b.sourceFileId = source;
-    b.mediaStart = start;
-    b.mediaEnd = end;
-    return b;
-}
 
 QByteArray contents(const QString &path)
 {
@@ -51,7 +41,8 @@ protected:
         Paragraph paragraph;
         paragraph.id = QUuid::createUuid();
         paragraph.wordBlocks
-            = {word(u"你好"_s, sourceId, 1.0, 1.5), word(u"世界"_s, sourceId, 4.0, 4.25)};
+            = {test::timedWord(1.0, 1.5, 0, sourceId, u"你好"_s),
+               test::timedWord(4.0, 4.25, 0, sourceId, u"世界"_s)};
         paragraphs = {paragraph};
     }
 

@@ -4,6 +4,7 @@
 #include "media/mlt/mltrenderer.h"
 #include "model/kavelproject.h"
 #include "support/taskwait.h"
+#include "support/transcriptbuilder.h"
 #include "support/testenvironment.h"
 
 #include <QDir>
@@ -27,13 +28,7 @@ constexpr double frame = 1.0 / 30.0;
 
 WordBlock word(double start, double end, qint64 order)
 {
-    WordBlock b;
-    b.id = QUuid::createUuid();
-    b.text = u"词"_s;
-    b.mediaStart = start;
-    b.mediaEnd = end;
-    b.sortOrder = order;
-    return b;
+    return test::timedWord(start, end, order, {}, u"词"_s);
 }
 
 struct Probe

@@ -2,6 +2,7 @@
 #include "model/errors.h"
 #include "model/fileio.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -14,13 +15,7 @@ namespace {
 
 WordBlock cue(const QString &text, double start, double end, qint64 sortOrder)
 {
-    WordBlock b;
-    b.id = QUuid::createUuid();
-    b.text = text;
-    b.mediaStart = start;
-    b.mediaEnd = end;
-    b.sortOrder = sortOrder;
-    return b;
+    return test::timedWord(start, end, sortOrder, {}, text);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "model/projectstore.h"
 #include "model/timeline.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -39,19 +40,11 @@ protected:
         auto project = KavelProject::create(title, root.path());
         for (const QString &file : media)
             project->addSourceFile(QUrl::fromLocalFile(file));
-        Paragraph paragraph;
-        paragraph.id = QUuid::createUuid();
-        for (int i = 0; i < words; ++i) {
-            WordBlock block;
-            block.id = QUuid::createUuid();
-            block.text = u"词"_s;
-            block.mediaStart = i;
-            block.mediaEnd = i + 0.5;
-            block.isDeleted = i == 0; // deleted words still count
-            paragraph.wordBlocks.append(block);
+        if (words > 0) {
+            QList<Paragraph> paragraphs = test::transcript({QStringList(words, u"词"_s)});
+            paragraphs[0].wordBlocks[0].isDeleted = true; // deleted words still count
+            project->setParagraphs(paragraphs);
         }
-        if (words > 0)
-            project->setParagraphs({paragraph});
         project->saveTimeline();
         ProjectMetadata metadata = project->metadata();
         metadata.updatedAt = updatedAt;

@@ -1,4 +1,5 @@
 #include "playback/compositionplan.h"
+#include "support/transcriptbuilder.h"
 
 #include <gtest/gtest.h>
 
@@ -7,27 +8,18 @@ using namespace kavel;
 
 namespace {
 
-WordBlock block(double start, double end, qint64 order, QUuid source)
-{
-    WordBlock b;
-    b.id = QUuid::createUuid();
-    b.sourceFileId = source;
-    b.mediaStart = start;
-    b.mediaEnd = end;
-    b.sortOrder = order;
-    return b;
-}
+using kavel::test::timedWord;
 
 TEST(CompositionPlan, FollowsSortOrderStablyAndCarriesGain)
 {
     const QUuid source = QUuid::createUuid();
-    WordBlock first = block(5.0, 6.0, 1, source);
+    WordBlock first = timedWord(5.0, 6.0, 1, source);
     first.volumeLevel = 0.5f;
     first.isMuted = true;
     first.fadeInDuration = 0.2;
     first.fadeOutDuration = 0.3;
-    const WordBlock second = block(1.0, 2.0, 1, source);
-    const WordBlock zeroth = block(9.0, 9.5, 0, source);
+    const WordBlock second = timedWord(1.0, 2.0, 1, source);
+    const WordBlock zeroth = timedWord(9.0, 9.5, 0, source);
     const CompositionPlan plan
         = planComposition({first, second, zeroth}, {{source, u"/a.mp4"_s, true, 100.0}});
 
@@ -50,7 +42,7 @@ TEST(CompositionPlan, ThousandsOfOddLengthsAccumulateNoRounding)
         // 1/600 s multiples, which is what the media layer keeps.
         const double start = i * 0.7;
         const double length = (97 + i % 13) / 600.0;
-        blocks.append(block(start, start + length, i, source));
+        blocks.append(timedWord(start, start + length, i, source));
         expected += 97 + i % 13;
     }
     const CompositionPlan plan = planComposition(blocks, {{source, u"/a.mp4"_s, true, 0.0}});
@@ -61,7 +53,7 @@ TEST(CompositionPlan, ThousandsOfOddLengthsAccumulateNoRounding)
 
 TEST(CompositionPlan, NoSourcesGiveAnEmptyPlan)
 {
-    const CompositionPlan plan = planComposition({block(0, 1, 0, QUuid::createUuid())}, {});
+    const CompositionPlan plan = planComposition({timedWord(0, 1, 0, QUuid::createUuid())}, {});
     EXPECT_TRUE(plan.map.isEmpty());
     EXPECT_EQ(plan.duration, 0.0);
 }

@@ -107,12 +107,6 @@ qsizetype FakePlayer::boundaryObserverCount() const
                          [](const Observer &o) { return bool(o.boundary); });
 }
 
-qsizetype FakePlayer::periodicObserverCount() const
-{
-    return std::count_if(m_observers.cbegin(), m_observers.cend(),
-                         [](const Observer &o) { return bool(o.periodic); });
-}
-
 class FakeThumbnailGenerator final : public media::ThumbnailGenerator
 {
 public:
@@ -161,7 +155,6 @@ FakeMediaEngine::createThumbnailGenerator(const QString &path,
     if (!info.hasVideo)
         throw media::MediaError(u"no picture in "_s + path);
     ++generatorsMade;
-    lastOptions = options;
     return std::make_unique<FakeThumbnailGenerator>(*this, options.maximumSize, info.duration);
 }
 

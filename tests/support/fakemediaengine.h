@@ -40,7 +40,6 @@ public:
     QList<double> seeks;
     float volume() const { return m_volume; }
     qsizetype boundaryObserverCount() const;
-    qsizetype periodicObserverCount() const;
 
 private:
     struct Observer
@@ -81,7 +80,6 @@ public:
     FakePlayer *lastPlayer = nullptr;
     int generatorsMade = 0;
     QList<double> framesRequested;
-    media::ThumbnailOptions lastOptions;
 
 private:
     QHash<QString, media::MediaInfo> m_media;

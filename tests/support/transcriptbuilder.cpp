@@ -12,18 +12,25 @@ QList<Paragraph> transcript(const QList<QStringList> &paragraphs)
         p.id = QUuid::createUuid();
         p.sortOrder = list.size();
         for (const QString &text : words) {
-            WordBlock b;
-            b.id = QUuid::createUuid();
-            b.text = text;
-            b.mediaStart = t;
-            b.mediaEnd = t + 0.4;
-            b.sortOrder = order++;
+            p.wordBlocks.append(timedWord(t, t + 0.4, order++, {}, text));
             t += 0.5;
-            p.wordBlocks.append(b);
         }
         list.append(p);
     }
     return list;
+}
+
+WordBlock timedWord(double start, double end, qint64 sortOrder, const QUuid &source,
+                    const QString &text)
+{
+    WordBlock b;
+    b.id = QUuid::createUuid();
+    b.text = text;
+    b.sourceFileId = source;
+    b.mediaStart = start;
+    b.mediaEnd = end;
+    b.sortOrder = sortOrder;
+    return b;
 }
 
 QUuid wordId(const QList<Paragraph> &paragraphs, const QString &text)

@@ -12,6 +12,10 @@ namespace kavel::test {
 // and gets sortOrder i. Word ids are fresh; look words up by text with wordId().
 QList<Paragraph> transcript(const QList<QStringList> &paragraphs);
 
+// One word with a fresh id over the given stretch of `source`.
+WordBlock timedWord(double start, double end, qint64 sortOrder = 0, const QUuid &source = {},
+                    const QString &text = QStringLiteral("w"));
+
 QUuid wordId(const QList<Paragraph> &paragraphs, const QString &text);
 QStringList wordTexts(const Paragraph &paragraph);
 // All words of the document in order, paragraphs separated by "|".

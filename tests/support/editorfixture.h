@@ -14,7 +14,7 @@
 namespace kavel::test {
 
 // An editor on a fake engine and a fake clock, with a real project bundle on disk whose
-// one source the fake engine knows as a 60-second video with sound.
+// one source the fake engine knows as a video with sound of `mediaSeconds`.
 class EditorFixture : public ::testing::Test
 {
 protected:
@@ -22,17 +22,20 @@ protected:
     FakeMediaEngine engine;
     FakeClock clock;
     EditorViewModel vm {engine, clock};
+    double mediaSeconds = 60.0;
+    QString projectTitle = QStringLiteral("Edit");
 
-    // Creates and opens a project holding `paragraphs` (words timed by transcript()).
-    void openTranscript(const QList<QStringList> &words)
+    // Creates and opens a project holding `words` (timed by transcript()).
+    void openTranscript(const QList<QStringList> &words) { openParagraphs(transcript(words)); }
+
+    void openParagraphs(QList<Paragraph> paragraphs)
     {
-        auto project = KavelProject::create(QStringLiteral("Edit"), dir.path());
+        auto project = KavelProject::create(projectTitle, dir.path());
         const QString media = QDir(dir.path()).filePath(QStringLiteral("clip.mp4"));
         writeFile(media, QByteArray(64, 'v'));
         const SourceFile source = project->addSourceFile(QUrl::fromLocalFile(media));
         engine.addMedia(project->sourceFileURL(source.id)->toLocalFile(),
-                        FakeMediaEngine::videoWithAudio(60.0));
-        QList<Paragraph> paragraphs = transcript(words);
+                        FakeMediaEngine::videoWithAudio(mediaSeconds));
         for (Paragraph &p : paragraphs) {
             for (WordBlock &b : p.wordBlocks)
                 b.sourceFileId = source.id;
@@ -44,6 +47,13 @@ protected:
     }
 
     QUuid id(const QString &text) const { return wordId(vm.paragraphs(), text); }
+    QSet<QUuid> ids(const QStringList &texts) const
+    {
+        QSet<QUuid> set;
+        for (const QString &t : texts)
+            set.insert(id(t));
+        return set;
+    }
     QString text() const { return documentText(vm.paragraphs()); }
     const Paragraph &paragraph(qsizetype i) const { return vm.paragraphs().at(i); }
 
