@@ -1,4 +1,4 @@
-#include "editorfixture.h"
+#include "support/editorfixture.h"
 
 #include <QSignalSpy>
 
@@ -122,8 +122,6 @@ TEST_F(Editing, MovingParagraphsRenumbersAndIsNotUndoable)
     expectPlayerHasDocument();
     EXPECT_EQ(documentText(vm.project()->paragraphs()), u"0 | 1 | 2 | 3"_s)
         << "the project copy waits for the next save";
-    vm.moveParagraphs({2}, 0);
-    EXPECT_EQ(text(), u"0 | 1 | 2 | 3"_s);
 }
 
 TEST_F(Editing, FillerWordsGoInOneStep)
@@ -163,14 +161,3 @@ TEST_F(Editing, CopiedWordsArePastedAtTheCursorAsNewWords)
     EXPECT_EQ(text(), u"a b | c"_s);
 }
 
-TEST_F(Editing, TrackFlagsArePlainToggles)
-{
-    QSignalSpy spy(&vm, &EditorViewModel::trackFlagsChanged);
-    vm.setIsAudioTrackMuted(true);
-    vm.setIsAudioTrackMuted(true);
-    vm.setIsVideoTrackLocked(true);
-    EXPECT_TRUE(vm.isAudioTrackMuted());
-    EXPECT_TRUE(vm.isVideoTrackLocked());
-    EXPECT_FALSE(vm.isVideoTrackMuted());
-    EXPECT_EQ(spy.count(), 2);
-}

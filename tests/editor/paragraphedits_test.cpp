@@ -61,13 +61,3 @@ TEST(InsertWords, GivesFreshIdsAndClampsTheGap)
     EXPECT_TRUE(edits::insertWords(doc, QUuid::createUuid(), 0, clip[0].wordBlocks).isEmpty());
 }
 
-TEST(LocateWord, FindsParagraphAndIndex)
-{
-    const QList<Paragraph> doc = transcript({{u"a"_s}, {u"b"_s, u"c"_s}});
-    const auto where = edits::locateWord(doc, wordId(doc, u"c"_s));
-    EXPECT_EQ(where.paragraph, 1);
-    EXPECT_EQ(where.word, 1);
-    EXPECT_FALSE(edits::locateWord(doc, QUuid::createUuid()).isValid());
-    EXPECT_EQ(edits::indexOfParagraph(doc, doc[1].id), 1);
-    EXPECT_EQ(edits::indexOfParagraph(doc, QUuid::createUuid()), -1);
-}

@@ -39,35 +39,6 @@ protected:
 
 } // namespace
 
-TEST_F(Undo, ExecuteUndoRedoRoundTripsAndKeepsFlagsTrue)
-{
-    const QList<Paragraph> original = editor.document;
-    QSignalSpy undoSpy(&manager, &EditorUndoManager::canUndoChanged);
-    manager.execute(std::make_unique<BatchDeleteWordsCommand>(
-        editor, QSet<QUuid> {wordId(original, u"b"_s), wordId(original, u"c"_s)}));
-    const QList<Paragraph> afterDelete = editor.document;
-    EXPECT_EQ(documentText(afterDelete), u"a | d e"_s);
-    EXPECT_TRUE(manager.canUndo());
-    EXPECT_FALSE(manager.canRedo());
-
-    manager.undo();
-    EXPECT_EQ(editor.document, original)
-        << "the emptied paragraph comes back with its id and place";
-    EXPECT_FALSE(manager.canUndo());
-    EXPECT_TRUE(manager.canRedo());
-
-    manager.redo();
-    EXPECT_EQ(editor.document, afterDelete);
-    EXPECT_TRUE(manager.canUndo());
-    EXPECT_FALSE(manager.canRedo());
-    EXPECT_EQ(undoSpy.count(), 3);
-
-    // Every step handed the player the flattened document of that moment.
-    ASSERT_EQ(editor.pushed.size(), 3);
-    EXPECT_EQ(editor.pushed.last(), flattenParagraphs(afterDelete));
-    EXPECT_EQ(editor.pushed[1], flattenParagraphs(original));
-}
-
 TEST_F(Undo, NewEditDiscardsRedoAndEmptyHistoryIsHarmless)
 {
     manager.undo();
@@ -92,19 +63,6 @@ TEST_F(Undo, NewEditDiscardsRedoAndEmptyHistoryIsHarmless)
     manager.clear();
     EXPECT_FALSE(manager.canUndo());
     EXPECT_EQ(manager.undoCount(), 0);
-}
-
-TEST_F(Undo, ParagraphDeletionIsUndoneByReinsertionAtItsIndex)
-{
-    const QList<Paragraph> original = editor.document;
-    manager.execute(std::make_unique<DeleteParagraphCommand>(editor, original[1].id));
-    EXPECT_EQ(documentText(editor.document), u"a b | d e"_s);
-    EXPECT_EQ(editor.document[1].sortOrder, 1);
-    manager.undo();
-    EXPECT_EQ(editor.document, original);
-
-    manager.redo();
-    EXPECT_EQ(documentText(editor.document), u"a b | d e"_s);
 }
 
 TEST_F(Undo, DeletingAnUnknownParagraphRemovesNothingAndUndoAddsAnEmptyOneOnTop)

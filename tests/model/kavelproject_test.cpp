@@ -4,6 +4,7 @@
 #include "model/kavelproject.h"
 #include "model/timeline.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QDir>
 #include <QFile>
@@ -32,27 +33,7 @@ protected:
 
     static QList<Paragraph> sampleParagraphs(int paragraphs = 2, int wordsEach = 3)
     {
-        QList<Paragraph> list;
-        double t = 0.0;
-        for (int p = 0; p < paragraphs; ++p) {
-            Paragraph paragraph;
-            paragraph.id = QUuid::createUuid();
-            paragraph.sortOrder = p;
-            paragraph.speakerLabel = QString::number(p % 2);
-            for (int w = 0; w < wordsEach; ++w) {
-                WordBlock b;
-                b.id = QUuid::createUuid();
-                b.text = u"词"_s + QString::number(w);
-                b.sourceFileId = QUuid::createUuid();
-                b.mediaStart = t;
-                b.mediaEnd = t + 0.3;
-                b.sortOrder = p * wordsEach + w;
-                t += 0.4;
-                paragraph.wordBlocks.append(b);
-            }
-            list.append(paragraph);
-        }
-        return list;
+        return test::transcript(QList<QStringList>(paragraphs, QStringList(wordsEach, u"词"_s)));
     }
 };
 
@@ -145,12 +126,6 @@ TEST_F(ProjectBundle, PublishesChangesOfParagraphsAndStatus)
     EXPECT_EQ(paragraphsSpy.count(), 1);
     EXPECT_EQ(statusSpy.count(), 1);
     EXPECT_EQ(project->property("status").value<ProjectStatus>(), ProjectStatus::transcribing);
-
-    for (auto status :
-         {ProjectStatus::created, ProjectStatus::importingMedia, ProjectStatus::extractingAudio,
-          ProjectStatus::transcribing, ProjectStatus::ready, ProjectStatus::failed})
-        EXPECT_EQ(projectStatusFromRaw(toRawValue(status)), status);
-    EXPECT_EQ(toRawValue(ProjectStatus::importingMedia), u"importingMedia"_s);
 }
 
 TEST_F(ProjectBundle, TimelineProblemsOpenTheProjectEmpty)

@@ -133,7 +133,7 @@ TEST(TimelineScale, RulerTicksFollowTheScale)
     EXPECT_EQ(rulerLabel(605.0), u"10:05"_s);
 }
 
-TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoomWithinLimits)
+TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoom)
 {
     timeline->setPixelsPerSecond(100.0);
     timeline->zoomInButton()->click();
@@ -174,13 +174,6 @@ TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoomWithinLimits)
     QGestureEvent gestureEvent({&gesture});
     QApplication::sendEvent(timeline->scrollArea(), &gestureEvent);
     EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), beforeGesture * 0.98);
-
-    timeline->setPixelsPerSecond(10.0);
-    wheel({0, -120}, Qt::ControlModifier);
-    EXPECT_EQ(timeline->pixelsPerSecond(), 10.0);
-    timeline->setPixelsPerSecond(500.0);
-    QApplication::sendEvent(window.windowHandle(), &pinch);
-    EXPECT_EQ(timeline->pixelsPerSecond(), 500.0);
 }
 
 TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsLast)

@@ -21,14 +21,6 @@ QList<qreal> heights(const WaveformGeometry &g)
 
 } // namespace
 
-TEST(Waveform, XorshiftIsTheThreeShiftStep)
-{
-    EXPECT_EQ(xorshift(1), 1082269761ull);
-    EXPECT_EQ(xorshift(0), 0ull);
-    EXPECT_EQ(waveformSeed(someId), waveformSeed(QUuid(someId.toString())));
-    EXPECT_NE(waveformSeed(someId), waveformSeed(QUuid::createUuid()));
-}
-
 TEST(Waveform, BarsAreThreePointsApartCenteredAndNeverFlat)
 {
     const WaveformGeometry g = waveformGeometry({someId, false, false, 1.0f}, 100.0, 30.0);
@@ -63,14 +55,13 @@ TEST(Waveform, SameIdDrawsTheSameBarsWhateverTheFlags)
         EXPECT_NEAR(b.at(i), a.at(i) * 2.0, 1e-9);
 
     EXPECT_NE(heights(waveformGeometry({QUuid::createUuid()}, 90.0, 40.0)), a);
+    EXPECT_EQ(waveformSeed(someId), waveformSeed(QUuid(someId.toString())));
 }
 
 TEST(Waveform, ColoursAndOverlayFollowTheFlags)
 {
     const WaveformGeometry full = waveformGeometry({someId, false, false, 1.0f}, 60.0, 20.0);
     EXPECT_EQ(full.overlay, QLineF(0, 0, 60, 0));
-    EXPECT_EQ(full.overlayWidth, 1.5);
-    EXPECT_NEAR(full.barColor.alphaF(), 0.7, 0.01);
     EXPECT_GT(full.barColor.green(), full.barColor.red());
     EXPECT_GT(full.overlayColor.red(), full.overlayColor.blue()) << "yellow";
 
@@ -84,11 +75,9 @@ TEST(Waveform, ColoursAndOverlayFollowTheFlags)
 
     const WaveformGeometry muted = waveformGeometry({someId, false, true, 1.0f}, 60.0, 20.0);
     EXPECT_EQ(muted.overlay, QLineF(0, 10, 60, 10));
-    EXPECT_EQ(muted.overlayWidth, 2.0);
-    EXPECT_NEAR(muted.barColor.alphaF(), 0.4, 0.01);
+    EXPECT_GT(muted.overlayWidth, full.overlayWidth);
+    EXPECT_LT(muted.barColor.alphaF(), full.barColor.alphaF());
     EXPECT_LT(std::abs(muted.barColor.red() - muted.barColor.green()), 8) << "gray";
-    EXPECT_GT(muted.overlayColor.red(), 200);
-    EXPECT_NEAR(muted.overlayColor.alphaF(), 0.6, 0.01);
 }
 
 TEST(Waveform, PaintsItsBarsIntoTheRectangle)
