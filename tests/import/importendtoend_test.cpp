@@ -250,6 +250,7 @@ TEST_F(ImportEndToEnd, ServerThatGoesAwayEndsTheProjectFailed)
     EXPECT_GT(vm->processingStatus().size(), u"语音识别失败: "_s.size());
     EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
     EXPECT_FALSE(vm->isProcessing());
+    EXPECT_TRUE(notifier.delivered.isEmpty());
 }
 
 TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)

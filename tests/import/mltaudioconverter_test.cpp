@@ -108,6 +108,7 @@ TEST_F(MltAudioConversion, VideoWithoutSoundOrNotMediaAtAll)
     auto outcome = runTask(extractor.convertToM4A(QUrl::fromLocalFile(silent), dir.path()));
     ASSERT_TRUE(outcome.errorAs<KavelProjectError>());
     EXPECT_EQ(outcome.errorAs<KavelProjectError>()->code(), KavelProjectError::Code::noAudioTrack);
+    EXPECT_TRUE(log.lines->contains(u"[AudioExtract] Failed: 视频中没有音频轨道"_s));
 
     EXPECT_EQ(converter.startM4AConversion(makeNotMedia(dir.path(), u"notes.mp4"_s),
                                            dir.filePath(u"out.m4a"_s)),

