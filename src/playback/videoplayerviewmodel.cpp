@@ -5,10 +5,9 @@
 #include <QPointer>
 #include <QTextStream>
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
-#include <string>
-#include <string_view>
 
 using namespace Qt::StringLiterals;
 
@@ -41,50 +40,24 @@ QString number(double value)
 
 } // namespace
 
-// Written straight into one buffer: the signature is rebuilt on every edit of transcripts
-// of ten thousand words, so per-word temporaries would dominate the edit's cost.
-QByteArray blockSignature(const QList<WordBlock> &blocks)
+bool samePreviewIdentity(const QList<WordBlock> &a, const QList<WordBlock> &b)
 {
-    static constexpr char hex[] = "0123456789ABCDEF";
-    // 36 for the id, up to 2 x 26 for the times, 3 separators.
-    QByteArray text(blocks.size() * 92, Qt::Uninitialized);
-    char *out = text.data();
-    auto putHex = [&out](quint64 value, int digits) {
-        for (int d = digits - 1; d >= 0; --d)
-            *out++ = hex[(value >> (4 * d)) & 0xF];
-    };
-    auto putNumber = [&out](double value) {
-        char *start = out;
-        out = std::to_chars(out, out + 26, value).ptr;
-        if (std::isfinite(value)
-            && std::string_view(start, size_t(out - start)).find_first_of(".e")
-                == std::string_view::npos) {
-            *out++ = '.';
-            *out++ = '0';
-        }
-    };
-    for (qsizetype b = 0; b < blocks.size(); ++b) {
-        const WordBlock &block = blocks[b];
-        if (b > 0)
-            *out++ = '|';
-        const QUuid &id = block.id;
-        putHex(id.data1, 8);
-        *out++ = '-';
-        putHex(id.data2, 4);
-        *out++ = '-';
-        putHex(id.data3, 4);
-        *out++ = '-';
-        putHex((quint64(id.data4[0]) << 8) | id.data4[1], 4);
-        *out++ = '-';
-        for (int i = 2; i < 8; ++i)
-            putHex(id.data4[i], 2);
-        *out++ = ':';
-        putNumber(block.mediaStart);
-        *out++ = '-';
-        putNumber(block.mediaEnd);
+    if (a.size() != b.size())
+        return false;
+    if (a.constData() == b.constData())
+        return true;
+    // Times compare by their bits, so that any change a written-out time would show (even
+    // 0 against -0) counts, and a time that is not a number still equals itself.
+    const auto sameBits
+        = [](double x, double y) { return std::bit_cast<quint64>(x) == std::bit_cast<quint64>(y); };
+    for (qsizetype i = 0; i < a.size(); ++i) {
+        const WordBlock &x = a[i];
+        const WordBlock &y = b[i];
+        if (x.id != y.id || !sameBits(x.mediaStart, y.mediaStart)
+            || !sameBits(x.mediaEnd, y.mediaEnd))
+            return false;
     }
-    text.truncate(out - text.constData());
-    return text;
+    return true;
 }
 
 VideoPlayerViewModel::VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
@@ -117,10 +90,9 @@ void VideoPlayerViewModel::setWordBlocks(QList<WordBlock> blocks)
 
 void VideoPlayerViewModel::scheduleRebuild()
 {
-    QByteArray signature = blockSignature(m_wordBlocks);
-    if (signature == m_lastBlockSignature)
+    if (samePreviewIdentity(m_wordBlocks, m_lastRebuiltBlocks))
         return;
-    m_lastBlockSignature = std::move(signature);
+    m_lastRebuiltBlocks = m_wordBlocks;
     if (m_rebuildWorkItem) {
         m_clock.cancel(*m_rebuildWorkItem);
         m_rebuildWorkItem.reset();

@@ -139,15 +139,16 @@ private:
     QHash<QString, QImage> m_thumbnailCache;
     QList<CompositionEntry> m_compositionMap;
     std::optional<PlaybackClock::CallId> m_rebuildWorkItem;
-    QByteArray m_lastBlockSignature;
+    // The list the preview was last asked to show (shared, not copied), to recognise
+    // pushes that change nothing it plays.
+    QList<WordBlock> m_lastRebuiltBlocks;
     std::optional<QUuid> m_pendingSeekBlockId;
     QList<WordBlock> m_wordBlocks;
     double m_lastUIPublishTime = 0.0;
 };
 
-// "ID:start-end|…", the identity of a block list as far as the preview is concerned. Kept
-// as bytes: it is plain ASCII, and on long transcripts a wide copy costs a delete
-// noticeable time.
-QByteArray blockSignature(const QList<WordBlock> &blocks);
+// Whether two block lists play alike: the same words (by id) in the same order with the
+// same source times. Text, speaker and flags do not matter to the preview.
+bool samePreviewIdentity(const QList<WordBlock> &a, const QList<WordBlock> &b);
 
 } // namespace kavel
