@@ -286,10 +286,17 @@ void VideoPlayerViewModel::recomputeDeletedTimeRanges()
 
 void VideoPlayerViewModel::togglePlayPause()
 {
-    if (!m_isPlaying)
-        startPlayback();
-    else
+    if (m_isPlaying) {
         pause();
+        return;
+    }
+    // Play at the very end (where an edit that removed the moment under the play head
+    // leaves it) starts the edited result over, as any player does.
+    if (m_duration > 0.0 && m_currentTime >= m_duration - endTolerance) {
+        m_player->seek(0.0, [](bool) {});
+        setCurrentTime(0.0);
+    }
+    startPlayback();
 }
 
 void VideoPlayerViewModel::startPlayback()

@@ -36,6 +36,8 @@ public:
     static constexpr double periodicInterval = 0.05;
     static constexpr double uiPublishInterval = 0.1;
     static constexpr double rebuildDelay = 0.15;
+    // How close to the end "at the end" is: the engine stops a frame short of it.
+    static constexpr double endTolerance = 0.05;
 
     VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
                          QObject *parent = nullptr);

@@ -397,6 +397,24 @@ TEST_F(PlayerModel, SpeedAndVolumeReachThePlayer)
     EXPECT_FALSE(model->isPlaying());
 }
 
+TEST_F(PlayerModel, PlayAtTheEndStartsOver)
+{
+    load();
+    push({word(1.0, 2.0), word(3.0, 4.0)});
+    player->completeSeeks();
+    model->setCurrentTime(1.5);
+    player->seeks.clear();
+    model->togglePlayPause();
+    EXPECT_TRUE(player->seeks.isEmpty()); // in the middle: plays on from there
+    model->togglePlayPause();
+
+    model->setCurrentTime(model->duration() - 0.02);
+    model->togglePlayPause();
+    EXPECT_EQ(player->seeks, QList<double>({0.0}));
+    EXPECT_EQ(model->currentTime(), 0.0);
+    EXPECT_TRUE(model->isPlaying());
+}
+
 TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
 {
     load();
