@@ -147,7 +147,9 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     connect(m_start, &QPushButton::clicked, this, [this] {
         applyControls();
         setRunning(true);
-        QCoro::connect(m_flow.startExport(m_editor), this, [this] { setRunning(false); });
+        QCoro::connect(m_flow.startExport(ExportSubject {m_editor.project(), m_editor.paragraphs(),
+                                                         m_editor.isAudioTrackMuted()}),
+                       this, [this] { setRunning(false); });
     });
 
     if (m_flow.settings().title.isEmpty() && m_editor.project()) {

@@ -11,6 +11,7 @@
 #include "media/mlt/mltplayer.h"
 #include "media/mlt/mltrenderer.h"
 #include "model/projectpaths.h"
+#include "media/recordingsummary.h"
 #include "model/projectstore.h"
 #include "playback/guideplayerviewmodel.h"
 #include "playback/playbackclock.h"
@@ -107,7 +108,7 @@ int main(int argc, char *argv[])
     };
     EditorViewModel editor(engine, clock, std::move(services));
 
-    ProjectStore store(engine, projectsDirectory());
+    ProjectStore store(media::recordingSummarizer(engine), projectsDirectory());
 
     app::ShellServices shell;
     shell.editor = &editor;

@@ -2,6 +2,7 @@
 
 #include "clisupport.h"
 #include "media/mlt/mltengine.h"
+#include "media/recordingsummary.h"
 #include "model/jsonfields.h"
 #include "model/kavelproject.h"
 #include "model/projectpaths.h"
@@ -38,7 +39,7 @@ int runList(const QStringList &arguments)
     parsePositionals(parser, u"list"_s, arguments, {});
 
     media::mlt::MltMediaEngine engine;
-    ProjectStore store(engine, projectsDirectory());
+    ProjectStore store(media::recordingSummarizer(engine), projectsDirectory());
     store.refresh();
 
     if (parser.isSet(json)) {
@@ -84,11 +85,8 @@ int runThumbnail(const QStringList &arguments)
         throw CommandFailure {u"项目没有可用的媒体文件"_s};
 
     media::mlt::MltMediaEngine engine;
-    media::ThumbnailOptions options;
-    options.maximumSize = ProjectStore::thumbnailSize;
-    options.toleranceBefore = options.toleranceAfter = ProjectStore::thumbnailTolerance;
-    const auto generator = engine.createThumbnailGenerator(url->toLocalFile(), options);
-    const std::optional<QImage> image = generator->imageAt(ProjectStore::thumbnailTime);
+    const std::optional<QImage> image
+        = media::recordingSummarizer(engine)(url->toLocalFile()).thumbnail;
     if (!image)
         throw CommandFailure {u"无法从媒体中取出画面"_s};
     if (!image->save(values.at(1), "PNG"))

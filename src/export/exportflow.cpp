@@ -1,6 +1,5 @@
 #include "exportflow.h"
 
-#include "editor/editorviewmodel.h"
 #include "media/mediaengine.h"
 #include "model/kavelproject.h"
 #include "model/timeline.h"
@@ -101,12 +100,6 @@ bool ExportFlow::isAudioMaterial(const QList<PlaybackSource> &sources)
         }
     }
     return true;
-}
-
-QCoro::Task<> ExportFlow::startExport(const EditorViewModel &editor)
-{
-    return startExport(
-        ExportSubject {editor.project(), editor.paragraphs(), editor.isAudioTrackMuted()});
 }
 
 QCoro::Task<> ExportFlow::startExport(ExportSubject subject)

@@ -10,7 +10,6 @@
 
 namespace kavel {
 
-class EditorViewModel;
 class KavelProject;
 
 namespace service {
@@ -56,7 +55,6 @@ public:
     // fails does not stop the next. Resolves when the run is over; the outcome is in the
     // properties, never thrown.
     QCoro::Task<> startExport(ExportSubject subject);
-    QCoro::Task<> startExport(const EditorViewModel &editor);
 
     // Where each output goes for the current settings.
     QString subtitlePath() const;

@@ -88,9 +88,9 @@ QString durationText(const ProjectReference &reference)
     return QString::asprintf("%02lld:%02lld", s / 60, s % 60);
 }
 
-ProjectStore::ProjectStore(media::MediaEngine &engine, QString directory, QObject *parent)
+ProjectStore::ProjectStore(RecordingSummarizer summarize, QString directory, QObject *parent)
     : QObject(parent)
-    , m_engine(engine)
+    , m_summarize(std::move(summarize))
     , m_directory(std::move(directory))
 { }
 
@@ -167,24 +167,10 @@ std::optional<ProjectReference> ProjectStore::summarise(const QString &bundlePat
     if (!metadata.sourceFiles.isEmpty()) {
         const QString firstSource = media.filePath(metadata.sourceFiles.first().filename);
         if (QFileInfo::exists(firstSource)) {
-            try {
-                const double duration = m_engine.probe(firstSource).duration;
-                reference.videoDuration = std::isfinite(duration) ? duration : 0.0;
-            } catch (const Error &) {
-                reference.videoDuration = 0.0;
-            }
-            try {
-                media::ThumbnailOptions options;
-                options.maximumSize = thumbnailSize;
-                options.toleranceBefore = thumbnailTolerance;
-                options.toleranceAfter = thumbnailTolerance;
-                options.applyRotation = true;
-                const auto generator = m_engine.createThumbnailGenerator(firstSource, options);
-                if (std::optional<QImage> image = generator->imageAt(thumbnailTime))
-                    m_thumbnailCache.insert(reference.id, *image);
-            } catch (const Error &) {
-                // No picture (audio only, or unreadable): the card shows its placeholder.
-            }
+            RecordingSummary summary = m_summarize(firstSource);
+            reference.videoDuration = std::isfinite(summary.duration) ? summary.duration : 0.0;
+            if (summary.thumbnail)
+                m_thumbnailCache.insert(reference.id, std::move(*summary.thumbnail));
         }
     }
     return reference;

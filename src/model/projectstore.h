@@ -1,13 +1,12 @@
 #pragma once
 
-#include "media/mediaengine.h"
-
 #include <QDateTime>
 #include <QHash>
 #include <QImage>
 #include <QJsonObject>
 #include <QObject>
 #include <QUuid>
+#include <functional>
 #include <optional>
 
 namespace kavel {
@@ -38,6 +37,15 @@ QString dateText(const ProjectReference &reference);
 QString sizeText(const ProjectReference &reference);
 QString durationText(const ProjectReference &reference);
 
+// What the list shows of a project's first recording. The media engine knows it; the
+// composition root hands in a function that asks it, so the model stays engine-free.
+struct RecordingSummary
+{
+    double duration = 0.0;
+    std::optional<QImage> thumbnail;
+};
+using RecordingSummarizer = std::function<RecordingSummary(const QString &path)>;
+
 // The projects on disk, newest first, rebuilt by scanning the projects folder; there is
 // no list file to get out of step with the bundles. Broken bundles are simply not listed.
 class ProjectStore : public QObject
@@ -50,7 +58,7 @@ public:
     static constexpr double thumbnailTime = 1.0;
     static constexpr double thumbnailTolerance = 2.0;
 
-    ProjectStore(media::MediaEngine &engine, QString directory, QObject *parent = nullptr);
+    ProjectStore(RecordingSummarizer summarize, QString directory, QObject *parent = nullptr);
 
     const QList<ProjectReference> &projects() const { return m_projects; }
     std::optional<QImage> thumbnail(const QUuid &projectId) const;
@@ -68,7 +76,7 @@ Q_SIGNALS:
 private:
     std::optional<ProjectReference> summarise(const QString &bundlePath);
 
-    media::MediaEngine &m_engine;
+    RecordingSummarizer m_summarize;
     QString m_directory;
     QList<ProjectReference> m_projects;
     QHash<QUuid, QImage> m_thumbnailCache;

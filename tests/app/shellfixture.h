@@ -2,6 +2,7 @@
 
 #include "app/homepage.h"
 #include "app/mainwindow.h"
+#include "media/recordingsummary.h"
 #include "model/projectstore.h"
 #include "service/apiclient.h"
 #include "service/appstate.h"
@@ -27,7 +28,7 @@ protected:
         QUrl(QStringLiteral("http://127.0.0.1:9/api")), {}, [](const QString &) {}};
     service::AppState appState {api, settings, [](const QString &) {}};
     service::LoginModel login {api, settings, appState};
-    ProjectStore store {engine, projectsDir.path()};
+    ProjectStore store {media::recordingSummarizer(engine), projectsDir.path()};
     QList<QString> pickerTitles;
     QList<QUrl> filesToPick;
     QString folderToPick;

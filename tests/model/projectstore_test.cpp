@@ -2,6 +2,7 @@
 #include "media/mlt/mltengine.h"
 #include "model/fileio.h"
 #include "model/kavelproject.h"
+#include "media/recordingsummary.h"
 #include "model/projectstore.h"
 #include "model/timeline.h"
 #include "support/testenvironment.h"
@@ -66,7 +67,7 @@ protected:
     static inline QString s_video, s_tone, s_rotated, s_truncated, s_notMedia;
 
     QTemporaryDir root;
-    ProjectStore store {*s_engine, root.path()};
+    ProjectStore store {media::recordingSummarizer(*s_engine), root.path()};
     const QDateTime march = QDateTime(QDate(2025, 3, 5), QTime(10, 0), Qt::UTC);
 };
 
@@ -147,7 +148,7 @@ TEST_F(Projects, AFolderThatCannotBeListedKeepsTheList)
     makeBundle(u"一"_s, march, 1);
     store.refresh();
     ASSERT_EQ(store.projects().size(), 1);
-    ProjectStore elsewhere(*s_engine, root.filePath(u"missing"_s));
+    ProjectStore elsewhere(media::recordingSummarizer(*s_engine), root.filePath(u"missing"_s));
     elsewhere.refresh();
     EXPECT_TRUE(elsewhere.projects().isEmpty());
     root.remove();
