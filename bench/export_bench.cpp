@@ -6,7 +6,7 @@
 //                [--keep DIR]
 #include "export/localrenderservice.h"
 #include "media/mlt/mltengine.h"
-#include "media/mlt/mltrenderer.h"
+#include "media/ffmpeg/ffmpegrenderer.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -131,7 +131,7 @@ int main(int argc, char *argv[])
     const auto path = [&](const QString &name) { return QDir(dir).filePath(name); };
 
     media::mlt::MltMediaEngine engine;
-    media::mlt::MltRenderer renderer(engine);
+    media::ffmpeg::FfmpegRenderer renderer;
     LocalRenderService service(engine, renderer);
     service.setLogSink([](const QString &) {});
     std::mt19937 random(7);

@@ -9,7 +9,7 @@
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "media/mlt/mltplayer.h"
-#include "media/mlt/mltrenderer.h"
+#include "media/ffmpeg/ffmpegrenderer.h"
 #include "model/projectpaths.h"
 #include "media/recordingsummary.h"
 #include "model/projectstore.h"
@@ -84,7 +84,7 @@ int main(int argc, char *argv[])
 
     media::mlt::MltMediaEngine engine;
     media::mlt::MltAudioConverter converter(engine);
-    media::mlt::MltRenderer renderer(engine);
+    media::ffmpeg::FfmpegRenderer renderer;
     SystemPlaybackClock clock;
 
     service::Settings settings;

@@ -137,7 +137,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     if (settings.subtitleEnabled) {
         Q_EMIT stepStarted(u"subtitles"_s);
         try {
-            m_renderService.writeSubtitles(blocks, subtitlePath());
+            m_renderService.writeSubtitles(sources, blocks, subtitlePath());
         } catch (const Error &) {
             errors.append(u"字幕导出失败"_s);
         }
