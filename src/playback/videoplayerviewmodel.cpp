@@ -384,6 +384,7 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
 
     removeBoundaryObserver();
     m_player->seek(start, [](bool) {});
+    m_player->setStopTime(end);
     setCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
     m_boundaryObserver

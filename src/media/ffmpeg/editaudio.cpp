@@ -1,26 +1,59 @@
 #include "editaudio.h"
 
 #include <algorithm>
+
+using namespace Qt::StringLiterals;
 #include <cmath>
 #include <numbers>
 
 namespace kavel::media::ffmpeg {
 
-EditAudio::EditAudio(EditList editList, int rate, bool muteAll)
+EditAudio::EditAudio(EditList editList, int rate, Unreadable unreadable,
+                     std::shared_ptr<SourceCache> sources)
     : m_editList(std::move(editList))
     , m_rate(rate)
-    , m_muteAll(muteAll)
+    , m_unreadable(unreadable)
     , m_total(timing::sampleAt(m_editList.duration(), rate))
+    , m_sources(sources ? std::move(sources) : std::make_shared<SourceCache>())
 { }
 
 EditAudio::~EditAudio() = default;
 
-AudioSource &EditAudio::source(const QString &path)
+AudioSource *EditAudio::source(const QString &path)
 {
-    auto it = m_sources.find(path);
-    if (it == m_sources.end())
-        it = m_sources.insert(path, std::make_shared<AudioSource>(path, m_rate));
-    return **it;
+    // Sources are keyed by rate too: a cache may outlive a change of output rate.
+    const QString key = QString::number(m_rate) + u'|' + path;
+    auto it = m_sources->find(key);
+    if (it == m_sources->end()) {
+        std::shared_ptr<AudioSource> opened;
+        try {
+            opened = std::make_shared<AudioSource>(path, m_rate);
+        } catch (const MediaError &) {
+            if (m_unreadable == Unreadable::fail)
+                throw;
+        }
+        it = m_sources->insert(key, opened);
+    }
+    return it->get();
+}
+
+void EditAudio::seek(std::int64_t sample)
+{
+    m_position = std::clamp<std::int64_t>(sample, 0, m_total);
+    const QList<EditSegment> &segments = m_editList.segments;
+    // The segment that owns the sample, and the start of the stretch it is read in.
+    const auto owner = std::upper_bound(segments.cbegin(), segments.cend(), m_position,
+                                        [this](std::int64_t n, const EditSegment &s) {
+                                            return n < timing::outputSamples(s, m_rate).begin;
+                                        });
+    m_segment = std::max<qsizetype>((owner - segments.cbegin()) - 1, 0);
+    qsizetype run = m_segment;
+    while (run > 0 && m_editList.continuesPrevious(run))
+        --run;
+    if (run < segments.size()) {
+        m_runOutput = timing::outputSamples(segments.at(run), m_rate).begin;
+        m_runSource = timing::sampleAt(segments.at(run).sourceStart, m_rate);
+    }
 }
 
 double EditAudio::gainAt(qsizetype index, double t) const
@@ -65,12 +98,12 @@ std::int64_t EditAudio::render(float *left, float *right, std::int64_t count)
         const std::int64_t n = std::min(count - done, span.end - m_position);
         float *l = left + done;
         float *r = right + done;
-        const bool silent = m_muteAll || segment.audio.muted;
-        if (silent) {
+        AudioSource *from = segment.audio.muted ? nullptr : source(segment.sourcePath);
+        if (!from) {
             std::fill(l, l + n, 0.0f);
             std::fill(r, r + n, 0.0f);
         } else {
-            source(segment.sourcePath).read(m_runSource + (m_position - m_runOutput), n, l, r);
+            from->read(m_runSource + (m_position - m_runOutput), n, l, r);
             const bool unity = segment.audio == SegmentAudio {};
             const std::int64_t rampSamples = std::int64_t(std::ceil(joinRamp * m_rate)) + 1;
             for (std::int64_t i = 0; i < n; ++i) {
