@@ -2,8 +2,8 @@
 
 #include "clisupport.h"
 #include "export/exportflow.h"
-#include "media/mlt/mltengine.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
+#include "media/mlt/mltengine.h"
 #include "model/kavelproject.h"
 #include "model/timeline.h"
 #include "playback/compositionplan.h"

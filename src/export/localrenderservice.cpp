@@ -206,8 +206,8 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
 {
     const double seconds = editList.duration();
     const auto timeLimit = m_encoderSearch.baseTimeLimit
-        + std::chrono::milliseconds(
-            qint64(seconds * m_encoderSearch.timeLimitPerSecondOfSound * 1000.0));
+        + std::chrono::milliseconds(qint64(seconds * m_encoderSearch.timeLimitPerSecondOfSound
+                                           * 1000.0));
     const QString m4a = besideTarget(outputPath, u"_kavel_tmp_export.m4a"_s);
     QFile::remove(m4a);
     co_await writeAudio(editList, media::RenderFormat::m4a, m4a);

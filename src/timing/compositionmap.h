@@ -57,10 +57,7 @@ struct EditList
     bool hasVideo = false;
     QList<EditSegment> segments;
 
-    double duration() const
-    {
-        return segments.isEmpty() ? 0.0 : segments.last().compositionEnd();
-    }
+    double duration() const { return segments.isEmpty() ? 0.0 : segments.last().compositionEnd(); }
     // The segment playing at composition time `t`, or -1 outside the result.
     qsizetype segmentAt(double t) const;
     // Whether segment `i` continues segment i-1 without a jump in the same source, so the

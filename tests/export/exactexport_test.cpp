@@ -40,8 +40,8 @@ protected:
         request.outputPath = QDir(s_dir->path()).filePath(name);
         media::ffmpeg::FfmpegRenderer renderer;
         const auto job = renderer.start(request);
-        EXPECT_TRUE(QTest::qWaitFor(
-            [&] { return job->poll() != media::RenderState::running; }, 300'000));
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return job->poll() != media::RenderState::running; }, 300'000));
         EXPECT_EQ(job->poll(), media::RenderState::completed) << qPrintable(job->errorText());
         return request.outputPath;
     }
@@ -73,15 +73,15 @@ TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
 {
     const SoundCase c = GetParam();
     const bool lossy = c.format != media::RenderFormat::wav;
-    const QString name = u"%1-%2-%3"_s.arg(lossy ? u"noise"_s : u"ramp"_s).arg(c.rate).arg(c.channels);
-    const QString source
-        = (lossy ? test::makeNoiseSound : test::makeRampSound)(s_dir->path(), name + u".wav"_s,
-                                                                sourceSeconds, c.rate, c.channels);
+    const QString name
+        = u"%1-%2-%3"_s.arg(lossy ? u"noise"_s : u"ramp"_s).arg(c.rate).arg(c.channels);
+    const QString source = (lossy ? test::makeNoiseSound : test::makeRampSound)(
+        s_dir->path(), name + u".wav"_s, sourceSeconds, c.rate, c.channels);
     std::mt19937 random(c.rate + c.runs);
     const QList<WordBlock> blocks = test::randomEdit(sourceSeconds, c.runs, random);
     const CompositionPlan map = plan(blocks, source, false);
-    const test::Sound sound
-        = test::decodeSound(render(map.editList, media::RenderFormat::wav, name + u"-out.wav"_s), 44100);
+    const test::Sound sound = test::decodeSound(
+        render(map.editList, media::RenderFormat::wav, name + u"-out.wav"_s), 44100);
     EXPECT_EQ(sound.size(), timing::sampleAt(map.duration, 44100));
 
     double worst = 0.0;
@@ -106,23 +106,24 @@ TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
         const double start = cueSeconds(times[0].chopped(2));
         lastEnd = cueSeconds(times[1]);
         if (segment < map.editList.segments.size())
-            worstCue = std::max(worstCue, std::abs(start - map.editList.segments[segment++].compositionStart));
+            worstCue = std::max(
+                worstCue, std::abs(start - map.editList.segments[segment++].compositionStart));
     }
     EXPECT_LT(worstCue, 0.001);
     EXPECT_LT(std::abs(lastEnd - double(sound.size()) / sound.rate), 0.005);
     std::printf("[ exact ] %s, %lld cuts: worst offset %.3f ms, cue %.3f ms, file end - last cue "
                 "%.3f ms\n",
-                qPrintable(name + (lossy ? u" m4a"_s : u" wav"_s)), qlonglong(map.editList.segments.size()),
-                worst * 1e3, worstCue * 1e3, (double(sound.size()) / sound.rate - lastEnd) * 1e3);
+                qPrintable(name + (lossy ? u" m4a"_s : u" wav"_s)),
+                qlonglong(map.editList.segments.size()), worst * 1e3, worstCue * 1e3,
+                (double(sound.size()) / sound.rate - lastEnd) * 1e3);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    RatesAndFormats, ExactSound,
-    ::testing::Values(SoundCase {8000, 1, 1000, media::RenderFormat::wav},
-                      SoundCase {22050, 1, 1000, media::RenderFormat::wav},
-                      SoundCase {22050, 2, 1000, media::RenderFormat::m4a},
-                      SoundCase {44100, 2, 2000, media::RenderFormat::wav},
-                      SoundCase {96000, 2, 1000, media::RenderFormat::wav}));
+INSTANTIATE_TEST_SUITE_P(RatesAndFormats, ExactSound,
+                         ::testing::Values(SoundCase {8000, 1, 1000, media::RenderFormat::wav},
+                                           SoundCase {22050, 1, 1000, media::RenderFormat::wav},
+                                           SoundCase {22050, 2, 1000, media::RenderFormat::m4a},
+                                           SoundCase {44100, 2, 2000, media::RenderFormat::wav},
+                                           SoundCase {96000, 2, 1000, media::RenderFormat::wav}));
 
 class ExactPicture : public ExactExport, public ::testing::WithParamInterface<int>
 {
@@ -131,11 +132,12 @@ class ExactPicture : public ExactExport, public ::testing::WithParamInterface<in
 TEST_P(ExactPicture, FramesFollowTheGridAndStayWithTheirSound)
 {
     const int fps = GetParam();
-    const QString source = test::makeCountingVideo(s_dir->path(), u"count-%1.mp4"_s.arg(fps),
-                                                   sourceSeconds, fps);
+    const QString source
+        = test::makeCountingVideo(s_dir->path(), u"count-%1.mp4"_s.arg(fps), sourceSeconds, fps);
     std::mt19937 random(fps);
     const CompositionPlan map = plan(test::randomEdit(sourceSeconds, 1000, random), source, true);
-    const QString out = render(map.editList, media::RenderFormat::mp4, u"count-%1-out.mp4"_s.arg(fps));
+    const QString out
+        = render(map.editList, media::RenderFormat::mp4, u"count-%1-out.mp4"_s.arg(fps));
 
     const timing::Rate rate {fps, 1};
     const std::vector<int> numbers = test::decodeFrameNumbers(out);
@@ -152,14 +154,16 @@ TEST_P(ExactPicture, FramesFollowTheGridAndStayWithTheirSound)
         const qsizetype s = edit.segmentAt(rate.secondsAt(k));
         ASSERT_GE(s, 0);
         const EditSegment &segment = edit.segments[s];
-        if (numbers[size_t(k)] != timing::nearestIndex(timing::sourceTimeAtFrame(segment, k, rate), rate))
+        if (numbers[size_t(k)]
+            != timing::nearestIndex(timing::sourceTimeAtFrame(segment, k, rate), rate))
             ++wrongFrames;
         // Where a whole frame's time lies inside one word, its sound is measurable.
         const double from = rate.secondsAt(k), to = rate.secondsAt(k + 1);
         if (from - segment.compositionStart < 0.008 || segment.compositionEnd() - to < 0.008)
             continue;
         const double heard = test::rampTimeAround(sound, from + 0.5 / fps) - 0.5 / fps;
-        worstAv = std::max(worstAv, std::abs(test::rampDifference(heard, double(numbers[size_t(k)]) / fps)));
+        worstAv = std::max(worstAv,
+                           std::abs(test::rampDifference(heard, double(numbers[size_t(k)]) / fps)));
         ++checked;
     }
     EXPECT_EQ(wrongFrames, 0);
@@ -200,7 +204,8 @@ TEST_F(ExactExport, LevelsFadesAndJoinsFollowEachWord)
     blocks[3].fadeInDuration = 2.0;
     blocks[4].fadeOutDuration = 2.0;
     const CompositionPlan map = plan(blocks, tone, false);
-    const test::Sound out = test::decodeSound(render(map.editList, media::RenderFormat::wav, u"levels.wav"_s), 44100);
+    const test::Sound out
+        = test::decodeSound(render(map.editList, media::RenderFormat::wav, u"levels.wav"_s), 44100);
 
     const double full = 0.5 / std::sqrt(2.0);
     for (const auto *channel : {&out.left, &out.right})
@@ -216,7 +221,8 @@ TEST_F(ExactExport, LevelsFadesAndJoinsFollowEachWord)
     // no step between neighbouring samples larger than the sine's own.
     double steepest = 0.0;
     for (auto n = std::int64_t(1.99 * out.rate); n < std::int64_t(2.01 * out.rate); ++n)
-        steepest = std::max(steepest, double(std::abs(out.left[size_t(n)] - out.left[size_t(n - 1)])));
+        steepest
+            = std::max(steepest, double(std::abs(out.left[size_t(n)] - out.left[size_t(n - 1)])));
     EXPECT_LT(steepest, 0.5 * 2 * M_PI * 440 / out.rate * 1.1);
 }
 

@@ -40,9 +40,8 @@ protected:
         engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
         Paragraph paragraph;
         paragraph.id = QUuid::createUuid();
-        paragraph.wordBlocks
-            = {test::timedWord(1.0, 1.5, 0, sourceId, u"你好"_s),
-               test::timedWord(4.0, 4.25, 0, sourceId, u"世界"_s)};
+        paragraph.wordBlocks = {test::timedWord(1.0, 1.5, 0, sourceId, u"你好"_s),
+                                test::timedWord(4.0, 4.25, 0, sourceId, u"世界"_s)};
         paragraphs = {paragraph};
     }
 

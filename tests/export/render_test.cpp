@@ -1,11 +1,11 @@
 #include "export/localrenderservice.h"
 #include "generatedmedia.h"
-#include "media/mlt/mltengine.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
+#include "media/mlt/mltengine.h"
 #include "model/kavelproject.h"
 #include "support/taskwait.h"
-#include "support/transcriptbuilder.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -233,9 +233,9 @@ TEST_F(RenderTest, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         const QString target = out(u"声音.mp3"_s);
         QElapsedTimer clock;
         clock.start();
-        auto outcome = test::runTask(service->renderAudioOnly(sourcesOf(s_tone), blocks, false,
-                                                              AudioFormat::mp3, target),
-                                     std::chrono::seconds(60));
+        auto outcome = test::runTask(
+            service->renderAudioOnly(sourcesOf(s_tone), blocks, false, AudioFormat::mp3, target),
+            std::chrono::seconds(60));
         EXPECT_LT(clock.elapsed(), 20'000) << c.script.constData();
         EXPECT_EQ(!outcome.error, c.succeeds) << c.script.constData();
         EXPECT_FALSE(QFile::exists(out(u"_kavel_tmp_export.m4a"_s)));

@@ -112,7 +112,8 @@ TEST_F(Composition, EveryCutIsHeardWhereTheMapPutsIt)
     EXPECT_GT(offsets.segmentsChecked, 1000);
     EXPECT_LT(offsets.worstSample, 0.0002);
     std::printf("[ preview ] %lld cuts: worst sound offset %.3f ms (starts %.3f ends %.3f)\n",
-                qlonglong(list.segments.size()), offsets.worstSample * 1e3, offsets.worstAtStarts * 1e3, offsets.worstAtEnds * 1e3);
+                qlonglong(list.segments.size()), offsets.worstSample * 1e3,
+                offsets.worstAtStarts * 1e3, offsets.worstAtEnds * 1e3);
 
     // A source that cannot be opened is reported and keeps its time, blank.
     const QList<SegmentFailure> failures

@@ -62,8 +62,8 @@ QString makeRampSound(const QString &dir, const QString &name, double seconds, i
     for (int c = 1; c < channels; ++c)
         channelExpression += u'|' + rampExpression;
     runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
-               u"aevalsrc=%1:s=%2:d=%3"_s.arg(channelExpression).arg(rate).arg(seconds),
-               u"-c:a"_s, u"pcm_s16le"_s, path});
+               u"aevalsrc=%1:s=%2:d=%3"_s.arg(channelExpression).arg(rate).arg(seconds), u"-c:a"_s,
+               u"pcm_s16le"_s, path});
     return path;
 }
 
@@ -208,8 +208,7 @@ double rampTimeAround(const Sound &sound, double t)
     // Unfold around the first reading so a window across the drop still has one median.
     const double reference = first < last ? rampTime(sound.left[size_t(first)]) : 0.0;
     for (std::int64_t n = first; n < last; ++n)
-        times.push_back(reference
-                        + rampDifference(rampTime(sound.left[size_t(n)]), reference)
+        times.push_back(reference + rampDifference(rampTime(sound.left[size_t(n)]), reference)
                         - (double(n) / sound.rate - t));
     return median(times);
 }
@@ -247,7 +246,7 @@ SoundOffsets measureSoundOffsets(const Sound &sound, const EditList &edit)
         offsets.worstAtStarts = std::max(offsets.worstAtStarts, std::abs(median(starts)));
         offsets.worstAtEnds = std::max(offsets.worstAtEnds, std::abs(median(ends)));
         for (double e : offsetIn(segment, from, to))
-                offsets.worstSample = std::max(offsets.worstSample, std::abs(e));
+            offsets.worstSample = std::max(offsets.worstSample, std::abs(e));
     }
     return offsets;
 }

@@ -21,15 +21,16 @@ TEST(CompositionMap, FollowsSortOrderClampsAndSkipsAsThePreviewDoes)
     gained.fadeOutDuration = 0.3;
     const QList<WordBlock> blocks {
         gained,
-        timedWord(-0.5, 0.25, 0, source),          // starts before the recording: from 0
-        timedWord(9.8, 10.6, 2, source),           // runs past its 10 s end: cut there
-        timedWord(9.995, 10.2, 3, source),         // starts within 0.01 s of the end: skipped
-        timedWord(3.0, 3.009, 4, source),          // too short to play: skipped
+        timedWord(-0.5, 0.25, 0, source), // starts before the recording: from 0
+        timedWord(9.8, 10.6, 2, source), // runs past its 10 s end: cut there
+        timedWord(9.995, 10.2, 3, source), // starts within 0.01 s of the end: skipped
+        timedWord(3.0, 3.009, 4, source), // too short to play: skipped
         timedWord(1.0, 2.0, 5, QUuid::createUuid()) // unknown source: the first one
     };
     const CompositionPlan plan = planComposition(blocks, {{source, u"/a.mp4"_s, true, 10.0}});
 
-    const QList<std::pair<double, double>> ranges {{0.0, 0.25}, {5.0, 6.0}, {9.8, 10.0}, {1.0, 2.0}};
+    const QList<std::pair<double, double>> ranges {
+        {0.0, 0.25}, {5.0, 6.0}, {9.8, 10.0}, {1.0, 2.0}};
     ASSERT_EQ(plan.editList.segments.size(), ranges.size());
     double at = 0.0;
     for (qsizetype i = 0; i < ranges.size(); ++i) {
@@ -55,12 +56,9 @@ TEST(CompositionMap, FadesRampOverAtMostTheWordAndTheLowerRampWins)
         double into, length, gain;
     } cases[] = {
         {{1.0f, false, 2.0, 0.0}, 0.25, 0.5, 0.5}, // a fade longer than the word spans it
-        {{1.0f, false, 2.0, 0.0}, 0.5, 0.5, 1.0},
-        {{0.8f, false, 0.1, 0.0}, 0.05, 1.0, 0.4},
-        {{0.8f, false, 0.0, 0.2}, 0.9, 1.0, 0.4},
-        {{1.0f, false, 1.0, 1.0}, 0.4, 1.0, 0.4},
-        {{1.0f, false, 1.0, 1.0}, 0.7, 1.0, 0.3},
-        {{1.0f, true, 0.0, 0.0}, 0.5, 1.0, 0.0},
+        {{1.0f, false, 2.0, 0.0}, 0.5, 0.5, 1.0},  {{0.8f, false, 0.1, 0.0}, 0.05, 1.0, 0.4},
+        {{0.8f, false, 0.0, 0.2}, 0.9, 1.0, 0.4},  {{1.0f, false, 1.0, 1.0}, 0.4, 1.0, 0.4},
+        {{1.0f, false, 1.0, 1.0}, 0.7, 1.0, 0.3},  {{1.0f, true, 0.0, 0.0}, 0.5, 1.0, 0.0},
     };
     for (const auto &c : cases)
         EXPECT_NEAR(c.audio.gainAt(c.into, c.length), c.gain, 1e-6)

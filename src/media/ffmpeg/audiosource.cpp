@@ -59,9 +59,9 @@ void AudioSource::resetResampler()
     else
         av_channel_layout_copy(&in, &m_decoder->ch_layout);
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
-    const int error = swr_alloc_set_opts2(&m_resampler, &stereo, AV_SAMPLE_FMT_FLTP, m_rate, &in,
-                                          m_decoder->sample_fmt, m_decoder->sample_rate, 0,
-                                          nullptr);
+    const int error
+        = swr_alloc_set_opts2(&m_resampler, &stereo, AV_SAMPLE_FMT_FLTP, m_rate, &in,
+                              m_decoder->sample_fmt, m_decoder->sample_rate, 0, nullptr);
     if (error >= 0 && in.nb_channels == 1) {
         // The default upmix spreads mono power over two channels (-3 dB each); a mono
         // recording should sound as loud from both speakers as it was recorded.
@@ -100,8 +100,8 @@ void AudioSource::read(std::int64_t first, std::int64_t count, float *left, floa
 
 void AudioSource::dropBefore(std::int64_t index)
 {
-    const std::int64_t n = std::clamp<std::int64_t>(index - m_bufferStart, 0,
-                                                    std::int64_t(m_left.size()));
+    const std::int64_t n
+        = std::clamp<std::int64_t>(index - m_bufferStart, 0, std::int64_t(m_left.size()));
     if (n == 0)
         return;
     m_left.erase(m_left.begin(), m_left.begin() + n);
@@ -123,14 +123,14 @@ void AudioSource::seekTo(std::int64_t index)
     if (wanted <= 0) {
         // From the very start: also the only way to read what precedes the first packet.
         m_fromStart = true;
-        av_seek_frame(m_input.get(), -1, m_input->start_time == AV_NOPTS_VALUE ? 0
-                                                                              : m_input->start_time,
+        av_seek_frame(m_input.get(), -1,
+                      m_input->start_time == AV_NOPTS_VALUE ? 0 : m_input->start_time,
                       AVSEEK_FLAG_BACKWARD);
         return;
     }
     m_fromStart = false;
-    const auto target = static_cast<int64_t>(
-        std::floor((wanted + m_origin) / av_q2d(stream->time_base)));
+    const auto target
+        = static_cast<int64_t>(std::floor((wanted + m_origin) / av_q2d(stream->time_base)));
     if (av_seek_frame(m_input.get(), m_stream, target, AVSEEK_FLAG_BACKWARD) < 0) {
         // Not seekable: read from the start instead.
         m_fromStart = true;

@@ -58,8 +58,7 @@ CodecPtr openDecoder(const AVStream *stream, const QString &path, int threads)
 
 double originSeconds(const AVFormatContext *context)
 {
-    return context->start_time == AV_NOPTS_VALUE ? 0.0
-                                                 : double(context->start_time) / AV_TIME_BASE;
+    return context->start_time == AV_NOPTS_VALUE ? 0.0 : double(context->start_time) / AV_TIME_BASE;
 }
 
 double frameSeconds(const AVFrame *frame, const AVStream *stream, double origin)

@@ -50,8 +50,8 @@ bool OutputFile::canEncode(RenderFormat format, VideoEncoding encoding)
 {
     if (!containerOf(format))
         return false;
-    const bool sound = avcodec_find_encoder_by_name(format == RenderFormat::wav ? "pcm_s16le"
-                                                                               : "aac");
+    const bool sound
+        = avcodec_find_encoder_by_name(format == RenderFormat::wav ? "pcm_s16le" : "aac");
     return sound && (!isMovie(format) || avcodec_find_encoder_by_name(videoEncoderName(encoding)));
 }
 
@@ -192,8 +192,7 @@ void OutputFile::encode(AVCodecContext *codec, AVStream *stream, const AVFrame *
         av_packet_rescale_ts(m_packet.get(), codec->time_base, stream->time_base);
         m_packet->stream_index = stream->index;
         if (const int written = av_interleaved_write_frame(m_output, m_packet.get()); written < 0)
-            fail(written == AVERROR(ENOSPC) ? u"磁盘空间不足"_s : u"无法写入 "_s + m_path,
-                 written);
+            fail(written == AVERROR(ENOSPC) ? u"磁盘空间不足"_s : u"无法写入 "_s + m_path, written);
     }
 }
 

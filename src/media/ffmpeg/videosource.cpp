@@ -144,12 +144,10 @@ bool VideoSource::decodeNext()
         const int error = avcodec_receive_frame(m_decoder.get(), decoded->frame.get());
         if (error == 0) {
             m_failures = 0;
-            const double t = frameSeconds(decoded->frame.get(), m_input->streams[m_stream],
-                                          m_origin);
+            const double t
+                = frameSeconds(decoded->frame.get(), m_input->streams[m_stream], m_origin);
             // A frame without a time follows the one before it.
-            decoded->t = std::isfinite(t) ? t
-                : m_next                  ? m_next->t + m_rate.secondsAt(1)
-                                          : 0.0;
+            decoded->t = std::isfinite(t) ? t : m_next ? m_next->t + m_rate.secondsAt(1) : 0.0;
             if (m_next)
                 m_previous = std::move(m_next);
             m_next = std::move(decoded);
@@ -188,8 +186,8 @@ void VideoSource::buildFilter(const AVFrame *frame)
     if (!m_graph)
         throw std::bad_alloc();
     const AVStream *stream = m_input->streams[m_stream];
-    const AVRational sar = frame->sample_aspect_ratio.num > 0 ? frame->sample_aspect_ratio
-                                                              : AVRational {1, 1};
+    const AVRational sar
+        = frame->sample_aspect_ratio.num > 0 ? frame->sample_aspect_ratio : AVRational {1, 1};
     const QByteArray source = QStringLiteral("video_size=%1x%2:pix_fmt=%3:time_base=%4/%5:"
                                              "pixel_aspect=%6/%7")
                                   .arg(frame->width)

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "soundfilter.h"
 #include "media/mediatypes.h"
+#include "soundfilter.h"
 
 #include <QHash>
 #include <algorithm>
