@@ -2,11 +2,11 @@
 // in one run, and prints the ratios. Not a Google Benchmark: each job runs once and is
 // long enough that one run tells.
 //
-//   bench_export [--video-seconds N] [--video-cuts N] [--audio-seconds N] [--audio-cuts N]
+//   bench_export [--video-seconds N] [--video-cuts N,...] [--audio-seconds N] [--audio-cuts N]
 //                [--keep DIR]
 #include "export/localrenderservice.h"
+#include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
-#include "media/mlt/mltrenderer.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -114,8 +114,9 @@ int main(int argc, char *argv[])
     parser.addHelpOption();
     const QCommandLineOption videoSeconds(u"video-seconds"_s, u"length of the 720p source"_s,
                                           u"N"_s, u"120"_s);
-    const QCommandLineOption videoCuts(u"video-cuts"_s, u"stretches kept from it"_s, u"N"_s,
-                                       u"200"_s);
+    const QCommandLineOption videoCuts(
+        u"video-cuts"_s, u"stretches kept from it, one run per comma-separated count"_s, u"N,..."_s,
+        u"200,1000"_s);
     const QCommandLineOption audioSeconds(u"audio-seconds"_s, u"length of the sound source"_s,
                                           u"N"_s, u"3600"_s);
     const QCommandLineOption audioCuts(u"audio-cuts"_s, u"stretches kept from it"_s, u"N"_s,
@@ -131,7 +132,7 @@ int main(int argc, char *argv[])
     const auto path = [&](const QString &name) { return QDir(dir).filePath(name); };
 
     media::mlt::MltMediaEngine engine;
-    media::mlt::MltRenderer renderer(engine);
+    media::ffmpeg::FfmpegRenderer renderer;
     LocalRenderService service(engine, renderer);
     service.setLogSink([](const QString &) {});
     std::mt19937 random(7);
@@ -156,50 +157,53 @@ int main(int argc, char *argv[])
                        u"-ac"_s,      u"2"_s,
                        video});
         }
-        const QList<WordBlock> videoBlocks
-            = cutList(vSeconds, parser.value(videoCuts).toInt(), random);
-        const auto videoKept = stretches(videoBlocks);
-        double kept = 0;
-        for (const auto &[from, to] : videoKept)
-            kept += to - from;
-        ExportSettings settings;
-        settings.resolution = Resolution::p720;
-        const double kavelVideo = timeKavel(service.renderVideo(
-            {{QUuid(), QUrl::fromLocalFile(video)}}, videoBlocks, settings, path(u"kavel.mp4"_s)));
-        const QString videoGraphFile = path(u"video-graph.txt"_s);
-        {
-            QFile graph(videoGraphFile);
-            graph.open(QIODevice::WriteOnly);
-            graph.write(trimConcatGraph(videoKept, true).toUtf8());
+        for (const QString &count : parser.value(videoCuts).split(u',')) {
+            const QList<WordBlock> videoBlocks = cutList(vSeconds, count.toInt(), random);
+            const auto videoKept = stretches(videoBlocks);
+            double kept = 0;
+            for (const auto &[from, to] : videoKept)
+                kept += to - from;
+            ExportSettings settings;
+            settings.resolution = Resolution::p720;
+            const double kavelVideo
+                = timeKavel(service.renderVideo({{QUuid(), QUrl::fromLocalFile(video)}},
+                                                videoBlocks, settings, path(u"kavel.mp4"_s)));
+            const QString videoGraphFile = path(u"video-graph.txt"_s);
+            {
+                QFile graph(videoGraphFile);
+                graph.open(QIODevice::WriteOnly);
+                graph.write(trimConcatGraph(videoKept, true).toUtf8());
+            }
+            const double ffmpegVideo = timeFfmpeg({u"-i"_s,
+                                                   video,
+                                                   u"-filter_complex_script"_s,
+                                                   videoGraphFile,
+                                                   u"-map"_s,
+                                                   u"[v]"_s,
+                                                   u"-map"_s,
+                                                   u"[a]"_s,
+                                                   u"-c:v"_s,
+                                                   u"libx264"_s,
+                                                   u"-preset"_s,
+                                                   u"veryfast"_s,
+                                                   u"-crf"_s,
+                                                   u"23"_s,
+                                                   u"-pix_fmt"_s,
+                                                   u"yuv420p"_s,
+                                                   u"-c:a"_s,
+                                                   u"aac"_s,
+                                                   u"-b:a"_s,
+                                                   u"160k"_s,
+                                                   u"-movflags"_s,
+                                                   u"+faststart"_s,
+                                                   path(u"ffmpeg.mp4"_s)});
+            std::printf(
+                "video  %lld cuts, %.1f s kept of %.0f s, 720p H.264\n"
+                "       kavel %.2f s   ffmpeg trim+concat %.2f s   ratio kavel/ffmpeg %.2f\n",
+                static_cast<long long>(videoKept.size()), kept, vSeconds, kavelVideo, ffmpegVideo,
+                kavelVideo / ffmpegVideo);
+            std::fflush(stdout);
         }
-        const double ffmpegVideo = timeFfmpeg({u"-i"_s,
-                                               video,
-                                               u"-filter_complex_script"_s,
-                                               videoGraphFile,
-                                               u"-map"_s,
-                                               u"[v]"_s,
-                                               u"-map"_s,
-                                               u"[a]"_s,
-                                               u"-c:v"_s,
-                                               u"libx264"_s,
-                                               u"-preset"_s,
-                                               u"veryfast"_s,
-                                               u"-crf"_s,
-                                               u"23"_s,
-                                               u"-pix_fmt"_s,
-                                               u"yuv420p"_s,
-                                               u"-c:a"_s,
-                                               u"aac"_s,
-                                               u"-b:a"_s,
-                                               u"160k"_s,
-                                               u"-movflags"_s,
-                                               u"+faststart"_s,
-                                               path(u"ffmpeg.mp4"_s)});
-        std::printf("video  %lld cuts, %.1f s kept of %.0f s, 720p H.264\n"
-                    "       kavel %.2f s   ffmpeg trim+concat %.2f s   ratio kavel/ffmpeg %.2f\n",
-                    static_cast<long long>(videoKept.size()), kept, vSeconds, kavelVideo,
-                    ffmpegVideo, kavelVideo / ffmpegVideo);
-        std::fflush(stdout);
     }
 
     // Sound: an hour of AAC, 2,000 stretches kept, written as WAV.

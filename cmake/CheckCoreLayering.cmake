@@ -1,7 +1,7 @@
 # Fails when a source of kavel_core includes a widget or MLT header. kavel_core is what
 # the CLI, the server-side tools and the tests link; it must run without a display and
 # without the media engine.
-set(core_dirs model service editor playback export)
+set(core_dirs model timing service editor playback export)
 set(offenders "")
 foreach(dir IN LISTS core_dirs)
     file(GLOB_RECURSE sources "${SOURCE_DIR}/${dir}/*.h" "${SOURCE_DIR}/${dir}/*.cpp")

@@ -6,12 +6,12 @@
 #include "homepage.h"
 #include "maineditorview.h"
 #include "mainwindow.h"
+#include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "media/mlt/mltplayer.h"
-#include "media/mlt/mltrenderer.h"
-#include "model/projectpaths.h"
 #include "media/recordingsummary.h"
+#include "model/projectpaths.h"
 #include "model/projectstore.h"
 #include "playback/guideplayerviewmodel.h"
 #include "playback/playbackclock.h"
@@ -84,7 +84,7 @@ int main(int argc, char *argv[])
 
     media::mlt::MltMediaEngine engine;
     media::mlt::MltAudioConverter converter(engine);
-    media::mlt::MltRenderer renderer(engine);
+    media::ffmpeg::FfmpegRenderer renderer;
     SystemPlaybackClock clock;
 
     service::Settings settings;

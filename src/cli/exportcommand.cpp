@@ -2,8 +2,8 @@
 
 #include "clisupport.h"
 #include "export/exportflow.h"
+#include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
-#include "media/mlt/mltrenderer.h"
 #include "model/kavelproject.h"
 #include "model/timeline.h"
 #include "playback/compositionplan.h"
@@ -131,7 +131,7 @@ int runExport(const QStringList &arguments)
         settings.title = project->metadata().title;
 
     media::mlt::MltMediaEngine engine;
-    media::mlt::MltRenderer renderer(engine);
+    media::ffmpeg::FfmpegRenderer renderer;
     const service::Settings preferences;
     ExportFlow flow(engine, renderer, preferences);
     flow.setSettings(settings);

@@ -96,7 +96,9 @@ bool ExportFlow::isAudioMaterial(const QList<PlaybackSource> &sources)
             if (m_engine.probe(source.url.toLocalFile()).hasVideo)
                 return false;
         } catch (const Error &) {
-            // An unreadable source says nothing either way; the steps report it.
+            // A file that cannot be read may well be a movie: the video step runs and
+            // reports it, rather than passing the project off as sound alone.
+            return false;
         }
     }
     return true;
@@ -137,7 +139,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     if (settings.subtitleEnabled) {
         Q_EMIT stepStarted(u"subtitles"_s);
         try {
-            m_renderService.writeSubtitles(blocks, subtitlePath());
+            m_renderService.writeSubtitles(sources, blocks, subtitlePath());
         } catch (const Error &) {
             errors.append(u"字幕导出失败"_s);
         }

@@ -4,6 +4,7 @@
 #include "rendererror.h"
 #include "subtitlewriter.h"
 
+#include <QCoreApplication>
 #include <QCoroProcess>
 #include <QCoroTimer>
 #include <QDir>
@@ -47,25 +48,22 @@ void moveIntoPlace(const QString &from, const QString &to)
 
 } // namespace
 
-struct LocalRenderService::Plan
-{
-    media::EditList editList;
-    double duration = 0.0;
-};
-
 LocalRenderService::LocalRenderService(media::MediaEngine &engine, media::Renderer &renderer,
                                        QObject *parent)
     : QObject(parent)
     , m_engine(engine)
     , m_renderer(renderer)
     , m_log(service::standardOutputSink())
-{ }
+{
+    if (QCoreApplication::instance())
+        m_encoderSearch.bundledDirectory = QCoreApplication::applicationDirPath();
+}
 
 LocalRenderService::~LocalRenderService() = default;
 
-LocalRenderService::Plan LocalRenderService::plan(const QList<PlaybackSource> &sources,
-                                                  const QList<WordBlock> &blocks,
-                                                  bool isAudioTrackMuted, const QString &logPrefix)
+CompositionPlan LocalRenderService::plan(const QList<PlaybackSource> &sources,
+                                         const QList<WordBlock> &blocks, bool isAudioTrackMuted,
+                                         const QString &logPrefix)
 {
     const LoadedSources loaded = loadSourceTracks(m_engine, sources, [&](const QString &line) {
         if (!logPrefix.isEmpty())
@@ -78,7 +76,7 @@ LocalRenderService::Plan LocalRenderService::plan(const QList<PlaybackSource> &s
     if (isAudioTrackMuted)
         for (media::EditSegment &segment : composition.editList.segments)
             segment.audio.muted = true;
-    return {std::move(composition.editList), composition.duration};
+    return composition;
 }
 
 QCoro::Task<> LocalRenderService::renderVideo(QList<PlaybackSource> sources,
@@ -87,7 +85,7 @@ QCoro::Task<> LocalRenderService::renderVideo(QList<PlaybackSource> sources,
 {
     setError(std::nullopt);
     try {
-        Plan composition = plan(sources, blocks, isAudioTrackMuted, {});
+        CompositionPlan composition = plan(sources, blocks, isAudioTrackMuted, {});
         media::RenderRequest request;
         request.editList = std::move(composition.editList);
         request.format = settings.outputFileType() == OutputFileType::quickTimeMovie
@@ -159,7 +157,7 @@ QCoro::Task<> LocalRenderService::renderAudioOnly(QList<PlaybackSource> sources,
 {
     setError(std::nullopt);
     try {
-        Plan composition = plan(sources, blocks, isAudioTrackMuted, u"[AudioExport] "_s);
+        CompositionPlan composition = plan(sources, blocks, isAudioTrackMuted, u"[AudioExport] "_s);
         audioLog(u"Inserted "_s + QString::number(composition.editList.segments.size())
                  + u" segments, duration="_s
                  + QString::number(composition.duration, 'g', QLocale::FloatingPointShortest)
@@ -206,14 +204,10 @@ QCoro::Task<> LocalRenderService::writeAudio(media::EditList editList, media::Re
 
 QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString outputPath)
 {
-    // The engine's own encoder writes the MP3 straight from the edit, without a second
-    // lossy generation through AAC.
-    if (m_encoderSearch.useEngineEncoder && m_renderer.canEncode(media::RenderFormat::mp3)) {
-        co_await writeAudio(std::move(editList), media::RenderFormat::mp3, outputPath);
-        audioLog(u"MP3 export complete: "_s + outputPath);
-        co_return;
-    }
-
+    const double seconds = editList.duration();
+    const auto timeLimit = m_encoderSearch.baseTimeLimit
+        + std::chrono::milliseconds(qint64(seconds * m_encoderSearch.timeLimitPerSecondOfSound
+                                           * 1000.0));
     const QString m4a = besideTarget(outputPath, u"_kavel_tmp_export.m4a"_s);
     QFile::remove(m4a);
     co_await writeAudio(editList, media::RenderFormat::m4a, m4a);
@@ -232,7 +226,7 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
     if (ffmpeg) {
         QStringList arguments {u"-i"_s,   m4a,       u"-codec:a"_s, u"libmp3lame"_s,
                                u"-b:a"_s, u"128k"_s, u"-y"_s,       outputPath};
-        const int status = co_await runProcess(*ffmpeg, std::move(arguments));
+        const int status = co_await runProcess(*ffmpeg, std::move(arguments), timeLimit);
         converted = status == 0;
         if (!converted)
             audioLog(u"ffmpeg MP3 conversion failed"_s);
@@ -244,7 +238,7 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
         try {
             co_await writeAudio(std::move(editList), media::RenderFormat::wav, wav);
             QStringList arguments {u"-b"_s, u"128"_s, u"--quiet"_s, wav, outputPath};
-            const int status = co_await runProcess(*lame, std::move(arguments));
+            const int status = co_await runProcess(*lame, std::move(arguments), timeLimit);
             converted = status == 0;
             if (!converted)
                 audioLog(u"lame MP3 encoding failed"_s);
@@ -263,7 +257,8 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
     audioLog(u"MP3 export complete: "_s + outputPath);
 }
 
-QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arguments)
+QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arguments,
+                                                std::chrono::milliseconds timeLimit)
 {
     QProcess process;
     process.setStandardOutputFile(QProcess::nullDevice());
@@ -272,13 +267,27 @@ QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arg
     const bool started = co_await qCoro(process).start(program, arguments);
     if (!started)
         co_return -1;
-    co_await qCoro(process).waitForFinished(-1);
+    const bool finished = co_await qCoro(process).waitForFinished(timeLimit);
+    if (!finished) {
+        // A stalled encoder must not hold the export forever.
+        process.kill();
+        co_await qCoro(process).waitForFinished(std::chrono::seconds(5));
+        co_return -1;
+    }
     co_return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
-void LocalRenderService::writeSubtitles(const QList<WordBlock> &blocks, const QString &outputPath)
+void LocalRenderService::writeSubtitles(const QList<PlaybackSource> &sources,
+                                        const QList<WordBlock> &blocks, const QString &outputPath)
 {
-    kavel::writeSubtitles(blocks, outputPath);
+    CompositionPlan timing;
+    try {
+        timing = plan(sources, blocks, false, {});
+    } catch (const RenderError &) {
+        // Without readable media nothing is clamped: the words' own lengths are the map.
+        timing = planComposition(blocks, {SourceTrackInfo {}});
+    }
+    kavel::writeSubtitles(blocks, timing, outputPath);
 }
 
 void LocalRenderService::cancel()

@@ -8,6 +8,7 @@
 
 #include <QCoroTask>
 #include <QObject>
+#include <chrono>
 #include <optional>
 
 namespace kavel {
@@ -16,18 +17,19 @@ namespace media {
 class MediaEngine;
 }
 
-// Where an MP3 encoder is looked for when the media engine cannot write MP3 itself.
+// Where an external MP3 encoder is looked for, and how long it may take.
 struct EncoderSearch
 {
-    // The encoders shipped with the application, as "<name>.bin"; empty for none.
+    // Encoders shipped with the application, as "<name>.bin"; the application's own
+    // directory unless set otherwise.
     QString bundledDirectory;
     // Searched in this order; PATH is deliberately not consulted, so the encoder that
     // runs does not depend on how the application was launched.
-    QStringList directories {QStringLiteral("/opt/homebrew/bin/"),
-                             QStringLiteral("/usr/local/bin/"), QStringLiteral("/usr/bin/"),
-                             QStringLiteral("/opt/local/bin/")};
-    // The engine's own MP3 encoder comes first when it has one.
-    bool useEngineEncoder = true;
+    QStringList directories {QStringLiteral("/usr/local/bin/"), QStringLiteral("/usr/bin/")};
+    // An encoder still running after this long is stopped and the conversion fails:
+    // a fixed allowance plus a share of the sound's length.
+    std::chrono::milliseconds baseTimeLimit {60'000};
+    double timeLimitPerSecondOfSound = 0.5;
 };
 
 // The export engine: the edited result as a movie, as sound alone, and as subtitles.
@@ -65,8 +67,9 @@ public:
     QCoro::Task<> renderAudioOnly(QList<PlaybackSource> sources, QList<WordBlock> blocks,
                                   bool isAudioTrackMuted, AudioFormat audioFormat,
                                   QString outputPath);
-    // Throws FileError.
-    void writeSubtitles(const QList<WordBlock> &blocks, const QString &outputPath);
+    // Cue times come from the same map the media is cut by. Throws FileError.
+    void writeSubtitles(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
+                        const QString &outputPath);
 
     // Stops the running export, which then fails with exportFailed.
     void cancel();
@@ -79,14 +82,15 @@ Q_SIGNALS:
     void errorChanged();
 
 private:
-    struct Plan;
-    Plan plan(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
-              bool isAudioTrackMuted, const QString &logPrefix);
+    CompositionPlan plan(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
+                         bool isAudioTrackMuted, const QString &logPrefix);
     // Renders to a hidden name beside `finalPath` and renames on success.
     QCoro::Task<> render(media::RenderRequest request, QString finalPath);
     QCoro::Task<> writeAudio(media::EditList editList, media::RenderFormat format, QString path);
     QCoro::Task<> convertToMp3(media::EditList editList, QString outputPath);
-    QCoro::Task<int> runProcess(QString program, QStringList arguments);
+    // The exit status, or -1 when the program could not run or ran out of time.
+    QCoro::Task<int> runProcess(QString program, QStringList arguments,
+                                std::chrono::milliseconds timeLimit);
     void audioLog(const QString &line) const;
 
     void setProgress(double progress);

@@ -21,7 +21,7 @@ QString subRipTimestamp(double seconds)
     return QString::fromLatin1(text);
 }
 
-QByteArray subRipDocument(const QList<WordBlock> &blocks)
+QByteArray subRipDocument(const QList<WordBlock> &blocks, const CompositionPlan &plan)
 {
     QList<const WordBlock *> ordered;
     ordered.reserve(blocks.size());
@@ -33,11 +33,19 @@ QByteArray subRipDocument(const QList<WordBlock> &blocks)
 
     QByteArray out;
     out.reserve(blocks.size() * 48);
+    // The map holds the played words in the same order, so one pass pairs them up.
+    const QList<EditSegment> &segments = plan.editList.segments;
+    qsizetype next = 0;
     double cursor = 0.0;
     for (qsizetype i = 0; i < ordered.size(); ++i) {
         const WordBlock &block = *ordered[i];
-        const double start = cursor;
-        const double end = cursor + (block.mediaEnd - block.mediaStart);
+        double start = cursor;
+        double end = cursor;
+        if (next < segments.size() && segments.at(next).blockId == block.id) {
+            start = segments.at(next).compositionStart;
+            end = segments.at(next).compositionEnd();
+            ++next;
+        }
         if (i > 0)
             out += '\n';
         out += QByteArray::number(i + 1) + '\n';
@@ -48,9 +56,10 @@ QByteArray subRipDocument(const QList<WordBlock> &blocks)
     return out;
 }
 
-void writeSubtitles(const QList<WordBlock> &blocks, const QString &path)
+void writeSubtitles(const QList<WordBlock> &blocks, const CompositionPlan &plan,
+                    const QString &path)
 {
-    fileio::writeFileAtomically(path, subRipDocument(blocks));
+    fileio::writeFileAtomically(path, subRipDocument(blocks, plan));
 }
 
 } // namespace kavel

@@ -59,6 +59,9 @@ public:
                                                std::function<void()> callback)
         = 0;
     virtual void removeTimeObserver(ObserverId id) = 0;
+    // Playback ends at `seconds` as if the item ended there: nothing after it is heard,
+    // and pausing past it puts the play head back on it. The next seek or pause clears it.
+    virtual void setStopTime(std::optional<double> seconds) = 0;
 
 Q_SIGNALS:
     void itemStatusChanged();

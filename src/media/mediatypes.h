@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/errors.h"
+#include "timing/compositionmap.h"
 
 #include <QList>
 #include <QSize>
@@ -34,47 +35,11 @@ struct MediaInfo
     int rotationDegrees = 0;
 };
 
-// Gain of one word's stretch. Fades are linear, in seconds, inside the stretch.
-struct SegmentAudio
-{
-    float volume = 1.0f;
-    bool muted = false;
-    double fadeIn = 0.0;
-    double fadeOut = 0.0;
-
-    friend bool operator==(const SegmentAudio &, const SegmentAudio &) = default;
-};
-
-// One word's stretch of a source, laid at `compositionStart` on the edited timeline.
-// The range is already clamped to the source; its length on the timeline is
-// sourceEnd - sourceStart.
-struct EditSegment
-{
-    QUuid blockId;
-    QString sourcePath;
-    double sourceStart = 0.0;
-    double sourceEnd = 0.0;
-    double compositionStart = 0.0;
-    // False for a source without a picture: only its sound is laid in.
-    bool withVideo = true;
-    SegmentAudio audio;
-
-    double length() const { return sourceEnd - sourceStart; }
-    friend bool operator==(const EditSegment &, const EditSegment &) = default;
-};
-
-// The edited result: segments in timeline order, each starting where the previous ended.
-struct EditList
-{
-    bool hasVideo = false;
-    QList<EditSegment> segments;
-
-    double duration() const
-    {
-        return segments.isEmpty() ? 0.0
-                                  : segments.last().compositionStart + segments.last().length();
-    }
-};
+// The edit list engines cut by is the composition map, shared with everything that
+// derives times from it.
+using kavel::EditList;
+using kavel::EditSegment;
+using kavel::SegmentAudio;
 
 // A segment the engine could not lay in; the rest of the list is still used.
 struct SegmentFailure

@@ -16,8 +16,6 @@ enum class RenderFormat {
     wav,
     // Sound only: AAC in an MPEG-4 audio file.
     m4a,
-    // Sound only: 128 kbit/s.
-    mp3,
 };
 
 enum class VideoEncoding { h264, hevc };

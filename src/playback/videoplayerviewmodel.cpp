@@ -168,7 +168,7 @@ void VideoPlayerViewModel::rebuildComposition()
             = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
                            [&](const SourceTrackInfo &s) { return s.path == segment.sourcePath; });
         const double trackDur = tracks != m_sourceTracks.cend() ? tracks->trackDuration : 0.0;
-        const auto [start, end] = plan.clampedRanges.at(failure.index);
+        const double start = segment.sourceStart, end = segment.sourceEnd;
         log(u"Failed to insert segment for "_s + json::uuidString(segment.blockId) + u" ["_s
             + number(start) + u'-' + number(end) + u"] trackDur="_s + number(trackDur) + u": "_s
             + failure.reason);
@@ -384,6 +384,7 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
 
     removeBoundaryObserver();
     m_player->seek(start, [](bool) {});
+    m_player->setStopTime(end);
     setCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
     m_boundaryObserver

@@ -40,9 +40,8 @@ protected:
         engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
         Paragraph paragraph;
         paragraph.id = QUuid::createUuid();
-        paragraph.wordBlocks
-            = {test::timedWord(1.0, 1.5, 0, sourceId, u"你好"_s),
-               test::timedWord(4.0, 4.25, 0, sourceId, u"世界"_s)};
+        paragraph.wordBlocks = {test::timedWord(1.0, 1.5, 0, sourceId, u"你好"_s),
+                                test::timedWord(4.0, 4.25, 0, sourceId, u"世界"_s)};
         paragraphs = {paragraph};
     }
 
@@ -237,7 +236,7 @@ TEST_F(ExportFlowTest, EngineFailuresBecomeRenderErrors)
     EXPECT_FALSE(QFile::exists(target));
 }
 
-TEST_F(ExportFlowTest, Mp3FallsBackToExternalEncodersThenToM4a)
+TEST_F(ExportFlowTest, Mp3WithoutAnEncoderKeepsTheM4a)
 {
     auto flow = makeFlow();
     LocalRenderService &service = flow->renderService();
@@ -245,16 +244,10 @@ TEST_F(ExportFlowTest, Mp3FallsBackToExternalEncodersThenToM4a)
     const QList<WordBlock> blocks = paragraphs.first().wordBlocks;
     const QString target = dir.filePath(u"out.mp3"_s);
 
-    // The engine's encoder comes first and writes the MP3 directly.
-    test::runTask(service.renderAudioOnly(sources, blocks, false, AudioFormat::mp3, target)).get();
-    ASSERT_EQ(renderer.requests.size(), 1);
-    EXPECT_EQ(renderer.requests.last().format, media::RenderFormat::mp3);
-
-    // Without it and without external encoders, the M4A is kept under the chosen name.
-    renderer.encodesMp3 = false;
+    // Without an external encoder the M4A is kept under the chosen name.
     const QString emptyBin = dir.filePath(u"bin/"_s);
     QDir().mkpath(emptyBin);
-    service.setEncoderSearch({{}, {emptyBin}, true});
+    service.setEncoderSearch({{}, {emptyBin}});
     EXPECT_FALSE(service.findEncoder(u"ffmpeg"_s));
     log.clear();
     test::runTask(service.renderAudioOnly(sources, blocks, false, AudioFormat::mp3, target)).get();
@@ -272,7 +265,7 @@ TEST_F(ExportFlowTest, Mp3FallsBackToExternalEncodersThenToM4a)
     test::writeFile(dir.filePath(u"bundle/lame.bin"_s), "#!/bin/sh\n");
     QFile::setPermissions(dir.filePath(u"bundle/lame.bin"_s),
                           QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner);
-    service.setEncoderSearch({dir.filePath(u"bundle"_s), {u"/usr/bin/"_s}, true});
+    service.setEncoderSearch({dir.filePath(u"bundle"_s), {u"/usr/bin/"_s}});
     EXPECT_EQ(service.findEncoder(u"lame"_s), dir.filePath(u"bundle/lame.bin"_s));
     EXPECT_EQ(service.findEncoder(u"ffmpeg"_s), u"/usr/bin/ffmpeg"_s);
 }

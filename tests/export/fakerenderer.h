@@ -19,7 +19,6 @@ public:
     int pollsToFinish = 3;
     bool failing = false;
     bool refuseToStart = false;
-    bool encodesMp3 = true;
     QByteArray bytes = QByteArrayLiteral("rendered");
 };
 

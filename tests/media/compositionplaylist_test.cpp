@@ -1,9 +1,11 @@
 #include "media/mlt/compositionplaylist.h"
-#include "media/mlt/gainfilter.h"
 #include "mediafixture.h"
+#include "positionmedia.h"
 
 #include <Mlt.h>
 #include <cmath>
+#include <cstdio>
+#include <random>
 #include <tuple>
 
 using namespace Qt::StringLiterals;
@@ -65,7 +67,7 @@ protected:
     }
 
     // Pulls the whole composition's sound as one channel at 48 kHz.
-    static std::vector<float> render(CompositionPlaylist &composition)
+    std::vector<float> render(CompositionPlaylist &composition)
     {
         std::vector<float> pcm;
         Mlt::Playlist &top = composition.playlist();
@@ -74,7 +76,7 @@ protected:
             std::unique_ptr<Mlt::Frame> frame(top.get_frame());
             mlt_audio_format format = mlt_audio_float;
             int frequency = 48000, channels = 2;
-            int samples = mlt_audio_calculate_frame_samples(30.0f, frequency, f);
+            int samples = mlt_audio_calculate_frame_samples(float(profile.fps()), frequency, f);
             const auto *data = static_cast<const float *>(
                 frame->get_audio(format, frequency, channels, samples));
             EXPECT_EQ(format, mlt_audio_float);
@@ -88,42 +90,37 @@ protected:
     Mlt::Profile profile;
 };
 
-TEST_F(Composition, ContiguousWordsShareOneEntryAndTimesMapWithoutDrift)
+TEST_F(Composition, EveryCutIsHeardWhereTheMapPutsIt)
 {
+    const QString ramp = test::makeRampSound(s_dir->path(), u"ramp.wav"_s, 60.0, 48000, 1);
+    std::mt19937 random(3);
+    const QList<WordBlock> blocks = test::randomEdit(60.0, 1000, random);
+    const EditList list = planComposition(blocks, {{{}, ramp, false, 60.0}}).editList;
+
     CompositionPlaylist composition(profile);
-    // Three contiguous words, a jump, and two words 5 ms apart: both land on the same
-    // frame boundary, so they too play as one cut.
-    const EditList list = editList(
-        s_video, {{0.5, 0.7123}, {0.7123, 0.9}, {0.9, 1.2345}, {2.0, 2.41}, {2.415, 3.0}});
     EXPECT_TRUE(composition.apply(list).isEmpty());
-    ASSERT_EQ(composition.entries().size(), 2u);
-    EXPECT_EQ(composition.entries()[0].segmentCount, 3);
-    EXPECT_EQ(composition.entries()[0].inFrame, 15);
-    EXPECT_EQ(composition.entries()[0].outFrame, 37); // 1.2345 s lands on frame 37
+    // Pictures are laid on the profile's frame grid from the running times...
+    const timing::Rate rate {30, 1};
+    ASSERT_EQ(composition.frameCount(), timing::frameCount(list.duration(), rate));
     EXPECT_EQ(composition.playlist().get_playtime(), composition.frameCount());
-    EXPECT_EQ(composition.frameCount(), 22 + 30);
+    EXPECT_EQ(composition.frameAtSeconds(list.segments[500].compositionStart),
+              timing::nearestIndex(list.segments[500].compositionStart, rate));
+    EXPECT_DOUBLE_EQ(composition.secondsAtFrame(4321), rate.secondsAt(4321));
+    // ...and the sound is the export's, sample-exact, however the frames fall.
+    std::vector<float> pcm = render(composition);
+    const test::SoundOffsets offsets = test::measureSoundOffsets({48000, pcm, pcm}, list);
+    EXPECT_GT(offsets.segmentsChecked, 1000);
+    EXPECT_LT(offsets.worstSample, 0.0002);
+    std::printf("[ preview ] %lld cuts: worst sound offset %.3f ms (starts %.3f ends %.3f)\n",
+                qlonglong(list.segments.size()), offsets.worstSample * 1e3,
+                offsets.worstAtStarts * 1e3, offsets.worstAtEnds * 1e3);
 
-    // Each frame maps back inside its entry's exact stretch, and the first frame of the
-    // second entry is exactly where the edit list starts it.
-    const double secondStart = list.segments[3].compositionStart;
-    EXPECT_DOUBLE_EQ(composition.secondsAtFrame(22), secondStart);
-    EXPECT_EQ(composition.frameAtSeconds(secondStart), 22);
-    EXPECT_EQ(composition.frameAtSeconds(secondStart - 0.001), 21);
-    for (int f = 0; f < composition.frameCount(); ++f)
-        EXPECT_EQ(composition.frameAtSeconds(composition.secondsAtFrame(f)), f) << f;
-    EXPECT_DOUBLE_EQ(composition.secondsAtFrame(composition.frameCount()), list.duration());
-    EXPECT_EQ(composition.entries()[1].segmentCount, 2);
-    // The second of those words is found on its own clock, not shifted by the gap.
-    const double lastStart = list.segments[4].compositionStart;
-    EXPECT_NEAR(composition.secondsAtFrame(composition.frameAtSeconds(lastStart)), lastStart,
-                0.5 / 30);
-    EXPECT_EQ(composition.frameAtSeconds(list.duration() + 1.0), composition.frameCount());
-
-    // A source that cannot be opened is reported and takes no frames.
-    EditList broken = editList(s_notMedia, {{0.0, 1.0}});
-    const QList<SegmentFailure> failures = composition.apply(broken);
-    ASSERT_EQ(failures.size(), 1);
+    // A source that cannot be opened is reported and keeps its time, blank.
+    const QList<SegmentFailure> failures
+        = composition.apply(editList(s_notMedia, {{0.0, 1.0}, {2.0, 2.5}}));
+    ASSERT_EQ(failures.size(), 2);
     EXPECT_EQ(failures.first().index, 0);
+    EXPECT_EQ(composition.playlist().get_playtime(), 45);
 }
 
 TEST_F(Composition, EditsAreAppliedInPlaceAndPlayLikeAFreshBuild)
@@ -212,27 +209,12 @@ TEST_F(Composition, JumpCutsDoNotClickAndMutedWordsAreSilent)
     EXPECT_LT(peak(mutedStart + 0.035, mutedStart + 0.4 - 0.035), 1e-4f);
     const double quietStart = list.segments[5].compositionStart;
     EXPECT_NEAR(peak(quietStart + 0.05, quietStart + 0.35), 0.125f, 0.01f);
-}
 
-TEST(GainFilter, FadesAreLinearWithinTheirWord)
-{
-    using kavel::media::mlt::GainFilter;
-    using kavel::media::mlt::GainMap;
-    GainMap map;
-    map.fps = 10.0;
-    map.unityGain = false;
-    map.entries.push_back({0, 20, 0, 0, 1});
-    map.segments.push_back({0.0, 2.0, SegmentAudio {0.5f, false, 1.0, 0.5}});
-    // One frame of 100 samples at 1 kHz, mono, at playlist frame 5 (0.5 s into the word).
-    std::vector<float> ones(100, 1.0f);
-    GainFilter::apply(map, 5, ones.data(), 1, 100, 1000, true);
-    EXPECT_NEAR(ones[0], 0.5f * 0.5f, 1e-5f);
-    EXPECT_NEAR(ones[50], 0.5f * 0.55f, 1e-5f);
-    // Frame 18 is 0.2 s before the end: inside the fade-out.
-    std::vector<float> tail(100, 1.0f);
-    GainFilter::apply(map, 18, tail.data(), 1, 100, 1000, true);
-    EXPECT_NEAR(tail[0], 0.5f * 0.4f, 1e-5f);
-    EXPECT_NEAR(tail[99], 0.5f * 0.202f, 1e-4f);
+    // A range that ends early is not heard past its end.
+    composition.sound().setStopAt(1.0);
+    const std::vector<float> stopped = render(composition);
+    EXPECT_EQ(stopped[47999], pcm[47999]);
+    EXPECT_EQ(*std::max_element(stopped.begin() + 48000, stopped.end()), 0.0f);
 }
 
 } // namespace

@@ -185,8 +185,8 @@ TEST_F(PlayerModel, SegmentsThatFailAreLoggedAndStillTakeTheirTime)
               u"[PlayerVM] Failed to insert segment for "_s + json::uuidString(bad.id)
                   + u" [1.2345-1.5] trackDur=60.0: decoder gone\n"_s);
     ASSERT_EQ(model->compositionMap().size(), 2);
-    EXPECT_DOUBLE_EQ(model->compositionMap()[1].compositionStart, 0.265);
-    EXPECT_DOUBLE_EQ(model->duration(), 0.765);
+    EXPECT_DOUBLE_EQ(model->compositionMap()[1].compositionStart, 0.2655);
+    EXPECT_DOUBLE_EQ(model->duration(), 0.7655);
 }
 
 TEST_F(PlayerModel, EditsKeepThePlayHeadOnTheSameSourceMomentAndResumePlaying)

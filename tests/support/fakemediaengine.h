@@ -25,6 +25,7 @@ public:
     ObserverId addBoundaryTimeObserver(const QList<double> &times,
                                        std::function<void()> callback) override;
     void removeTimeObserver(ObserverId id) override;
+    void setStopTime(std::optional<double> seconds) override { stopTime = seconds; }
 
     // Test controls.
     void completeSeeks();
@@ -38,6 +39,7 @@ public:
     QList<media::EditList> compositions;
     QStringList rawSources;
     QList<double> seeks;
+    std::optional<double> stopTime;
     float volume() const { return m_volume; }
     qsizetype boundaryObserverCount() const;
 

@@ -41,14 +41,14 @@ struct CompositionPlaylist::Source
 CompositionPlaylist::CompositionPlaylist(Mlt::Profile &profile)
     : m_profile(profile)
     , m_top(std::make_unique<Mlt::Playlist>(profile))
-    , m_gain(std::make_unique<GainFilter>())
+    , m_sound(std::make_unique<SoundFilter>())
 {
-    m_top->attach(m_gain->filter());
+    m_top->attach(m_sound->filter());
 }
 
 CompositionPlaylist::~CompositionPlaylist()
 {
-    m_top->detach(m_gain->filter());
+    m_top->detach(m_sound->filter());
 }
 
 void CompositionPlaylist::prepare(const QString &path)
@@ -73,76 +73,56 @@ int CompositionPlaylist::sourceIndex(const QString &path)
     return index;
 }
 
+timing::Rate CompositionPlaylist::rate() const
+{
+    return {m_profile.frame_rate_num(), m_profile.frame_rate_den()};
+}
+
 QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
 {
-    const double fps = m_profile.fps();
+    const timing::Rate grid = rate();
     QList<SegmentFailure> failures;
     std::vector<PlaylistEntry> entries;
     entries.reserve(static_cast<size_t>(editList.segments.size()));
-    auto gain = std::make_shared<GainMap>();
-    gain->fps = fps;
-    gain->segments.reserve(static_cast<size_t>(editList.segments.size()));
 
-    std::vector<SegmentTime> segmentTimes;
-    segmentTimes.reserve(static_cast<size_t>(editList.segments.size()));
     for (qsizetype i = 0; i < editList.segments.size(); ++i) {
         const EditSegment &segment = editList.segments.at(i);
         const int source = sourceIndex(segment.sourcePath);
-        if (!m_sources[size_t(source)].producer)
+        const bool playable = m_sources[size_t(source)].producer != nullptr;
+        if (!playable)
             failures.append({i, u"无法打开媒体文件 "_s + segment.sourcePath});
-        gain->segments.push_back({segment.sourceStart, segment.sourceEnd, segment.audio});
-        if (segment.audio != SegmentAudio {})
-            gain->unityGain = false;
-        const int inFrame = static_cast<int>(std::lround(segment.sourceStart * fps));
-        const int outFrame = static_cast<int>(std::lround(segment.sourceEnd * fps));
+        // The segment owns the playlist frames whose times fall inside it (taken from the
+        // running composition time, so no rounding adds up) and plays the source frames
+        // nearest to what the map puts there, one after another.
+        const timing::Span frames = timing::outputFrames(segment, grid);
+        if (frames.count() <= 0)
+            continue;
+        const auto inFrame = static_cast<int>(
+            timing::nearestIndex(timing::sourceTimeAtFrame(segment, frames.begin, grid), grid));
+        const auto outFrame = inFrame + static_cast<int>(frames.count());
 
-        // A word that starts on the frame where the previous one of the same source
-        // ended joins its entry: separate cuts would play exactly the same frames, and
-        // words that are truly contiguous must share their boundary frame or it would be
-        // played twice. Fewer entries also mean less memory and faster edits.
+        // A stretch that goes on where the previous one of the same source ended joins its
+        // entry: separate cuts would play exactly the same frames, and words that are truly
+        // contiguous must share their boundary frame or it would be played twice.
         if (!entries.empty()) {
             PlaylistEntry &open = entries.back();
-            if (open.source == source && inFrame == open.outFrame) {
-                open.outFrame = std::max(open.outFrame, outFrame);
-                ++open.segmentCount;
-                segmentTimes.push_back({segment.compositionStart, segment.sourceStart,
-                                        segment.length(), qsizetype(entries.size()) - 1});
+            if (playable && open.playable && open.source == source && inFrame == open.outFrame) {
+                open.outFrame = outFrame;
                 continue;
             }
         }
         PlaylistEntry entry;
-        entry.source = source;
-        entry.playable = m_sources[size_t(source)].producer != nullptr;
-        entry.inFrame = inFrame;
-        entry.outFrame = outFrame;
-        entry.firstSegment = i;
-        entry.segmentCount = 1;
+        entry.source = playable ? source : -1;
+        entry.playable = playable;
+        entry.inFrame = playable ? inFrame : 0;
+        entry.outFrame = playable ? outFrame : int(frames.count());
+        entry.playlistFrame = static_cast<int>(frames.begin);
         entries.push_back(entry);
-        segmentTimes.push_back({segment.compositionStart, segment.sourceStart, segment.length(),
-                                qsizetype(entries.size()) - 1});
     }
-    // Only what MLT can play takes frames in its playlist.
-    int playlistFrame = 0;
-    for (PlaylistEntry &e : entries) {
-        e.playlistFrame = playlistFrame;
-        playlistFrame += e.playFrames();
-    }
-    gain->entries.reserve(entries.size());
-    for (const PlaylistEntry &e : entries)
-        gain->entries.push_back(
-            {e.playlistFrame, e.playFrames(), e.inFrame, e.firstSegment, e.segmentCount});
 
-    // Entries too short to cover a frame, and entries of sources that cannot be opened,
-    // have no place in MLT's playlist; the key of such an entry never matches a live one.
     std::vector<std::uint64_t> oldKeys, newKeys;
-    std::vector<PlaylistEntry> playable;
-    for (const PlaylistEntry &e : entries)
-        if (e.playFrames() > 0)
-            playable.push_back(e);
-    std::vector<PlaylistEntry> live;
-    for (const PlaylistEntry &e : m_entries)
-        if (e.playFrames() > 0)
-            live.push_back(e);
+    const std::vector<PlaylistEntry> &playable = entries;
+    const std::vector<PlaylistEntry> &live = m_entries;
     oldKeys.reserve(live.size());
     for (const PlaylistEntry &e : live)
         oldKeys.push_back(entryKey(e));
@@ -179,9 +159,8 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
     mlt_service_unlock(m_top->get_service());
 
     m_entries = std::move(entries);
-    m_segmentTimes = std::move(segmentTimes);
     m_duration = editList.duration();
-    m_gain->setMap(std::move(gain));
+    m_sound->setEdit(editList, grid.perSecond());
     return failures;
 }
 
@@ -201,8 +180,11 @@ void CompositionPlaylist::rebuild(const std::vector<PlaylistEntry> &entries)
         const size_t end = std::min(entries.size(), start + chunkSize);
         for (size_t i = start; i < end; ++i) {
             const PlaylistEntry &e = entries[i];
-            chunk->playlist->append(*m_sources[size_t(e.source)].producer, e.inFrame,
-                                    e.outFrame - 1);
+            if (e.playable)
+                chunk->playlist->append(*m_sources[size_t(e.source)].producer, e.inFrame,
+                                        e.outFrame - 1);
+            else
+                chunk->playlist->blank(e.frames() - 1);
         }
         chunk->playlist->unblock();
         chunk->count = static_cast<int>(end - start);
@@ -250,8 +232,11 @@ void CompositionPlaylist::insertEntry(qsizetype position, const PlaylistEntry &e
     }
     Chunk &chunk = *m_chunks[size_t(c)];
     touch(chunk);
-    chunk.playlist->insert(*m_sources[size_t(entry.source)].producer, offset, entry.inFrame,
-                           entry.outFrame - 1);
+    if (entry.playable)
+        chunk.playlist->insert(*m_sources[size_t(entry.source)].producer, offset, entry.inFrame,
+                               entry.outFrame - 1);
+    else
+        chunk.playlist->insert_blank(offset, entry.frames() - 1);
     ++chunk.count;
 }
 
@@ -296,47 +281,22 @@ void CompositionPlaylist::settleChunks()
 
 int CompositionPlaylist::frameCount() const
 {
-    return m_entries.empty() ? 0 : m_entries.back().playlistFrame + m_entries.back().playFrames();
+    return m_entries.empty() ? 0 : m_entries.back().playlistFrame + m_entries.back().frames();
 }
 
+// Playlist frame k plays from k / fps on the edited timeline: the entries were laid on that
+// grid from the map's own running times.
 double CompositionPlaylist::secondsAtFrame(int frame) const
 {
-    if (m_entries.empty() || frame <= 0)
-        return 0.0;
-    if (frame >= frameCount())
-        return m_duration;
-    const auto it
-        = std::upper_bound(m_entries.cbegin(), m_entries.cend(), frame,
-                           [](int f, const PlaylistEntry &e) { return f < e.playlistFrame; });
-    const PlaylistEntry &e = *(it - 1);
-    // The frame's own source time, placed on the word it falls in; a frame in the gap
-    // between two words of one entry belongs to the end of the earlier word.
-    const double source = (e.inFrame + (frame - e.playlistFrame)) / m_profile.fps();
-    const auto first = m_segmentTimes.cbegin() + e.firstSegment;
-    const auto last = first + e.segmentCount;
-    auto segment = std::upper_bound(
-        first, last, source, [](double s, const SegmentTime &t) { return s < t.sourceStart; });
-    if (segment != first)
-        --segment;
-    return segment->compositionStart
-        + std::clamp(source - segment->sourceStart, 0.0, segment->length);
+    return std::clamp(rate().secondsAt(frame), 0.0, m_duration);
 }
 
 int CompositionPlaylist::frameAtSeconds(double seconds) const
 {
-    if (m_entries.empty() || seconds <= 0)
-        return 0;
-    if (seconds >= m_duration)
-        return frameCount();
-    const auto it
-        = std::upper_bound(m_segmentTimes.cbegin(), m_segmentTimes.cend(), seconds,
-                           [](double t, const SegmentTime &s) { return t < s.compositionStart; });
-    const SegmentTime &segment = *(it - 1);
-    const PlaylistEntry &e = m_entries[size_t(segment.entry)];
-    const int sourceFrame = static_cast<int>(std::lround(
-        (segment.sourceStart + (seconds - segment.compositionStart)) * m_profile.fps()));
-    const int frame = e.playlistFrame + sourceFrame - e.inFrame;
-    return std::clamp(frame, e.playlistFrame, e.playlistFrame + std::max(e.playFrames() - 1, 0));
+    const int last = std::max(frameCount() - 1, 0);
+    // The nearest frame: a seek to a word starts it at most half a frame early or late.
+    return static_cast<int>(
+        std::clamp<std::int64_t>(timing::nearestIndex(seconds, rate()), 0, last));
 }
 
 } // namespace kavel::media::mlt

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "gainfilter.h"
 #include "media/mediatypes.h"
+#include "soundfilter.h"
 
 #include <QHash>
 #include <algorithm>
@@ -20,26 +20,23 @@ namespace kavel::media::mlt {
 // frame where the previous ended, so they play as one cut.
 struct PlaylistEntry
 {
+    // -1 when the source could not be opened: the entry is then blank for its time.
     int source = 0;
-    // False when the source could not be opened: the entry then takes no frames.
     bool playable = true;
     // Source frames, out exclusive.
     int inFrame = 0;
     int outFrame = 0;
     // Where the entry starts in the playlist, in frames.
     int playlistFrame = 0;
-    qsizetype firstSegment = 0;
-    qsizetype segmentCount = 0;
 
     int frames() const { return outFrame - inFrame; }
-    int playFrames() const { return playable ? std::max(frames(), 0) : 0; }
 };
 
 // An edit list as a live MLT playlist of playlists: entries are grouped in chunks (MLT
 // recounts a whole playlist on every change, so a flat one costs O(n²) to build), and a
-// new edit list is applied as a diff against the previous one. Also converts between
-// playlist frames and edited-timeline seconds per entry, so rounding to frames happens
-// once per boundary and never accumulates.
+// new edit list is applied as a diff against the previous one. Entries are laid on the
+// profile's frame grid from the map's running times, so playlist frame k plays at exactly
+// k / fps of the edited result and no rounding accumulates however many cuts there are.
 class CompositionPlaylist
 {
 public:
@@ -59,6 +56,7 @@ public:
     void prepare(const QString &path);
 
     Mlt::Playlist &playlist() { return *m_top; }
+    SoundFilter &sound() { return *m_sound; }
     int frameCount() const;
     double duration() const { return m_duration; }
     const std::vector<PlaylistEntry> &entries() const { return m_entries; }
@@ -71,21 +69,13 @@ public:
     };
     const Stats &lastStats() const { return m_stats; }
 
+    timing::Rate rate() const;
     double secondsAtFrame(int frame) const;
     int frameAtSeconds(double seconds) const;
 
 private:
     struct Chunk;
     struct Source;
-    // Where one word of the edit list lies on both clocks, and its entry.
-    struct SegmentTime
-    {
-        double compositionStart = 0.0;
-        double sourceStart = 0.0;
-        double length = 0.0;
-        qsizetype entry = 0;
-    };
-
     int sourceIndex(const QString &path);
     void rebuild(const std::vector<PlaylistEntry> &entries);
     void insertEntry(qsizetype position, const PlaylistEntry &entry);
@@ -100,8 +90,7 @@ private:
     std::vector<Source> m_sources;
     QHash<QString, int> m_sourceByPath;
     std::vector<PlaylistEntry> m_entries;
-    std::vector<SegmentTime> m_segmentTimes;
-    std::unique_ptr<GainFilter> m_gain;
+    std::unique_ptr<SoundFilter> m_sound;
     double m_duration = 0.0;
     Stats m_stats;
 };

@@ -14,8 +14,9 @@ namespace kavel::media::mlt {
 
 namespace {
 
-// Audio-only projects play at a fixed rate; it only sets how finely positions step.
-constexpr FrameRate audioOnlyRate {30, 1};
+// Sound-only projects are laid on a grid this fine: their sound is exact whatever the grid,
+// which only sets how finely the play head steps and a seek lands.
+constexpr FrameRate audioOnlyRate {100, 1};
 
 } // namespace
 
@@ -284,6 +285,13 @@ double MltPlayer::itemDuration() const
 
 void MltPlayer::setRate(double rate)
 {
+    if (rate == 0.0 && m_stopTime) {
+        // Frames already queued ran on silently past the end; the play head goes back to it.
+        const double end = *m_stopTime;
+        setStopTime(std::nullopt);
+        if (currentTime() > end)
+            seek(end, {});
+    }
     m_resumePending = false;
     m_rate = rate;
     if (Mlt::Producer *producer = currentProducer()) {
@@ -308,8 +316,17 @@ double MltPlayer::timeAtFrame(int frame) const
     return frame / m_profile->fps();
 }
 
+void MltPlayer::setStopTime(std::optional<double> seconds)
+{
+    m_stopTime = seconds;
+    if (m_composition)
+        m_composition->sound().setStopAt(m_playingComposition ? seconds : std::nullopt);
+}
+
 void MltPlayer::seek(double seconds, std::function<void(bool)> completion)
 {
+    if (m_stopTime)
+        setStopTime(std::nullopt);
     Mlt::Producer *producer = currentProducer();
     const quint64 generation = ++m_seekGeneration;
     bool done = false;

@@ -46,6 +46,7 @@ public:
     ObserverId addBoundaryTimeObserver(const QList<double> &times,
                                        std::function<void()> callback) override;
     void removeTimeObserver(ObserverId id) override;
+    void setStopTime(std::optional<double> seconds) override;
 
     // Shown frames as images of `size`, delivered on the player's thread. An empty size
     // stops the delivery (frames are then not converted at all).
@@ -106,6 +107,7 @@ private:
     QTimer m_boundaryTimer;
     double m_lastBoundaryCheck = 0.0;
     quint64 m_seekGeneration = 0;
+    std::optional<double> m_stopTime;
 };
 
 } // namespace kavel::media::mlt

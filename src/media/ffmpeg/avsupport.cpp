@@ -1,0 +1,74 @@
+#include "avsupport.h"
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::media::ffmpeg {
+
+FramePtr makeFrame()
+{
+    FramePtr frame(av_frame_alloc());
+    if (!frame)
+        throw std::bad_alloc();
+    return frame;
+}
+
+PacketPtr makePacket()
+{
+    PacketPtr packet(av_packet_alloc());
+    if (!packet)
+        throw std::bad_alloc();
+    return packet;
+}
+
+QString avErrorText(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    return QString::fromUtf8(text);
+}
+
+InputPtr openInput(const QString &path)
+{
+    AVFormatContext *raw = nullptr;
+    const QByteArray file = path.toUtf8();
+    if (avformat_open_input(&raw, file.constData(), nullptr, nullptr) < 0)
+        throw MediaError(u"无法打开媒体文件 "_s + path);
+    InputPtr context(raw);
+    if (avformat_find_stream_info(context.get(), nullptr) < 0)
+        throw MediaError(u"无法读取媒体信息 "_s + path);
+    return context;
+}
+
+CodecPtr openDecoder(const AVStream *stream, const QString &path, int threads)
+{
+    const AVCodec *codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    if (!codec)
+        throw MediaError(u"无法解码媒体文件 "_s + path);
+    CodecPtr context(avcodec_alloc_context3(codec));
+    if (!context || avcodec_parameters_to_context(context.get(), stream->codecpar) < 0)
+        throw MediaError(u"无法解码媒体文件 "_s + path);
+    context->pkt_timebase = stream->time_base;
+    context->thread_count = threads;
+    if (avcodec_open2(context.get(), codec, nullptr) < 0)
+        throw MediaError(u"无法解码媒体文件 "_s + path);
+    return context;
+}
+
+double originSeconds(const AVFormatContext *context)
+{
+    return context->start_time == AV_NOPTS_VALUE ? 0.0 : double(context->start_time) / AV_TIME_BASE;
+}
+
+double frameSeconds(const AVFrame *frame, const AVStream *stream, double origin)
+{
+    const int64_t pts = frame->best_effort_timestamp != AV_NOPTS_VALUE
+        ? frame->best_effort_timestamp
+        : frame->pts;
+    if (pts == AV_NOPTS_VALUE)
+        return std::nan("");
+    return double(pts) * av_q2d(stream->time_base) - origin;
+}
+
+} // namespace kavel::media::ffmpeg

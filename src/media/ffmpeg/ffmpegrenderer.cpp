@@ -1,0 +1,197 @@
+#include "ffmpegrenderer.h"
+
+#include "editaudio.h"
+#include "outputfile.h"
+#include "videosource.h"
+
+#include <QFile>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+#include <QHash>
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::media::ffmpeg {
+
+namespace {
+
+bool isMovie(RenderFormat format)
+{
+    return format == RenderFormat::mp4 || format == RenderFormat::mov;
+}
+
+// Sound is rendered in blocks of this many samples.
+constexpr std::int64_t audioBlock = 4096;
+
+struct Cancelled
+{
+};
+
+class FfmpegRenderJob final : public RenderJob
+{
+public:
+    explicit FfmpegRenderJob(RenderRequest request)
+        : m_request(std::move(request))
+    {
+        // The encoders' statistics and the muxers' notes are not Kavel's diagnostics; MLT's
+        // module also raises the level when it loads, so it is set for every job.
+        av_log_set_level(AV_LOG_ERROR);
+        m_thread = std::thread([this] { run(); });
+    }
+
+    ~FfmpegRenderJob() override
+    {
+        m_cancelled = true;
+        m_thread.join();
+    }
+
+    RenderState poll() override { return m_state.load(); }
+    double progress() const override { return m_progress.load(); }
+    QString errorText() const override
+    {
+        std::lock_guard lock(m_errorMutex);
+        return m_error;
+    }
+    void cancel() override { m_cancelled = true; }
+
+private:
+    void run()
+    {
+        try {
+            if (isMovie(m_request.format))
+                renderMovie();
+            else
+                renderSound();
+            m_progress = 1.0;
+            m_state = RenderState::completed;
+        } catch (const Cancelled &) {
+            QFile::remove(m_request.outputPath);
+            m_state = RenderState::cancelled;
+        } catch (const Error &error) {
+            fail(error.description());
+        } catch (const std::exception &error) {
+            fail(QString::fromLocal8Bit(error.what()));
+        }
+    }
+
+    void fail(const QString &why)
+    {
+        QFile::remove(m_request.outputPath);
+        {
+            std::lock_guard lock(m_errorMutex);
+            m_error = why;
+        }
+        m_state = RenderState::failed;
+    }
+
+    void checkCancelled() const
+    {
+        if (m_cancelled.load())
+            throw Cancelled {};
+    }
+
+    void renderSound()
+    {
+        EditAudio audio(m_request.editList, FfmpegRenderer::audioSampleRate);
+        OutputFile file(m_request.outputPath, m_request.format, audio.rate());
+        std::vector<float> left(audioBlock), right(audioBlock);
+        const double total = std::max<double>(double(audio.totalSamples()), 1.0);
+        while (audio.position() < audio.totalSamples()) {
+            checkCancelled();
+            const std::int64_t n = audio.render(left.data(), right.data(), audioBlock);
+            file.writeAudio(left.data(), right.data(), n);
+            m_progress = std::min(double(audio.position()) / total, 0.99);
+        }
+        file.finish();
+    }
+
+    VideoSource &videoOf(const QString &path, QSize size, AVPixelFormat format)
+    {
+        auto it = m_videos.find(path);
+        if (it == m_videos.end())
+            it = m_videos.insert(path, std::make_shared<VideoSource>(path, size, format));
+        return **it;
+    }
+
+    void renderMovie()
+    {
+        const EditList &edit = m_request.editList;
+        const QSize size(m_request.frameSize.width() & ~1, m_request.frameSize.height() & ~1);
+        // The picture runs at the rate of the first source that has one.
+        timing::Rate rate;
+        for (const EditSegment &segment : edit.segments) {
+            if (segment.withVideo) {
+                rate = videoOf(segment.sourcePath, size, AV_PIX_FMT_YUV420P).frameRate();
+                break;
+            }
+        }
+        EditAudio audio(edit, FfmpegRenderer::movieSampleRate);
+        OutputFile file(m_request.outputPath, m_request.format, audio.rate(),
+                        {m_request.videoEncoding, size, rate});
+        std::vector<float> left, right;
+        const std::int64_t frames = timing::frameCount(edit.duration(), rate);
+        qsizetype segment = 0;
+        for (std::int64_t k = 0; k < frames; ++k) {
+            checkCancelled();
+            // Output frame k shows what the map plays at k / fps.
+            while (segment + 1 < edit.segments.size()
+                   && timing::outputFrames(edit.segments.at(segment + 1), rate).begin <= k)
+                ++segment;
+            const EditSegment &current = edit.segments.at(segment);
+            const AVFrame *picture = current.withVideo
+                ? videoOf(current.sourcePath, size, file.pixelFormat())
+                      .frameAt(timing::sourceTimeAtFrame(current, k, rate))
+                : file.blackFrame();
+            file.writeVideo(picture, k);
+
+            // The sound that plays while this frame shows, so the two stay interleaved.
+            const std::int64_t until = k + 1 == frames
+                ? audio.totalSamples()
+                : timing::sampleAt(rate.secondsAt(k + 1), audio.rate());
+            const std::int64_t n = std::max<std::int64_t>(until - audio.position(), 0);
+            left.resize(size_t(n));
+            right.resize(size_t(n));
+            audio.render(left.data(), right.data(), n);
+            file.writeAudio(left.data(), right.data(), n);
+            m_progress = std::min(double(k + 1) / double(frames), 0.99);
+        }
+        file.finish();
+    }
+
+    RenderRequest m_request;
+    QHash<QString, std::shared_ptr<VideoSource>> m_videos;
+    std::atomic<RenderState> m_state {RenderState::running};
+    std::atomic<double> m_progress {0.0};
+    std::atomic<bool> m_cancelled {false};
+    mutable std::mutex m_errorMutex;
+    QString m_error;
+    // Last: it starts running once everything above exists.
+    std::thread m_thread;
+};
+
+} // namespace
+
+std::unique_ptr<RenderJob> FfmpegRenderer::start(const RenderRequest &request)
+{
+    if (!canEncode(request.format))
+        throw MediaError(u"缺少所需的编码器"_s);
+    if (isMovie(request.format) && !OutputFile::canEncode(request.format, request.videoEncoding))
+        throw MediaError(u"缺少所需的视频编码器"_s);
+    if (request.editList.segments.isEmpty())
+        throw MediaError(u"没有可渲染的内容"_s);
+    return std::make_unique<FfmpegRenderJob>(request);
+}
+
+bool FfmpegRenderer::canEncode(RenderFormat format) const
+{
+    return OutputFile::canEncode(format, VideoEncoding::h264)
+        || (isMovie(format) && OutputFile::canEncode(format, VideoEncoding::hevc));
+}
+
+} // namespace kavel::media::ffmpeg

@@ -1,0 +1,229 @@
+// Exports of media that encode their own position, cut a thousand times and more, read back
+// and compared with the composition map at every cut.
+#include "export/subtitlewriter.h"
+#include "generatedmedia.h"
+#include "media/ffmpeg/ffmpegrenderer.h"
+#include "positionmedia.h"
+#include "support/transcriptbuilder.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+#include <cstdio>
+#include <gtest/gtest.h>
+
+using namespace kavel;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double sourceSeconds = 60.0;
+
+class ExactExport : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite() { s_dir = new QTemporaryDir; }
+    static void TearDownTestSuite() { delete s_dir; }
+
+    static CompositionPlan plan(const QList<WordBlock> &blocks, const QString &path, bool video)
+    {
+        return planComposition(blocks, {{{}, path, video, sourceSeconds}});
+    }
+
+    // Renders synchronously; the job runs on its own thread.
+    static QString render(const EditList &edit, media::RenderFormat format, const QString &name,
+                          QSize frameSize = {160, 90})
+    {
+        media::RenderRequest request;
+        request.editList = edit;
+        request.format = format;
+        request.frameSize = frameSize;
+        request.outputPath = QDir(s_dir->path()).filePath(name);
+        media::ffmpeg::FfmpegRenderer renderer;
+        const auto job = renderer.start(request);
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return job->poll() != media::RenderState::running; }, 300'000));
+        EXPECT_EQ(job->poll(), media::RenderState::completed) << qPrintable(job->errorText());
+        return request.outputPath;
+    }
+
+    static inline QTemporaryDir *s_dir = nullptr;
+};
+
+struct SoundCase
+{
+    int rate;
+    int channels;
+    int runs;
+    media::RenderFormat format;
+};
+
+class ExactSound : public ExactExport, public ::testing::WithParamInterface<SoundCase>
+{
+};
+
+// Seconds of an SRT timestamp "HH:MM:SS,mmm".
+double cueSeconds(const QByteArray &stamp)
+{
+    const QList<QByteArray> parts = stamp.trimmed().replace(',', ':').split(':');
+    return parts[0].toInt() * 3600.0 + parts[1].toInt() * 60.0 + parts[2].toInt()
+        + parts[3].toInt() / 1000.0;
+}
+
+TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
+{
+    const SoundCase c = GetParam();
+    const bool lossy = c.format != media::RenderFormat::wav;
+    const QString name
+        = u"%1-%2-%3"_s.arg(lossy ? u"noise"_s : u"ramp"_s).arg(c.rate).arg(c.channels);
+    const QString source = (lossy ? test::makeNoiseSound : test::makeRampSound)(
+        s_dir->path(), name + u".wav"_s, sourceSeconds, c.rate, c.channels);
+    std::mt19937 random(c.rate + c.runs);
+    const QList<WordBlock> blocks = test::randomEdit(sourceSeconds, c.runs, random);
+    const CompositionPlan map = plan(blocks, source, false);
+    const test::Sound sound = test::decodeSound(
+        render(map.editList, media::RenderFormat::wav, name + u"-out.wav"_s), 44100);
+    EXPECT_EQ(sound.size(), timing::sampleAt(map.duration, 44100));
+
+    double worst = 0.0;
+    if (lossy) {
+        const test::Sound coded
+            = test::decodeSound(render(map.editList, c.format, name + u"-out.m4a"_s), 44100);
+        worst = test::worstLag(coded, sound, map.editList);
+        EXPECT_LT(std::abs(coded.size() - sound.size()), 0.005 * 44100);
+    } else {
+        const test::SoundOffsets offsets = test::measureSoundOffsets(sound, map.editList);
+        EXPECT_GT(offsets.segmentsChecked, c.runs);
+        worst = std::max({offsets.worstAtStarts, offsets.worstAtEnds, offsets.worstSample});
+    }
+    EXPECT_LT(worst, 0.001);
+
+    // Every cue starts where its word's sound starts; the last ends with the file.
+    const QList<QByteArray> lines = subRipDocument(blocks, map).split('\n');
+    qsizetype segment = 0;
+    double worstCue = 0.0, lastEnd = 0.0;
+    for (qsizetype i = 1; i < lines.size(); i += 4) {
+        const QList<QByteArray> times = lines[i].split('>');
+        const double start = cueSeconds(times[0].chopped(2));
+        lastEnd = cueSeconds(times[1]);
+        if (segment < map.editList.segments.size())
+            worstCue = std::max(
+                worstCue, std::abs(start - map.editList.segments[segment++].compositionStart));
+    }
+    EXPECT_LT(worstCue, 0.001);
+    EXPECT_LT(std::abs(lastEnd - double(sound.size()) / sound.rate), 0.005);
+    std::printf("[ exact ] %s, %lld cuts: worst offset %.3f ms, cue %.3f ms, file end - last cue "
+                "%.3f ms\n",
+                qPrintable(name + (lossy ? u" m4a"_s : u" wav"_s)),
+                qlonglong(map.editList.segments.size()), worst * 1e3, worstCue * 1e3,
+                (double(sound.size()) / sound.rate - lastEnd) * 1e3);
+}
+
+INSTANTIATE_TEST_SUITE_P(RatesAndFormats, ExactSound,
+                         ::testing::Values(SoundCase {8000, 1, 1000, media::RenderFormat::wav},
+                                           SoundCase {22050, 1, 1000, media::RenderFormat::wav},
+                                           SoundCase {22050, 2, 1000, media::RenderFormat::m4a},
+                                           SoundCase {44100, 2, 2000, media::RenderFormat::wav},
+                                           SoundCase {96000, 2, 1000, media::RenderFormat::wav}));
+
+class ExactPicture : public ExactExport, public ::testing::WithParamInterface<int>
+{
+};
+
+TEST_P(ExactPicture, FramesFollowTheGridAndStayWithTheirSound)
+{
+    const int fps = GetParam();
+    const QString source
+        = test::makeCountingVideo(s_dir->path(), u"count-%1.mp4"_s.arg(fps), sourceSeconds, fps);
+    std::mt19937 random(fps);
+    const CompositionPlan map = plan(test::randomEdit(sourceSeconds, 1000, random), source, true);
+    const QString out
+        = render(map.editList, media::RenderFormat::mp4, u"count-%1-out.mp4"_s.arg(fps));
+
+    const timing::Rate rate {fps, 1};
+    const std::vector<int> numbers = test::decodeFrameNumbers(out);
+    const test::Sound sound = test::decodeSound(out, 48000);
+    ASSERT_EQ(std::int64_t(numbers.size()), timing::frameCount(map.duration, rate));
+    // The picture ends within a frame of the sound.
+    EXPECT_LT(std::abs(double(numbers.size()) / fps - double(sound.size()) / sound.rate),
+              1.0 / fps);
+
+    const EditList &edit = map.editList;
+    int wrongFrames = 0, checked = 0;
+    double worstAv = 0.0;
+    for (std::int64_t k = 0; k < std::int64_t(numbers.size()); ++k) {
+        const qsizetype s = edit.segmentAt(rate.secondsAt(k));
+        ASSERT_GE(s, 0);
+        const EditSegment &segment = edit.segments[s];
+        if (numbers[size_t(k)]
+            != timing::nearestIndex(timing::sourceTimeAtFrame(segment, k, rate), rate))
+            ++wrongFrames;
+        // Where a whole frame's time lies inside one word, its sound is measurable.
+        const double from = rate.secondsAt(k), to = rate.secondsAt(k + 1);
+        if (from - segment.compositionStart < 0.008 || segment.compositionEnd() - to < 0.008)
+            continue;
+        const double heard = test::rampTimeAround(sound, from + 0.5 / fps) - 0.5 / fps;
+        worstAv = std::max(worstAv,
+                           std::abs(test::rampDifference(heard, double(numbers[size_t(k)]) / fps)));
+        ++checked;
+    }
+    EXPECT_EQ(wrongFrames, 0);
+    EXPECT_GT(checked, 1000);
+    // Half a frame, and the AAC sound's own millisecond of noise.
+    EXPECT_LT(worstAv, 0.5 / fps + 0.002);
+    std::printf("[ exact ] %d fps, %lld segments, %zu frames: %d frames off the grid, worst A/V "
+                "offset %.2f ms over %d frames\n",
+                fps, qlonglong(edit.segments.size()), numbers.size(), wrongFrames, worstAv * 1e3,
+                checked);
+}
+
+INSTANTIATE_TEST_SUITE_P(FrameRates, ExactPicture, ::testing::Values(30, 25));
+
+double rms(const test::Sound &sound, const std::vector<float> &channel, double from, double to)
+{
+    double sum = 0;
+    const auto first = std::int64_t(from * sound.rate), last = std::int64_t(to * sound.rate);
+    for (std::int64_t n = first; n < last; ++n)
+        sum += double(channel[size_t(n)]) * channel[size_t(n)];
+    return std::sqrt(sum / double(last - first));
+}
+
+TEST_F(ExactExport, LevelsFadesAndJoinsFollowEachWord)
+{
+    // A mono 440 Hz sine at half scale, recorded at 22.05 kHz.
+    const QString tone = QDir(s_dir->path()).filePath(u"mono.wav"_s);
+    test::runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s, u"aevalsrc=0.5*sin(2*PI*440*t):s=22050:d=6"_s,
+                     u"-c:a"_s, u"pcm_s16le"_s, tone});
+    const auto segment = [](double start, int order) {
+        return test::timedWord(start, start + 0.5, order, {}, u"词"_s);
+    };
+    QList<WordBlock> blocks {segment(0.0, 0), segment(1.0, 1), segment(2.0, 2), segment(3.0, 3),
+                             segment(4.013, 4)};
+    blocks[1].isMuted = true;
+    blocks[2].volumeLevel = 0.5f;
+    // Fades longer than the word ramp over the whole word and still reach its volume.
+    blocks[3].fadeInDuration = 2.0;
+    blocks[4].fadeOutDuration = 2.0;
+    const CompositionPlan map = plan(blocks, tone, false);
+    const test::Sound out
+        = test::decodeSound(render(map.editList, media::RenderFormat::wav, u"levels.wav"_s), 44100);
+
+    const double full = 0.5 / std::sqrt(2.0);
+    for (const auto *channel : {&out.left, &out.right})
+        EXPECT_NEAR(rms(out, *channel, 0.05, 0.45), full, 0.01) << "mono keeps its level on both";
+    EXPECT_LT(rms(out, out.left, 0.51, 0.99), 1e-4);
+    EXPECT_NEAR(rms(out, out.left, 1.05, 1.45), full / 2, 0.01);
+    EXPECT_NEAR(rms(out, out.left, 1.5 + 0.22, 1.5 + 0.28) / full, 0.5, 0.03);
+    EXPECT_NEAR(rms(out, out.left, 1.5 + 0.47, 1.5 + 0.495) / full, 0.97, 0.03);
+    EXPECT_NEAR(rms(out, out.left, 2.0 + 0.005, 2.0 + 0.03) / full, 0.97, 0.03);
+    EXPECT_NEAR(rms(out, out.left, 2.0 + 0.22, 2.0 + 0.28) / full, 0.5, 0.03);
+
+    // The jump between the last two words (at a different phase of the sine) is smoothed:
+    // no step between neighbouring samples larger than the sine's own.
+    double steepest = 0.0;
+    for (auto n = std::int64_t(1.99 * out.rate); n < std::int64_t(2.01 * out.rate); ++n)
+        steepest
+            = std::max(steepest, double(std::abs(out.left[size_t(n)] - out.left[size_t(n - 1)])));
+    EXPECT_LT(steepest, 0.5 * 2 * M_PI * 440 / out.rate * 1.1);
+}
+
+} // namespace
