@@ -1,6 +1,7 @@
 // Preview responsiveness on the real consumer (sdl2_audio; headless with the dummy
 // audio driver), playing 1080p30 H.264 cut into one-second words:
 //  - a seek while playing must show the new frame within 150 ms;
+//  - dragging the progress bar while paused must show each new position within 150 ms;
 //  - playing at 1x across cuts must show every frame (30 fps, none dropped);
 //  - deleting a word while playing must keep the play head on the same source moment.
 #include "benchmedia.h"
@@ -104,6 +105,46 @@ void BM_SeekWhilePlaying(benchmark::State &state)
     p.model.pause();
 }
 BENCHMARK(BM_SeekWhilePlaying)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(12);
+
+// Dragging the progress bar while paused. The pointer crosses the whole result in a
+// second; as the player view does, the next seek goes out once the last one's frame has
+// shown (or after 250 ms), to wherever the pointer is by then. Each seek's frame should
+// show within 150 ms, and the picture should follow at many frames a second.
+void BM_DragProgressBar(benchmark::State &state)
+{
+    Preview &p = preview();
+    p.model.pause();
+    bench::waitFor([] { return false; }, 300);
+    std::vector<double> latencies;
+    double framesPerSecond = 0.0;
+    for (auto _ : state) {
+        const double duration = p.model.duration();
+        QElapsedTimer drag;
+        drag.start();
+        int seeks = 0;
+        while (drag.elapsed() < 1000) {
+            const double t = duration * double(drag.elapsed()) / 1000.0;
+            const int frame = p.frameOf(t);
+            p.shown.clear();
+            const qint64 at = p.sinceStart.elapsed();
+            p.model.seek(t);
+            ++seeks;
+            const auto hit = [&] {
+                return std::find_if(p.shown.cbegin(), p.shown.cend(),
+                                    [&](const auto &f) { return p.frameOf(f.first) == frame; });
+            };
+            const bool seen = bench::waitFor([&] { return hit() != p.shown.cend(); }, 250);
+            latencies.push_back(seen ? double(hit()->second - at) / 1000.0 : 0.25);
+        }
+        state.SetIterationTime(drag.nsecsElapsed() / 1e9);
+        framesPerSecond += seeks / (drag.nsecsElapsed() / 1e9);
+    }
+    std::sort(latencies.begin(), latencies.end());
+    state.counters["frames_per_s"] = framesPerSecond / double(state.iterations());
+    state.counters["median_ms"] = latencies[latencies.size() / 2] * 1e3;
+    state.counters["max_ms"] = latencies.back() * 1e3;
+}
+BENCHMARK(BM_DragProgressBar)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void BM_PlayAcrossCuts(benchmark::State &state)
 {

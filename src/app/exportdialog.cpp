@@ -8,6 +8,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -53,8 +54,8 @@ QString stepText(const QString &step)
 
 } // namespace
 
-ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
-                           std::function<QString(const QString &)> pickFolder, QWidget *parent)
+ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPicker pickFolder,
+                           QWidget *parent)
     : QDialog(parent)
     , m_flow(flow)
     , m_editor(editor)
@@ -62,6 +63,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     , m_title(new QLineEdit(this))
     , m_folder(new QPushButton(symbolIcon(u"folder"_s), u"选择…"_s, this))
     , m_folderLabel(new QLabel(this))
+    , m_duration(new QLabel(this))
     , m_video(new QCheckBox(u"视频"_s, this))
     , m_videoFormat(new QComboBox(this))
     , m_resolution(new QComboBox(this))
@@ -93,6 +95,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     folderRow->addWidget(m_folderLabel, 1);
     folderRow->addWidget(m_folder);
     form->addRow(u"导出目录"_s, folderRow);
+    form->addRow(u"时长"_s, m_duration);
     auto *videoRow = new QHBoxLayout;
     videoRow->addWidget(m_video);
     videoRow->addWidget(m_videoFormat);
@@ -123,7 +126,10 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     connect(m_folder, &QPushButton::clicked, this, [this] {
         if (!m_pickFolder)
             return;
-        const QString folder = m_pickFolder(u"选择导出目录"_s);
+        const ExportSettings &current = m_flow.settings();
+        const QString folder = m_pickFolder(u"选择导出目录"_s,
+                                            current.outputPath ? current.outputPath->toLocalFile()
+                                                               : m_flow.defaultExportPath());
         if (folder.isEmpty())
             return;
         ExportSettings s = m_flow.settings();
@@ -139,6 +145,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     connect(&flow, &ExportFlow::exportErrorChanged, this, &ExportDialog::showOutcome);
     connect(&flow, &ExportFlow::exportNoticeChanged, this, &ExportDialog::showOutcome);
     connect(&flow, &ExportFlow::exportCompleteChanged, this, &ExportDialog::showOutcome);
+    connect(&flow, &ExportFlow::exportCancelledChanged, this, &ExportDialog::showOutcome);
     connect(&flow, &ExportFlow::stepStarted, this,
             [this](const QString &step) { m_outcome->setText(stepText(step)); });
     connect(&flow.renderService(), &LocalRenderService::progressChanged, this,
@@ -146,10 +153,13 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
     connect(m_close, &QPushButton::clicked, this, &ExportDialog::reject);
     connect(m_start, &QPushButton::clicked, this, [this] {
         applyControls();
+        // Nothing of the last run stays on screen once a new one starts.
+        m_outcome->clear();
         setRunning(true);
-        QCoro::connect(m_flow.startExport(ExportSubject {m_editor.project(), m_editor.paragraphs(),
-                                                         m_editor.isAudioTrackMuted()}),
-                       this, [this] { setRunning(false); });
+        QCoro::connect(m_flow.startExport(subject()), this, [this] {
+            setRunning(false);
+            showOutcome();
+        });
     });
 
     if (m_flow.settings().title.isEmpty() && m_editor.project()) {
@@ -157,13 +167,19 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor,
         s.title = m_editor.project()->metadata().title;
         m_flow.setSettings(s);
     }
+    m_duration->setText(ExportFlow::formatDuration(m_flow.editedDuration(subject())));
     showSettings();
+}
+
+ExportSubject ExportDialog::subject() const
+{
+    return {m_editor.project(), m_editor.paragraphs(), m_editor.isAudioTrackMuted()};
 }
 
 void ExportDialog::reject()
 {
     if (m_running) {
-        m_flow.renderService().cancel();
+        m_flow.cancel();
         return;
     }
     QDialog::reject();
@@ -187,6 +203,7 @@ void ExportDialog::showSettings()
                        static_cast<QWidget *>(m_codec)})
         w->setEnabled(s.videoEnabled);
     m_audioFormat->setEnabled(s.audioEnabled);
+    m_start->setEnabled(!m_running && (s.videoEnabled || s.audioEnabled || s.subtitleEnabled));
 }
 
 void ExportDialog::applyControls()
@@ -205,13 +222,24 @@ void ExportDialog::applyControls()
 
 void ExportDialog::showOutcome()
 {
+    if (m_running)
+        return; // the step under way is shown until the run is over
     QStringList lines;
+    if (m_flow.exportCancelled())
+        lines.append(u"导出已取消"_s);
     if (m_flow.exportError())
         lines.append(*m_flow.exportError());
     if (m_flow.exportNotice())
         lines.append(*m_flow.exportNotice());
-    if (m_flow.exportComplete() && !m_flow.exportError())
-        lines.append(u"导出完成"_s);
+    if (m_flow.exportComplete()) {
+        const QStringList &files = m_flow.writtenFiles();
+        if (!files.isEmpty() && !m_flow.exportError())
+            lines.append(u"导出完成"_s);
+        else if (files.isEmpty() && !m_flow.exportError())
+            lines.append(u"没有导出任何文件"_s);
+        for (const QString &file : files)
+            lines.append(u"已写出 "_s + QFileInfo(file).fileName());
+    }
     m_outcome->setText(lines.join(u'\n'));
     QPalette tone = m_outcome->palette();
     tone.setColor(QPalette::WindowText,
@@ -224,7 +252,7 @@ void ExportDialog::setRunning(bool running)
     m_running = running;
     m_progress->setVisible(running);
     m_progress->setValue(0);
-    m_start->setEnabled(!running);
+    showSettings();
     m_close->setText(running ? u"停止"_s : (m_flow.exportComplete() ? u"完成"_s : u"取消"_s));
     for (QWidget *w : {static_cast<QWidget *>(m_title), static_cast<QWidget *>(m_folder),
                        static_cast<QWidget *>(m_video), static_cast<QWidget *>(m_audio),

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "folderpicker.h"
+
 #include <QDialog>
-#include <functional>
 
 class QCheckBox;
 class QComboBox;
@@ -13,24 +14,27 @@ class QPushButton;
 namespace kavel {
 class EditorViewModel;
 class ExportFlow;
+struct ExportSubject;
 } // namespace kavel
 
 namespace kavel::app {
 
 // Edits the export options of the flow and runs it over the editor's document; the
-// outcome (error, notice, completion) is shown in the dialog itself.
+// outcome (error, notice, completion, the files written) is shown in the dialog itself.
 class ExportDialog : public QDialog
 {
     Q_OBJECT
 
 public:
-    ExportDialog(ExportFlow &flow, EditorViewModel &editor,
-                 std::function<QString(const QString &title)> pickFolder,
+    ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPicker pickFolder,
                  QWidget *parent = nullptr);
 
     QLineEdit *titleField() const { return m_title; }
     QPushButton *folderButton() const { return m_folder; }
     QLabel *folderLabel() const { return m_folderLabel; }
+    // How long the edited result lasts.
+    QLabel *durationLabel() const { return m_duration; }
+    QPushButton *closeButton() const { return m_close; }
     QCheckBox *videoToggle() const { return m_video; }
     QCheckBox *audioToggle() const { return m_audio; }
     QCheckBox *subtitleToggle() const { return m_subtitles; }
@@ -38,11 +42,12 @@ public:
     QLabel *outcomeLabel() const { return m_outcome; }
     bool isRunning() const { return m_running; }
 
-    // While an export runs, closing only stops it: the run still uses the flow the
-    // dialog owns.
+    // While an export runs, closing (Escape, 停止) stops it and stays: the run still uses
+    // the flow the dialog owns, and its end is shown.
     void reject() override;
 
 private:
+    ExportSubject subject() const;
     void showSettings();
     void applyControls();
     void showOutcome();
@@ -50,10 +55,11 @@ private:
 
     ExportFlow &m_flow;
     EditorViewModel &m_editor;
-    std::function<QString(const QString &)> m_pickFolder;
+    FolderPicker m_pickFolder;
     QLineEdit *m_title;
     QPushButton *m_folder;
     QLabel *m_folderLabel;
+    QLabel *m_duration;
     QCheckBox *m_video;
     QComboBox *m_videoFormat;
     QComboBox *m_resolution;

@@ -1,10 +1,10 @@
 #include "homepage.h"
 
 #include "editor/editorviewmodel.h"
+#include "filemanager.h"
 #include "symbolicons.h"
 
 #include <QContextMenuEvent>
-#include <QDesktopServices>
 #include <QDragEnterEvent>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -161,7 +161,7 @@ QMenu *ProjectCard::createContextMenu()
     const QString path = m_reference.bundlePath;
     menu->addAction(u"打开"_s, this,
                     [this, path] { Q_EMIT openRequested(QUrl::fromLocalFile(path)); });
-    menu->addAction(u"在 Finder 中显示"_s, this, [this, path] { Q_EMIT revealRequested(path); });
+    menu->addAction(u"在文件管理器中显示"_s, this, [this, path] { Q_EMIT revealRequested(path); });
     menu->addAction(u"删除"_s, this, [this] { Q_EMIT deleteRequested(m_reference); });
     return menu;
 }
@@ -331,9 +331,8 @@ void HomePage::rebuildCards()
         const ProjectReference &ref = shown.at(i);
         auto *card = new ProjectCard(ref, m_store.thumbnail(ref.id), asRows, m_cardsContainer);
         connect(card, &ProjectCard::openRequested, this, &HomePage::openProjectRequested);
-        connect(card, &ProjectCard::revealRequested, this, [](const QString &path) {
-            QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
-        });
+        connect(card, &ProjectCard::revealRequested, this,
+                [](const QString &path) { revealInFileManager(path); });
         connect(card, &ProjectCard::deleteRequested, this,
                 [this](const ProjectReference &r) { m_store.deleteProject(r); });
         if (rows)

@@ -48,21 +48,22 @@ QList<QUrl> pickMediaFiles(QWidget *parent, const QString &title)
                                         app::mediaFileFilter());
 }
 
-// The MLT player converts its frames to the surface's size on its own thread and hands
-// them over through frameShown(); the queued connection brings them to `show`.
-void routeFrames(media::Player &player, app::VideoSurface *surface, QObject *receiver,
-                 std::function<void(const QImage &)> show)
+// The MLT player converts its frames to the size the view shows them at, on its own
+// thread, and hands them over through frameShown(); the queued connection brings them to
+// `show`. `sizeChanged` is the view's signal that carries that size.
+template<typename View>
+void routeFrames(media::Player &player, View *view, void (View::*sizeChanged)(QSize),
+                 QSize initialSize, std::function<void(const QImage &)> show)
 {
     auto *mlt = dynamic_cast<media::mlt::MltPlayer *>(&player);
     if (!mlt)
         return;
     QObject::connect(
-        mlt, &media::mlt::MltPlayer::frameShown, receiver,
+        mlt, &media::mlt::MltPlayer::frameShown, view,
         [show = std::move(show)](const QImage &frame, double) { show(frame); },
         Qt::QueuedConnection);
-    QObject::connect(surface, &app::VideoSurface::sizeChanged, mlt,
-                     [mlt](QSize size) { mlt->setVideoSize(size); });
-    mlt->setVideoSize(surface->size());
+    QObject::connect(view, sizeChanged, mlt, [mlt](QSize size) { mlt->setVideoSize(size); });
+    mlt->setVideoSize(initialSize);
 }
 
 } // namespace
@@ -118,15 +119,16 @@ int main(int argc, char *argv[])
     shell.login = &login;
     shell.pickMedia
         = [&dialogParent](const QString &title) { return pickMediaFiles(dialogParent, title); };
-    shell.pickFolder = [&dialogParent](const QString &title) {
-        return QFileDialog::getExistingDirectory(dialogParent, title);
+    shell.pickFolder = [&dialogParent](const QString &title, const QString &startFolder) {
+        const QString start = QFileInfo(startFolder).isDir() ? startFolder : QDir::homePath();
+        return QFileDialog::getExistingDirectory(dialogParent, title, start);
     };
     shell.makeExportFlow = [&engine, &renderer, &settings] {
         return std::make_unique<ExportFlow>(engine, renderer, settings);
     };
     shell.makeGuidePlayer = [&engine](app::VideoSurface &surface) {
         auto guide = std::make_unique<GuidePlayerViewModel>(engine);
-        routeFrames(guide->player(), &surface, &surface,
+        routeFrames(guide->player(), &surface, &app::VideoSurface::sizeChanged, surface.size(),
                     [&surface](const QImage &frame) { surface.showFrame(frame); });
         return guide;
     };
@@ -134,7 +136,8 @@ int main(int argc, char *argv[])
     dialogParent = &window;
 
     app::VideoPlayerView *playerView = window.editorView()->playerView();
-    routeFrames(editor.playerVM().player(), playerView->surface(), playerView,
+    routeFrames(editor.playerVM().player(), playerView, &app::VideoPlayerView::frameSizeChanged,
+                playerView->frameSize(),
                 [playerView](const QImage &frame) { playerView->showFrame(frame); });
 
     window.show();

@@ -12,8 +12,10 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QSplitter>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -51,14 +53,14 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     auto *tools = new QHBoxLayout(toolbar);
     tools->setContentsMargins(8, 0, 8, 6);
     toolbar->setLayout(tools);
-    auto *undo = addToolButton(toolbar, u"arrow.uturn.backward"_s, u"撤销 (Cmd+Z)"_s);
-    auto *redo = addToolButton(toolbar, u"arrow.uturn.forward"_s, u"重做 (Shift+Cmd+Z)"_s);
-    auto *cut = addToolButton(toolbar, u"scissors"_s, u"剪切 (Cmd+X)"_s);
-    auto *copy = addToolButton(toolbar, u"doc.on.doc"_s, u"拷贝 (Cmd+C)"_s);
-    auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, u"粘贴 (Cmd+V)"_s);
+    auto *undo = addToolButton(toolbar, u"arrow.uturn.backward"_s, u"撤销 (Ctrl+Z)"_s);
+    auto *redo = addToolButton(toolbar, u"arrow.uturn.forward"_s, u"重做 (Ctrl+Shift+Z)"_s);
+    auto *cut = addToolButton(toolbar, u"scissors"_s, u"剪切 (Ctrl+X)"_s);
+    auto *copy = addToolButton(toolbar, u"doc.on.doc"_s, u"拷贝 (Ctrl+C)"_s);
+    auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, u"粘贴 (Ctrl+V)"_s);
     auto *remove = addToolButton(toolbar, u"trash"_s, u"删除 (Delete)"_s);
     auto *fillers = addToolButton(toolbar, u"wand.and.stars"_s, u"删除语气词"_s);
-    auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, u"保存 (Cmd+S)"_s);
+    auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, u"保存 (Ctrl+S)"_s);
 
     m_savedBox = new QWidget(toolbar);
     auto *savedLayout = new QHBoxLayout(m_savedBox);
@@ -74,6 +76,8 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
 
     m_search = new QLineEdit(toolbar);
     m_search->setPlaceholderText(u"搜索"_s);
+    m_search->setToolTip(u"搜索 (Ctrl+F)"_s);
+    m_search->installEventFilter(this);
     m_search->addAction(symbolIcon(u"magnifyingglass"_s), QLineEdit::LeadingPosition);
     m_search->setClearButtonEnabled(true);
     m_search->setMaximumWidth(220);
@@ -121,6 +125,21 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     shade.setColor(QPalette::WindowText, Qt::white);
     m_overlay->setPalette(shade);
     auto *overlayLayout = new QVBoxLayout(m_overlay);
+    overlayLayout->addStretch(1);
+    auto *steps = new QHBoxLayout;
+    steps->addStretch(1);
+    for (const QString &step : transcriptionSteps()) {
+        if (!m_stepLabels.isEmpty()) {
+            auto *arrow = new QLabel(u"→"_s, m_overlay);
+            arrow->setEnabled(false);
+            steps->addWidget(arrow);
+        }
+        auto *label = new QLabel(step, m_overlay);
+        steps->addWidget(label);
+        m_stepLabels.append(label);
+    }
+    steps->addStretch(1);
+    overlayLayout->addLayout(steps);
     m_processingLabel = new QLabel(m_overlay);
     m_processingLabel->setAlignment(Qt::AlignCenter);
     m_processingLabel->setWordWrap(true);
@@ -128,6 +147,9 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     big.setPointSizeF(big.pointSizeF() * 1.3);
     m_processingLabel->setFont(big);
     overlayLayout->addWidget(m_processingLabel);
+    m_dismiss = new QPushButton(u"关闭"_s, m_overlay);
+    overlayLayout->addWidget(m_dismiss, 0, Qt::AlignHCenter);
+    overlayLayout->addStretch(1);
     m_overlay->hide();
 
     connect(m_back, &QToolButton::clicked, this, &MainEditorView::backRequested);
@@ -167,10 +189,32 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
             m_search->setText(m_editor.searchQuery());
     });
 
-    connect(&editor, &EditorViewModel::isProcessingChanged, this,
-            &MainEditorView::refreshProcessing);
+    // How an import ended stays on screen until the user closes it or something else
+    // starts: a failure would otherwise vanish with the cover that showed the progress.
+    connect(&editor, &EditorViewModel::isProcessingChanged, this, [this] {
+        m_showsOutcome = !m_editor.isProcessing();
+        refreshProcessing();
+    });
     connect(&editor, &EditorViewModel::processingStatusChanged, this,
             &MainEditorView::refreshProcessing);
+    connect(&editor, &EditorViewModel::transcriptionStepChanged, this,
+            &MainEditorView::refreshProcessing);
+    connect(&editor, &EditorViewModel::projectChanged, this, [this] {
+        m_showsOutcome = false;
+        refreshProcessing();
+    });
+    connect(m_dismiss, &QPushButton::clicked, this, [this] {
+        m_showsOutcome = false;
+        refreshProcessing();
+    });
+    // Ctrl+F asks for the search bar, which is always there: it takes the cursor, and
+    // gives the request back when the cursor leaves it, so the next Ctrl+F works again.
+    connect(&editor, &EditorViewModel::showSearchBarChanged, this, [this] {
+        if (!m_editor.showSearchBar())
+            return;
+        m_search->setFocus(Qt::ShortcutFocusReason);
+        m_search->selectAll();
+    });
 
     refreshUndoButtons();
     refreshSearchCounter();
@@ -230,10 +274,46 @@ void MainEditorView::refreshSearchCounter()
 
 void MainEditorView::refreshProcessing()
 {
+    const bool processing = m_editor.isProcessing();
+    if (!processing && m_editor.processingStatus().isEmpty())
+        m_showsOutcome = false; // it ended well: nothing to keep on screen
     m_processingLabel->setText(m_editor.processingStatus());
+    const QString &current = m_editor.transcriptionStep();
+    for (QLabel *label : std::as_const(m_stepLabels)) {
+        QFont font = label->font();
+        font.setBold(label->text() == current);
+        label->setFont(font);
+        label->setEnabled(label->text() == current);
+    }
+    for (QWidget *w : m_overlay->findChildren<QLabel *>()) {
+        if (w != m_processingLabel)
+            w->setVisible(processing && !current.isEmpty());
+    }
+    m_dismiss->setVisible(!processing);
     m_overlay->setGeometry(rect());
     m_overlay->raise();
-    m_overlay->setVisible(m_editor.isProcessing());
+    m_overlay->setVisible(processing || (m_showsOutcome && !m_editor.processingStatus().isEmpty()));
+}
+
+const QStringList &MainEditorView::transcriptionSteps()
+{
+    static const QStringList steps {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s};
+    return steps;
+}
+
+bool MainEditorView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_search) {
+        if (event->type() == QEvent::FocusOut) {
+            m_editor.setShowSearchBar(false);
+        } else if (event->type() == QEvent::KeyPress
+                   && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+            // Escape hands the keys back to the transcript.
+            m_transcript->setFocus(Qt::ShortcutFocusReason);
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void MainEditorView::resizeEvent(QResizeEvent *event)

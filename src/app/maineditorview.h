@@ -4,6 +4,7 @@
 
 class QLabel;
 class QLineEdit;
+class QPushButton;
 class QToolButton;
 
 namespace kavel {
@@ -38,8 +39,13 @@ public:
     QLabel *searchCounter() const { return m_counter; }
     QToolButton *previousMatchButton() const { return m_previous; }
     QToolButton *nextMatchButton() const { return m_next; }
+    // Covers the editor while an import runs, and afterwards with how it failed until
+    // closed with dismissButton().
     QWidget *processingOverlay() const { return m_overlay; }
     QLabel *processingLabel() const { return m_processingLabel; }
+    QPushButton *dismissButton() const { return m_dismiss; }
+    // The import's steps as the cover names them; the running one is enabled.
+    const QList<QLabel *> &stepLabels() const { return m_stepLabels; }
     VideoPlayerView *playerView() const { return m_player; }
     ui::MagneticTextStripView *transcriptView() const { return m_transcript; }
     ui::TimelineView *timelineView() const { return m_timeline; }
@@ -49,8 +55,10 @@ Q_SIGNALS:
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    static const QStringList &transcriptionSteps();
     QToolButton *addToolButton(QWidget *bar, const QString &symbol, const QString &tooltip);
     void copySelectionToClipboard();
     void refreshUndoButtons();
@@ -72,6 +80,10 @@ private:
     ui::TimelineView *m_timeline;
     QWidget *m_overlay;
     QLabel *m_processingLabel;
+    QList<QLabel *> m_stepLabels;
+    QPushButton *m_dismiss;
+    // The import has ended and its last status has not been closed yet.
+    bool m_showsOutcome = false;
 };
 
 } // namespace kavel::app

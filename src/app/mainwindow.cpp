@@ -7,6 +7,7 @@
 #include "model/projectstore.h"
 #include "screens.h"
 #include "service/appstate.h"
+#include "service/settings.h"
 #include "symbolicons.h"
 
 #include <QButtonGroup>
@@ -205,7 +206,9 @@ void MainWindow::openProjectFromPicker()
 {
     if (!m_services.pickFolder)
         return;
-    const QString bundle = m_services.pickFolder(u"选择 .kavel 项目"_s);
+    // Bundles are folders; the user's own live in the projects folder.
+    const QString bundle
+        = m_services.pickFolder(u"选择 .kavel 项目文件"_s, m_services.store->directory());
     if (!bundle.isEmpty())
         openProject(QUrl::fromLocalFile(bundle));
 }
@@ -345,6 +348,10 @@ void MainWindow::showExportSheet()
     }
     std::unique_ptr<ExportFlow> flow = m_services.makeExportFlow();
     auto *dialog = new ExportDialog(*flow, m_editor, m_services.pickFolder, this);
+    // The next export starts where this one went, unless a default folder is set.
+    service::Settings *settings = m_services.settings;
+    connect(flow.get(), &ExportFlow::exportStarted, dialog,
+            [settings](const QString &folder) { settings->setLastExportPath(folder); });
     flow->setParent(dialog); // the flow lives as long as its dialog
     flow.release();
     dialog->setAttribute(Qt::WA_DeleteOnClose);

@@ -44,8 +44,7 @@ struct ShellServices
     service::LoginModel *login = nullptr;
     // Shows a file dialog for media with this title; returns the chosen files.
     std::function<QList<QUrl>(const QString &title)> pickMedia;
-    // Shows a folder dialog with this title; returns the folder, empty when cancelled.
-    std::function<QString(const QString &title)> pickFolder;
+    FolderPicker pickFolder;
     // Makes the export flow for one export dialog; the export button has nothing to show
     // without it.
     std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;

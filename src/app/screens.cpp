@@ -139,8 +139,7 @@ void ImportConfirmDialog::rebuildRows()
 
 // --- SettingsPage ----------------------------------------------------------------------
 
-SettingsPage::SettingsPage(service::Settings &settings,
-                           std::function<QString(const QString &)> pickFolder, QWidget *parent)
+SettingsPage::SettingsPage(service::Settings &settings, FolderPicker pickFolder, QWidget *parent)
     : QWidget(parent)
     , m_settings(settings)
     , m_pickFolder(std::move(pickFolder))
@@ -164,7 +163,7 @@ SettingsPage::SettingsPage(service::Settings &settings,
     connect(m_choose, &QPushButton::clicked, this, [this] {
         if (!m_pickFolder)
             return;
-        const QString folder = m_pickFolder(u"选择默认导出目录"_s);
+        const QString folder = m_pickFolder(u"选择默认导出目录"_s, m_settings.defaultExportPath());
         if (folder.isEmpty())
             return;
         m_settings.setDefaultExportPath(folder);

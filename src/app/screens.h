@@ -1,5 +1,7 @@
 #pragma once
 
+#include "folderpicker.h"
+
 #include <QDialog>
 #include <QUrl>
 #include <functional>
@@ -59,8 +61,7 @@ class SettingsPage : public QWidget
     Q_OBJECT
 
 public:
-    SettingsPage(service::Settings &settings, std::function<QString(const QString &)> pickFolder,
-                 QWidget *parent = nullptr);
+    SettingsPage(service::Settings &settings, FolderPicker pickFolder, QWidget *parent = nullptr);
 
     QLabel *pathLabel() const { return m_path; }
     QPushButton *chooseButton() const { return m_choose; }
@@ -73,7 +74,7 @@ private:
     void refresh();
 
     service::Settings &m_settings;
-    std::function<QString(const QString &)> m_pickFolder;
+    FolderPicker m_pickFolder;
     QLabel *m_path;
     QPushButton *m_choose;
     QPushButton *m_clear;

@@ -13,13 +13,23 @@
 #include <QPropertyAnimation>
 #include <QScreen>
 #include <QSlider>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
 using namespace Qt::StringLiterals;
 
 namespace kavel::app {
+
+namespace {
+
+// How long a seek may take to show its frame before the next one goes out anyway.
+constexpr int seekPatienceMilliseconds = 250;
+
+} // namespace
 
 QString playerTimeText(double seconds)
 {
@@ -44,6 +54,7 @@ VideoSurface::VideoSurface(QWidget *parent)
 
 void VideoSurface::showFrame(const QImage &frame)
 {
+    m_soundOnly = frame.isNull();
     m_frame = frame;
     update();
 }
@@ -58,6 +69,10 @@ void VideoSurface::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
     p.fillRect(rect(), Qt::black);
+    if (m_soundOnly) {
+        paintSoundPlaceholder(p);
+        return;
+    }
     if (m_frame.isNull())
         return;
     p.setRenderHint(QPainter::SmoothPixmapTransform);
@@ -68,6 +83,32 @@ void VideoSurface::paintEvent(QPaintEvent *)
     const QSizeF room = sideways ? QSizeF(height(), width()) : QSizeF(size());
     QSizeF fitted = QSizeF(m_frame.size()).scaled(room, Qt::KeepAspectRatio);
     p.drawImage(QRectF(QPointF(-fitted.width() / 2, -fitted.height() / 2), fitted), m_frame);
+}
+
+// A row of bars like a level meter, with the word for what is playing under it.
+void VideoSurface::paintSoundPlaceholder(QPainter &p)
+{
+    static constexpr double heights[]
+        = {0.30, 0.55, 0.85, 0.45, 1.00, 0.65, 0.35, 0.75, 0.50, 0.25};
+    const double unit = std::clamp(std::min(width(), height()) / 40.0, 2.0, 8.0);
+    const double tallest = unit * 12.0;
+    const double barCount = std::size(heights);
+    const double left = width() / 2.0 - (barCount * 2.0 - 1.0) * unit / 2.0;
+    const double middle = height() / 2.0 - unit * 2.0;
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(120, 160, 230));
+    for (qsizetype i = 0; i < std::ssize(heights); ++i) {
+        const double h = std::max(unit, tallest * heights[i]);
+        p.drawRoundedRect(QRectF(left + i * 2.0 * unit, middle - h / 2.0, unit, h), unit / 2.0,
+                          unit / 2.0);
+    }
+    QFont caption = font();
+    caption.setPixelSize(int(std::lround(unit * 3.5)));
+    p.setFont(caption);
+    p.setPen(QColor(255, 255, 255, 150));
+    p.drawText(QRectF(0.0, middle + tallest / 2.0 + unit * 2.0, width(), unit * 6.0),
+               Qt::AlignHCenter | Qt::AlignTop, u"音频"_s);
 }
 
 void VideoSurface::resizeEvent(QResizeEvent *event)
@@ -106,8 +147,18 @@ void FullscreenVideoWindow::keyPressEvent(QKeyEvent *event)
 {
     if (event->key() == Qt::Key_Escape)
         close();
+    else if (event->key() == Qt::Key_Space && !event->isAutoRepeat())
+        Q_EMIT playPauseRequested();
     else
         QWidget::keyPressEvent(event);
+}
+
+void FullscreenVideoWindow::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    // The keys go here while the preview covers the screen, so Escape always leaves.
+    activateWindow();
+    setFocus(Qt::ActiveWindowFocusReason);
 }
 
 void FullscreenVideoWindow::resizeEvent(QResizeEvent *event)
@@ -206,14 +257,23 @@ void VideoProgressBar::dragTo(double x)
     const double w = trackWidth();
     const double fraction = w > 0.0 ? std::clamp((x - horizontalInset) / w, 0.0, 1.0) : 0.0;
     m_isDragging = true;
-    m_dragTime = m_duration * fraction;
+    const double time = m_duration * fraction;
+    const bool moved = time != m_dragTime;
+    m_dragTime = time;
     update();
+    // Every step of a drag seeks, so the picture follows the pointer; the engine lets a
+    // newer seek overtake one still under way.
+    if (moved && m_onSeek)
+        m_onSeek(m_dragTime);
 }
 
 void VideoProgressBar::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton)
-        dragTo(event->position().x());
+    if (event->button() != Qt::LeftButton)
+        return;
+    // A click where the play head already is seeks all the same.
+    m_dragTime = -1.0;
+    dragTo(event->position().x());
 }
 
 void VideoProgressBar::mouseMoveEvent(QMouseEvent *event)
@@ -228,9 +288,6 @@ void VideoProgressBar::mouseReleaseEvent(QMouseEvent *event)
         return;
     dragTo(event->position().x());
     m_isDragging = false;
-    // Seeking once at the end keeps a long drag from queueing a seek per pixel.
-    if (m_onSeek)
-        m_onSeek(m_dragTime);
     update();
 }
 
@@ -247,6 +304,7 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     , m_volume(new QSlider(Qt::Horizontal, this))
     , m_time(new QLabel(this))
     , m_fullscreen(new QToolButton(this))
+    , m_seekPacer(new QTimer(this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -313,7 +371,17 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     });
     connect(m_volume, &QSlider::valueChanged, this,
             [this](int value) { m_player.setVolume(float(value) / 100.0f); });
-    m_progress->setOnSeek([this](double t) { m_player.setCurrentTime(t); });
+    m_seekPacer->setSingleShot(true);
+    m_seekPacer->setInterval(seekPatienceMilliseconds);
+    connect(m_seekPacer, &QTimer::timeout, this, [this] {
+        if (const std::optional<double> next = std::exchange(m_pendingSeek, std::nullopt))
+            seekNow(*next);
+    });
+    m_progress->setOnSeek([this](double t) { seekFromBar(t); });
+    connect(m_surface, &VideoSurface::sizeChanged, this, [this](QSize size) {
+        if (!isFullscreen())
+            Q_EMIT frameSizeChanged(size);
+    });
 
     connect(&player, &VideoPlayerViewModel::currentTimeChanged, this,
             &VideoPlayerView::refreshTime);
@@ -344,6 +412,25 @@ void VideoPlayerView::showFrame(const QImage &frame)
     m_surface->showFrame(frame);
     if (m_fullscreenWindow)
         m_fullscreenWindow->surface()->showFrame(frame);
+    if (m_seekPacer->isActive()) {
+        m_seekPacer->stop();
+        if (const std::optional<double> next = std::exchange(m_pendingSeek, std::nullopt))
+            seekNow(*next);
+    }
+}
+
+void VideoPlayerView::seekFromBar(double t)
+{
+    if (m_seekPacer->isActive())
+        m_pendingSeek = t;
+    else
+        seekNow(t);
+}
+
+void VideoPlayerView::seekNow(double t)
+{
+    m_player.seek(t);
+    m_seekPacer->start();
 }
 
 void VideoPlayerView::setFullscreen(bool fullscreen)
@@ -353,12 +440,18 @@ void VideoPlayerView::setFullscreen(bool fullscreen)
     if (!fullscreen) {
         // Deleted later: this may run from the window's own close.
         m_fullscreenWindow.release()->deleteLater();
+        Q_EMIT frameSizeChanged(frameSize());
     } else {
         m_fullscreenWindow = std::make_unique<FullscreenVideoWindow>();
         FullscreenVideoWindow *window = m_fullscreenWindow.get();
         window->surface()->setRotationDegrees(m_player.videoRotationDegrees());
-        window->surface()->showFrame(m_surface->frame());
+        if (m_surface->isSoundOnly() || !m_surface->frame().isNull())
+            window->surface()->showFrame(m_surface->frame());
         connect(window, &FullscreenVideoWindow::closed, this, [this] { setFullscreen(false); });
+        connect(window, &FullscreenVideoWindow::playPauseRequested, this,
+                [this] { m_player.togglePlayPause(); });
+        connect(window->surface(), &VideoSurface::sizeChanged, this,
+                [this](QSize size) { Q_EMIT frameSizeChanged(size); });
         connect(&m_player, &VideoPlayerViewModel::videoRotationDegreesChanged, window,
                 [this, window] {
                     window->surface()->setRotationDegrees(m_player.videoRotationDegrees());
@@ -369,6 +462,12 @@ void VideoPlayerView::setFullscreen(bool fullscreen)
     }
     m_fullscreen->setIcon(symbolIcon(fullscreen ? u"arrow.down.right.and.arrow.up.left"_s
                                                 : u"arrow.up.left.and.arrow.down.right"_s));
+}
+
+QSize VideoPlayerView::frameSize() const
+{
+    const VideoSurface *shown = m_fullscreenWindow ? m_fullscreenWindow->surface() : m_surface;
+    return shown->size() * shown->devicePixelRatioF();
 }
 
 void VideoPlayerView::refreshTime()

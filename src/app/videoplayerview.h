@@ -6,10 +6,12 @@
 #include <QWidget>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QComboBox;
 class QLabel;
 class QSlider;
+class QTimer;
 class QToolButton;
 
 namespace kavel {
@@ -22,7 +24,9 @@ namespace kavel::app {
 QString playerTimeText(double seconds);
 
 // Shows the frames the preview engine hands in, fitted and turned by the preview's
-// rotation. The engine learns the size it should deliver from sizeChanged().
+// rotation, on black. The engine learns the size it should deliver from sizeChanged().
+// A null frame stands for a moment of sound without a picture, which shows a sound
+// placeholder instead.
 class VideoSurface : public QWidget
 {
     Q_OBJECT
@@ -31,7 +35,9 @@ public:
     explicit VideoSurface(QWidget *parent = nullptr);
 
     void showFrame(const QImage &frame);
+    // The last picture shown; null before the first and while only sound plays.
     const QImage &frame() const { return m_frame; }
+    bool isSoundOnly() const { return m_soundOnly; }
     void setRotationDegrees(double degrees);
 
 Q_SIGNALS:
@@ -44,11 +50,16 @@ protected:
     void mouseDoubleClickEvent(QMouseEvent *event) override;
 
 private:
+    void paintSoundPlaceholder(QPainter &painter);
+
     QImage m_frame;
+    bool m_soundOnly = false;
     double m_rotation = 0.0;
 };
 
 // The play head over the composition, with the deleted stretches of the source marked.
+// A press seeks at once and a drag keeps seeking as it moves, so the picture follows
+// the pointer.
 class VideoProgressBar : public QWidget
 {
     Q_OBJECT
@@ -89,7 +100,7 @@ private:
 };
 
 // The preview alone on a borderless window over the whole screen. A double click, the
-// close button or Escape ends it.
+// close button or Escape ends it; Space plays and pauses as in the editor.
 class FullscreenVideoWindow : public QWidget
 {
     Q_OBJECT
@@ -102,9 +113,11 @@ public:
 
 Q_SIGNALS:
     void closed();
+    void playPauseRequested();
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+    void showEvent(QShowEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
 
@@ -136,8 +149,18 @@ public:
     // while it is open.
     void showFrame(const QImage &frame);
     void setFullscreen(bool fullscreen);
+    // The size, in device pixels, that frames are shown at right now.
+    QSize frameSize() const;
+
+Q_SIGNALS:
+    // The frames are now shown at this size in device pixels: the surface's, or the
+    // screen's while the preview is full screen. The engine renders at it, so a full
+    // screen picture is not a small frame blown up.
+    void frameSizeChanged(QSize size);
 
 private:
+    void seekFromBar(double t);
+    void seekNow(double t);
     void refreshTime();
     void refreshPlaying();
 
@@ -151,6 +174,12 @@ private:
     QLabel *m_time;
     QToolButton *m_fullscreen;
     std::unique_ptr<FullscreenVideoWindow> m_fullscreenWindow;
+    // A drag asks for a seek per pointer step, faster than frames can be decoded; each
+    // seek would cancel the decoding of the one before and the picture would stand still.
+    // So one seek is out at a time, until its frame shows (or a while has passed), and
+    // the next goes to wherever the pointer is by then.
+    QTimer *m_seekPacer;
+    std::optional<double> m_pendingSeek;
 };
 
 } // namespace kavel::app

@@ -145,6 +145,8 @@ void EditorViewModel::openProject(const QUrl &url)
         loaded = KavelProject::load(url);
     } catch (const Error &error) {
         setProcessingStatus(u"打开项目失败: "_s + error.description());
+        logLine(u"[EditorVM] Failed to open "_s + url.toLocalFile() + u": "_s + error.description()
+                + (error.detail().isEmpty() ? QString() : u" ("_s + error.detail() + u')'));
         return;
     }
 

@@ -273,6 +273,7 @@ Q_SIGNALS:
 protected:
     void setProcessingStatus(const QString &status);
     void setIsProcessing(bool processing);
+    void setTranscriptionStep(const QString &step);
 
 private:
     // EditTarget: what the undo commands use.
@@ -308,7 +309,6 @@ private:
     QCoro::Task<> pollTranscription(QString taskId);
     void finishTranscription(const service::TranscriptionResult &result);
     void failTranscription(const QString &status);
-    void setTranscriptionStep(const QString &step);
     void setTranscriptionPollCount(int count);
     void logLine(const QString &line) const;
 

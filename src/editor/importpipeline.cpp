@@ -108,6 +108,10 @@ QCoro::Task<> EditorViewModel::importAndTranscribe(QList<QUrl> urls)
         co_await runImport(std::move(urls));
     } catch (const std::exception &error) {
         unreported = describe(error);
+        const auto *known = dynamic_cast<const Error *>(&error);
+        if (self && known && !known->detail().isEmpty())
+            logLine(u"[EditorVM] Import failed: "_s + unreported + u" ("_s + known->detail()
+                    + u')');
     }
     // The expired task and a failed result have said so already (and stopped
     // processing); anything else is told here, in its own words.

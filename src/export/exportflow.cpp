@@ -6,7 +6,10 @@
 #include "service/settings.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QPointer>
+#include <QTextStream>
 #include <cmath>
 #include <cstdio>
 
@@ -15,6 +18,19 @@ using namespace Qt::StringLiterals;
 namespace kavel {
 
 namespace {
+
+const QString noFileWritten = u"未生成有效的文件"_s;
+
+void log(const QString &line)
+{
+    QTextStream(stdout) << u"[Export] "_s << line << Qt::endl;
+}
+
+// The technical part of an error, for the log line only.
+QString detailOf(const Error &error)
+{
+    return error.detail().isEmpty() ? QString() : u" ("_s + error.detail() + u')';
+}
 
 QString audioExtension(AudioFormat format)
 {
@@ -52,8 +68,10 @@ ExportFlow::ExportFlow(media::MediaEngine &engine, media::Renderer &renderer,
     , m_renderService(engine, renderer)
     , m_defaultExportPath(settings.defaultExportPath())
 {
-    if (!m_defaultExportPath.isEmpty())
-        m_settings.outputPath = QUrl::fromLocalFile(m_defaultExportPath);
+    const QString start
+        = m_defaultExportPath.isEmpty() ? settings.lastExportPath() : m_defaultExportPath;
+    if (!start.isEmpty())
+        m_settings.outputPath = QUrl::fromLocalFile(start);
 }
 
 ExportFlow::~ExportFlow() = default;
@@ -109,6 +127,9 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     setExportError(std::nullopt);
     setExportComplete(false);
     setExportNotice(std::nullopt);
+    setExportCancelled(false);
+    setWrittenFiles({});
+    m_cancelRequested = false;
 
     if (!m_settings.outputPath) {
         setExportError(u"请选择导出目录"_s);
@@ -132,57 +153,123 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     m_projectTitle = subject.project->metadata().title;
     const QString exportsDirectory = subject.project->exportsDirectory();
     const ExportSettings settings = m_settings;
-    QDir().mkpath(settings.outputPath->toLocalFile());
+    const QString folder = settings.outputPath->toLocalFile();
+    QDir().mkpath(folder);
+    m_isExporting = true;
+    Q_EMIT exportStarted(folder);
     QPointer<ExportFlow> self(this);
     QStringList errors;
+    // A step's failure shows in the dialog in the error's own words; the detail behind
+    // them goes to the log.
+    const auto failed
+        = [&errors](const QString &step, const QString &failure, const QString &detail) {
+              errors.append(step + failure);
+              log(step + failure + detail);
+          };
 
     if (settings.subtitleEnabled) {
         Q_EMIT stepStarted(u"subtitles"_s);
+        // This step's text stands alone; what went wrong is for the log.
         try {
             m_renderService.writeSubtitles(sources, blocks, subtitlePath());
-        } catch (const Error &) {
+            if (!keepWritten(subtitlePath()))
+                failed(u"字幕导出失败"_s, {}, {});
+        } catch (const Error &error) {
             errors.append(u"字幕导出失败"_s);
+            log(u"字幕导出失败: "_s + error.description() + detailOf(error));
         }
     }
 
-    if (settings.audioEnabled) {
+    if (settings.audioEnabled && !m_cancelRequested) {
         Q_EMIT stepStarted(u"audio"_s);
-        QString failure;
+        QString failure, detail;
         try {
             co_await m_renderService.renderAudioOnly(sources, blocks, subject.isAudioTrackMuted,
                                                      settings.audioFormat, audioPath());
         } catch (const Error &error) {
             failure = error.description();
+            detail = detailOf(error);
         }
         if (!self)
             co_return;
-        if (!failure.isNull())
-            errors.append(u"音频导出失败: "_s + failure);
+        if (!m_cancelRequested && !failure.isNull())
+            failed(u"音频导出失败: "_s, failure, detail);
+        else if (!m_cancelRequested && !keepWritten(audioPath()))
+            failed(u"音频导出失败: "_s, noFileWritten, {});
     }
 
-    if (settings.videoEnabled) {
+    if (settings.videoEnabled && !m_cancelRequested) {
         if (isAudioMaterial(sources)) {
             setExportNotice(u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
         } else {
             Q_EMIT stepStarted(u"video"_s);
-            QString failure;
+            QString failure, detail;
             try {
                 co_await m_renderService.renderVideo(sources, blocks, settings, videoPath(),
                                                      subject.isAudioTrackMuted);
             } catch (const Error &error) {
                 failure = error.description();
+                detail = detailOf(error);
             }
             if (!self)
                 co_return;
-            if (!failure.isNull())
-                errors.append(u"视频导出失败: "_s + failure);
+            if (!m_cancelRequested && !failure.isNull())
+                failed(u"视频导出失败: "_s, failure, detail);
+            else if (!m_cancelRequested && !keepWritten(videoPath()))
+                failed(u"视频导出失败: "_s, noFileWritten, {});
         }
     }
 
+    m_isExporting = false;
+    if (m_cancelRequested) {
+        endCancelled();
+        co_return;
+    }
     setExportComplete(true);
     if (!errors.isEmpty())
         setExportError(errors.join(u"，"_s));
     QDir().mkpath(exportsDirectory);
+}
+
+void ExportFlow::cancel()
+{
+    if (!m_isExporting)
+        return;
+    m_cancelRequested = true;
+    m_renderService.cancel();
+}
+
+bool ExportFlow::keepWritten(const QString &path)
+{
+    if (QFileInfo(path).size() <= 0) {
+        log(u"Nothing written to "_s + path);
+        return false;
+    }
+    setWrittenFiles(m_writtenFiles + QStringList {path});
+    return true;
+}
+
+// A stopped export leaves nothing of itself: a render that was cut short has removed its
+// partial file already, and the steps that had finished are taken back.
+void ExportFlow::endCancelled()
+{
+    for (const QString &path : std::as_const(m_writtenFiles))
+        QFile::remove(path);
+    setWrittenFiles({});
+    setExportCancelled(true);
+    log(u"Cancelled"_s);
+}
+
+double ExportFlow::editedDuration(const ExportSubject &subject)
+{
+    if (!subject.project)
+        return 0.0;
+    const QList<PlaybackSource> sources = sourcesOf(*subject.project);
+    const QList<WordBlock> blocks = flattenParagraphs(subject.paragraphs);
+    if (sources.isEmpty() || blocks.isEmpty())
+        return 0.0;
+    const LoadedSources loaded = loadSourceTracks(m_engine, sources, [](const QString &) {});
+    return loaded.tracks.isEmpty() ? 0.0 : planComposition(blocks, loaded.tracks).duration;
 }
 
 QString ExportFlow::formatDuration(double seconds)
@@ -220,6 +307,22 @@ void ExportFlow::setExportNotice(std::optional<QString> notice)
         return;
     m_exportNotice = std::move(notice);
     Q_EMIT exportNoticeChanged();
+}
+
+void ExportFlow::setExportCancelled(bool cancelled)
+{
+    if (cancelled == m_exportCancelled)
+        return;
+    m_exportCancelled = cancelled;
+    Q_EMIT exportCancelledChanged();
+}
+
+void ExportFlow::setWrittenFiles(const QStringList &files)
+{
+    if (files == m_writtenFiles)
+        return;
+    m_writtenFiles = files;
+    Q_EMIT writtenFilesChanged();
 }
 
 } // namespace kavel

@@ -35,9 +35,12 @@ class ExportFlow : public QObject
     Q_PROPERTY(std::optional<QString> exportError READ exportError NOTIFY exportErrorChanged)
     Q_PROPERTY(bool exportComplete READ exportComplete NOTIFY exportCompleteChanged)
     Q_PROPERTY(std::optional<QString> exportNotice READ exportNotice NOTIFY exportNoticeChanged)
+    Q_PROPERTY(bool exportCancelled READ exportCancelled NOTIFY exportCancelledChanged)
+    Q_PROPERTY(QStringList writtenFiles READ writtenFiles NOTIFY writtenFilesChanged)
 
 public:
-    // The default export folder, when one is set, is the starting output directory.
+    // The starting output directory is the default export folder when one is set, else
+    // the folder the last export went to (see exportStarted()).
     ExportFlow(media::MediaEngine &engine, media::Renderer &renderer,
                const service::Settings &settings, QObject *parent = nullptr);
     ~ExportFlow() override;
@@ -47,6 +50,11 @@ public:
     const std::optional<QString> &exportError() const { return m_exportError; }
     bool exportComplete() const { return m_exportComplete; }
     const std::optional<QString> &exportNotice() const { return m_exportNotice; }
+    // The last run was stopped with cancel(); it left no files behind.
+    bool exportCancelled() const { return m_exportCancelled; }
+    // The files the last run wrote, each checked to exist and to hold something.
+    const QStringList &writtenFiles() const { return m_writtenFiles; }
+    bool isExporting() const { return m_isExporting; }
     const QString &defaultExportPath() const { return m_defaultExportPath; }
 
     LocalRenderService &renderService() { return m_renderService; }
@@ -55,6 +63,12 @@ public:
     // fails does not stop the next. Resolves when the run is over; the outcome is in the
     // properties, never thrown.
     QCoro::Task<> startExport(ExportSubject subject);
+    // Stops the running export as a whole: the step under way ends, no later step runs,
+    // and the files this run wrote are removed.
+    void cancel();
+
+    // Seconds the edited result lasts: what the movie and the sound will last.
+    double editedDuration(const ExportSubject &subject);
 
     // Where each output goes for the current settings.
     QString subtitlePath() const;
@@ -69,15 +83,26 @@ Q_SIGNALS:
     void exportErrorChanged();
     void exportCompleteChanged();
     void exportNoticeChanged();
+    void exportCancelledChanged();
+    void writtenFilesChanged();
+    // A run passed its checks and writes into `folder`: the folder to remember as the
+    // last one used.
+    void exportStarted(const QString &folder);
     // One line per step as it begins: "subtitles", "audio" or "video".
     void stepStarted(const QString &step);
 
 private:
     QString outputFile(const QString &extension) const;
     bool isAudioMaterial(const QList<PlaybackSource> &sources);
+    // Whether a step's file is really there: a step may end without an error and without
+    // having written anything.
+    bool keepWritten(const QString &path);
+    void endCancelled();
     void setExportError(std::optional<QString> error);
     void setExportComplete(bool complete);
     void setExportNotice(std::optional<QString> notice);
+    void setExportCancelled(bool cancelled);
+    void setWrittenFiles(const QStringList &files);
 
     media::MediaEngine &m_engine;
     LocalRenderService m_renderService;
@@ -87,6 +112,10 @@ private:
     std::optional<QString> m_exportError;
     bool m_exportComplete = false;
     std::optional<QString> m_exportNotice;
+    bool m_exportCancelled = false;
+    QStringList m_writtenFiles;
+    bool m_isExporting = false;
+    bool m_cancelRequested = false;
 };
 
 } // namespace kavel

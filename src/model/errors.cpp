@@ -4,8 +4,9 @@
 
 namespace kavel {
 
-Error::Error(QString description)
+Error::Error(QString description, QString detail)
     : m_description(std::move(description))
+    , m_detail(std::move(detail))
     , m_utf8(m_description.toUtf8())
 { }
 
@@ -49,14 +50,14 @@ QString decodeErrorText(const QString &where, const QString &reason)
 
 } // namespace
 
-FileError::FileError(Kind kind, QString path, QString reason)
-    : Error(fileErrorText(kind, path, reason))
+FileError::FileError(Kind kind, QString path, QString reason, QString detail)
+    : Error(fileErrorText(kind, path, reason), std::move(detail))
     , m_kind(kind)
     , m_path(std::move(path))
 { }
 
-DecodeError::DecodeError(QString where, QString reason)
-    : Error(decodeErrorText(where, reason))
+DecodeError::DecodeError(QString where, QString reason, QString detail)
+    : Error(decodeErrorText(where, reason), std::move(detail))
     , m_where(std::move(where))
     , m_reason(std::move(reason))
 { }
@@ -64,10 +65,10 @@ DecodeError::DecodeError(QString where, QString reason)
 DecodeError DecodeError::nested(const QString &outer) const
 {
     if (m_where.isEmpty())
-        return DecodeError(outer, m_reason);
+        return DecodeError(outer, m_reason, detail());
     const QString joined
         = m_where.startsWith(u'[') ? QString(outer + m_where) : QString(outer + u'.' + m_where);
-    return DecodeError(joined, m_reason);
+    return DecodeError(joined, m_reason, detail());
 }
 
 KavelProjectError::KavelProjectError(Code code)

@@ -7,22 +7,26 @@
 namespace kavel {
 
 // Every error Kavel throws carries the text the user is shown. Callers that only
-// report failures catch this base and show description().
+// report failures catch this base and show description(). What the system, a parser or
+// a library said about it is detail(): for the log line, never for the user, since it
+// is in their words (and mostly in English), not ours.
 class Error : public std::exception
 {
 public:
-    explicit Error(QString description);
+    explicit Error(QString description, QString detail = {});
 
     const QString &description() const noexcept { return m_description; }
+    const QString &detail() const noexcept { return m_detail; }
     const char *what() const noexcept override { return m_utf8.constData(); }
 
 private:
     QString m_description;
+    QString m_detail;
     QByteArray m_utf8;
 };
 
-// A file-system operation that failed, described the way the desktop describes such
-// failures: what was attempted, on which file, and the system's reason.
+// A file-system operation that failed: what was attempted on which file, and our own
+// `reason` when there is one ("这是一个文件夹"). The system's reason is the detail.
 class FileError : public Error
 {
 public:
@@ -35,7 +39,7 @@ public:
         invalidName,
     };
 
-    FileError(Kind kind, QString path, QString reason = {});
+    FileError(Kind kind, QString path, QString reason = {}, QString detail = {});
 
     Kind kind() const noexcept { return m_kind; }
     const QString &path() const noexcept { return m_path; }
@@ -46,11 +50,12 @@ private:
 };
 
 // A JSON document that does not have the expected shape. `where` is the path of the
-// offending value inside the document ("paragraphs[2].wordBlocks[0].mediaEnd").
+// offending value inside the document ("paragraphs[2].wordBlocks[0].mediaEnd"); the
+// parser's own message, if any, is the detail.
 class DecodeError : public Error
 {
 public:
-    DecodeError(QString where, QString reason);
+    DecodeError(QString where, QString reason, QString detail = {});
 
     const QString &where() const noexcept { return m_where; }
     const QString &reason() const noexcept { return m_reason; }

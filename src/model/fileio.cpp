@@ -17,10 +17,10 @@ QByteArray readFile(const QString &path)
     if (QFileInfo(path).isDir())
         throw FileError(FileError::Kind::readFailed, path, QStringLiteral("这是一个文件夹"));
     if (!file.open(QIODevice::ReadOnly))
-        throw FileError(FileError::Kind::readFailed, path, file.errorString());
+        throw FileError(FileError::Kind::readFailed, path, {}, file.errorString());
     QByteArray bytes = file.readAll();
     if (file.error() != QFileDevice::NoError)
-        throw FileError(FileError::Kind::readFailed, path, file.errorString());
+        throw FileError(FileError::Kind::readFailed, path, {}, file.errorString());
     return bytes;
 }
 
@@ -28,14 +28,14 @@ void writeFileAtomically(const QString &path, const QByteArray &bytes)
 {
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
-        throw FileError(FileError::Kind::writeFailed, path, file.errorString());
+        throw FileError(FileError::Kind::writeFailed, path, {}, file.errorString());
     if (file.write(bytes) != bytes.size()) {
         const QString reason = file.errorString();
         file.cancelWriting();
-        throw FileError(FileError::Kind::writeFailed, path, reason);
+        throw FileError(FileError::Kind::writeFailed, path, {}, reason);
     }
     if (!file.commit())
-        throw FileError(FileError::Kind::writeFailed, path, file.errorString());
+        throw FileError(FileError::Kind::writeFailed, path, {}, file.errorString());
 }
 
 void makeDirectory(const QString &path)
@@ -55,7 +55,7 @@ void copyFile(const QString &from, const QString &to)
     if (QFileInfo(from).isDir())
         throw FileError(FileError::Kind::copyFailed, from, QStringLiteral("这是一个文件夹"));
     if (!source.copy(to))
-        throw FileError(FileError::Kind::copyFailed, from, source.errorString());
+        throw FileError(FileError::Kind::copyFailed, from, {}, source.errorString());
 }
 
 } // namespace kavel::fileio

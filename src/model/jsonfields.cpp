@@ -272,10 +272,9 @@ QJsonDocument parseDocument(const QByteArray &bytes)
     QJsonParseError error;
     QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError)
-        throw DecodeError(QString(),
-                          QStringLiteral("JSON 无法解析：%1（第 %2 个字节）")
-                              .arg(error.errorString())
-                              .arg(error.offset));
+        throw DecodeError(
+            QString(), QStringLiteral("JSON 无法解析"),
+            QStringLiteral("%1 at byte %2").arg(error.errorString()).arg(error.offset));
     return document;
 }
 

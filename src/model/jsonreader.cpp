@@ -32,9 +32,8 @@ Element parse(QByteArrayView bytes)
     Element root;
     const auto error = parser.parse(bytes.data(), static_cast<size_t>(bytes.size())).get(root);
     if (error)
-        throw DecodeError(QString(),
-                          QStringLiteral("JSON 无法解析：%1")
-                              .arg(QString::fromUtf8(simdjson::error_message(error))));
+        throw DecodeError(QString(), QStringLiteral("JSON 无法解析"),
+                          QString::fromUtf8(simdjson::error_message(error)));
     return root;
 }
 

@@ -23,6 +23,16 @@ QString bundleFile(const QUrl &bundleURL, QLatin1StringView name)
     return QDir(bundleURL.toLocalFile()).filePath(name);
 }
 
+// The same failure placed in its file, said once: the place inside the document and the
+// parser's words go with the detail.
+DecodeError inFile(const QString &path, const DecodeError &error)
+{
+    QString detail = error.where();
+    if (!error.detail().isEmpty())
+        detail += (detail.isEmpty() ? u""_s : u": "_s) + error.detail();
+    return DecodeError(path, error.reason(), detail);
+}
+
 } // namespace
 
 QString toRawValue(ProjectStatus status)
@@ -102,7 +112,7 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
         metadata = decodeMetadataDocument(fileio::readFile(metadataPath));
     } catch (const DecodeError &error) {
         // Name the file: "the data is malformed" alone does not tell the user which one.
-        throw DecodeError(metadataPath, error.description());
+        throw inFile(metadataPath, error);
     }
 
     auto project = std::make_unique<KavelProject>(std::move(metadata), bundleURL);
@@ -117,7 +127,7 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
                 try {
                     project->m_paragraphs = groupWordBlocks(decodeFlatWordBlocks(bytes));
                 } catch (const DecodeError &) {
-                    throw DecodeError(timelinePath, current.description());
+                    throw inFile(timelinePath, current);
                 }
             }
         } catch (const Error &error) {

@@ -76,6 +76,7 @@ VideoPlayerViewModel::~VideoPlayerViewModel()
     if (m_timeObserver)
         m_player->removeTimeObserver(*m_timeObserver);
     removeBoundaryObserver();
+    removeEndObserver();
     QObject::disconnect(m_statusObservation);
     if (m_rebuildWorkItem)
         m_clock.cancel(*m_rebuildWorkItem);
@@ -154,6 +155,8 @@ void VideoPlayerViewModel::rebuildComposition()
 
     const bool wasPlaying = m_isPlaying;
     const double anchor = compositionTimeToSourceTime(m_currentTime);
+    // The end moves with the edit; playing that resumes below watches the new one.
+    removeEndObserver();
 
     if (m_wordBlocks.isEmpty()) {
         playRawSource();
@@ -199,11 +202,15 @@ void VideoPlayerViewModel::rebuildComposition()
     target = std::max(std::min(target, m_duration), 0.0);
 
     QPointer<VideoPlayerViewModel> self(this);
-    m_player->seek(target, [this, self, target, wasPlaying](bool) {
+    const quint64 placement = ++m_placement;
+    m_player->seek(target, [this, self, target, wasPlaying, placement](bool) {
         if (!self)
             return;
-        setCurrentTime(target);
-        if (wasPlaying)
+        if (placement == m_placement)
+            publishCurrentTime(target);
+        // Only playback that is still wanted resumes: a pause, or the end of the result,
+        // that came in the meantime stands.
+        if (wasPlaying && m_isPlaying)
             startPlayback();
     });
     recomputeDeletedTimeRanges();
@@ -242,15 +249,23 @@ double VideoPlayerViewModel::compositionTimeToSourceTime(double t) const
     return m_compositionMap.first().block.mediaStart;
 }
 
+// A moment that no kept word plays (a pause, a deleted word, the silence before the first
+// word) stands for the word that follows it in the recording: opening a project whose
+// speech starts late then starts at its first word, and an edit beside the play head
+// moves it on to the next word rather than to the end.
 double VideoPlayerViewModel::sourceTimeToCompositionTime(double s) const
 {
     if (m_compositionMap.isEmpty())
         return s;
+    const CompositionEntry *next = nullptr;
     for (const CompositionEntry &entry : m_compositionMap) {
         if (entry.block.mediaStart <= s && s < entry.block.mediaEnd)
             return entry.compositionStart + (s - entry.block.mediaStart);
+        if (entry.block.mediaStart > s
+            && (!next || entry.block.mediaStart < next->block.mediaStart))
+            next = &entry;
     }
-    return m_compositionMap.last().compositionEnd();
+    return next ? next->compositionStart : m_compositionMap.last().compositionEnd();
 }
 
 void VideoPlayerViewModel::onPeriodicTime(double t)
@@ -258,21 +273,30 @@ void VideoPlayerViewModel::onPeriodicTime(double t)
     if (!std::isfinite(t))
         return;
     const double now = m_clock.now();
+    if (t != m_lastReportedTime) {
+        m_lastReportedTime = t;
+        m_reportedTimeSince = now;
+    } else if (m_isPlaying && m_duration > 0.0 && t >= m_duration - stalledEndWindow
+               && now - m_reportedTimeSince >= stalledEndWindow) {
+        reachedTheEnd();
+    }
+
     if (now - m_lastUIPublishTime < uiPublishInterval)
         return;
     m_lastUIPublishTime = now;
 
     if (std::abs(m_currentTime - t) > 0.001)
-        setCurrentTime(t);
+        publishCurrentTime(t);
+    setActiveWordBlockId(blockAt(t));
+}
 
-    QUuid active;
-    for (const CompositionEntry &entry : std::as_const(m_compositionMap)) {
-        if (entry.compositionStart <= t && t < entry.compositionEnd()) {
-            active = entry.block.id;
-            break;
-        }
+QUuid VideoPlayerViewModel::blockAt(double t) const
+{
+    for (const CompositionEntry &entry : m_compositionMap) {
+        if (entry.compositionStart <= t && t < entry.compositionEnd())
+            return entry.block.id;
     }
-    setActiveWordBlockId(active);
+    return {};
 }
 
 void VideoPlayerViewModel::recomputeDeletedTimeRanges()
@@ -293,8 +317,9 @@ void VideoPlayerViewModel::togglePlayPause()
     // Play at the very end (where an edit that removed the moment under the play head
     // leaves it) starts the edited result over, as any player does.
     if (m_duration > 0.0 && m_currentTime >= m_duration - endTolerance) {
+        ++m_placement;
         m_player->seek(0.0, [](bool) {});
-        setCurrentTime(0.0);
+        publishCurrentTime(0.0);
     }
     startPlayback();
 }
@@ -303,6 +328,9 @@ void VideoPlayerViewModel::startPlayback()
 {
     m_player->setRate(m_playbackSpeed);
     setIsPlaying(true);
+    // A range that is playing ends through its own observer, which reports it.
+    if (!m_boundaryObserver)
+        watchForTheEnd();
 }
 
 void VideoPlayerViewModel::pause()
@@ -310,6 +338,35 @@ void VideoPlayerViewModel::pause()
     m_player->setRate(0.0);
     setIsPlaying(false);
     removeBoundaryObserver();
+    removeEndObserver();
+}
+
+// Engines hold the last frame at the end and may keep their rate; the model stops there,
+// so the play button shows play and the next edit does not set the preview going again.
+void VideoPlayerViewModel::watchForTheEnd()
+{
+    removeEndObserver();
+    if (m_duration <= 0.0)
+        return;
+    QPointer<VideoPlayerViewModel> self(this);
+    m_endObserver = m_player->addBoundaryTimeObserver({m_duration}, [this, self] {
+        if (self)
+            reachedTheEnd();
+    });
+}
+
+void VideoPlayerViewModel::removeEndObserver()
+{
+    if (m_endObserver) {
+        m_player->removeTimeObserver(*m_endObserver);
+        m_endObserver.reset();
+    }
+}
+
+void VideoPlayerViewModel::reachedTheEnd()
+{
+    if (m_isPlaying && !m_boundaryObserver)
+        pause();
 }
 
 void VideoPlayerViewModel::stop()
@@ -365,9 +422,21 @@ void VideoPlayerViewModel::seekToBlock(const WordBlock &block)
     const CompositionEntry *entry = entryOfBlock(block.id);
     const double t
         = entry ? entry->compositionStart : sourceTimeToCompositionTime(block.mediaStart);
+    ++m_placement;
     m_player->seek(t, [](bool) {});
-    setCurrentTime(t);
+    publishCurrentTime(t);
     setActiveWordBlockId(block.id);
+}
+
+void VideoPlayerViewModel::seek(double t)
+{
+    if (!std::isfinite(t))
+        return;
+    t = std::clamp(t, 0.0, std::max(m_duration, 0.0));
+    ++m_placement;
+    m_player->seek(t, [](bool) {});
+    publishCurrentTime(t);
+    setActiveWordBlockId(blockAt(t));
 }
 
 void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
@@ -383,9 +452,10 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
     const double end = to->compositionEnd();
 
     removeBoundaryObserver();
+    ++m_placement;
     m_player->seek(start, [](bool) {});
     m_player->setStopTime(end);
-    setCurrentTime(start);
+    publishCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
     m_boundaryObserver
         = m_player->addBoundaryTimeObserver({end}, [this, self, onFinish = std::move(onFinish)] {
@@ -432,6 +502,12 @@ std::optional<QImage> VideoPlayerViewModel::thumbnail(const QUuid &sourceFileId,
 
 void VideoPlayerViewModel::setCurrentTime(double t)
 {
+    ++m_placement;
+    publishCurrentTime(t);
+}
+
+void VideoPlayerViewModel::publishCurrentTime(double t)
+{
     if (m_currentTime == t)
         return;
     m_currentTime = t;
@@ -443,6 +519,8 @@ void VideoPlayerViewModel::setDuration(double d)
     if (m_duration == d)
         return;
     m_duration = d;
+    if (m_endObserver)
+        watchForTheEnd();
     Q_EMIT durationChanged();
 }
 

@@ -38,6 +38,9 @@ public:
     static constexpr double rebuildDelay = 0.15;
     // How close to the end "at the end" is: the engine stops a frame short of it.
     static constexpr double endTolerance = 0.05;
+    // A play head that stands still this long, this close to the end, has played out: an
+    // engine that drops the last frames under load never crosses the end itself.
+    static constexpr double stalledEndWindow = 0.25;
 
     VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
                          QObject *parent = nullptr);
@@ -45,6 +48,7 @@ public:
 
     double currentTime() const { return m_currentTime; }
     // Sets the published play-head time without seeking (for a freshly opened project).
+    // A rebuild still under way then leaves the play head where this put it.
     void setCurrentTime(double t);
     double duration() const { return m_duration; }
     bool isPlaying() const { return m_isPlaying; }
@@ -77,6 +81,9 @@ public:
     void setPlaybackSpeed(float speed);
     void setVolume(float volume);
     void seekToBlock(const WordBlock &block);
+    // Moves the play head to `t` on the edited timeline, clamped to it; playback that is
+    // running goes on from there.
+    void seek(double t);
     void playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
                    std::function<void()> onFinish);
 
@@ -107,13 +114,19 @@ private:
     void finishLoadingSources();
     void playRawSource();
     void onPeriodicTime(double t);
+    void publishCurrentTime(double t);
     void recomputeDeletedTimeRanges();
     void setDuration(double d);
     void setIsPlaying(bool playing);
     void setActiveWordBlockId(const QUuid &id);
     void startPlayback();
     void removeBoundaryObserver();
+    void watchForTheEnd();
+    void removeEndObserver();
+    void reachedTheEnd();
     const CompositionEntry *entryOfBlock(const QUuid &id) const;
+    // The block playing at composition time `t`; null between and after the blocks.
+    QUuid blockAt(double t) const;
 
     media::MediaEngine &m_engine;
     PlaybackClock &m_clock;
@@ -131,6 +144,13 @@ private:
     double m_sourceDuration = 0.0;
     std::optional<media::Player::ObserverId> m_timeObserver;
     std::optional<media::Player::ObserverId> m_boundaryObserver;
+    // Ends playback at the end of the edited result; armed only while playing.
+    std::optional<media::Player::ObserverId> m_endObserver;
+    // Counts the placements of the play head (rebuilds, seeks): a rebuild's seek that
+    // completes after a newer placement leaves the play head alone.
+    quint64 m_placement = 0;
+    double m_lastReportedTime = -1.0;
+    double m_reportedTimeSince = 0.0;
     QMetaObject::Connection m_statusObservation;
     // Insertion order matters: "the first source" is the first one loaded.
     QList<SourceAsset> m_sourceAssets;

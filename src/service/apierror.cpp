@@ -33,8 +33,28 @@ APIError APIError::invalidResponse()
     return APIError(Code::invalidResponse, 0, {}, QStringLiteral("无效的服务器响应"));
 }
 
-TransportError::TransportError(QNetworkReply::NetworkError error, QString description)
-    : Error(std::move(description))
+namespace {
+
+QString transportText(QNetworkReply::NetworkError error)
+{
+    switch (error) {
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::HostNotFoundError:
+    case QNetworkReply::RemoteHostClosedError:
+    case QNetworkReply::NetworkSessionFailedError:
+        return QStringLiteral("无法连接到服务器");
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::OperationCanceledError:
+        return QStringLiteral("连接服务器超时");
+    default:
+        return QStringLiteral("网络错误");
+    }
+}
+
+} // namespace
+
+TransportError::TransportError(QNetworkReply::NetworkError error, QString detail)
+    : Error(transportText(error), std::move(detail))
     , m_error(error)
 { }
 

@@ -37,11 +37,12 @@ private:
 };
 
 // The request never got a reply: no connection, a time-out, an aborted transfer. Carries
-// Qt's reason so callers can tell a time-out from a refused connection.
+// Qt's error so callers can tell a time-out from a refused connection; Qt's text about
+// it is the detail.
 class TransportError : public Error
 {
 public:
-    TransportError(QNetworkReply::NetworkError error, QString description);
+    TransportError(QNetworkReply::NetworkError error, QString detail);
 
     QNetworkReply::NetworkError networkError() const noexcept { return m_error; }
 

@@ -77,4 +77,15 @@ void Settings::setDefaultExportPath(const QString &path)
     m_store->sync();
 }
 
+QString Settings::lastExportPath() const
+{
+    return string(lastExportPathKey).value_or(QString());
+}
+
+void Settings::setLastExportPath(const QString &path)
+{
+    m_store->setValue(QLatin1StringView(lastExportPathKey), path);
+    m_store->sync();
+}
+
 } // namespace kavel::service

@@ -17,6 +17,7 @@ public:
     static constexpr auto refreshTokenKey = "com.kavel.app.refresh_token";
     static constexpr auto apiBaseUrlKey = "apiBaseURL";
     static constexpr auto defaultExportPathKey = "defaultExportPath";
+    static constexpr auto lastExportPathKey = "lastExportPath";
     static constexpr auto baseUrlEnvironmentVariable = "KAVEL_API_BASE_URL";
     static constexpr int defaultServerPort = 8417;
 
@@ -40,6 +41,9 @@ public:
     // The export folder chosen on the settings screen; empty when none.
     QString defaultExportPath() const;
     void setDefaultExportPath(const QString &path);
+    // The folder the last export went to; empty before the first.
+    QString lastExportPath() const;
+    void setLastExportPath(const QString &path);
 
 private:
     std::optional<QString> string(const char *key) const;

@@ -5,6 +5,7 @@
 #include <QClipboard>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QToolButton>
 
 using namespace kavel;
@@ -39,8 +40,8 @@ protected:
 TEST_F(EditorScreenTest, ToolbarButtonsHaveIconsAndTooltips)
 {
     for (const QString &tip :
-         {u"撤销 (Cmd+Z)"_s, u"重做 (Shift+Cmd+Z)"_s, u"剪切 (Cmd+X)"_s, u"拷贝 (Cmd+C)"_s,
-          u"粘贴 (Cmd+V)"_s, u"删除 (Delete)"_s, u"删除语气词"_s}) {
+         {u"撤销 (Ctrl+Z)"_s, u"重做 (Ctrl+Shift+Z)"_s, u"剪切 (Ctrl+X)"_s, u"拷贝 (Ctrl+C)"_s,
+          u"粘贴 (Ctrl+V)"_s, u"删除 (Delete)"_s, u"删除语气词"_s, u"保存 (Ctrl+S)"_s}) {
         QToolButton *button = tool(tip);
         ASSERT_NE(button, nullptr);
         EXPECT_EQ(button->toolTip(), tip);
@@ -94,6 +95,23 @@ TEST_F(EditorScreenTest, SaveShowsTheConfirmationForAWhile)
 
 TEST_F(EditorScreenTest, SearchCountsAndStepsThroughMatches)
 {
+    // Ctrl+F asks for the search bar: the field takes the cursor with its text selected,
+    // each time it is asked again after the cursor went elsewhere.
+    view->show();
+    QApplication::setActiveWindow(view.get());
+    ASSERT_TRUE(QTest::qWaitForWindowActive(view.get()));
+    view->searchField()->setText(u"old"_s);
+    for (int round = 0; round < 2; ++round) {
+        view->exportButton()->setFocus();
+        ASSERT_FALSE(vm.showSearchBar());
+        vm.setShowSearchBar(true);
+        EXPECT_EQ(QApplication::focusWidget(), view->searchField()) << round;
+        EXPECT_EQ(view->searchField()->selectedText(), u"old"_s);
+    }
+    QTest::keyClick(view->searchField(), Qt::Key_Escape);
+    EXPECT_NE(QApplication::focusWidget(), view->searchField());
+    EXPECT_FALSE(vm.showSearchBar());
+
     view->searchField()->setText(u"go"_s);
     EXPECT_EQ(vm.searchResults().size(), 2);
     EXPECT_EQ(view->searchCounter()->text(), u"1/2"_s);
@@ -109,32 +127,65 @@ TEST_F(EditorScreenTest, SearchCountsAndStepsThroughMatches)
     EXPECT_FALSE(view->previousMatchButton()->isEnabled());
 }
 
-// The import pipeline is the only writer of the processing state; a subclass stands in.
+// The import pipeline is the only writer of the processing state; a subclass stands in,
+// changing it in the pipeline's order.
 class ProcessingEditor : public EditorViewModel
 {
 public:
     using EditorViewModel::EditorViewModel;
-    using EditorViewModel::setIsProcessing;
-    using EditorViewModel::setProcessingStatus;
+    void run(const QString &step, const QString &status)
+    {
+        setIsProcessing(true);
+        setTranscriptionStep(step);
+        setProcessingStatus(status);
+    }
+    void end(const QString &status)
+    {
+        setIsProcessing(false);
+        setProcessingStatus(status);
+        setTranscriptionStep({});
+    }
 };
 
-TEST(EditorScreenOverlay, CoversTheEditorWhileProcessing)
+TEST(EditorScreenOverlay, ShowsTheStepWhileProcessingAndAFailureUntilClosed)
 {
     test::FakeMediaEngine engine;
     test::FakeClock clock;
     ProcessingEditor editor(engine, clock);
     MainEditorView view(editor);
     view.resize(900, 600);
-    EXPECT_TRUE(view.processingOverlay()->isHidden());
+    view.show();
+    QWidget *cover = view.processingOverlay();
+    const auto shown = [&](const QString &status, const QString &step, bool closable) {
+        QStringList current;
+        for (QLabel *label : view.stepLabels())
+            if (label->isVisible() && label->isEnabled())
+                current.append(label->text());
+        return cover->isVisible() && view.processingLabel()->text() == status
+            && current == (step.isEmpty() ? QStringList() : QStringList {step})
+            && view.dismissButton()->isVisible() == closable;
+    };
+    EXPECT_FALSE(cover->isVisible());
+    for (const QString &step : {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s}) {
+        editor.run(step, u"正在识别…"_s);
+        EXPECT_TRUE(shown(u"正在识别…"_s, step, false)) << step.toStdString();
+    }
+    EXPECT_EQ(cover->geometry(), view.rect());
 
-    editor.setProcessingStatus(u"正在识别…"_s);
-    editor.setIsProcessing(true);
-    EXPECT_FALSE(view.processingOverlay()->isHidden());
-    EXPECT_EQ(view.processingLabel()->text(), u"正在识别…"_s);
-    EXPECT_EQ(view.processingOverlay()->geometry(), view.rect());
-
-    editor.setIsProcessing(false);
-    EXPECT_TRUE(view.processingOverlay()->isHidden());
+    // Ending well leaves nothing; a failure stays until closed or until the next import.
+    editor.end({});
+    EXPECT_FALSE(cover->isVisible());
+    for (const bool closeIt : {true, false}) {
+        editor.run(u"语音识别中"_s, u"正在识别…"_s);
+        editor.end(u"语音识别失败: 未知错误"_s);
+        EXPECT_TRUE(shown(u"语音识别失败: 未知错误"_s, {}, true));
+        if (closeIt) {
+            view.dismissButton()->click();
+            EXPECT_FALSE(cover->isVisible());
+        }
+    }
+    editor.run(u"提取音频"_s, u"正在提取音频..."_s);
+    EXPECT_TRUE(shown(u"正在提取音频..."_s, u"提取音频"_s, false));
 }
 
 } // namespace

@@ -1,4 +1,6 @@
+#include "app/filemanager.h"
 #include "shellfixture.h"
+#include "support/privatebus.h"
 
 #include <QLineEdit>
 #include <QMenu>
@@ -103,16 +105,7 @@ TEST_F(HomePageTest, ViewToggleSwitchesBetweenGridAndListAndKeepsTheSearch)
     EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
 }
 
-TEST_F(HomePageTest, DroppedFilesWaitForTheImportConfirmation)
-{
-    const QList<QUrl> files {QUrl::fromLocalFile(u"/media/one.mp4"_s),
-                             QUrl::fromLocalFile(u"/media/two.mp3"_s)};
-    deliverDrop(files);
-    EXPECT_EQ(vm.pendingImportURLs(), files);
-    EXPECT_TRUE(vm.showImportConfirm());
-}
-
-TEST_F(HomePageTest, ClickingTheUploadZoneAsksForFiles)
+TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForTheImportConfirmation)
 {
     QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
     EXPECT_EQ(pickerTitles.size(), 1);
@@ -122,6 +115,11 @@ TEST_F(HomePageTest, ClickingTheUploadZoneAsksForFiles)
     QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
     EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
     EXPECT_TRUE(vm.showImportConfirm());
+
+    const QList<QUrl> files {QUrl::fromLocalFile(u"/media/one.mp4"_s),
+                             QUrl::fromLocalFile(u"/media/two.mp3"_s)};
+    deliverDrop(files);
+    EXPECT_EQ(vm.pendingImportURLs(), files);
 }
 
 TEST_F(HomePageTest, SignedOutUploadsAskForASignInInstead)
@@ -164,7 +162,7 @@ TEST_F(HomePageTest, CardMenuOpensAndDeletesProjects)
     const QList<QAction *> actions = menu->actions();
     ASSERT_EQ(actions.size(), 3);
     EXPECT_EQ(actions.at(0)->text(), u"打开"_s);
-    EXPECT_EQ(actions.at(1)->text(), u"在 Finder 中显示"_s);
+    EXPECT_EQ(actions.at(1)->text(), u"在文件管理器中显示"_s);
     EXPECT_EQ(actions.at(2)->text(), u"删除"_s);
 
     QSignalSpy opened(home.get(), &HomePage::openProjectRequested);
@@ -193,4 +191,46 @@ TEST_F(HomePageTest, OpeningFromTheHomePageShowsTheEditor)
     ASSERT_NE(vm.project(), nullptr);
 }
 
+// Stands for the desktop's file manager on the bus.
+class FakeFileManager : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+
+public:
+    QList<QStringList> shown;
+
+public Q_SLOTS:
+    void ShowItems(const QStringList &uris, const QString &) { shown.append(uris); }
+};
+
+using RevealTest = test::PrivateBus;
+
+TEST_F(RevealTest, TheFileManagerShowsTheBundleOrElseItsFolderOpens)
+{
+    const QString bundle = u"/tmp/projects/Demo clip.kavel"_s;
+    QList<QUrl> opened;
+    const auto open = [&opened](const QUrl &url) { return opened.append(url), true; };
+    QDBusConnection serverSide = connect(u"file-manager"_s);
+    FakeFileManager fileManager;
+    ASSERT_TRUE(serverSide.registerObject(u"/org/freedesktop/FileManager1"_s, &fileManager,
+                                          QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(serverSide.registerService(u"org.freedesktop.FileManager1"_s));
+    QDBusConnection client = connect(u"client"_s);
+    revealInFileManager(bundle, client, open);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !fileManager.shown.isEmpty(); }, 5000));
+    EXPECT_EQ(fileManager.shown.first(), QStringList {u"file:///tmp/projects/Demo clip.kavel"_s});
+
+    // Without a file manager on the bus, or without a bus, the folder holding the bundle
+    // opens. The answers come in order, so the one shown above did not open it too.
+    ASSERT_TRUE(serverSide.unregisterService(u"org.freedesktop.FileManager1"_s));
+    revealInFileManager(bundle, client, open);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !opened.isEmpty(); }, 5000));
+    revealInFileManager(bundle, QDBusConnection(u"never-connected"_s), open);
+    EXPECT_EQ(opened, QList<QUrl>(2, QUrl::fromLocalFile(u"/tmp/projects"_s)));
+    EXPECT_EQ(fileManager.shown.size(), 1);
+}
+
 } // namespace
+
+#include "homepage_test.moc"

@@ -24,37 +24,32 @@ protected:
     void SetUp() override { makeWindow(); }
 };
 
-TEST_F(MainWindowTest, OpensOnTheHomePageWithTheSidebarEntries)
+TEST_F(MainWindowTest, SidebarEntriesAndTheEditorFlagSwitchScreens)
 {
     EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
     EXPECT_EQ(main->currentScreen(), main->homePage());
-    EXPECT_EQ(main->sidebarButton(NavigationItem::home)->text(), u"首页"_s);
-    EXPECT_EQ(main->sidebarButton(NavigationItem::guide)->text(), u"指南"_s);
-    EXPECT_EQ(main->sidebarButton(NavigationItem::account)->text(), u"我的"_s);
     EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
     EXPECT_EQ(main->sidebarButton(NavigationItem::editor), nullptr);
-    EXPECT_FALSE(main->sidebarButton(NavigationItem::home)->icon().isNull());
-}
-
-TEST_F(MainWindowTest, SidebarEntriesSwitchScreens)
-{
-    main->sidebarButton(NavigationItem::guide)->click();
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::guide);
-    EXPECT_NE(main->currentScreen()->findChild<QLabel *>(), nullptr);
-    EXPECT_EQ(main->currentScreen()->findChildren<QLabel *>().first()->text(), u"使用指南"_s);
-
-    main->sidebarButton(NavigationItem::account)->click();
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::account);
-    auto *account = qobject_cast<AccountPage *>(main->currentScreen());
-    ASSERT_NE(account, nullptr);
-    EXPECT_EQ(account->statusLabel()->text(), u"未登录"_s);
-
-    main->sidebarButton(NavigationItem::home)->click();
+    const struct
+    {
+        NavigationItem item;
+        QString label, firstText;
+    } entries[] = {{NavigationItem::guide, u"指南"_s, u"使用指南"_s},
+                   {NavigationItem::account, u"我的"_s, u"未登录"_s},
+                   {NavigationItem::home, u"首页"_s, QString()}};
+    for (const auto &entry : entries) {
+        QToolButton *button = main->sidebarButton(entry.item);
+        EXPECT_EQ(button->text(), entry.label);
+        EXPECT_FALSE(button->icon().isNull());
+        button->click();
+        EXPECT_EQ(main->navigationSelection(), entry.item);
+        if (!entry.firstText.isNull()) {
+            EXPECT_EQ(main->currentScreen()->findChildren<QLabel *>().first()->text(),
+                      entry.firstText);
+        }
+    }
     EXPECT_EQ(main->currentScreen(), main->homePage());
-}
 
-TEST_F(MainWindowTest, EditorFlagShowsTheEditorAndBackReturnsHome)
-{
     openTranscript({{u"one"_s}});
     vm.setNavigateToEditor(true);
     EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
@@ -92,43 +87,40 @@ TEST_F(MainWindowTest, EditorWithoutAProjectOffersImportAndOpen)
 
 TEST_F(MainWindowTest, OpeningAProjectShowsItOrExplainsTheFailure)
 {
-    main->openProject(QUrl::fromLocalFile(QDir(dir.path()).filePath(u"missing.kavel"_s)));
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
-    ASSERT_NE(main->currentAlert(), nullptr);
-    EXPECT_TRUE(main->currentAlert()->text().startsWith(u"打开项目失败"_s));
-    QPushButton *ok = alertButton(main->currentAlert(), u"确定"_s);
-    ASSERT_NE(ok, nullptr);
-    ok->click();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_EQ(main->currentAlert(), nullptr);
+    // Each failure is said once, in our words; what the parser said goes to the log.
+    const QString garbled = makeProject(u"Garbled"_s), keyless = makeProject(u"Keyless"_s);
+    test::writeFile(QDir(garbled).filePath(u"project.json"_s), "{\"title\": ");
+    test::writeFile(QDir(keyless).filePath(u"project.json"_s), "{}");
+    const struct
+    {
+        QString bundle, text;
+    } failures[] = {
+        {QDir(dir.path()).filePath(u"missing.kavel"_s), u"打开项目失败: 项目文件不存在"_s},
+        {garbled, u"打开项目失败: 数据格式不正确：JSON 无法解析（位于 %1）"_s},
+        {keyless, u"打开项目失败: 数据格式不正确：缺少必需的键“id”（位于 %1）"_s},
+    };
+    for (const auto &failure : failures) {
+        ::testing::internal::CaptureStdout();
+        main->openProject(QUrl::fromLocalFile(failure.bundle));
+        const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
+        EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
+        ASSERT_NE(main->currentAlert(), nullptr);
+        const QString path = QDir(failure.bundle).filePath(u"project.json"_s);
+        EXPECT_EQ(main->currentAlert()->text(), failure.text.arg(path));
+        EXPECT_TRUE(log.contains(u"[EditorVM] Failed to open "_s + failure.bundle))
+            << log.toStdString();
+        QPushButton *ok = alertButton(main->currentAlert(), u"确定"_s);
+        ASSERT_NE(ok, nullptr);
+        ok->click();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_EQ(main->currentAlert(), nullptr);
+    }
 
     const QString bundle = makeProject(u"Trip"_s);
     main->openProject(QUrl::fromLocalFile(bundle));
     EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
     ASSERT_NE(vm.project(), nullptr);
     EXPECT_EQ(vm.project()->bundlePath(), bundle);
-}
-
-TEST_F(MainWindowTest, LoginRequiredAlertLeadsToTheSignInSheet)
-{
-    vm.openFilePickerForImport(false);
-    ASSERT_NE(main->currentAlert(), nullptr);
-    EXPECT_EQ(main->currentAlert()->windowTitle(), u"需要登录"_s);
-    EXPECT_EQ(main->currentAlert()->text(), u"上传视频需要登录账户，请先登录。"_s);
-
-    alertButton(main->currentAlert(), u"取消"_s)->click();
-    EXPECT_FALSE(vm.showLoginRequired());
-    EXPECT_FALSE(appState.showLoginSheet());
-
-    vm.openFilePickerForImport(false);
-    alertButton(main->currentAlert(), u"去登录"_s)->click();
-    EXPECT_FALSE(vm.showLoginRequired());
-    EXPECT_TRUE(appState.showLoginSheet());
-    LoginDialog *sheet = main->loginDialog();
-    ASSERT_NE(sheet, nullptr);
-    EXPECT_TRUE(sheet->isVisible());
-    sheet->reject();
-    EXPECT_FALSE(appState.showLoginSheet());
 }
 
 TEST_F(MainWindowTest, EditMenuUndoesAndRedoesWhateverHasFocus)
@@ -161,13 +153,19 @@ TEST_F(MainWindowTest, FileMenuComesFirstAndWorksFromTheKeyboard)
     QApplication::setActiveWindow(main.get());
     ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
 
-    // Signed out, the import explains why it cannot start; Return takes the way to sign in.
+    // Signed out, the import explains why it cannot start; 取消 leaves it there, Return
+    // (去登录) takes the way to sign in.
     filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
     QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
     ASSERT_NE(main->currentAlert(), nullptr);
     EXPECT_EQ(main->currentAlert()->windowTitle(), u"需要登录"_s);
+    EXPECT_EQ(main->currentAlert()->text(), u"上传视频需要登录账户，请先登录。"_s);
+    alertButton(main->currentAlert(), u"取消"_s)->click();
+    EXPECT_FALSE(vm.showLoginRequired() || appState.showLoginSheet());
+    QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
     EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
     QTest::keyClick(main->currentAlert(), Qt::Key_Return);
+    EXPECT_FALSE(vm.showLoginRequired());
     EXPECT_TRUE(appState.showLoginSheet());
     ASSERT_NE(main->loginDialog(), nullptr);
     main->loginDialog()->reject();
@@ -175,7 +173,8 @@ TEST_F(MainWindowTest, FileMenuComesFirstAndWorksFromTheKeyboard)
     // Ctrl+O asks for a bundle, as the placeholder's button does, and opens it.
     folderToPick = makeProject(u"Keyed"_s);
     QTest::keyClick(main.get(), Qt::Key_O, Qt::ControlModifier);
-    EXPECT_EQ(pickerTitles, QStringList({u"选择 .kavel 项目"_s}));
+    EXPECT_EQ(pickerTitles, QStringList({u"选择 .kavel 项目文件"_s}));
+    EXPECT_EQ(pickerStarts, QStringList({store.directory()}));
     ASSERT_NE(vm.project(), nullptr);
     EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
     EXPECT_EQ(main->currentScreen(), main->editorView());
@@ -222,6 +221,7 @@ TEST_F(MainWindowTest, SettingsPageKeepsTheDefaultExportFolder)
     folderToPick.clear(); // cancelled: nothing changes
     page->chooseButton()->click();
     EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
+    EXPECT_EQ(pickerStarts.last(), u"/exports/here"_s);
 
     page->clearButton()->click();
     EXPECT_EQ(settings.defaultExportPath(), QString());

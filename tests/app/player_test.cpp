@@ -3,6 +3,8 @@
 
 #include <QComboBox>
 #include <QLabel>
+#include <QScreen>
+#include <QSignalSpy>
 #include <QSlider>
 #include <QToolButton>
 
@@ -21,51 +23,36 @@ TEST(PlayerTime, ShowsMinutesUnderAnHourAndHoursAfter)
     EXPECT_EQ(playerTimeText(3725.0), u"1:02:05"_s);
 }
 
-class ProgressBarTest : public ::testing::Test
+// A 500-point track inside the insets, over 100 s: every step of the pointer seeks.
+TEST(ProgressBar, PlacesDeletedRangesAndSeeksOnPressAndEveryDragStepWithinItsEnds)
 {
-protected:
     VideoProgressBar bar;
+    bar.resize(500 + 2 * VideoProgressBar::horizontalInset, VideoProgressBar::barHeight);
+    bar.setDuration(100.0);
     QList<double> seeks;
-
-    void SetUp() override
-    {
-        // A 500-point track inside the insets.
-        bar.resize(500 + 2 * VideoProgressBar::horizontalInset, VideoProgressBar::barHeight);
-        bar.setDuration(100.0);
-        bar.setOnSeek([this](double t) { seeks.append(t); });
-    }
-
-    QPoint at(double trackX) const
-    {
-        return {int(VideoProgressBar::horizontalInset + trackX), VideoProgressBar::barHeight / 2};
-    }
-};
-
-TEST_F(ProgressBarTest, PlacesDeletedRangesByTheDuration)
-{
+    bar.setOnSeek([&seeks](double t) { seeks.append(t); });
+    const auto at = [](double x) {
+        return QPoint(int(VideoProgressBar::horizontalInset + x), VideoProgressBar::barHeight / 2);
+    };
     const QRectF r = bar.rangeRect({10.0, 15.0});
     EXPECT_DOUBLE_EQ(r.x() - VideoProgressBar::horizontalInset, 50.0);
     EXPECT_DOUBLE_EQ(r.width(), 25.0);
-    bar.setDuration(0.0);
-    EXPECT_TRUE(bar.rangeRect({10.0, 15.0}).isNull());
-}
 
-TEST_F(ProgressBarTest, DraggingClampsToTheEndsAndSeeksOnRelease)
-{
     QTest::mousePress(&bar, Qt::LeftButton, {}, at(250));
     EXPECT_TRUE(bar.isDragging());
-    EXPECT_DOUBLE_EQ(bar.dragTime(), 50.0);
-
-    QMouseEvent past(QEvent::MouseMove, QPointF(at(700)), bar.mapToGlobal(QPointF(at(700))),
-                     Qt::NoButton, Qt::LeftButton, {});
-    QCoreApplication::sendEvent(&bar, &past);
-    EXPECT_DOUBLE_EQ(bar.dragTime(), 100.0);
-    EXPECT_TRUE(seeks.isEmpty());
-
+    for (const double x : {300.0, 300.0, 700.0}) { // the same point twice is one step
+        QMouseEvent move(QEvent::MouseMove, QPointF(at(x)), bar.mapToGlobal(QPointF(at(x))),
+                         Qt::NoButton, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&bar, &move);
+    }
     QTest::mouseRelease(&bar, Qt::LeftButton, {}, at(-40));
     EXPECT_FALSE(bar.isDragging());
-    EXPECT_DOUBLE_EQ(bar.dragTime(), 0.0);
-    EXPECT_EQ(seeks, QList<double>({0.0}));
+    EXPECT_EQ(seeks, QList<double>({50.0, 60.0, 100.0, 0.0}));
+    // A click where the last drag ended seeks all the same.
+    QTest::mouseClick(&bar, Qt::LeftButton, {}, at(0));
+    EXPECT_EQ(seeks.size(), 5);
+    bar.setDuration(0.0);
+    EXPECT_TRUE(bar.rangeRect({10.0, 15.0}).isNull());
 }
 
 class PlayerViewTest : public test::UiFixture
@@ -107,12 +94,35 @@ TEST_F(PlayerViewTest, ControlsDriveThePreview)
     EXPECT_EQ(view.speedBox()->currentText(), u"3x"_s);
 }
 
-TEST_F(PlayerViewTest, TimeLabelFollowsTheModel)
+TEST_F(PlayerViewTest, TheProgressBarSeeksThePreviewAndTheLabelFollows)
 {
     openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s, u"f"_s, u"g"_s, u"h"_s}});
     VideoPlayerView view(vm.playerVM());
-    vm.playerVM().setCurrentTime(2.5);
+    VideoProgressBar *bar = view.progressBar();
+    bar->resize(400 + 2 * VideoProgressBar::horizontalInset, VideoProgressBar::barHeight);
+    const double duration = vm.playerVM().duration();
+    ASSERT_GT(duration, 3.0);
+
+    const auto point = [bar](int x) {
+        return QPoint(VideoProgressBar::horizontalInset + x, VideoProgressBar::barHeight / 2);
+    };
+    const QList<double> &seeks = engine.lastPlayer->seeks;
+    QTest::mouseClick(bar, Qt::LeftButton, {}, point(300));
+    EXPECT_DOUBLE_EQ(seeks.last(), duration * 0.75);
+    EXPECT_DOUBLE_EQ(vm.playerVM().currentTime(), duration * 0.75);
     EXPECT_EQ(view.timeLabel()->text(), u"00:02 / 00:03"_s);
+
+    // Dragging on: one seek is out until its frame shows; then the latest position goes.
+    const qsizetype before = seeks.size();
+    QTest::mousePress(bar, Qt::LeftButton, {}, point(100));
+    QTest::mouseMove(bar, point(240));
+    EXPECT_EQ(seeks.size(), before);
+    view.showFrame(QImage(16, 9, QImage::Format_RGB32));
+    ASSERT_EQ(seeks.size(), before + 1);
+    EXPECT_DOUBLE_EQ(seeks.last(), duration * 0.6);
+    // A frame that never comes holds the next seek back only for a moment.
+    QTest::mouseRelease(bar, Qt::LeftButton, {}, point(320));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return seeks.last() == duration * 0.8; }, 2000));
 }
 
 TEST(VideoSurface, KeepsTheLastFrameAndReportsItsSize)
@@ -127,6 +137,16 @@ TEST(VideoSurface, KeepsTheLastFrameAndReportsItsSize)
     ASSERT_FALSE(sizes.isEmpty());
     EXPECT_EQ(sizes.last(), QSize(320, 180) * surface.devicePixelRatioF());
 
+    const auto colours = [&surface] {
+        const QImage shot = surface.grab().toImage();
+        QSet<QRgb> seen;
+        for (int x = 0; x < shot.width(); x += 4)
+            seen.insert(shot.pixel(x, shot.height() / 3 + 8));
+        return seen;
+    };
+    // Nothing shown yet: black only.
+    EXPECT_EQ(colours(), QSet<QRgb> {QColor(Qt::black).rgb()});
+
     QImage frame(64, 36, QImage::Format_RGB32);
     frame.fill(Qt::white);
     surface.showFrame(frame);
@@ -137,31 +157,51 @@ TEST(VideoSurface, KeepsTheLastFrameAndReportsItsSize)
     const QImage turned = surface.grab().toImage();
     // Turned a quarter, the picture is pillarboxed: the left edge is black.
     EXPECT_EQ(QColor(turned.pixel(2, turned.height() / 2)), QColor(Qt::black));
+
+    // Sound without a picture: the placeholder's bars on black, not the last picture.
+    surface.showFrame(QImage());
+    EXPECT_TRUE(surface.isSoundOnly());
+    const QSet<QRgb> placeholder = colours();
+    EXPECT_TRUE(placeholder.contains(QColor(Qt::black).rgb()));
+    EXPECT_GT(placeholder.size(), 1);
+    EXPECT_FALSE(placeholder.contains(QColor(Qt::white).rgb()));
 }
 
 } // namespace
 
 namespace {
 
-TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesUntilClosed)
+TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesAtTheScreensSizeUntilClosed)
 {
     openTranscript({{u"a"_s, u"b"_s}});
     VideoPlayerView view(vm.playerVM());
+    view.resize(480, 360);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    QSignalSpy frameSizes(&view, &VideoPlayerView::frameSizeChanged);
+    const QSize inWindow = view.frameSize();
     QImage frame(32, 18, QImage::Format_RGB32);
     frame.fill(Qt::green);
     view.showFrame(frame);
     EXPECT_EQ(view.fullscreenButton()->toolTip(), u"全屏 (双击视频)"_s);
 
     view.fullscreenButton()->click();
-    ASSERT_TRUE(view.isFullscreen());
     FullscreenVideoWindow *fullscreen = view.fullscreenWindow();
+    ASSERT_TRUE(fullscreen && QTest::qWaitForWindowExposed(fullscreen));
+    // The engine is asked for frames as big as the screen, not the small surface's.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !frameSizes.isEmpty(); }));
+    EXPECT_EQ(frameSizes.last().first().toSize(),
+              view.screen()->size() * fullscreen->devicePixelRatioF());
     EXPECT_EQ(fullscreen->surface()->frame(), frame); // the last frame, before the next arrives
     frame.fill(Qt::blue);
     view.showFrame(frame);
     EXPECT_EQ(fullscreen->surface()->frame(), frame);
+    QTest::keyClick(fullscreen, Qt::Key_Space);
+    EXPECT_TRUE(vm.playerVM().isPlaying());
 
     fullscreen->closeButton()->click();
     EXPECT_FALSE(view.isFullscreen());
+    EXPECT_EQ(frameSizes.last().first().toSize(), inWindow);
 
     // A double click on the video opens it too, and Escape closes it.
     QTest::mouseDClick(view.surface(), Qt::LeftButton);

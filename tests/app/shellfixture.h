@@ -30,9 +30,12 @@ protected:
     service::LoginModel login {api, settings, appState};
     ProjectStore store {media::recordingSummarizer(engine), projectsDir.path()};
     QList<QString> pickerTitles;
+    // Where each folder dialog opened.
+    QStringList pickerStarts;
     QList<QUrl> filesToPick;
     QString folderToPick;
     app::GuidePlayerFactory makeGuidePlayer;
+    std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
     std::unique_ptr<app::MainWindow> main;
 
     void makeWindow()
@@ -47,11 +50,13 @@ protected:
             pickerTitles.append(title);
             return filesToPick;
         };
-        services.pickFolder = [this](const QString &title) {
+        services.pickFolder = [this](const QString &title, const QString &start) {
             pickerTitles.append(title);
+            pickerStarts.append(start);
             return folderToPick;
         };
         services.makeGuidePlayer = makeGuidePlayer;
+        services.makeExportFlow = makeExportFlow;
         main = std::make_unique<app::MainWindow>(services);
     }
 

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Drives the Kavel window the way a user does, on a private X display: sign in, import a
-# spoken recording, let the local service transcribe it, delete one word, export a movie,
-# an audio file and subtitles, and check the results with ffprobe. Every screen and sheet
+# spoken recording, let the local service transcribe it, delete one word, seek with the
+# progress bar, play and pause with Space, search with Ctrl+F, stop an export (which must
+# leave no file), export a movie, an audio file and subtitles and check them with
+# ffprobe, and check that the full-screen preview fills the screen. Every screen and sheet
 # it passes is saved as a PNG, so a run also refreshes the pictures of the documentation.
 #
 #   gui_e2e.sh BIN_DIR [SCREENSHOT_DIR]
@@ -112,7 +114,47 @@ echo "e2e: deleted \"$deleted_text\""
 shot 09-editor-after-delete
 expect_new_screen 08-editor 09-editor-after-delete "deleting a word"
 
+# --- the player ------------------------------------------------------------------------
+
+step="seeking with the progress bar"
+grab_region "$work/controls.png" "${player_controls[@]}"
+click_at $((progress_bar[0] + (progress_bar[1] - progress_bar[0]) / 4)) "${progress_bar[2]}"
+wait_for 5 "the play head moving to a quarter of the bar" \
+    region_differs "$work/controls.png" "${player_controls[@]}"
+shot 09a-player-seeked
+
+step="playing and pausing with Space"
+key space
+wait_for 5 "the preview playing after Space" region_moving "${player_controls[@]}"
+key space
+wait_for 5 "the preview pausing after Space again" region_still "${player_controls[@]}"
+
+step="searching with Ctrl+F"
+grab_region "$work/search.png" "${search_area[@]}"
+key ctrl+f
+xdotool type --delay 20 "fox"
+wait_for 5 "the typed query showing in the search field" \
+    region_differs "$work/search.png" "${search_area[@]}"
+shot 09b-search
+key ctrl+a BackSpace Escape
+
 # --- export ------------------------------------------------------------------------------
+
+step="stopping an export"
+key ctrl+e
+focus_window '^导出' "the export dialog after Ctrl+E"
+# Return starts the default output, the movie; Escape stops it.
+key Return
+part_file() { app_running && compgen -G "$exports/.*.part.*" >/dev/null; }
+wait_for 30 "the movie starting to render" part_file
+key Escape
+cancelled() { app_running && grep -q '^\[Export\] Cancelled' "$work/kavel.log"; }
+wait_for 30 "the export ending as cancelled after Escape" cancelled
+shot 10a-export-stopped
+[ -z "$(ls -A "$exports")" ] || fail "the stopped export left $(ls -A "$exports" | tr '\n' ' ')"
+key Escape
+wait_for 10 "the export dialog closing on Escape" has_no_window '^导出'
+focus "$main_window"
 
 step="exporting"
 key ctrl+e
@@ -183,6 +225,17 @@ click_at "${preview_picture[@]}" 2
 wait_for 10 "the preview going full screen on a double click" has_fullscreen
 focus "$(fullscreen_window)"
 shot 12-player-fullscreen full
+# The picture is rendered for the screen and fills it to its own proportions: edge to
+# edge across a wide screen (or top to bottom on a tall one), not a small frame.
+[ "$(ffprobe -v error -show_entries stream=width,height -of csv=s=x:p=0 \
+    "$shots/12-player-fullscreen.png")" = "$screen_size" ] || fail "the full-screen shot is not ${screen_size}"
+picture=$(ffmpeg -hide_banner -i "$shots/12-player-fullscreen.png" \
+    -vf cropdetect=limit=0.1:round=2:skip=0 -f null - 2>&1 | grep -o 'crop=[0-9:]*' | tail -1)
+IFS=: read -r picture_w picture_h _ <<<"${picture#crop=}"
+awk -v w="$picture_w" -v h="$picture_h" -v s="$screen_size" \
+    'BEGIN { split(s, d, "x"); exit !(w >= 0.97 * d[1] || h >= 0.97 * d[2]) }' \
+    || fail "the full-screen picture is ${picture_w}x${picture_h} on a ${screen_size} screen"
+echo "e2e: full-screen picture ${picture_w}x${picture_h}"
 key Escape
 wait_for 10 "full screen ending on Escape" has_no_fullscreen
 focus "$main_window"

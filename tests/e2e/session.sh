@@ -75,7 +75,7 @@ mkdir -p "$home/.config/Kavel" "$home/.local/share" "$home/.cache" "$work/runtim
 chmod 700 "$work/runtime"
 if [ -n "$shots" ]; then
     mkdir -p "$shots"
-    rm -f "$shots"/[0-9][0-9]-*.png
+    rm -f "$shots"/[0-9][0-9]*-*.png
 fi
 
 step="starting kavel-server"
@@ -165,6 +165,11 @@ sidebar_guide=(90 139)
 sidebar_account=(90 177)
 transcript_first_line=(660 134)
 preview_picture=(400 320)
+# The progress bar's track runs from x 192 to 607 (window coordinates) at y 568.
+progress_bar=(192 607 568)
+# Regions (x y width height) whose pixels say what a key or click did.
+player_controls=(180 556 440 52)
+search_area=(960 55 240 32)
 list_toggle=(1155 224)
 menu_file=(22 11)
 
@@ -197,6 +202,31 @@ shot() {
         cp "$file" "$previous"
     done
     echo "$who: $name.png"
+}
+
+# Grabs a region of the window (x y width height) to FILE.
+grab_region() {
+    local file=$1
+    shift
+    grab "$file" "crop=$3:$4:$((win_x + $1)):$((win_y + $2))"
+}
+# True when the region (x y width height) looks different from FILE.
+region_differs() {
+    local file=$1
+    shift
+    grab_region "$work/now.png" "$@"
+    ! cmp -s "$work/now.png" "$file"
+}
+# True when the region changes within a short while (something is playing).
+region_moving() {
+    grab_region "$work/moving.png" "$@"
+    sleep 0.4
+    region_differs "$work/moving.png" "$@"
+}
+region_still() {
+    grab_region "$work/still.png" "$@"
+    sleep 0.4
+    ! region_differs "$work/still.png" "$@"
 }
 
 # A click or key that should have changed the screen did, if the two shots differ.

@@ -47,11 +47,8 @@ protected:
 
     std::unique_ptr<ExportFlow> makeFlow(const QString &defaultPath = {})
     {
-        auto store
-            = std::make_unique<QSettings>(dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
-        service::Settings settings(std::move(store));
-        settings.setDefaultExportPath(defaultPath);
-        auto flow = std::make_unique<ExportFlow>(engine, renderer, settings);
+        preferences.setDefaultExportPath(defaultPath);
+        auto flow = std::make_unique<ExportFlow>(engine, renderer, preferences);
         flow->renderService().setLogSink([this](const QString &line) { log.append(line); });
         return flow;
     }
@@ -73,6 +70,8 @@ protected:
     }
 
     QTemporaryDir dir;
+    service::Settings preferences {
+        std::make_unique<QSettings>(dir.filePath(u"settings.ini"_s), QSettings::IniFormat)};
     test::FakeMediaEngine engine;
     test::FakeRenderer renderer;
     std::unique_ptr<KavelProject> project;
@@ -109,12 +108,27 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureInOrder)
     EXPECT_FALSE(QDir(dir.filePath(u"out"_s)).exists());
 }
 
+TEST_F(ExportFlowTest, StartsInTheDefaultFolderElseInTheLastOneUsed)
+{
+    EXPECT_FALSE(makeFlow()->settings().outputPath);
+    const QString used = dir.filePath(u"上次"_s);
+    auto flow = makeFlow();
+    QObject::connect(flow.get(), &ExportFlow::exportStarted, flow.get(),
+                     [this](const QString &folder) { preferences.setLastExportPath(folder); });
+    flow->setSettings(outputsInto(used));
+    run(*flow, {project.get(), paragraphs, false});
+    EXPECT_EQ(makeFlow()->settings().outputPath, QUrl::fromLocalFile(used));
+    const QString chosen = dir.filePath(u"默认"_s);
+    EXPECT_EQ(makeFlow(chosen)->settings().outputPath, QUrl::fromLocalFile(chosen));
+    // The edited result lasts as long as its kept words: 0.5 s and 0.25 s.
+    EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), paragraphs, false}), 0.75);
+    EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), {}, false}), 0.0);
+}
+
 TEST_F(ExportFlowTest, RunsEveryEnabledStepAndNamesFilesAfterTheTitle)
 {
     const QString out = dir.filePath(u"导出"_s);
     auto flow = makeFlow(out);
-    // The default folder is where a new export starts.
-    EXPECT_EQ(flow->settings().outputPath, QUrl::fromLocalFile(out));
     ExportSettings settings = outputsInto(out);
     settings.videoFormat = VideoFormat::mov;
     settings.codec = VideoCodec::hevc;
@@ -130,6 +144,9 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndNamesFilesAfterTheTitle)
     EXPECT_TRUE(contents(QDir(out).filePath(u"成片.srt"_s)).startsWith("1\n00:00:00,000"));
     EXPECT_EQ(contents(QDir(out).filePath(u"成片.wav"_s)), "rendered");
     EXPECT_EQ(contents(QDir(out).filePath(u"成片.mov"_s)), "rendered");
+    EXPECT_EQ(flow->writtenFiles(),
+              (QStringList {QDir(out).filePath(u"成片.srt"_s), QDir(out).filePath(u"成片.wav"_s),
+                            QDir(out).filePath(u"成片.mov"_s)}));
     EXPECT_TRUE(QDir(project->exportsDirectory()).exists());
 
     ASSERT_EQ(renderer.requests.size(), 2);
@@ -149,6 +166,18 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndNamesFilesAfterTheTitle)
     }
     EXPECT_TRUE(log.contains(u"[AudioExport] Inserted 2 segments, duration=0.75s, format=wav"_s));
     EXPECT_TRUE(log.contains(u"[AudioExport] Success: "_s + QDir(out).filePath(u"成片.wav"_s)));
+
+    // Sound alone has no movie: the video step is skipped with a notice, and nothing is
+    // written.
+    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
+    settings.subtitleEnabled = settings.audioEnabled = false;
+    flow->setSettings(settings);
+    run(*flow, {project.get(), paragraphs, false});
+    EXPECT_TRUE(flow->exportComplete());
+    EXPECT_FALSE(flow->exportError().has_value());
+    EXPECT_EQ(flow->exportNotice(), u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
+    EXPECT_TRUE(flow->writtenFiles().isEmpty());
+    EXPECT_EQ(renderer.requests.size(), 2);
 }
 
 TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
@@ -174,8 +203,18 @@ TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
     EXPECT_EQ(contents(QDir(out).filePath(u"成片.mp4"_s)), "previous export");
     EXPECT_EQ(QDir(out).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mp4"_s});
 
-    // A new start clears the outcome of the last one.
+    // A step that ends well but leaves an empty file has not exported anything.
     renderer.failing = false;
+    renderer.bytes.clear();
+    settings.subtitleEnabled = settings.videoEnabled = false;
+    flow->setSettings(settings);
+    run(*flow, {project.get(), paragraphs, false});
+    EXPECT_EQ(flow->exportError(), u"音频导出失败: 未生成有效的文件"_s);
+    EXPECT_TRUE(flow->writtenFiles().isEmpty());
+
+    // A new start clears the outcome of the last one.
+    renderer.bytes = "rendered";
+    flow->setSettings(outputsInto(out));
     QDir(QDir(out).filePath(u"成片.srt"_s)).removeRecursively();
     QSignalSpy completeChanges(flow.get(), &ExportFlow::exportCompleteChanged);
     run(*flow, {project.get(), paragraphs, false});
@@ -184,20 +223,27 @@ TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
     EXPECT_EQ(contents(QDir(out).filePath(u"成片.mp4"_s)), "rendered");
 }
 
-TEST_F(ExportFlowTest, AudioMaterialSkipsTheVideoWithANotice)
+TEST_F(ExportFlowTest, CancellingEndsTheWholeRunAndTakesBackItsFiles)
 {
-    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
+    const QString out = dir.filePath(u"out"_s);
     auto flow = makeFlow();
-    ExportSettings settings = outputsInto(dir.filePath(u"out"_s));
-    settings.subtitleEnabled = settings.audioEnabled = false;
-    flow->setSettings(settings);
+    flow->setSettings(outputsInto(out)); // subtitles, then sound, then the movie
+    test::writeFile(QDir(out).filePath(u"其他.mp4"_s), "not ours");
+    renderer.pollsToFinish = 1000;
+    QObject::connect(&flow->renderService(), &LocalRenderService::progressChanged, flow.get(),
+                     [&] { flow->cancel(); });
 
     run(*flow, {project.get(), paragraphs, false});
 
-    EXPECT_TRUE(flow->exportComplete());
+    EXPECT_TRUE(flow->exportCancelled());
+    EXPECT_FALSE(flow->exportComplete());
     EXPECT_FALSE(flow->exportError().has_value());
-    EXPECT_EQ(flow->exportNotice(), u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
-    EXPECT_TRUE(renderer.requests.isEmpty());
+    EXPECT_TRUE(flow->writtenFiles().isEmpty());
+    EXPECT_EQ(renderer.requests.size(), 1) << "the movie is not started after a stop";
+    EXPECT_EQ(QDir(out).entryList(QDir::Files | QDir::Hidden), QStringList {u"其他.mp4"_s});
+    EXPECT_FALSE(flow->isExporting());
+    flow->cancel(); // nothing running: nothing happens
+    EXPECT_TRUE(flow->exportCancelled());
 }
 
 TEST_F(ExportFlowTest, EngineFailuresBecomeRenderErrors)

@@ -1,10 +1,8 @@
 #include "editor/desktopnotifier.h"
 #include "recordingnotifier.h"
+#include "support/privatebus.h"
 
-#include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QProcess>
-#include <QTest>
 #include <QVariantMap>
 #include <gtest/gtest.h>
 
@@ -40,36 +38,6 @@ public Q_SLOTS:
         received.append({appName, replacesId, summary, body, hints, timeout});
         return uint(received.size());
     }
-};
-
-// A bus of the test's own, so that nothing reaches the real desktop.
-class PrivateBus : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address=1"_s});
-        ASSERT_TRUE(daemon.waitForStarted());
-        ASSERT_TRUE(QTest::qWaitFor([this] { return daemon.canReadLine(); }, 10000));
-        address = QString::fromUtf8(daemon.readLine()).trimmed();
-    }
-    void TearDown() override
-    {
-        for (const QString &name : connected)
-            QDBusConnection::disconnectFromBus(name);
-        daemon.kill();
-        daemon.waitForFinished();
-    }
-
-    QDBusConnection connect(const QString &name)
-    {
-        connected.append(name);
-        return QDBusConnection::connectToBus(address, name);
-    }
-
-    QProcess daemon;
-    QString address;
-    QStringList connected;
 };
 
 TEST_F(PrivateBus, NotificationReachesTheServerWithTitleTextAndSound)

@@ -5,6 +5,7 @@
 #include "playback/videoplayerviewmodel.h"
 #include "support/transcriptbuilder.h"
 
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTest>
 #include <csignal>
@@ -80,9 +81,12 @@ TEST_F(Preview, PlaysAcrossCutsPublishesTheActiveWordAndKeepsTheSourceMomentOnEd
                     d = word(3.0, 3.9);
     push({a, b, c, d});
     EXPECT_NEAR(model.duration(), 0.7 + 0.9 + 1.0 + 0.9, 1e-9);
-    // Source 0.0 is in no word, so the first build leaves the head at the end.
-    EXPECT_TRUE(QTest::qWaitFor([&] { return model.currentTime() == model.duration(); }, 2000));
-    model.seekToBlock(a);
+    // Source 0.0 is in no word: the first build starts at the first word that follows.
+    player().setVideoSize({64, 36});
+    QSignalSpy frames(&player(), &media::mlt::MltPlayer::frameShown);
+    ASSERT_TRUE(frames.wait(2000));
+    EXPECT_EQ(model.currentTime(), 0.0);
+    EXPECT_NEAR(frames.last().at(1).toDouble(), 0.0, 0.05);
 
     model.togglePlayPause();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.activeWordBlockId() == b.id; }, 4000))
@@ -132,11 +136,14 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDurationAndSignalsAreLeft
     EXPECT_TRUE(model.deletedTimeRanges().isEmpty());
 
     QSignalSpy frames(&player(), &media::mlt::MltPlayer::frameShown);
-    player().setVideoSize({64, 36});
+    // Frames keep the picture's 16:9 in any box they are asked to fit.
+    player().setVideoSize({64, 64});
     model.togglePlayPause();
     ASSERT_TRUE(frames.wait(3000));
-    const QImage image = frames.last().at(0).value<QImage>();
-    EXPECT_EQ(image.size(), QSize(64, 36));
+    EXPECT_EQ(frames.last().at(0).value<QImage>().size(), QSize(64, 36));
+    player().setVideoSize({300, 100});
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return frames.last().at(0).value<QImage>().size() == QSize(176, 100); }, 3000));
     model.pause();
 
     // Playing started the sound output, which must not claim the termination signals:
@@ -148,6 +155,35 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDurationAndSignalsAreLeft
         ASSERT_EQ(::sigaction(signal, nullptr, &action), 0);
         EXPECT_EQ(action.sa_handler, SIG_DFL) << "signal " << signal;
     }
+}
+
+// Sound alone has no picture: its frames come as null images, for the view's placeholder.
+// Without any sound output the preview still plays, silently and in real time.
+TEST_F(Preview, SoundAlonePlaysWithoutPicturesAndWithoutSoundOutputOnTheClock)
+{
+    const QByteArray driver = qgetenv("SDL_AUDIODRIVER");
+    qputenv("SDL_AUDIODRIVER", "kavel-no-such-output");
+    ::testing::internal::CaptureStdout();
+    load({{secondId, QUrl::fromLocalFile(s_tone)}});
+    push({word(0.5, 3.5, secondId)});
+    QSignalSpy frames(&player(), &media::mlt::MltPlayer::frameShown);
+    player().setVideoSize({64, 36});
+    QElapsedTimer wall;
+    wall.start();
+    model.togglePlayPause();
+    const bool played = QTest::qWaitFor([&] { return model.currentTime() > 1.5; }, 5000);
+    const qint64 elapsed = wall.elapsed();
+    model.pause();
+    const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
+    qputenv("SDL_AUDIODRIVER", driver);
+
+    ASSERT_TRUE(played) << "time " << model.currentTime();
+    EXPECT_GT(elapsed, 1200); // timed by the clock, not decoded as fast as possible
+    EXPECT_EQ(log.count(u"[Player] Playing without sound: no sound output could be opened"_s), 1)
+        << log.toStdString();
+    ASSERT_FALSE(frames.isEmpty());
+    for (const QList<QVariant> &frame : std::as_const(frames))
+        EXPECT_TRUE(frame.at(0).value<QImage>().isNull());
 }
 
 using GuideLoop = kavel::test::MediaFixture;

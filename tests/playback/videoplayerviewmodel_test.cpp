@@ -89,23 +89,16 @@ TEST_F(PlayerModel, LoadingLeavesOutSourcesThatCannotPlayAndLogsThem)
     EXPECT_FALSE(player->compositions.last().hasVideo);
 }
 
-TEST_F(PlayerModel, NothingIsBuiltBeforeTracksAreLoadedThenLoadingRebuilds)
+TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
 {
-    push({word(1.0, 2.0), word(2.0, 3.0)});
+    // Nothing is built before the tracks are loaded; loading builds.
+    const QList<WordBlock> blocks {word(1.0, 2.0), word(2.0, 3.0), word(4.0, 5.0)};
+    push(blocks);
     EXPECT_TRUE(player->compositions.isEmpty());
     load();
     ASSERT_EQ(player->compositions.size(), 1);
-    EXPECT_EQ(player->compositions.last().segments.size(), 2);
-    EXPECT_DOUBLE_EQ(model->duration(), 2.0);
+    EXPECT_DOUBLE_EQ(model->duration(), 3.0);
     EXPECT_DOUBLE_EQ(model->sourceDuration(), 90.0);
-}
-
-TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
-{
-    load();
-    const QList<WordBlock> blocks {word(1.0, 2.0), word(2.0, 3.0), word(4.0, 5.0)};
-    push(blocks);
-    ASSERT_EQ(player->compositions.size(), 1);
 
     // The same list again: nothing at all.
     push(blocks);
@@ -151,22 +144,26 @@ TEST_F(PlayerModel, RebuildClampsSkipsAndLaysBlocksEndToEnd)
     push({negative, pastEnd, atEnd, inverted, tiny, speech});
 
     const media::EditList &list = player->compositions.last();
+    const struct
+    {
+        QUuid id;
+        double start, end, at;
+        QString path;
+    } laid[] = {{negative.id, 0.0, 0.5, 0.0, u"/m/video.mp4"_s},
+                {pastEnd.id, 59.5, 60.0, 0.5, u"/m/video.mp4"_s},
+                {speech.id, 10.0, 10.25, 1.0, u"/m/speech.wav"_s}};
     ASSERT_EQ(list.segments.size(), 3);
+    ASSERT_EQ(model->compositionMap().size(), 3);
     EXPECT_TRUE(list.hasVideo);
-    EXPECT_DOUBLE_EQ(list.segments[0].sourceStart, 0.0);
-    EXPECT_DOUBLE_EQ(list.segments[0].sourceEnd, 0.5);
-    EXPECT_DOUBLE_EQ(list.segments[1].sourceStart, 59.5);
-    EXPECT_DOUBLE_EQ(list.segments[1].sourceEnd, 60.0);
-    EXPECT_DOUBLE_EQ(list.segments[1].compositionStart, 0.5);
-    EXPECT_EQ(list.segments[2].sourcePath, u"/m/speech.wav"_s);
-    EXPECT_FALSE(list.segments[2].withVideo);
-    EXPECT_DOUBLE_EQ(list.segments[2].compositionStart, 1.0);
-
-    const QList<CompositionEntry> &map = model->compositionMap();
-    ASSERT_EQ(map.size(), 3);
-    EXPECT_EQ(map[0].block.id, negative.id);
-    EXPECT_EQ(map[1].block.id, pastEnd.id);
-    EXPECT_EQ(map[2].block.id, speech.id);
+    for (qsizetype i = 0; i < 3; ++i) {
+        const media::EditSegment &segment = list.segments[i];
+        EXPECT_EQ(model->compositionMap()[i].block.id, laid[i].id) << i;
+        EXPECT_EQ(std::tuple(segment.sourceStart, segment.sourceEnd, segment.compositionStart),
+                  std::tuple(laid[i].start, laid[i].end, laid[i].at))
+            << i;
+        EXPECT_EQ(segment.sourcePath, laid[i].path);
+        EXPECT_EQ(segment.withVideo, i < 2);
+    }
     EXPECT_DOUBLE_EQ(model->duration(), 1.25);
 }
 
@@ -240,15 +237,23 @@ TEST_F(PlayerModel, PendingSeekBlockPlacesThePlayHeadOnceThenIsCleared)
 TEST_F(PlayerModel, TimeMappingsFollowTheBlocksOwnTimes)
 {
     load();
+    // Played as 10-11, 2-3, 20-20.5 (edited 0-1, 1-2, 2-2.5).
     push({word(10.0, 11.0), word(2.0, 3.0), word(20.0, 20.5)});
 
-    EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(0.25), 10.25);
-    EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(1.5), 2.5);
-    EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(-1.0), 10.0);
-    EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(9.0), 27.0);
-    EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(2.5), 1.5);
-    EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(20.0), 2.0);
-    EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(15.0), 2.5);
+    const struct
+    {
+        double t, source;
+    } toSource[] = {{0.25, 10.25}, {1.5, 2.5}, {-1.0, 10.0}, {9.0, 27.0}};
+    for (const auto &c : toSource)
+        EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(c.t), c.source) << c.t;
+    // Outside every kept word: the next word in the recording, the end after the last.
+    const struct
+    {
+        double source, t;
+    } toComposition[] = {{2.5, 1.5},  {20.0, 2.0}, {10.75, 0.75}, {0.0, 1.0}, {5.0, 0.0},
+                         {11.0, 2.0}, {15.0, 2.0}, {20.5, 2.5},   {99.0, 2.5}};
+    for (const auto &c : toComposition)
+        EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(c.source), c.t) << c.source;
 
     push({});
     EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(7.0), 7.0);
@@ -264,26 +269,25 @@ TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
     QSignalSpy timeSpy(model.get(), &VideoPlayerViewModel::currentTimeChanged);
     QSignalSpy activeSpy(model.get(), &VideoPlayerViewModel::activeWordBlockIdChanged);
 
-    player->reportTime(0.3);
-    EXPECT_EQ(model->currentTime(), 0.3);
-    EXPECT_EQ(model->activeWordBlockId(), a.id);
-    clock.advance(0.05);
-    player->reportTime(1.2); // too soon after the last publication
-    EXPECT_EQ(model->currentTime(), 0.3);
-    clock.advance(0.05);
-    player->reportTime(0.3005); // moved less than a millisecond
-    EXPECT_EQ(model->currentTime(), 0.3);
-    clock.advance(0.1);
-    player->reportTime(0.4); // same word: the id is not written again
-    clock.advance(0.1);
-    player->reportTime(std::nan(""));
-    EXPECT_EQ(model->currentTime(), 0.4);
-    clock.advance(0.1);
-    player->reportTime(1.5);
-    EXPECT_EQ(model->activeWordBlockId(), b.id);
-    clock.advance(0.1);
-    player->reportTime(2.5); // past the end: no word
-    EXPECT_TRUE(model->activeWordBlockId().isNull());
+    const struct
+    {
+        double after, report, time;
+        QUuid active;
+    } reports[] = {
+        {0.0, 0.3, 0.3, a.id},
+        {0.05, 1.2, 0.3, a.id}, // too soon after the last publication
+        {0.05, 0.3005, 0.3, a.id}, // moved less than a millisecond
+        {0.1, 0.4, 0.4, a.id}, // same word: the id is not written again
+        {0.1, std::nan(""), 0.4, a.id},
+        {0.1, 1.5, 1.5, b.id},
+        {0.1, 2.5, 2.5, QUuid()}, // past the end: no word
+    };
+    for (const auto &r : reports) {
+        clock.advance(r.after);
+        player->reportTime(r.report);
+        EXPECT_EQ(model->currentTime(), r.time) << r.report;
+        EXPECT_EQ(model->activeWordBlockId(), r.active) << r.report;
+    }
 
     EXPECT_EQ(timeSpy.count(), 4);
     EXPECT_EQ(activeSpy.count(), 3);
@@ -329,20 +333,101 @@ TEST_F(PlayerModel, WithoutBlocksTheRawFirstSourcePlays)
     EXPECT_DOUBLE_EQ(model->duration(), 59.5);
 }
 
-TEST_F(PlayerModel, SeekToBlockUsesItsStartOrItsSourceMoment)
+TEST_F(PlayerModel, SeekingMovesThePlayHeadOverThePendingPlacementOfARebuild)
+{
+    load();
+    // Speech starts late: the first build still starts at the first word, not the end.
+    const WordBlock a = word(4.0, 5.0), b = word(6.0, 7.0);
+    push({a, b});
+    EXPECT_DOUBLE_EQ(player->seeks.last(), 0.0);
+
+    const struct
+    {
+        double asked, at;
+        QUuid active;
+    } cases[] = {{1.5, 1.5, b.id}, {-3.0, 0.0, a.id}, {99.0, 2.0, QUuid()}, {0.5, 0.5, a.id}};
+    for (const auto &c : cases) {
+        model->seek(c.asked);
+        EXPECT_DOUBLE_EQ(player->seeks.last(), c.at) << c.asked;
+        EXPECT_DOUBLE_EQ(model->currentTime(), c.at) << c.asked;
+        EXPECT_EQ(model->activeWordBlockId(), c.active) << c.asked;
+    }
+    // The build's own placement, completing late, does not pull the head back.
+    player->completeSeeks();
+    EXPECT_DOUBLE_EQ(model->currentTime(), 0.5);
+    model->setCurrentTime(0.0);
+    push({b});
+    model->setCurrentTime(0.25);
+    player->completeSeeks();
+    EXPECT_DOUBLE_EQ(model->currentTime(), 0.25);
+
+    // To a word: where it starts, or for a deleted one the next kept word's start.
+    push({a, b});
+    const struct
+    {
+        WordBlock block;
+        double at;
+    } toWords[] = {{b, 1.0}, {word(5.0, 5.5), 1.0}, {a, 0.0}};
+    for (const auto &c : toWords) {
+        model->seekToBlock(c.block);
+        EXPECT_DOUBLE_EQ(player->seeks.last(), c.at);
+        EXPECT_DOUBLE_EQ(model->currentTime(), c.at);
+        EXPECT_EQ(model->activeWordBlockId(), c.block.id);
+    }
+}
+
+TEST_F(PlayerModel, PlaybackStopsAtTheEndAndOnlyPlaybackStillWantedResumesAfterAnEdit)
 {
     load();
     const WordBlock a = word(1.0, 2.0), b = word(3.0, 4.0), c = word(5.0, 6.0);
     push({a, b, c});
-    model->seekToBlock(c);
-    EXPECT_DOUBLE_EQ(player->seeks.last(), 2.0);
-    EXPECT_DOUBLE_EQ(model->currentTime(), 2.0);
-    EXPECT_EQ(model->activeWordBlockId(), c.id);
+    player->completeSeeks();
+    const auto playing = [&] { return model->isPlaying() && player->rate() == 1.0; };
 
-    push({a, c});
-    model->seekToBlock(b); // deleted: its moment is gone, so the end of the result
-    EXPECT_DOUBLE_EQ(model->currentTime(), 2.0);
-    EXPECT_EQ(model->activeWordBlockId(), b.id);
+    model->togglePlayPause();
+    player->playTo(2.99);
+    EXPECT_TRUE(playing());
+    player->playTo(3.0); // the end: the model pauses and stays paused through an edit
+    EXPECT_FALSE(model->isPlaying());
+    EXPECT_EQ(player->rate(), 0.0);
+    push({a, b});
+    player->completeSeeks();
+    EXPECT_FALSE(model->isPlaying());
+    EXPECT_EQ(player->rate(), 0.0);
+    // Play there starts the result over; in the middle it plays on from where it is.
+    for (const double at : {model->duration() - 0.02, 1.5}) {
+        model->setCurrentTime(at);
+        player->seeks.clear();
+        model->togglePlayPause();
+        EXPECT_EQ(player->seeks, at > 1.5 ? QList<double> {0.0} : QList<double> {}) << at;
+        EXPECT_TRUE(playing());
+        model->pause();
+    }
+
+    // A pause while an edit's seek is under way is not undone when the seek lands.
+    model->seek(0.5);
+    model->togglePlayPause();
+    push({a});
+    model->pause();
+    player->completeSeeks();
+    EXPECT_FALSE(model->isPlaying());
+    EXPECT_EQ(player->rate(), 0.0);
+
+    // An engine that never shows the last frame: a play head standing just short of the
+    // end ends playback; one standing anywhere else is only a slow frame.
+    push({a, b, c});
+    player->completeSeeks();
+    for (const double stand : {1.0, 2.9}) {
+        model->seek(stand - 0.5);
+        model->togglePlayPause();
+        player->playTo(stand);
+        for (int report = 0; report < 6; ++report) {
+            clock.advance(0.05);
+            player->reportTime(stand);
+        }
+        EXPECT_EQ(playing(), stand < 2.0) << stand;
+        model->pause();
+    }
 }
 
 TEST_F(PlayerModel, PlayRangePlaysOnceThenPausesAndReports)
@@ -395,24 +480,6 @@ TEST_F(PlayerModel, SpeedAndVolumeReachThePlayer)
     model->stop();
     EXPECT_EQ(player->rate(), 0.0);
     EXPECT_FALSE(model->isPlaying());
-}
-
-TEST_F(PlayerModel, PlayAtTheEndStartsOver)
-{
-    load();
-    push({word(1.0, 2.0), word(3.0, 4.0)});
-    player->completeSeeks();
-    model->setCurrentTime(1.5);
-    player->seeks.clear();
-    model->togglePlayPause();
-    EXPECT_TRUE(player->seeks.isEmpty()); // in the middle: plays on from there
-    model->togglePlayPause();
-
-    model->setCurrentTime(model->duration() - 0.02);
-    model->togglePlayPause();
-    EXPECT_EQ(player->seeks, QList<double>({0.0}));
-    EXPECT_EQ(model->currentTime(), 0.0);
-    EXPECT_TRUE(model->isPlaying());
 }
 
 TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)

@@ -51,7 +51,8 @@ TEST(WireCoding, DatesDecodeWithOrWithoutFractionalSeconds)
             date(bad);
             ADD_FAILURE() << "accepted " << bad;
         } catch (const DecodeError &error) {
-            EXPECT_EQ(error.reason(), u"Cannot decode date: "_s + QString::fromLatin1(bad));
+            EXPECT_EQ(error.reason(), u"日期无法解析"_s);
+            EXPECT_EQ(error.detail(), QString::fromLatin1(bad));
             EXPECT_EQ(error.where(), u"createdAt");
         }
     }

@@ -119,17 +119,25 @@ TEST_F(KeyboardTest, ControlShortcutsRunTheEditorCommands)
     EXPECT_TRUE(probe->received.isEmpty());
 }
 
-TEST_F(KeyboardTest, OtherKeysReachTheFocusedWidget)
+TEST_F(KeyboardTest, SpacePlaysAndPausesAndOtherKeysReachTheFocusedWidget)
 {
     vm.setCursor(paragraph(0).id, 1);
+    press(Qt::Key_Space);
+    EXPECT_TRUE(vm.playerVM().isPlaying());
+    QTest::keyPress(QApplication::focusWidget(), Qt::Key_Space, {}, -1);
+    QKeyEvent held(QEvent::KeyPress, Qt::Key_Space, Qt::NoModifier, u" "_s, true);
+    QApplication::sendEvent(QApplication::focusWidget(), &held);
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(vm.playerVM().isPlaying()) << "a held Space toggles once";
+
     press(Qt::Key_B, Qt::ControlModifier);
     press(Qt::Key_Up);
     press(Qt::Key_Return);
-    press(Qt::Key_Space);
+    press(Qt::Key_Space, Qt::ShiftModifier);
     press(Qt::Key_Escape);
     EXPECT_EQ(probe->received,
               (QList<QKeyCombination> {Qt::ControlModifier | Qt::Key_B, Qt::Key_Up, Qt::Key_Return,
-                                       Qt::Key_Space, Qt::Key_Escape}));
+                                       Qt::ShiftModifier | Qt::Key_Space, Qt::Key_Escape}));
     EXPECT_EQ(vm.cursorPosition(), 1);
     EXPECT_EQ(text(), u"a b c | d e"_s);
 }
@@ -140,18 +148,19 @@ TEST_F(KeyboardTest, TextFieldWithFocusGetsEveryKey)
     search->setFocus();
     ASSERT_EQ(QApplication::focusWidget(), search);
 
-    QTest::keyClicks(search, u"xyz"_s);
+    QTest::keyClicks(search, u"x yz"_s);
     press(Qt::Key_Left);
     press(Qt::Key_Backspace);
-    EXPECT_EQ(search->text(), u"xz"_s);
+    EXPECT_EQ(search->text(), u"x z"_s);
     press(Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(search->text(), u"xyz"_s) << "the field's own undo";
+    EXPECT_EQ(search->text(), u"x yz"_s) << "the field's own undo";
     press(Qt::Key_A, Qt::ControlModifier);
-    EXPECT_EQ(search->selectedText(), u"xyz"_s);
+    EXPECT_EQ(search->selectedText(), u"x yz"_s);
     press(Qt::Key_Delete);
     EXPECT_EQ(search->text(), QString());
 
     EXPECT_EQ(deletes, 0);
+    EXPECT_FALSE(vm.playerVM().isPlaying());
     EXPECT_EQ(vm.cursorPosition(), 2);
     EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
     EXPECT_EQ(text(), u"a b c | d e"_s);

@@ -180,7 +180,7 @@ TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsLast)
 {
     timeline->setPixelsPerSecond(100.0);
     const QList<double> durations {1.2, 0.8, 1.6};
-    double x = 0.0;
+    double x = TimelineCanvas::leadingSpace;
     for (qsizetype i = 0; i < durations.size(); ++i) {
         for (TrackType track : {TrackType::video, TrackType::audio}) {
             const QRectF clip = canvas()->clipRect(track, i);
@@ -194,7 +194,8 @@ TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsLast)
 
     timeline->setPixelsPerSecond(250.0);
     EXPECT_NEAR(canvas()->clipRect(TrackType::audio, 2).width(), 1.6 * 250.0, 1e-9);
-    EXPECT_EQ(canvas()->paragraphAtX(1.3 * 250.0), 1);
+    EXPECT_EQ(canvas()->paragraphAtX(canvas()->timeToX(1.3)), 1);
+    EXPECT_EQ(canvas()->paragraphAtX(canvas()->timeToX(-0.01)), -1);
 }
 
 TEST_F(TimelineTest, DraggingAClipReordersParagraphsUnlessTheTrackIsLocked)
@@ -236,6 +237,42 @@ TEST_F(TimelineTest, TrackHeadersShowAndSetTheFourFlags)
     vm.setIsAudioTrackLocked(true);
     EXPECT_FALSE(timeline->videoHeader()->muteToggle()->isChecked());
     EXPECT_TRUE(timeline->audioHeader()->lockToggle()->isChecked());
+}
+
+// At every zoom step the play head at 0 shows whole with the "0s" label readable beside
+// it, the ruler and tracks reach the view's right edge, and the scroll bar, when there
+// is one, lies below the tracks.
+TEST_F(TimelineTest, EveryZoomStepKeepsTheStartLabelTheRulerAndTheScrollBarInPlace)
+{
+    const auto isRed = [](QRgb p) { return qRed(p) > 200 && qGreen(p) < 120; };
+    const auto isLabel = [](QRgb p) { return qGray(p) > 90 && qRed(p) - qBlue(p) < 40; };
+    QScrollArea *area = timeline->scrollArea();
+    const int x0 = int(canvas()->timeToX(0.0)), half = int(TimelineCanvas::playheadKnobHalfWidth);
+    for (double scale = minPixelsPerSecond; scale < maxPixelsPerSecond;
+         scale = zoomedPixelsPerSecond(scale, 1.0)) {
+        timeline->setPixelsPerSecond(scale);
+        area->horizontalScrollBar()->setValue(0);
+        QCoreApplication::processEvents();
+        const QImage ruler = canvas()->grab(QRect(0, 0, 40, TimelineCanvas::rulerHeight)).toImage();
+        EXPECT_TRUE(isRed(ruler.pixel(x0 - half + 1, 4)) && isRed(ruler.pixel(x0 + half - 1, 4)))
+            << scale;
+        int labelPixels = 0;
+        for (int x = x0 + half + 1; x < ruler.width(); ++x)
+            for (int y = 0; y < TimelineCanvas::rulerHeight - 10; ++y)
+                labelPixels += isLabel(ruler.pixel(x, y));
+        EXPECT_GT(labelPixels, 3) << scale;
+
+        EXPECT_GE(canvas()->width(), area->viewport()->width()) << scale;
+        const QScrollBar *bar = area->horizontalScrollBar();
+        const int tracksEnd
+            = canvas()
+                  ->mapTo(area, QPoint(0, int(canvas()->trackRect(TrackType::audio).bottom())))
+                  .y();
+        if (bar->isVisible()) {
+            EXPECT_LE(tracksEnd, bar->mapTo(area, QPoint(0, 0)).y()) << scale;
+        }
+        EXPECT_LE(tracksEnd, area->viewport()->height()) << scale;
+    }
 }
 
 TEST_F(TimelineTest, RulerClicksMoveThePlayheadAndThePlayheadStaysInView)

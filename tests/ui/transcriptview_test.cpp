@@ -80,6 +80,20 @@ TEST_F(TranscriptViewTest, ClicksPlaceTheCursorOrSelectTheParagraph)
     EXPECT_EQ(vm.cursorParagraphId(), paragraph(2).id);
     EXPECT_EQ(vm.cursorPosition(), 0);
     EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
+
+    // Shift extends from the cursor; the anchor stays where the first extension put it.
+    click(word(0, 0).center()); // cursor after "alpha"
+    click(rightOf(0, 2), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
+    click(leftOf(0, 0), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s}));
+    EXPECT_EQ(vm.selectionAnchor(), 1);
+
+    // The pointer is an I-beam over the words, a hand over a paragraph's grip.
+    sendMouse(surface(), QEvent::MouseMove, word(1, 1).center(), Qt::NoButton);
+    EXPECT_EQ(surface()->cursor().shape(), Qt::IBeamCursor);
+    sendMouse(surface(), QEvent::MouseMove, view->headerRectInViewport(1).center(), Qt::NoButton);
+    EXPECT_EQ(surface()->cursor().shape(), Qt::OpenHandCursor);
 }
 
 TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs)
@@ -107,19 +121,6 @@ TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"delta"_s, u"epsilon"_s, u"zeta"_s, u"eta"_s}));
     EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
     EXPECT_FALSE(vm.isDragging());
-}
-
-TEST_F(TranscriptViewTest, ShiftClickExtendsFromTheCursor)
-{
-    click(word(0, 0).center()); // cursor after "alpha"
-    click(rightOf(0, 2), Qt::ShiftModifier);
-    EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
-    EXPECT_EQ(vm.selectionAnchor(), 1);
-
-    // The anchor stays where the first extension put it.
-    click(leftOf(0, 0), Qt::ShiftModifier);
-    EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s}));
-    EXPECT_EQ(vm.selectionAnchor(), 1);
 }
 
 TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
@@ -171,14 +172,6 @@ TEST_F(TranscriptViewTest, CursorBarStandsAtTheWordFrames)
     vm.selectAllInParagraph();
     vm.deleteSelectedWords();
     EXPECT_FALSE(view->cursorBarInViewport());
-}
-
-TEST_F(TranscriptViewTest, PointerIsAnIBeamOverTheWords)
-{
-    sendMouse(surface(), QEvent::MouseMove, word(1, 1).center(), Qt::NoButton);
-    EXPECT_EQ(surface()->cursor().shape(), Qt::IBeamCursor);
-    sendMouse(surface(), QEvent::MouseMove, view->headerRectInViewport(1).center(), Qt::NoButton);
-    EXPECT_EQ(surface()->cursor().shape(), Qt::OpenHandCursor);
 }
 
 TEST_F(TranscriptViewTest, ContextMenuTogglesSentencePlayback)

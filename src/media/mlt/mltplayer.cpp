@@ -6,6 +6,7 @@
 #include <Mlt.h>
 #include <QMetaObject>
 #include <QPointer>
+#include <QTextStream>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -18,6 +19,16 @@ namespace {
 // which only sets how finely the play head steps and a seek lands.
 constexpr FrameRate audioOnlyRate {100, 1};
 
+// A sound card that holds the consumer makes it wait a second per frame; this many
+// watches in a row without a new frame while playing means that is happening.
+constexpr int soundWatchMilliseconds = 500;
+constexpr int stalledWatches = 4;
+
+void log(const QString &line)
+{
+    QTextStream(stdout) << u"[Player] "_s << line << Qt::endl;
+}
+
 } // namespace
 
 MltPlayer::MltPlayer(QObject *parent)
@@ -27,6 +38,8 @@ MltPlayer::MltPlayer(QObject *parent)
     m_boundaryTimer.setInterval(10);
     m_boundaryTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_boundaryTimer, &QTimer::timeout, this, &MltPlayer::checkBoundaries);
+    m_soundWatch.setInterval(soundWatchMilliseconds);
+    connect(&m_soundWatch, &QTimer::timeout, this, &MltPlayer::checkSoundOutput);
 }
 
 MltPlayer::~MltPlayer()
@@ -110,9 +123,48 @@ void MltPlayer::ensureConsumer()
             onFrameShow(owner, mlt_event_data_to_frame(data));
         }));
     m_consumer->connect(*m_root);
-    m_consumer->start();
+    startConsumer();
     // Starting a consumer sets its producer going at normal speed.
     m_root->set_speed(m_rate);
+}
+
+void MltPlayer::startConsumer()
+{
+    if (m_consumer->start() == 0)
+        return;
+    // No sound system could be set up at all. SDL's dummy driver takes the sound without
+    // a card; with the sound switched off the consumer times the frames by the clock.
+    playSilently(u"no sound output could be opened"_s);
+    m_consumer->set("audio_driver", "dummy");
+    if (m_consumer->start() != 0)
+        log(u"The preview cannot play: the consumer does not start"_s);
+}
+
+void MltPlayer::playSilently(const QString &reason)
+{
+    if (m_silent)
+        return;
+    m_silent = true;
+    m_soundWatch.stop();
+    m_consumer->set("audio_off", 1);
+    log(u"Playing without sound: "_s + reason);
+}
+
+// The consumer waits up to a second for a sound card that stopped taking sound, then
+// opens it again, frame after frame: the picture all but stops. Once that is seen, the
+// sound goes and the clock keeps the time.
+void MltPlayer::checkSoundOutput()
+{
+    const qint64 shown = m_framesShown.load();
+    const bool waiting = m_rate == 0.0 || m_resumePending || m_awaitedFrame.load() != -1 || !m_root
+        || m_shownFrame.load() >= m_root->get_playtime() - 1;
+    if (waiting || shown != m_framesAtLastWatch) {
+        m_framesAtLastWatch = shown;
+        m_stillWatches = 0;
+        return;
+    }
+    if (++m_stillWatches >= stalledWatches)
+        playSilently(u"the sound output stopped taking sound"_s);
 }
 
 void MltPlayer::play(Mlt::Producer *producer)
@@ -164,7 +216,7 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
     QSize size;
     {
         std::lock_guard lock(self->m_sizeMutex);
-        size = self->m_videoSize;
+        size = self->m_frameSize;
     }
     if (size.isEmpty())
         return;
@@ -175,6 +227,13 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
     if (mlt_frame_get_image(frame, &pixels, &format, &width, &height, 0) || !pixels
         || format != mlt_image_rgba)
         return;
+    // MLT makes up a plain picture for a frame that has none: sound alone, or nothing.
+    if (mlt_properties_get_int(MLT_FRAME_PROPERTIES(frame), "test_image")) {
+        QMetaObject::invokeMethod(
+            self, [self, position] { Q_EMIT self->frameShown({}, self->timeAtFrame(position)); },
+            Qt::QueuedConnection);
+        return;
+    }
     QImage image = QImage(pixels, width, height, width * 4, QImage::Format_RGBA8888);
     image = image.size() == size
         ? image.copy()
@@ -186,11 +245,19 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
 }
 
 // The decoding thread then hands over frames already scaled and converted for the view,
-// so the thread that keeps time only copies them.
+// so the thread that keeps time only copies them. They keep the picture's proportions:
+// asked for another shape, MLT would paint black bars into the frame itself, and a view
+// that fits the frame to a bigger screen would scale the bars up with it.
 void MltPlayer::renderFor(const QSize &size)
 {
-    m_consumer->set("width", size.width());
-    m_consumer->set("height", size.height());
+    QSize fitted = QSize(m_profile->width(), m_profile->height()).scaled(size, Qt::KeepAspectRatio);
+    fitted = QSize(std::max(2, fitted.width() & ~1), std::max(2, fitted.height() & ~1));
+    {
+        std::lock_guard lock(m_sizeMutex);
+        m_frameSize = fitted;
+    }
+    m_consumer->set("width", fitted.width());
+    m_consumer->set("height", fitted.height());
     m_consumer->set("mlt_image_format", "rgba");
 }
 
@@ -199,6 +266,8 @@ void MltPlayer::setVideoSize(const QSize &size)
     {
         std::lock_guard lock(m_sizeMutex);
         m_videoSize = size;
+        if (size.isEmpty())
+            m_frameSize = QSize();
     }
     if (m_consumer && !size.isEmpty())
         renderFor(size);
@@ -294,6 +363,13 @@ void MltPlayer::setRate(double rate)
     }
     m_resumePending = false;
     m_rate = rate;
+    if (rate != 0.0 && !m_silent && !m_soundWatch.isActive()) {
+        m_framesAtLastWatch = m_framesShown.load();
+        m_stillWatches = 0;
+        m_soundWatch.start();
+    } else if (rate == 0.0) {
+        m_soundWatch.stop();
+    }
     if (Mlt::Producer *producer = currentProducer()) {
         producer->set_speed(rate);
         if (m_consumer)

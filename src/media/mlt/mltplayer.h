@@ -22,7 +22,9 @@ class CompositionPlaylist;
 
 // Plays through MLT's sdl2_audio consumer, which keeps real time by the sound card and
 // hands each due frame to a listener. The consumer runs from the first item on; pausing
-// is speed 0, so the shown frame stays and a seek while paused shows the new one.
+// is speed 0, so the shown frame stays and a seek while paused shows the new one. Without
+// a sound card that can be opened, or with one that stops taking sound, it plays on
+// silently, timed by the clock.
 class MltPlayer final : public Player
 {
     Q_OBJECT
@@ -48,8 +50,9 @@ public:
     void removeTimeObserver(ObserverId id) override;
     void setStopTime(std::optional<double> seconds) override;
 
-    // Shown frames as images of `size`, delivered on the player's thread. An empty size
-    // stops the delivery (frames are then not converted at all).
+    // Shown frames as images that fit `size` with the picture's own proportions,
+    // delivered on the player's thread; a frame without a picture (sound alone) comes as
+    // a null image. An empty size stops the delivery (frames are then not converted).
     void setVideoSize(const QSize &size);
     // Frames the consumer has shown since the player was made.
     qint64 framesShown() const { return m_framesShown.load(); }
@@ -79,6 +82,9 @@ private:
     void syncRootLength();
     void checkBoundaries();
     void resumeAfterSeek();
+    void startConsumer();
+    void checkSoundOutput();
+    void playSilently(const QString &reason);
     double timeAtFrame(int frame) const;
     Mlt::Producer *currentProducer() const;
 
@@ -101,6 +107,14 @@ private:
     std::atomic<qint64> m_framesShown {0};
     std::mutex m_sizeMutex;
     QSize m_videoSize;
+    // m_videoSize narrowed to the picture's proportions: the size frames come in.
+    QSize m_frameSize;
+    // Watches that frames keep coming while playing: a sound card that stops taking
+    // sound holds every frame back.
+    QTimer m_soundWatch;
+    qint64 m_framesAtLastWatch = 0;
+    int m_stillWatches = 0;
+    bool m_silent = false;
 
     QHash<ObserverId, std::shared_ptr<Observer>> m_observers;
     ObserverId m_nextObserver = 1;

@@ -70,8 +70,17 @@ double TimelineCanvas::contentDuration() const
 QSize TimelineCanvas::sizeHint() const
 {
     const int width
-        = static_cast<int>(std::ceil(contentDuration() * m_pixelsPerSecond)) + trailingSpace;
+        = std::max(static_cast<int>(std::ceil(timeToX(contentDuration()))) + trailingSpace,
+                   m_minimumContentWidth);
     return {width, rulerHeight + videoTrackHeight + audioTrackHeight + 2 * trackGap};
+}
+
+void TimelineCanvas::setMinimumContentWidth(int width)
+{
+    if (width == m_minimumContentWidth)
+        return;
+    m_minimumContentWidth = width;
+    updateSize();
 }
 
 void TimelineCanvas::updateSize()
@@ -96,16 +105,16 @@ QRectF TimelineCanvas::trackRect(TrackType track) const
 QRectF TimelineCanvas::clipRect(TrackType track, qsizetype paragraphIndex) const
 {
     const QRectF row = trackRect(track);
-    const double start = m_clipStarts.at(paragraphIndex) * m_pixelsPerSecond;
-    const double end = m_clipStarts.at(paragraphIndex + 1) * m_pixelsPerSecond;
+    const double start = timeToX(m_clipStarts.at(paragraphIndex));
+    const double end = timeToX(m_clipStarts.at(paragraphIndex + 1));
     return {start, row.top(), end - start, row.height()};
 }
 
 qsizetype TimelineCanvas::paragraphAtX(double x) const
 {
-    if (m_clipStarts.size() < 2 || x < 0.0)
+    const double t = xToTime(x);
+    if (m_clipStarts.size() < 2 || t < 0.0)
         return -1;
-    const double t = x / m_pixelsPerSecond;
     const auto it = std::upper_bound(m_clipStarts.cbegin(), m_clipStarts.cend(), t);
     const qsizetype index = (it - m_clipStarts.cbegin()) - 1;
     return index >= 0 && index < m_clipStarts.size() - 1 ? index : -1;
@@ -113,7 +122,7 @@ qsizetype TimelineCanvas::paragraphAtX(double x) const
 
 double TimelineCanvas::playheadX() const
 {
-    return m_editor.playerVM().currentTime() * m_pixelsPerSecond;
+    return timeToX(m_editor.playerVM().currentTime());
 }
 
 bool TimelineCanvas::isLocked(TrackType track) const
@@ -137,12 +146,14 @@ void TimelineCanvas::paintEvent(QPaintEvent *event)
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setPen(QPen(playheadColor, 1.5));
         painter.drawLine(QPointF(x, rulerHeight - 6), QPointF(x, height()));
+        // Narrow enough that a label beside the tick it stands on stays readable.
+        const double half = playheadKnobHalfWidth;
         QPainterPath knob;
-        knob.moveTo(x - 6, 2);
-        knob.lineTo(x + 6, 2);
-        knob.lineTo(x + 6, rulerHeight - 10);
+        knob.moveTo(x - half, 2);
+        knob.lineTo(x + half, 2);
+        knob.lineTo(x + half, rulerHeight - 10);
         knob.lineTo(x, rulerHeight - 4);
-        knob.lineTo(x - 6, rulerHeight - 10);
+        knob.lineTo(x - half, rulerHeight - 10);
         knob.closeSubpath();
         painter.setPen(Qt::NoPen);
         painter.setBrush(playheadColor);
@@ -163,8 +174,12 @@ void TimelineCanvas::paintRuler(QPainter &painter, const QRectF &exposed)
     // Labels start right of their tick, so one that begins left of the exposed band
     // may still reach into it.
     const double labelReach = 40.0;
-    for (const RulerTick &tick : rulerTicks(m_pixelsPerSecond, m_editor.playerVM().duration(),
-                                            exposed.left() - labelReach, exposed.right())) {
+    // Ticks are laid out from time 0 at x 0; the canvas starts time 0 further right.
+    painter.save();
+    painter.translate(leadingSpace, 0);
+    for (const RulerTick &tick :
+         rulerTicks(m_pixelsPerSecond, m_editor.playerVM().duration(),
+                    exposed.left() - leadingSpace - labelReach, exposed.right() - leadingSpace)) {
         const qreal length = tick.major ? 10.0 : 5.0;
         painter.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.3f), 0.5));
         painter.drawLine(QPointF(tick.x, rulerHeight - length), QPointF(tick.x, rulerHeight));
@@ -174,6 +189,7 @@ void TimelineCanvas::paintRuler(QPainter &painter, const QRectF &exposed)
                              tick.label);
         }
     }
+    painter.restore();
 }
 
 void TimelineCanvas::paintClips(QPainter &painter, const QRectF &exposed)
@@ -263,7 +279,7 @@ void TimelineCanvas::seekTo(double x)
     // The player seeks by word: take the word whose stretch of the edited timeline
     // holds the time under the pointer.
     VideoPlayerViewModel &player = m_editor.playerVM();
-    const double t = std::max(0.0, x / m_pixelsPerSecond);
+    const double t = std::max(0.0, xToTime(x));
     const QList<CompositionEntry> &map = player.compositionMap();
     if (map.isEmpty())
         return;

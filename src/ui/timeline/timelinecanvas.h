@@ -25,6 +25,9 @@ public:
     static constexpr int audioTrackHeight = 46;
     static constexpr int trackGap = 4;
     static constexpr int trailingSpace = 80;
+    // Room left of time 0, so the play head standing there shows whole.
+    static constexpr int leadingSpace = 10;
+    static constexpr double playheadKnobHalfWidth = 4.0;
 
     explicit TimelineCanvas(EditorViewModel &editor, QWidget *parent = nullptr);
 
@@ -33,6 +36,10 @@ public:
 
     // Length of the ruler: the preview's duration, or the paragraphs' when that is longer.
     double contentDuration() const;
+    double timeToX(double seconds) const { return leadingSpace + seconds * m_pixelsPerSecond; }
+    double xToTime(double x) const { return (x - leadingSpace) / m_pixelsPerSecond; }
+    // At least as wide as `width`, so the ruler and the tracks run to the view's edge.
+    void setMinimumContentWidth(int width);
     QRectF trackRect(TrackType track) const;
     QRectF clipRect(TrackType track, qsizetype paragraphIndex) const;
     // The paragraph whose clip spans x, or -1.
@@ -64,6 +71,7 @@ private:
 
     EditorViewModel &m_editor;
     double m_pixelsPerSecond = 60.0;
+    int m_minimumContentWidth = 0;
     // Start of each paragraph's clip on the edited timeline, plus the end as last entry.
     QList<double> m_clipStarts;
     bool m_isDraggingPlayhead = false;

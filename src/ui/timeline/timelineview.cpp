@@ -86,7 +86,15 @@ TimelineView::TimelineView(EditorViewModel &editor, QWidget *parent)
     m_scroll->setFrameShape(QFrame::NoFrame);
     m_scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
-    m_scroll->setStyleSheet(u"QScrollArea { background: rgb(28,28,31); }"_s);
+    // The scroll bar is dark like the tracks above it, not a light bar of the desktop's.
+    m_scroll->setStyleSheet(
+        u"QScrollArea { background: rgb(28,28,31); }"
+        "QScrollBar:horizontal { background: rgb(38,38,42); height: 12px; margin: 0; }"
+        "QScrollBar::handle:horizontal { background: rgb(92,92,100); border-radius: 4px;"
+        " min-width: 24px; margin: 2px 0; }"
+        "QScrollBar::handle:horizontal:hover { background: rgb(120,120,130); }"
+        "QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { width: 0; }"
+        "QScrollBar::add-page:horizontal, QScrollBar::sub-page:horizontal { background: none; }"_s);
 
     auto *body = new QHBoxLayout;
     body->setContentsMargins(0, 0, 0, 0);
@@ -178,8 +186,11 @@ bool TimelineView::eventFilter(QObject *watched, QEvent *event)
     return QWidget::eventFilter(watched, event);
 }
 
+// The canvas fills the view whatever the scale: a short edit zoomed out still has its
+// ruler and tracks to the right edge, and the tracks end above the scroll bar.
 void TimelineView::fitCanvasHeight()
 {
+    m_canvas->setMinimumContentWidth(m_scroll->viewport()->width());
     m_canvas->resize(m_canvas->width(),
                      std::max(m_scroll->viewport()->height(), m_canvas->sizeHint().height()));
 }

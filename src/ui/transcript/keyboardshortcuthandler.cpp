@@ -101,6 +101,13 @@ KeyboardShortcutHandler::Action KeyboardShortcutHandler::actionFor(const QKeyEve
         }
     }
 
+    // Space plays and pauses, as in every player; a held key does not flicker it.
+    if (key.key() == Qt::Key_Space && !(modifiers & ~Qt::KeypadModifier)) {
+        if (key.isAutoRepeat())
+            return [](EditorViewModel &) {};
+        return [](EditorViewModel &editor) { editor.playerVM().togglePlayPause(); };
+    }
+
     const bool extend = modifiers.testFlag(Qt::ShiftModifier);
     if (key.key() == Qt::Key_Left) {
         return [extend](EditorViewModel &editor) {

@@ -1,0 +1,36 @@
+#include "filemanager.h"
+
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDesktopServices>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+void revealInFileManager(const QString &path, QDBusConnection bus,
+                         std::function<bool(const QUrl &)> openFolder)
+{
+    if (!openFolder)
+        openFolder = [](const QUrl &url) { return QDesktopServices::openUrl(url); };
+    const QUrl folder = QUrl::fromLocalFile(QFileInfo(path).absolutePath());
+    if (!bus.isConnected()) {
+        openFolder(folder);
+        return;
+    }
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        u"org.freedesktop.FileManager1"_s, u"/org/freedesktop/FileManager1"_s,
+        u"org.freedesktop.FileManager1"_s, u"ShowItems"_s);
+    call << QStringList {QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString()}
+         << QString();
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call));
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [watcher, folder, openFolder = std::move(openFolder)] {
+                         if (watcher->isError())
+                             openFolder(folder);
+                         watcher->deleteLater();
+                     });
+}
+
+} // namespace kavel::app
