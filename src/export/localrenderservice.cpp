@@ -267,7 +267,9 @@ QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arg
     const bool started = co_await qCoro(process).start(program, arguments);
     if (!started)
         co_return -1;
+    m_encoder = &process;
     const bool finished = co_await qCoro(process).waitForFinished(timeLimit);
+    m_encoder = nullptr;
     if (!finished) {
         // A stalled encoder must not hold the export forever.
         process.kill();
@@ -294,6 +296,9 @@ void LocalRenderService::cancel()
 {
     if (m_job)
         m_job->cancel();
+    // The encoder's exit status then reads as a failed conversion, which ends the run.
+    if (m_encoder)
+        m_encoder->kill();
 }
 
 std::optional<QString> LocalRenderService::findEncoder(const QString &name) const

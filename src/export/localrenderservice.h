@@ -11,6 +11,8 @@
 #include <chrono>
 #include <optional>
 
+class QProcess;
+
 namespace kavel {
 
 namespace media {
@@ -102,6 +104,8 @@ private:
     EncoderSearch m_encoderSearch;
     service::LogSink m_log;
     media::RenderJob *m_job = nullptr;
+    // The external MP3 encoder while it runs, so that a cancel reaches it too.
+    QProcess *m_encoder = nullptr;
     double m_progress = 0.0;
     bool m_isRendering = false;
     std::optional<QString> m_error;

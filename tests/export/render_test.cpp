@@ -16,6 +16,7 @@
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QtEndian>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -217,18 +218,24 @@ TEST_F(RenderTest, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         QFile::setPermissions(bin + u"ffmpeg"_s, QFile::ReadOwner | QFile::ExeOwner);
     };
     EncoderSearch search {{}, {bin}};
-    search.baseTimeLimit = std::chrono::milliseconds(1500);
-    service->setEncoderSearch(search);
     const struct
     {
         QByteArray script;
         bool succeeds;
+        bool cancelled = false;
     } cases[] = {{"exec /usr/bin/ffmpeg \"$@\"\n", true},
                  {"exit 3\n", false},
                  // Stalls: the export must end all the same, within the limit.
-                 {"exec sleep 600\n", false}};
+                 {"exec sleep 600\n", false},
+                 // Stalls under a generous limit: stopping the export must reach it.
+                 {"exec sleep 600\n", false, true}};
     for (const auto &c : cases) {
         encoder(c.script);
+        search.baseTimeLimit
+            = c.cancelled ? std::chrono::minutes(10) : std::chrono::milliseconds(1500);
+        service->setEncoderSearch(search);
+        if (c.cancelled)
+            QTimer::singleShot(1000, service.get(), [&] { service->cancel(); });
         log.clear();
         const QString target = out(u"声音.mp3"_s);
         QElapsedTimer clock;
