@@ -105,6 +105,7 @@ void BM_DeleteOneWord(benchmark::State &state)
     auto &player = static_cast<media::mlt::MltPlayer &>(s.model->player());
     state.counters["removed"] = player.composition()->lastStats().removed;
     state.counters["inserted"] = player.composition()->lastStats().inserted;
+    state.counters["resized"] = player.composition()->lastStats().resized;
 }
 BENCHMARK(BM_DeleteOneWord)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(50);
 

@@ -4,6 +4,7 @@
 
 #include <Mlt.h>
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -16,11 +17,20 @@ namespace {
 // afresh: past this point removing and inserting costs more than appending in bulk.
 constexpr int maxDiffEdits = 512;
 
+std::uint64_t mix(std::uint64_t h, std::uint64_t v)
+{
+    h ^= v + 0x9E3779B97F4A7C15ull + (h << 6) + (h >> 2);
+    return h * 0xFF51AFD7ED558CCDull;
+}
+
+// Keyed by what the entry plays, not by its frames: deleting one word shifts every later
+// entry's frames by a fraction, and keying on frames would make that a rebuild of all of
+// them. Kept entries whose frames moved are resized in place instead.
 std::uint64_t entryKey(const PlaylistEntry &e)
 {
-    return (std::uint64_t(std::uint16_t(e.source)) << 48)
-        | (std::uint64_t(std::uint32_t(e.inFrame) & 0xFFFFFF) << 24)
-        | (std::uint64_t(std::uint32_t(e.outFrame) & 0xFFFFFF));
+    return mix(
+        mix(std::uint64_t(std::uint32_t(e.source)), std::bit_cast<std::uint64_t>(e.sourceStart)),
+        std::bit_cast<std::uint64_t>(e.sourceEnd));
 }
 
 } // namespace
@@ -101,13 +111,17 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
             timing::nearestIndex(timing::sourceTimeAtFrame(segment, frames.begin, grid), grid));
         const auto outFrame = inFrame + static_cast<int>(frames.count());
 
-        // A stretch that goes on where the previous one of the same source ended joins its
-        // entry: separate cuts would play exactly the same frames, and words that are truly
-        // contiguous must share their boundary frame or it would be played twice.
+        // A stretch that goes on in the source where the previous one of the same source
+        // ended joins its entry: the two are one cut, and sharing the entry keeps their
+        // boundary frame from being played twice. Continuity is judged on source times,
+        // not frames, so that an edit elsewhere, which moves the grid's phase, does not
+        // split or join entries all down the list.
         if (!entries.empty()) {
             PlaylistEntry &open = entries.back();
-            if (playable && open.playable && open.source == source && inFrame == open.outFrame) {
-                open.outFrame = outFrame;
+            if (playable && open.playable && open.source == source
+                && std::abs(segment.sourceStart - open.sourceEnd) < 1e-9) {
+                open.outFrame += static_cast<int>(frames.count());
+                open.sourceEnd = segment.sourceEnd;
                 continue;
             }
         }
@@ -117,6 +131,8 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
         entry.inFrame = playable ? inFrame : 0;
         entry.outFrame = playable ? outFrame : int(frames.count());
         entry.playlistFrame = static_cast<int>(frames.begin);
+        entry.sourceStart = segment.sourceStart;
+        entry.sourceEnd = segment.sourceEnd;
         entries.push_back(entry);
     }
 
@@ -138,13 +154,22 @@ QList<SegmentFailure> CompositionPlaylist::apply(const EditList &editList)
         m_stats.rebuilt = true;
     } else {
         qsizetype cursor = 0;
+        size_t oldIndex = 0;
         for (const DiffStep &step : *steps) {
             switch (step.kind) {
-            case DiffStep::keep:
+            case DiffStep::keep: {
+                const PlaylistEntry &was = live[oldIndex++];
+                const PlaylistEntry &now = playable[size_t(cursor)];
+                if (was.inFrame != now.inFrame || was.outFrame != now.outFrame) {
+                    resizeEntry(cursor, now);
+                    ++m_stats.resized;
+                }
                 ++cursor;
                 break;
+            }
             case DiffStep::remove:
                 removeEntry(cursor);
+                ++oldIndex;
                 ++m_stats.removed;
                 break;
             case DiffStep::insert:
@@ -238,6 +263,19 @@ void CompositionPlaylist::insertEntry(qsizetype position, const PlaylistEntry &e
     else
         chunk.playlist->insert_blank(offset, entry.frames() - 1);
     ++chunk.count;
+}
+
+void CompositionPlaylist::resizeEntry(qsizetype position, const PlaylistEntry &entry)
+{
+    const auto [c, offset] = locate(position);
+    if (c == qsizetype(m_chunks.size()))
+        return;
+    Chunk &chunk = *m_chunks[size_t(c)];
+    touch(chunk);
+    if (entry.playable)
+        chunk.playlist->resize_clip(offset, entry.inFrame, entry.outFrame - 1);
+    else
+        chunk.playlist->resize_clip(offset, 0, entry.frames() - 1);
 }
 
 void CompositionPlaylist::removeEntry(qsizetype position)

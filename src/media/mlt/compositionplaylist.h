@@ -28,6 +28,10 @@ struct PlaylistEntry
     int outFrame = 0;
     // Where the entry starts in the playlist, in frames.
     int playlistFrame = 0;
+    // The stretch's exact source times: they name the entry across edits, while its frames
+    // move with the phase of the grid wherever an earlier edit changed the running time.
+    double sourceStart = 0.0;
+    double sourceEnd = 0.0;
 
     int frames() const { return outFrame - inFrame; }
 };
@@ -60,11 +64,13 @@ public:
     int frameCount() const;
     double duration() const { return m_duration; }
     const std::vector<PlaylistEntry> &entries() const { return m_entries; }
-    // How the last apply() went: entries removed and inserted, or a full rebuild.
+    // How the last apply() went: entries removed, inserted and resized where the grid's
+    // phase moved, or a full rebuild.
     struct Stats
     {
         int removed = 0;
         int inserted = 0;
+        int resized = 0;
         bool rebuilt = false;
     };
     const Stats &lastStats() const { return m_stats; }
@@ -80,6 +86,7 @@ private:
     void rebuild(const std::vector<PlaylistEntry> &entries);
     void insertEntry(qsizetype position, const PlaylistEntry &entry);
     void removeEntry(qsizetype position);
+    void resizeEntry(qsizetype position, const PlaylistEntry &entry);
     void touch(Chunk &chunk);
     std::pair<qsizetype, int> locate(qsizetype position) const;
     void settleChunks();
