@@ -4,7 +4,6 @@
 
 #include <QCoroNetworkReply>
 #include <QFileInfo>
-#include <QStringDecoder>
 #include <QTimer>
 #include <QUuid>
 #include <stdexcept>
@@ -15,14 +14,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Body text for the log: the bytes as UTF-8, or nothing when they are not valid UTF-8.
-std::optional<QString> utf8Text(const QByteArray &bytes)
+// What the log says of a body: its size only. Bodies carry passwords, texted codes and
+// tokens, and the log goes to a terminal and to files users attach to bug reports.
+QString sizeText(const QByteArray &bytes)
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder(bytes);
-    if (decoder.hasError())
-        return std::nullopt;
-    return text;
+    return u"("_s + QString::number(bytes.size()) + u" bytes)"_s;
 }
 
 bool isSuccess(int statusCode)
@@ -113,8 +109,7 @@ QCoro::Task<QByteArray> APIClient::postBody(QString path, QByteArray json)
     const QUrl url = endpoint(path);
     QNetworkRequest request = makeRequest(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-    if (auto text = utf8Text(json))
-        logLine(u"[APIClient] POST "_s + url.toString() + u" body: "_s + *text);
+    logLine(u"[APIClient] POST "_s + url.path() + u' ' + sizeText(json));
 
     Reply reply;
     try {
@@ -124,7 +119,7 @@ QCoro::Task<QByteArray> APIClient::postBody(QString path, QByteArray json)
         throw;
     }
     logLine(u"[APIClient] Response: "_s + QString::number(reply.statusCode) + u' '
-            + utf8Text(reply.body).value_or(QString()));
+            + sizeText(reply.body));
     if (!reply.isHttp) {
         const APIError error = APIError::invalidResponse();
         logLine(u"[APIClient] Error: "_s + error.description());
@@ -141,7 +136,7 @@ QCoro::Task<QByteArray> APIClient::postBody(QString path, QByteArray json)
 QCoro::Task<QByteArray> APIClient::getBody(QString path)
 {
     const QUrl url = endpoint(path);
-    logLine(u"[APIClient] GET "_s + url.toString());
+    logLine(u"[APIClient] GET "_s + url.path());
     Reply reply;
     try {
         reply = co_await send(makeRequest(url), "GET", {});
@@ -150,7 +145,7 @@ QCoro::Task<QByteArray> APIClient::getBody(QString path)
         throw;
     }
     logLine(u"[APIClient] GET Response: "_s + QString::number(reply.statusCode) + u' '
-            + utf8Text(reply.body).value_or(QString()));
+            + sizeText(reply.body));
     if (!reply.isHttp) {
         const APIError error = APIError::invalidResponse();
         logLine(u"[APIClient] GET Error: "_s + error.description());
