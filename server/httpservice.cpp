@@ -174,8 +174,10 @@ void HttpService::sendSmsCode(const httplib::Request &request, httplib::Response
     const auto phone = body ? stringField(*body, "phone") : std::nullopt;
     if (!phone)
         return sendDetail(response, 422, "Expected a JSON object with a phone number");
-    if (!m_database.findUserByPhone(*phone))
-        return sendDetail(response, 404, "No account with this phone number");
+    // Known and unknown numbers get the same answers, the same resend limit and the same
+    // work, so the service cannot be asked who has an account; only a known number is
+    // actually texted.
+    const bool known = m_database.findUserByPhone(*phone).has_value();
     const std::int64_t now = unixNow();
     if (auto sentAt = m_database.lastSmsCodeSentAt(*phone);
         sentAt && now - *sentAt < smsResendInterval)
@@ -184,7 +186,8 @@ void HttpService::sendSmsCode(const httplib::Request &request, httplib::Response
     const std::string code = credentials::newNumericCode(6);
     m_database.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
                             now + smsCodeLifetime);
-    m_sms.send(*phone, code);
+    if (known)
+        m_sms.send(*phone, code);
     sendJson(response, 200, QJsonObject {{u"success"_s, true}});
 }
 
