@@ -93,8 +93,11 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     };
     connect(&m_editor, &EditorViewModel::projectChanged, this, refreshEditorScreen);
     connect(&m_editor, &EditorViewModel::isProcessingChanged, this, refreshEditorScreen);
-    connect(m_editorView, &MainEditorView::backRequested, this,
-            [this] { navigate(NavigationItem::home); });
+    connect(m_editorView, &MainEditorView::backRequested, this, [this] {
+        // Undo belongs to one stretch of work on a document; leaving it ends that.
+        m_editor.undoManager().clear();
+        navigate(NavigationItem::home);
+    });
     connect(static_cast<AccountPage *>(m_account), &AccountPage::signInRequested, this,
             &MainWindow::showLoginSheet);
     connect(static_cast<SettingsPage *>(m_settingsPage), &SettingsPage::closeRequested, this,

@@ -308,6 +308,9 @@ private:
     QCoro::Task<> runImport(QList<QUrl> urls);
     QCoro::Task<> pollTranscription(QString taskId);
     void finishTranscription(const service::TranscriptionResult &result);
+    // The open project when it is the import's bundle, else nothing.
+    KavelProject *openImportProject() const;
+    void saveImportedTranscript(KavelProject &project);
     void failTranscription(const QString &status);
     void setTranscriptionPollCount(int count);
     void logLine(const QString &line) const;
@@ -317,7 +320,10 @@ private:
     std::unique_ptr<AudioExtractor> m_audioExtractor;
     std::unique_ptr<VideoPlayerViewModel> m_playerVM;
     std::unique_ptr<EditorUndoManager> m_undoManager;
-    std::unique_ptr<KavelProject> m_project;
+    std::shared_ptr<KavelProject> m_project;
+    // The project a running import was started for. It stays alive, and receives the
+    // transcript, even when the user opens another project meanwhile.
+    std::shared_ptr<KavelProject> m_importProject;
 
     QList<Paragraph> m_paragraphs;
     QSet<QUuid> m_selectedBlockIds;

@@ -120,8 +120,9 @@ QCoro::Task<> EditorViewModel::importAndTranscribe(QList<QUrl> urls)
     setIsProcessing(false);
     setProcessingStatus(failurePrefix + unreported);
     setTranscriptionStep({});
-    if (m_project)
-        m_project->setStatus(ProjectStatus::failed);
+    if (m_importProject)
+        m_importProject->setStatus(ProjectStatus::failed);
+    m_importProject.reset();
 }
 
 QCoro::Task<> EditorViewModel::runImport(QList<QUrl> urls)
@@ -136,21 +137,29 @@ QCoro::Task<> EditorViewModel::runImport(QList<QUrl> urls)
     const QString directory
         = m_import.projectsDirectory.isEmpty() ? projectsDirectory() : m_import.projectsDirectory;
     const QString title = u"项目_"_s + json::uuidString(QUuid::createUuid()).left(8);
-    m_project = KavelProject::create(title, directory);
+    m_importProject = KavelProject::create(title, directory);
+    m_project = m_importProject;
     Q_EMIT projectChanged();
+    // A new project starts empty: nothing of the one open before may be carried into it,
+    // nor undone back into it.
+    setParagraphs({});
+    clearSelection();
+    m_undoManager->clear();
+    syncPlayer();
+    const std::shared_ptr<KavelProject> project = m_importProject;
     // The shell can show the editor now: the project exists and fills in as we go.
     setNavigateToEditor(true);
 
-    m_project->setStatus(ProjectStatus::importingMedia);
+    project->setStatus(ProjectStatus::importingMedia);
     for (qsizetype i = 0; i < urls.size(); ++i) {
         setProcessingStatus(u"正在导入视频 (%1/%2)..."_s.arg(i + 1).arg(urls.size()));
-        m_project->addSourceFile(urls.at(i));
+        project->addSourceFile(urls.at(i));
     }
 
-    m_project->setStatus(ProjectStatus::extractingAudio);
+    project->setStatus(ProjectStatus::extractingAudio);
     setTranscriptionStep(u"提取音频"_s);
     setProcessingStatus(u"正在提取音频..."_s);
-    const QList<ExtractedAudio> audio = co_await m_audioExtractor->extractAudio(*m_project);
+    const QList<ExtractedAudio> audio = co_await m_audioExtractor->extractAudio(*project);
     if (!self) {
         removeConvertedCopies(audio);
         co_return;
@@ -159,11 +168,12 @@ QCoro::Task<> EditorViewModel::runImport(QList<QUrl> urls)
         throw KavelProjectError(KavelProjectError::Code::noSourceVideo);
     // Only now, so that the preview does not open and decode the same files while the
     // engine is converting them.
-    loadProjectSources();
+    if (m_project == project)
+        loadProjectSources();
 
     // One recording is recognised per import: the first source's.
     const ExtractedAudio &upload = audio.first();
-    m_project->setStatus(ProjectStatus::transcribing);
+    project->setStatus(ProjectStatus::transcribing);
     setTranscriptionStep(u"上传音频"_s);
     setProcessingStatus(u"正在上传音频进行语音识别..."_s);
     service::TranscribeResponse task;
@@ -226,23 +236,45 @@ QCoro::Task<> EditorViewModel::pollTranscription(QString taskId)
     }
 }
 
+KavelProject *EditorViewModel::openImportProject() const
+{
+    if (!m_project || !m_importProject)
+        return nullptr;
+    return m_project->bundlePath() == m_importProject->bundlePath() ? m_project.get() : nullptr;
+}
+
 void EditorViewModel::finishTranscription(const service::TranscriptionResult &result)
 {
-    const QList<Paragraph> arrived = service::paragraphsFromPayload(
-        result.paragraphs.value_or(QList<service::ParagraphPayload> {}),
-        m_pendingASRSourceFileId.value_or(placeholderSourceFileId), m_paragraphs.size());
-    setParagraphs(m_paragraphs + arrived);
-    syncPlayer();
+    const QList<service::ParagraphPayload> payload
+        = result.paragraphs.value_or(QList<service::ParagraphPayload> {});
+    const QUuid sourceId = m_pendingASRSourceFileId.value_or(placeholderSourceFileId);
 
-    if (m_project) {
-        m_project->setParagraphs(m_paragraphs);
-        m_project->setStatus(ProjectStatus::ready);
+    if (KavelProject *open = openImportProject()) {
+        const QList<Paragraph> arrived
+            = service::paragraphsFromPayload(payload, sourceId, m_paragraphs.size());
+        setParagraphs(m_paragraphs + arrived);
+        // Undo must not reach back past the transcript's arrival.
+        m_undoManager->clear();
+        syncPlayer();
+        open->setParagraphs(m_paragraphs);
+        open->setStatus(ProjectStatus::ready);
+        saveImportedTranscript(*open);
+    } else if (m_importProject) {
+        // The user moved on to another project: the transcript goes into its own bundle,
+        // as that bundle stands on disk now, and the open editor is left alone.
+        std::shared_ptr<KavelProject> target = m_importProject;
         try {
-            m_project->saveTimeline();
-        } catch (const Error &) {
-            // The transcript is on screen and the user's next save writes it again.
+            target = KavelProject::load(m_importProject->bundleURL());
+        } catch (const Error &error) {
+            logLine(u"[EditorVM] Reloading the imported project failed: "_s + error.description());
         }
+        const QList<Paragraph> arrived
+            = service::paragraphsFromPayload(payload, sourceId, target->paragraphs().size());
+        target->setParagraphs(target->paragraphs() + arrived);
+        target->setStatus(ProjectStatus::ready);
+        saveImportedTranscript(*target);
     }
+    m_importProject.reset();
     setIsProcessing(false);
     setProcessingStatus({});
     setTranscriptionStep({});
@@ -250,13 +282,24 @@ void EditorViewModel::finishTranscription(const service::TranscriptionResult &re
         m_import.notifier->deliver(u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
 }
 
+void EditorViewModel::saveImportedTranscript(KavelProject &project)
+{
+    try {
+        project.saveTimeline();
+    } catch (const Error &error) {
+        // The transcript is in memory (and on screen when the project is open); the
+        // user's next save writes it again.
+        logLine(u"[EditorVM] Saving the transcript failed: "_s + error.description());
+    }
+}
+
 void EditorViewModel::failTranscription(const QString &status)
 {
     setIsProcessing(false);
     setProcessingStatus(status);
     setTranscriptionStep({});
-    if (m_project)
-        m_project->setStatus(ProjectStatus::failed);
+    if (m_importProject)
+        m_importProject->setStatus(ProjectStatus::failed);
 }
 
 } // namespace kavel

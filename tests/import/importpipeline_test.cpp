@@ -180,6 +180,43 @@ TEST_F(ImportPipeline, TranscriptArrivesSavedAnnouncedAndInThePlayer)
                   {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s}}));
 }
 
+TEST_F(ImportPipeline, TheTranscriptGoesToTheImportsOwnBundleWhateverIsOpen)
+{
+    // An earlier project is open, edited, with history: none of it reaches the import.
+    auto earlier = KavelProject::create(u"旧项目"_s, dir.filePath(u"projects"_s));
+    earlier->setParagraphs(test::transcript({{u"old"_s, u"words"_s}, {u"more"_s}}));
+    earlier->saveTimeline();
+    vm.openProject(earlier->bundleURL());
+    vm.deleteParagraph(vm.paragraphs().last().id);
+    ASSERT_TRUE(vm.undoManager().canUndo());
+
+    auto task = start({media(u"talk.wav"_s)});
+    const QUrl imported = vm.project()->bundleURL();
+    EXPECT_TRUE(vm.paragraphs().isEmpty());
+    EXPECT_FALSE(vm.undoManager().canUndo());
+
+    // The user opens the earlier project again while recognition runs.
+    vm.openProject(earlier->bundleURL());
+    const QList<Paragraph> shown = vm.paragraphs();
+    poll(completed(1));
+    runTask(std::move(task)).get();
+
+    EXPECT_EQ(vm.project()->bundleURL(), earlier->bundleURL());
+    EXPECT_EQ(vm.paragraphs(), shown);
+    EXPECT_EQ(KavelProject::load(earlier->bundleURL())->paragraphs(), earlier->paragraphs());
+    const auto bundle = KavelProject::load(imported);
+    ASSERT_EQ(bundle->paragraphs().size(), 1);
+    EXPECT_EQ(bundle->paragraphs().first().wordBlocks.first().text, u"hello"_s);
+    // Every word names a recording of its own bundle.
+    for (const WordBlock &w : bundle->paragraphs().first().wordBlocks)
+        EXPECT_TRUE(bundle->sourceFileURL(w.sourceFileId)) << w.text.toStdString();
+
+    // Back in the imported project, the transcript is there and undo has nothing to undo.
+    vm.openProject(imported);
+    EXPECT_EQ(vm.paragraphs(), bundle->paragraphs());
+    EXPECT_FALSE(vm.undoManager().canUndo());
+}
+
 TEST_F(ImportPipeline, EstimateCountsDownThenAFailedResultSaysWhy)
 {
     auto task = start({media(u"talk.wav"_s)});
