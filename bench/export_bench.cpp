@@ -7,6 +7,7 @@
 #include "export/localrenderservice.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
+#include "model/errors.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -89,11 +90,33 @@ QString trimConcatGraph(const QList<std::pair<double, double>> &kept, bool video
     return graph;
 }
 
+QCoro::Task<> settle(QCoro::Task<> task, bool &done, QString &error)
+{
+    try {
+        co_await std::move(task);
+    } catch (const Error &e) {
+        error = e.description();
+    } catch (const std::exception &e) {
+        error = QString::fromLocal8Bit(e.what());
+    }
+    done = true;
+}
+
+// Waits by hand rather than with QCoro::waitFor, which never returns when the task has
+// already finished by the time it starts waiting.
 double timeKavel(QCoro::Task<> task)
 {
     QElapsedTimer timer;
     timer.start();
-    QCoro::waitFor(std::move(task));
+    bool done = false;
+    QString error;
+    auto waiting = settle(std::move(task), done, error);
+    while (!done)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    if (!error.isEmpty()) {
+        std::fprintf(stderr, "export failed: %s\n", qPrintable(error));
+        std::exit(1);
+    }
     return timer.elapsed() / 1000.0;
 }
 
