@@ -1,8 +1,15 @@
 #pragma once
 
+#include <QCoreApplication>
+#include <QCoroTask>
 #include <QString>
 #include <QTextStream>
+#include <QTimer>
+#include <chrono>
+#include <exception>
 #include <memory>
+#include <optional>
+#include <type_traits>
 
 class QCommandLineParser;
 
@@ -32,6 +39,55 @@ QString formatSeconds(double seconds);
 QStringList parsePositionals(QCommandLineParser &parser, const QString &command,
                              const QStringList &arguments, const QStringList &names,
                              bool repeatLast = false);
+
+namespace detail {
+template<typename T> struct Outcome
+{
+    bool done = false;
+    std::exception_ptr error;
+    std::optional<std::conditional_t<std::is_void_v<T>, bool, T>> value;
+};
+
+template<typename T> QCoro::Task<> settle(QCoro::Task<T> task, Outcome<T> &outcome)
+{
+    try {
+        if constexpr (std::is_void_v<T>) {
+            co_await std::move(task);
+            outcome.value = true;
+        } else {
+            outcome.value = co_await std::move(task);
+        }
+    } catch (...) {
+        outcome.error = std::current_exception();
+    }
+    outcome.done = true;
+}
+} // namespace detail
+
+using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+// Runs the event loop until `task` ends and returns its value or rethrows its exception;
+// past `deadline` it fails with `timeoutMessage`. QCoro::waitFor is not used: it never
+// returns for a task that ended before it began to wait, which is exactly how a refused
+// connection or a rejected sign-in ends.
+template<typename T>
+T awaitTask(QCoro::Task<T> task, Deadline deadline = {}, const QString &timeoutMessage = {})
+{
+    detail::Outcome<T> outcome;
+    auto running = detail::settle(std::move(task), outcome);
+    // Wakes the loop now and then, so that the deadline is seen without busy waiting.
+    QTimer tick;
+    tick.start(100);
+    while (!outcome.done) {
+        if (deadline && std::chrono::steady_clock::now() >= *deadline)
+            throw CommandFailure {timeoutMessage};
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    if (outcome.error)
+        std::rethrow_exception(outcome.error);
+    if constexpr (!std::is_void_v<T>)
+        return std::move(*outcome.value);
+}
 
 // Loads the bundle at a path given on the command line (relative paths allowed).
 std::unique_ptr<KavelProject> openBundle(const QString &path);

@@ -158,7 +158,7 @@ int runExport(const QStringList &arguments)
     out() << project->metadata().title << u"  "_s << blocks.size() << u" 词  "_s
           << ExportFlow::formatDuration(duration) << Qt::endl;
 
-    QCoro::waitFor(flow.startExport(ExportSubject {project.get(), project->paragraphs(), false}));
+    awaitTask(flow.startExport(ExportSubject {project.get(), project->paragraphs(), false}));
     bar.finish();
 
     if (!flow.exportComplete()) {

@@ -12,6 +12,7 @@
 #include "service/settings.h"
 
 #include <QCommandLineParser>
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
 
@@ -32,7 +33,7 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
 {
     if (!email.isEmpty()) {
         try {
-            const auto tokens = QCoro::waitFor(client.post<service::AuthTokens>(
+            const auto tokens = awaitTask(client.post<service::AuthTokens>(
                 u"/auth/login"_s, QJsonObject {{u"email"_s, email}, {u"password"_s, password}}));
             client.setAccessToken(tokens.accessToken);
         } catch (const Error &error) {
@@ -41,7 +42,7 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
         return;
     }
     service::AppState session(client, settings, errorSink());
-    QCoro::waitFor(session.restoreSession());
+    awaitTask(session.restoreSession());
     if (!session.isAuthenticated())
         throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
 }
@@ -60,10 +61,19 @@ int runImport(const QStringList &arguments)
     const QCommandLineOption emailOption(u"email"_s, u"Sign in for this run only."_s, u"EMAIL"_s);
     const QCommandLineOption passwordOption(u"password"_s, u"Password for --email."_s,
                                             u"PASSWORD"_s);
-    parser.addOptions({serverOption, emailOption, passwordOption});
+    const QCommandLineOption timeoutOption(u"timeout"_s,
+                                           u"Give up after this many seconds (default 3600)."_s,
+                                           u"SECONDS"_s, u"3600"_s);
+    parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
         throw CommandFailure {u"--email and --password go together"_s, 2};
+    bool timeoutOk = false;
+    const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
+    if (!timeoutOk || !(timeoutSeconds > 0))
+        throw CommandFailure {u"--timeout needs a number of seconds"_s, 2};
+    const auto deadline = std::chrono::steady_clock::now()
+        + std::chrono::milliseconds(qint64(timeoutSeconds * 1000.0));
     QList<QUrl> urls;
     for (const QString &file : files) {
         const QFileInfo info(file);
@@ -78,7 +88,10 @@ int runImport(const QStringList &arguments)
         : settings.apiBaseUrl();
     if (!base.isValid() || base.scheme().isEmpty())
         throw CommandFailure {u"无效的服务地址："_s + parser.value(serverOption), 2};
-    service::APIClient client(base, service::SessionTimeouts {}, errorSink());
+    // Half a minute without a byte from the service is a service that has gone silent.
+    service::SessionTimeouts timeouts;
+    timeouts.perRequest = std::chrono::seconds(30);
+    service::APIClient client(base, timeouts, errorSink());
     signIn(client, settings, parser.value(emailOption), parser.value(passwordOption));
 
     media::mlt::MltMediaEngine engine;
@@ -99,9 +112,21 @@ int runImport(const QStringList &arguments)
             err() << editor.processingStatus() << Qt::endl;
     });
 
-    QCoro::waitFor(editor.importAndTranscribe(urls));
-    if (!editor.project() || editor.project()->status() != ProjectStatus::ready)
+    // Nothing is left behind by an import that did not finish: the bundle is removed.
+    const auto discard = [&editor] {
+        if (editor.project())
+            QDir(editor.project()->bundlePath()).removeRecursively();
+    };
+    try {
+        awaitTask(editor.importAndTranscribe(urls), deadline, u"语音识别失败: 连接服务器超时"_s);
+    } catch (...) {
+        discard();
+        throw;
+    }
+    if (!editor.project() || editor.project()->status() != ProjectStatus::ready) {
+        discard();
         throw CommandFailure {editor.processingStatus()};
+    }
     out() << editor.project()->bundlePath() << Qt::endl;
     return 0;
 }

@@ -1,7 +1,7 @@
 #include "clisupport.h"
 #include "editcommands.h"
-#include "importcommand.h"
 #include "exportcommand.h"
+#include "importcommand.h"
 #include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"

@@ -9,12 +9,14 @@
 #include "playback/playbackclock.h"
 #include "recordingnotifier.h"
 #include "service/apiclient.h"
+#include "service/httpstub.h"
 #include "support/servicefixture.h"
 #include "support/speechcheck.h"
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -245,12 +247,18 @@ TEST_F(ImportEndToEnd, ServerThatGoesAwayEndsTheProjectFailed)
     EXPECT_TRUE(notifier.delivered.isEmpty());
 }
 
+QProcessEnvironment cliEnvironment(const QString &projects)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"KAVEL_PROJECTS_DIR"_s, projects);
+    environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
+    return environment;
+}
+
 TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
 {
     QProcess cli;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"KAVEL_PROJECTS_DIR"_s, projects.path());
-    environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
+    const QProcessEnvironment environment = cliEnvironment(projects.path());
     cli.setProcessEnvironment(environment);
     cli.start(programPath(u"kavel-cli"_s),
               {u"import"_s, media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s,
@@ -276,6 +284,59 @@ TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
     ASSERT_TRUE(signedOut.waitForFinished(60000));
     EXPECT_EQ(signedOut.exitCode(), 1);
     EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+}
+
+// A service that fails in any way ends the command with the failure on standard error, a
+// non-zero exit and no bundle left behind; one that says nothing is given up on.
+TEST_F(ImportEndToEnd, CommandLineImportNeverHangsOnABrokenService)
+{
+    // Decodes as a sign-in, an accepted upload and a task still pending, all at once.
+    const QByteArray forever = R"({"access_token": "a", "refresh_token": "r", "expires_in": 3600,
+        "token_type": "bearer", "task_id": "t", "status": "pending"})";
+    using B = HttpStub::Behaviour;
+    const struct
+    {
+        const char *name;
+        B behaviour;
+        int status;
+        QByteArray body;
+        QString says;
+    } cases[] = {
+        {"server error", B::reply, 500, "{}", u"登录失败：服务器错误 (500)"_s},
+        {"garbage", B::reply, 200, "<html>hello", u"登录失败："_s},
+        {"incomplete json", B::reply, 200, R"({"access_token": "a)", u"登录失败："_s},
+        {"reset", B::dropConnection, 0, {}, u"登录失败："_s},
+        {"silence", B::stayQuiet, 0, {}, u"登录失败：连接服务器超时"_s},
+        {"no server", B::reply, 0, {}, u"登录失败：无法连接到服务器"_s},
+        {"task never ends", B::reply, 200, forever, u"语音识别失败: 连接服务器超时"_s},
+    };
+    for (const auto &c : cases) {
+        QTemporaryDir folder;
+        HttpStub stub;
+        stub.setBehaviour(c.behaviour);
+        stub.setReply(c.status, c.body);
+        QUrl base = stub.apiBaseUrl();
+        if (c.status == 0 && c.behaviour == B::reply)
+            base.setPort(1); // nothing listens there
+        QProcess cli;
+        cli.setProcessEnvironment(cliEnvironment(folder.path()));
+        cli.start(programPath(u"kavel-cli"_s),
+                  {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
+                   base.toString(), u"--email"_s, email, u"--password"_s, password, u"--timeout"_s,
+                   u"4"_s});
+        // The stub answers from this process's event loop.
+        QElapsedTimer waited;
+        waited.start();
+        while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        ASSERT_EQ(cli.state(), QProcess::NotRunning) << c.name;
+        const QString errors = QString::fromUtf8(cli.readAllStandardError());
+        EXPECT_EQ(cli.exitCode(), 1) << c.name;
+        EXPECT_TRUE(errors.contains(u"kavel-cli: "_s + c.says)) << c.name << errors.toStdString();
+        EXPECT_TRUE(QDir(folder.path()).isEmpty()) << c.name;
+        for (const QString &secret : {password, u"access_token"_s})
+            EXPECT_FALSE(errors.contains(secret)) << c.name;
+    }
 }
 
 } // namespace
