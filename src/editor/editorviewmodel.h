@@ -310,7 +310,7 @@ private:
     void finishTranscription(const service::TranscriptionResult &result);
     // The open project when it is the import's bundle, else nothing.
     KavelProject *openImportProject() const;
-    void saveImportedTranscript(KavelProject &project);
+    bool saveImportedTranscript(KavelProject &project);
     void failTranscription(const QString &status);
     void setTranscriptionPollCount(int count);
     void logLine(const QString &line) const;

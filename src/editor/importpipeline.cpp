@@ -257,8 +257,8 @@ void EditorViewModel::finishTranscription(const service::TranscriptionResult &re
         m_undoManager->clear();
         syncPlayer();
         open->setParagraphs(m_paragraphs);
-        open->setStatus(ProjectStatus::ready);
-        saveImportedTranscript(*open);
+        if (!saveImportedTranscript(*open))
+            return;
     } else if (m_importProject) {
         // The user moved on to another project: the transcript goes into its own bundle,
         // as that bundle stands on disk now, and the open editor is left alone.
@@ -271,8 +271,8 @@ void EditorViewModel::finishTranscription(const service::TranscriptionResult &re
         const QList<Paragraph> arrived
             = service::paragraphsFromPayload(payload, sourceId, target->paragraphs().size());
         target->setParagraphs(target->paragraphs() + arrived);
-        target->setStatus(ProjectStatus::ready);
-        saveImportedTranscript(*target);
+        if (!saveImportedTranscript(*target))
+            return;
     }
     m_importProject.reset();
     setIsProcessing(false);
@@ -282,14 +282,21 @@ void EditorViewModel::finishTranscription(const service::TranscriptionResult &re
         m_import.notifier->deliver(u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
 }
 
-void EditorViewModel::saveImportedTranscript(KavelProject &project)
+bool EditorViewModel::saveImportedTranscript(KavelProject &project)
 {
     try {
         project.saveTimeline();
+        project.setStatus(ProjectStatus::ready);
+        if (m_importProject && &project != m_importProject.get())
+            m_importProject->setStatus(ProjectStatus::ready);
+        return true;
     } catch (const Error &error) {
-        // The transcript is in memory (and on screen when the project is open); the
-        // user's next save writes it again.
+        // An import is done only once its transcript is on disk. What arrived stays in
+        // memory (and on screen when the project is open) for the user's next save.
         logLine(u"[EditorVM] Saving the transcript failed: "_s + error.description());
+        failTranscription(failurePrefix + error.description());
+        m_importProject.reset();
+        return false;
     }
 }
 

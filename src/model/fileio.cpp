@@ -5,12 +5,60 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace kavel::fileio {
 
+namespace {
+
+// The system's own words for the failures a user can do something about.
+QString reasonFor(int error)
+{
+    switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+        return QStringLiteral("磁盘空间不足");
+    case EACCES:
+    case EPERM:
+        return QStringLiteral("没有权限");
+    case EROFS:
+        return QStringLiteral("磁盘是只读的");
+    default:
+        return {};
+    }
+}
+
+[[noreturn]] void failWrite(const QString &path, int error)
+{
+    throw FileError(FileError::Kind::writeFailed, path, reasonFor(error),
+                    QString::fromLocal8Bit(std::strerror(error)));
+}
+
+QString temporaryPrefix(const QString &path)
+{
+    return u'.' + QFileInfo(path).fileName() + QStringLiteral(".kavel-tmp-");
+}
+
+// A write killed between creating its temporary file and the rename leaves that file
+// behind; the next read or write of the target clears it away.
+void removeStaleTemporaries(const QString &path)
+{
+    const QFileInfo target(path);
+    QDir folder = target.dir();
+    for (const QString &name :
+         folder.entryList({temporaryPrefix(path) + u'*'}, QDir::Files | QDir::Hidden))
+        folder.remove(name);
+}
+
+} // namespace
+
 QByteArray readFile(const QString &path)
 {
+    removeStaleTemporaries(path);
     QFile file(path);
     if (!file.exists())
         throw FileError(FileError::Kind::notFound, path);
@@ -26,16 +74,43 @@ QByteArray readFile(const QString &path)
 
 void writeFileAtomically(const QString &path, const QByteArray &bytes)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        throw FileError(FileError::Kind::writeFailed, path, {}, file.errorString());
-    if (file.write(bytes) != bytes.size()) {
-        const QString reason = file.errorString();
-        file.cancelWriting();
-        throw FileError(FileError::Kind::writeFailed, path, {}, reason);
+    removeStaleTemporaries(path);
+    // Plain POSIX calls, each checked: a buffered writer reports a full disk only when it
+    // flushes, and a rename after an unnoticed short write would put an empty file in
+    // place of a good one.
+    QByteArray temporary
+        = QFile::encodeName(QFileInfo(path).dir().filePath(temporaryPrefix(path))) + "XXXXXX";
+    const int fd = ::mkstemp(temporary.data());
+    if (fd < 0)
+        failWrite(path, errno);
+    const auto abandon = [&](int error) {
+        ::close(fd);
+        ::unlink(temporary.constData());
+        failWrite(path, error);
+    };
+    qsizetype written = 0;
+    while (written < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            abandon(n < 0 ? errno : ENOSPC);
+        written += n;
     }
-    if (!file.commit())
-        throw FileError(FileError::Kind::writeFailed, path, {}, file.errorString());
+    // The data must be on disk before the name points at it, or a crash could leave the
+    // new name over an empty file.
+    if (::fchmod(fd, 0644) != 0 || ::fsync(fd) != 0)
+        abandon(errno);
+    if (::close(fd) != 0) {
+        const int error = errno;
+        ::unlink(temporary.constData());
+        failWrite(path, error);
+    }
+    if (::rename(temporary.constData(), QFile::encodeName(path).constData()) != 0) {
+        const int error = errno;
+        ::unlink(temporary.constData());
+        failWrite(path, error);
+    }
 }
 
 void makeDirectory(const QString &path)

@@ -85,9 +85,20 @@ std::unique_ptr<KavelProject> KavelProject::create(const QString &title, const Q
         throw FileError(FileError::Kind::invalidName, title, reason);
 
     const QString bundle = QDir(directory).filePath(title + u'.' + bundleExtension);
-    fileio::makeDirectory(bundle);
-    for (auto sub : {"media"_L1, "cache"_L1, "exports"_L1})
-        fileio::makeDirectory(QDir(bundle).filePath(sub));
+    const bool existed = QFileInfo(bundle).isDir();
+    // A bundle that could not be completed is not left behind half made.
+    const auto undo = [&] {
+        if (!existed)
+            QDir(bundle).removeRecursively();
+    };
+    try {
+        fileio::makeDirectory(bundle);
+        for (auto sub : {"media"_L1, "cache"_L1, "exports"_L1})
+            fileio::makeDirectory(QDir(bundle).filePath(sub));
+    } catch (...) {
+        undo();
+        throw;
+    }
 
     ProjectMetadata metadata;
     metadata.id = QUuid::createUuid();
@@ -96,8 +107,13 @@ std::unique_ptr<KavelProject> KavelProject::create(const QString &title, const Q
     metadata.updatedAt = metadata.createdAt;
 
     auto project = std::make_unique<KavelProject>(std::move(metadata), QUrl::fromLocalFile(bundle));
-    project->saveMetadata();
-    project->saveTimeline();
+    try {
+        project->saveMetadata();
+        project->saveTimeline();
+    } catch (...) {
+        undo();
+        throw;
+    }
     return project;
 }
 

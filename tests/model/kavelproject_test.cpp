@@ -11,6 +11,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -274,7 +275,7 @@ TEST_F(ProjectBundle, SourceMediaFallsBackToAMediaFileInTheFolder)
     EXPECT_TRUE(project->sourceMediaURL()->toLocalFile().endsWith(u"Clip.MP4"_s));
 }
 
-TEST_F(ProjectBundle, FailedWriteLeavesThePreviousFileIntact)
+TEST_F(ProjectBundle, AFullDiskKeepsEveryFileAsItWasAndSaysSo)
 {
     auto project = KavelProject::create(u"Full"_s, dir.path());
     project->setParagraphs(sampleParagraphs(1, 2));
@@ -282,27 +283,71 @@ TEST_F(ProjectBundle, FailedWriteLeavesThePreviousFileIntact)
     const QString timelinePath = QDir(project->bundlePath()).filePath(u"timeline.json"_s);
     const QByteArray before = fileio::readFile(timelinePath);
 
-    // A file-size limit makes every write past it fail, like a full disk, for root too.
-    project->setParagraphs(sampleParagraphs(50, 50));
+    // A small timeline fits in any write buffer, so only a writer that checks its flush
+    // sees the disk is full; a file-size limit stands in where mounting is not allowed.
+    const QString tiny = path(u"tiny"_s);
+    QDir().mkpath(tiny);
+    const bool mounted
+        = QProcess::execute(u"mount"_s,
+                            {u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=256k"_s, u"tmpfs"_s, tiny})
+        == 0;
+    std::unique_ptr<KavelProject> onTiny;
+    if (mounted) {
+        onTiny = KavelProject::create(u"Tiny"_s, tiny);
+        onTiny->setParagraphs(sampleParagraphs(1, 2));
+        onTiny->saveTimeline();
+        QFile filler(QDir(tiny).filePath(u"filler"_s));
+        filler.open(QIODevice::WriteOnly);
+        while (filler.write(QByteArray(4096, 0)) == 4096 && filler.flush()) { }
+        filler.close();
+    }
+    KavelProject &target = mounted ? *onTiny : *project;
+    const QString targetTimeline = QDir(target.bundlePath()).filePath(u"timeline.json"_s);
+    const QByteArray targetBefore = fileio::readFile(targetTimeline);
+
     rlimit saved {};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
     const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit tight = saved;
-    tight.rlim_cur = 4096;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
-    bool threw = false;
+    if (!mounted) {
+        rlimit tight = saved;
+        tight.rlim_cur = 0;
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+    }
+    QString saveError, createError;
+    target.setParagraphs(sampleParagraphs(3, 4));
     try {
-        project->saveTimeline();
+        target.saveTimeline();
     } catch (const FileError &error) {
-        threw = error.kind() == FileError::Kind::writeFailed;
+        saveError = error.description();
+    }
+    try {
+        KavelProject::create(u"New"_s, mounted ? tiny : dir.path());
+    } catch (const FileError &error) {
+        createError = error.description();
     }
     setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, previousHandler);
 
-    EXPECT_TRUE(threw);
-    EXPECT_EQ(fileio::readFile(timelinePath), before);
-    EXPECT_EQ(project->paragraphs().size(), 50) << "the edit in memory must survive a failed save";
-    QStringList leftovers = QDir(project->bundlePath()).entryList(QDir::Files);
+    EXPECT_TRUE(saveError.startsWith(u"未能存储文件“timeline.json”"_s)) << saveError.toStdString();
+    EXPECT_FALSE(createError.isEmpty());
+    if (mounted) {
+        EXPECT_TRUE(saveError.contains(u"磁盘空间不足"_s)) << saveError.toStdString();
+    }
+    EXPECT_EQ(fileio::readFile(targetTimeline), targetBefore);
+    EXPECT_EQ(target.paragraphs().size(), 3) << "the edit in memory must survive a failed save";
+    EXPECT_FALSE(QFileInfo::exists(QDir(mounted ? tiny : dir.path()).filePath(u"New.kavel"_s)))
+        << "a bundle that could not be made is not left half made";
+    QStringList leftovers = QDir(target.bundlePath()).entryList(QDir::Files | QDir::Hidden);
     leftovers.sort();
     EXPECT_EQ(leftovers, (QStringList {u"project.json"_s, u"timeline.json"_s}));
+    if (mounted)
+        QProcess::execute(u"umount"_s, {tiny});
+
+    // A temporary file left by a write killed before its rename is cleared by the next load.
+    const QString stale
+        = QDir(project->bundlePath()).filePath(u".timeline.json.kavel-tmp-k1ll3d"_s);
+    test::writeFile(stale, "{");
+    KavelProject::load(project->bundleURL());
+    EXPECT_FALSE(QFileInfo::exists(stale));
+    EXPECT_EQ(fileio::readFile(timelinePath), before);
 }
