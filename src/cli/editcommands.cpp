@@ -63,6 +63,12 @@ int runEdit(const QStringList &arguments)
     const QStringList values = parsePositionals(parser, u"edit"_s, arguments, {u"BUNDLE"_s});
 
     auto project = openBundle(values.first());
+    // Saving an edit of the empty transcript a damaged file opens as would replace it.
+    if (!project->timelineLoadError().isEmpty())
+        throw CommandFailure {project->damagedTimelineBackup()
+                                  ? u"转写稿无法读取，原文件已备份到 "_s
+                                      + *project->damagedTimelineBackup()
+                                  : project->timelineLoadError()};
     const QList<Paragraph> original = playbackOrder(project->paragraphs());
 
     // Resolve every paragraph number against the original numbering before anything moves.

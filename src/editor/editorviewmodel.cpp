@@ -155,6 +155,10 @@ void EditorViewModel::openProject(const QUrl &url)
     setParagraphs(m_project->paragraphs());
     clearSelection();
     m_undoManager->clear();
+    if (const auto &backup = m_project->damagedTimelineBackup())
+        setProcessingStatus(u"转写稿无法读取，原文件已备份到 "_s + *backup);
+    else if (!m_project->timelineLoadError().isEmpty())
+        setProcessingStatus(m_project->timelineLoadError());
     setNavigateToEditor(true);
     syncPlayer();
     loadProjectSources();

@@ -151,9 +151,42 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
             // media and metadata are still good); it opens empty.
             project->m_paragraphs.clear();
             project->m_timelineLoadError = error.description();
+            project->keepDamagedTimeline(timelinePath);
         }
     }
     return project;
+}
+
+// The project opens empty, and the next save would write that emptiness over whatever is
+// left of the user's transcript: keep a copy first, in cache/, once per damaged content.
+void KavelProject::keepDamagedTimeline(const QString &timelinePath)
+{
+    QByteArray damaged;
+    try {
+        damaged = fileio::readFile(timelinePath);
+    } catch (const Error &) {
+        return;
+    }
+    const QDir cache(cacheDirectory());
+    for (const QString &name :
+         cache.entryList({QStringLiteral("timeline-damaged-*.json")}, QDir::Files, QDir::Name)) {
+        QFile existing(cache.filePath(name));
+        if (existing.open(QIODevice::ReadOnly) && existing.readAll() == damaged) {
+            m_damagedTimelineBackup = cache.filePath(name);
+            return;
+        }
+    }
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
+    QString backup = cache.filePath(QStringLiteral("timeline-damaged-%1.json").arg(stamp));
+    for (int n = 2; QFileInfo::exists(backup); ++n)
+        backup = cache.filePath(QStringLiteral("timeline-damaged-%1-%2.json").arg(stamp).arg(n));
+    try {
+        fileio::makeDirectory(cache.path());
+        fileio::writeFileAtomically(backup, damaged);
+        m_damagedTimelineBackup = backup;
+    } catch (const Error &) {
+        // Without a copy the user is still told the transcript could not be read.
+    }
 }
 
 void KavelProject::setMetadata(const ProjectMetadata &metadata)

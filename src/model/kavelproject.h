@@ -64,6 +64,9 @@ public:
     // Why the transcript could not be read when the project was loaded (the project then
     // opened with no paragraphs); empty when it was read or there was none.
     const QString &timelineLoadError() const { return m_timelineLoadError; }
+    // Where the transcript that could not be read was copied to before anything could
+    // write over it.
+    const std::optional<QString> &damagedTimelineBackup() const { return m_damagedTimelineBackup; }
 
     const QUrl &bundleURL() const { return m_bundleURL; }
     QString bundlePath() const { return m_bundleURL.toLocalFile(); }
@@ -98,6 +101,8 @@ private:
     ProjectStatus m_status = ProjectStatus::created;
     const QUrl m_bundleURL;
     QString m_timelineLoadError;
+    std::optional<QString> m_damagedTimelineBackup;
+    void keepDamagedTimeline(const QString &timelinePath);
 };
 
 // Extensions of the media files a bundle's "media" folder may hold, in lower case.

@@ -144,7 +144,14 @@ TEST_F(ProjectBundle, TimelineProblemsOpenTheProjectEmpty)
         EXPECT_TRUE(loaded->paragraphs().isEmpty());
         EXPECT_TRUE(loaded->timelineLoadError().contains(u"timeline.json"_s));
         EXPECT_EQ(loaded->metadata().title, u"Broken"_s);
+        // Kept before anything can write over it, once however often it is opened.
+        ASSERT_TRUE(loaded->damagedTimelineBackup());
+        EXPECT_EQ(fileio::readFile(*loaded->damagedTimelineBackup()), bytes);
+        EXPECT_EQ(KavelProject::load(project->bundleURL())->damagedTimelineBackup(),
+                  loaded->damagedTimelineBackup());
     }
+    EXPECT_EQ(QDir(project->cacheDirectory()).entryList({u"timeline-damaged-*.json"_s}).size(),
+              bad.size());
 
     QFile::remove(timelinePath);
     auto missing = KavelProject::load(project->bundleURL());
