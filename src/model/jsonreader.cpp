@@ -26,6 +26,11 @@ void throwMissing(std::string_view key)
     throw json::missingKeyError(keyText(key));
 }
 
+void throwInvalid(std::string_view key, const QString &reason)
+{
+    throw DecodeError(keyText(key), reason);
+}
+
 Element parse(QByteArrayView bytes)
 {
     thread_local simdjson::dom::parser parser;

@@ -27,5 +27,7 @@ qint64 integer(Element element, std::string_view key);
 bool boolean(Element element, std::string_view key);
 
 [[noreturn]] void throwMissing(std::string_view key);
+// A value of the right type that no real project can hold.
+[[noreturn]] void throwInvalid(std::string_view key, const QString &reason);
 
 } // namespace kavel::jsonread

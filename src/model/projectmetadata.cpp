@@ -71,6 +71,12 @@ SourceFile readSourceFile(jsonread::Element element)
         throwMissing("id");
     if (!hasFilename)
         throwMissing("filename");
+    // The media file is opened as media/<filename>: anything but a plain name would reach
+    // outside the bundle.
+    if (file.filename.isEmpty() || file.filename == u"." || file.filename == u".."
+        || file.filename.contains(u'/') || file.filename.contains(u'\\')
+        || file.filename.contains(QChar(0)))
+        jsonread::throwInvalid("filename", QStringLiteral("不是媒体文件夹中的文件名"));
     if (!hasOriginal)
         throwMissing("originalName");
     return file;

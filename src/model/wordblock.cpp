@@ -5,6 +5,8 @@
 #include "jsonwriter.h"
 #include "recordreaders.h"
 
+#include <cmath>
+
 using namespace Qt::StringLiterals;
 
 namespace kavel {
@@ -148,6 +150,13 @@ WordBlock readWordBlock(jsonread::Element element)
         throwMissing("mediaStart");
     if (!hasEnd)
         throwMissing("mediaEnd");
+    // No recording runs for a hundred hours; a time past that (or not a number at all)
+    // could only come from a damaged or hostile file, and nothing downstream can place it.
+    constexpr double latest = 100.0 * 3600.0;
+    for (const auto &[time, key] :
+         {std::pair {b.mediaStart, "mediaStart"}, {b.mediaEnd, "mediaEnd"}})
+        if (!std::isfinite(time) || std::abs(time) > latest)
+            throwInvalid(key, QStringLiteral("时间超出范围"));
     if (!hasSource)
         b.sourceFileId = QUuid::createUuid();
     return b;

@@ -204,9 +204,21 @@ TEST_F(ProjectBundle, BadMetadataFailsWithAnErrorThatNamesTheFile)
     const QString metadataPath = QDir(project->bundlePath()).filePath(u"project.json"_s);
     const QByteArray good = fileio::readFile(metadataPath);
 
-    for (const QByteArray &bytes : {QByteArray("{{{"), good.left(good.size() - 10),
-                                    QByteArray(R"({"id":"00000000-0000-4000-8000-000000000001"})"),
-                                    QByteArray(good).replace("Z\"", "\"")}) {
+    const auto withSource = [&](const char *filename) -> QByteArray {
+        const QByteArray source
+            = QByteArray(
+                  R"("sourceFiles": [{"id": "00000000-0000-4000-8000-000000000002", "originalName": "a.mp4", "filename": ")")
+            + filename + "\"}]";
+        return QByteArray(good).replace("\"sourceFiles\": []", source);
+    };
+    test::writeFile(metadataPath, withSource("a.mp4"));
+    ASSERT_NO_THROW(KavelProject::load(project->bundleURL()));
+    // A source must name a file inside the bundle's media folder.
+    for (const QByteArray &bytes :
+         {QByteArray("{{{"), good.left(good.size() - 10),
+          QByteArray(R"({"id":"00000000-0000-4000-8000-000000000001"})"),
+          QByteArray(good).replace("Z\"", "\""), withSource("../../outside.mp4"),
+          withSource("/etc/passwd"), withSource(".."), withSource("")}) {
         test::writeFile(metadataPath, bytes);
         try {
             KavelProject::load(project->bundleURL());

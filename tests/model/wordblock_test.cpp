@@ -99,6 +99,10 @@ TEST(WordBlockJson, RequiredKeysAndWrongTypesFail)
         R"({"id":"6C1D2E3F-0000-4000-8000-0000000000E2","text":"a","mediaStart":0,"mediaEnd":1,"sortOrder":1.5})",
         R"({"id":"6C1D2E3F-0000-4000-8000-0000000000E2","text":"a","mediaStart":0,"mediaEnd":1,"speakerLabel":3})",
         R"({"id":"6C1D2E3F-0000-4000-8000-0000000000E2","text":"a","mediaStart":0,"mediaEnd":1,"sourceFileId":12})",
+        // Times no recording has: they would otherwise reach the subtitle writer's stop.
+        R"({"id":"6C1D2E3F-0000-4000-8000-0000000000E2","text":"a","mediaStart":0,"mediaEnd":1e300})",
+        R"({"id":"6C1D2E3F-0000-4000-8000-0000000000E2","text":"a","mediaStart":-4e5,"mediaEnd":1})",
+        R"({"id":"6C1D2E3F-0000-4000-8000-0000000000E2","text":"a","mediaStart":0,"mediaEnd":360001})",
     };
     for (const char *text : wrongType)
         EXPECT_THROW(decodeWordBlock(QByteArray(text)), DecodeError) << text;
