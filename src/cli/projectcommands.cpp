@@ -1,6 +1,7 @@
 #include "projectcommands.h"
 
 #include "clisupport.h"
+#include "media/mlt/mltengine.h"
 #include "model/errors.h"
 #include "model/jsonfields.h"
 #include "model/jsonwriter.h"
@@ -44,6 +45,24 @@ int runAddMedia(const QStringList &arguments)
         = parsePositionals(parser, u"add-media"_s, arguments, {u"BUNDLE"_s, u"FILE"_s}, true);
 
     auto project = openBundle(values.first());
+    // Every file is checked before any is copied: a project is never left holding a
+    // recording it cannot play.
+    media::mlt::MltMediaEngine engine;
+    for (const QString &path : values.mid(1)) {
+        const QFileInfo info(path);
+        if (!info.isFile())
+            throw CommandFailure {u"找不到文件："_s + path};
+        if (info.size() == 0)
+            throw CommandFailure {u"文件是空的："_s + path};
+        media::MediaInfo probed;
+        try {
+            probed = engine.probe(info.absoluteFilePath());
+        } catch (const Error &) {
+            throw CommandFailure {u"不是可用的媒体文件："_s + path};
+        }
+        if (!probed.hasAudio && !probed.hasVideo)
+            throw CommandFailure {u"不是可用的媒体文件："_s + path};
+    }
     for (const QString &path : values.mid(1)) {
         const SourceFile file
             = project->addSourceFile(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));

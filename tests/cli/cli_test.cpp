@@ -71,12 +71,16 @@ TEST(Cli, NewCreatesABundleInTheProjectsFolderAndRefusesBadTitles)
     EXPECT_TRUE(runCli({u"--help"_s}).out.contains(u"add-media"_s));
 }
 
-TEST(Cli, AddMediaCopiesFilesAndFailsCleanlyOnMissingOnes)
+TEST(Cli, AddMediaCopiesMediaAndRefusesWhatIsNot)
 {
     const QString bundle = runCli({u"new"_s, u"Media"_s}).out.trimmed();
     QTemporaryDir inputs;
-    const QString clip = QDir(inputs.path()).filePath(u"Talk.MOV"_s);
-    test::writeFile(clip, QByteArray(1000, 'm'));
+    const QDir in(inputs.path());
+    const QString clip = in.filePath(u"Talk.MOV"_s);
+    ASSERT_EQ(QProcess::execute(u"ffmpeg"_s,
+                                {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s, u"sine=d=1"_s,
+                                 u"-f"_s, u"mov"_s, clip}),
+              0);
 
     const CliResult added = runCli({u"add-media"_s, bundle, clip});
     ASSERT_EQ(added.exitCode, 0) << added.err.toStdString();
@@ -85,12 +89,18 @@ TEST(Cli, AddMediaCopiesFilesAndFailsCleanlyOnMissingOnes)
     EXPECT_TRUE(fields[1].endsWith(u".MOV"_s));
     EXPECT_EQ(fields[2], u"Talk"_s);
     EXPECT_EQ(fileio::readFile(QDir(bundle).filePath(u"media/"_s + fields[1])),
-              QByteArray(1000, 'm'));
+              fileio::readFile(clip));
 
-    const CliResult missing
-        = runCli({u"add-media"_s, bundle, QDir(inputs.path()).filePath(u"gone.mp4"_s)});
-    expectOneLineError(missing);
-    EXPECT_TRUE(missing.err.contains(u"gone.mp4"_s));
+    // Refused with a reason that names the file, and nothing is recorded.
+    test::writeFile(in.filePath(u"empty.mp4"_s), {});
+    test::writeFile(in.filePath(u"notes.mp4"_s), "these are not frames");
+    const QByteArray whole = fileio::readFile(clip);
+    test::writeFile(in.filePath(u"cut.mov"_s), whole.right(whole.size() / 2));
+    for (const QString &name : {u"gone.mp4"_s, u"empty.mp4"_s, u"notes.mp4"_s, u"cut.mov"_s}) {
+        const CliResult refused = runCli({u"add-media"_s, bundle, in.filePath(name)});
+        expectOneLineError(refused);
+        EXPECT_TRUE(refused.err.contains(name)) << refused.err.toStdString();
+    }
     EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().sourceFiles.size(), 1);
 
     expectOneLineError(runCli({u"add-media"_s, u"/no/such.kavel"_s, clip}));
