@@ -11,6 +11,7 @@
 #include "symbolicons.h"
 
 #include <QButtonGroup>
+#include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
@@ -94,9 +95,11 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     connect(&m_editor, &EditorViewModel::projectChanged, this, refreshEditorScreen);
     connect(&m_editor, &EditorViewModel::isProcessingChanged, this, refreshEditorScreen);
     connect(m_editorView, &MainEditorView::backRequested, this, [this] {
-        // Undo belongs to one stretch of work on a document; leaving it ends that.
-        m_editor.undoManager().clear();
-        navigate(NavigationItem::home);
+        whenDocumentMayBeLeft([this] {
+            // Undo belongs to one stretch of work on a document; leaving it ends that.
+            m_editor.undoManager().clear();
+            navigate(NavigationItem::home);
+        });
     });
     connect(static_cast<AccountPage *>(m_account), &AccountPage::signInRequested, this,
             &MainWindow::showLoginSheet);
@@ -277,14 +280,81 @@ void MainWindow::navigate(NavigationItem item)
 
 void MainWindow::openProject(const QUrl &bundleUrl)
 {
-    // A successful open replaces the project object; a failed one only changes the status.
-    const KavelProject *before = m_editor.project();
-    m_editor.openProject(bundleUrl);
-    if (!m_editor.project() || m_editor.project() == before) {
-        showError(m_editor.processingStatus());
+    whenDocumentMayBeLeft([this, bundleUrl] {
+        // A successful open replaces the project object; a failed one only changes the
+        // status.
+        const KavelProject *before = m_editor.project();
+        m_editor.openProject(bundleUrl);
+        if (!m_editor.project() || m_editor.project() == before) {
+            showError(m_editor.processingStatus());
+            return;
+        }
+        navigate(NavigationItem::editor);
+        offerRecovery();
+    });
+}
+
+void MainWindow::offerRecovery()
+{
+    if (!m_editor.recoverableEdits())
+        return;
+    auto *box = new QMessageBox(QMessageBox::Question, u"Kavel"_s, u"恢复未保存的修改？"_s,
+                                QMessageBox::NoButton, this);
+    QPushButton *restore = box->addButton(u"恢复"_s, QMessageBox::AcceptRole);
+    box->addButton(u"放弃"_s, QMessageBox::DestructiveRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this, box, restore] {
+        if (box->clickedButton() == restore)
+            m_editor.restoreRecoverableEdits();
+        else
+            m_editor.discardRecoverableEdits();
+    });
+    m_alert = box;
+    box->open();
+}
+
+void MainWindow::whenDocumentMayBeLeft(std::function<void()> proceed)
+{
+    if (!m_editor.hasUnsavedChanges()) {
+        proceed();
         return;
     }
-    navigate(NavigationItem::editor);
+    auto *box = new QMessageBox(QMessageBox::Warning, u"Kavel"_s,
+                                u"项目有未保存的修改，是否保存？"_s, QMessageBox::NoButton, this);
+    QPushButton *save = box->addButton(u"保存"_s, QMessageBox::AcceptRole);
+    QPushButton *discard = box->addButton(u"不保存"_s, QMessageBox::DestructiveRole);
+    box->addButton(u"取消"_s, QMessageBox::RejectRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this, box, save, discard, proceed] {
+        if (box->clickedButton() == save) {
+            if (!m_editor.save()) {
+                showError(u"未能保存项目"_s);
+                return;
+            }
+        } else if (box->clickedButton() == discard) {
+            m_editor.discardUnsavedChanges();
+        } else {
+            return;
+        }
+        proceed();
+    });
+    m_alert = box;
+    box->open();
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_mayClose || !m_editor.hasUnsavedChanges()) {
+        QMainWindow::closeEvent(event);
+        return;
+    }
+    event->ignore();
+    whenDocumentMayBeLeft([this] {
+        m_mayClose = true;
+        close();
+    });
 }
 
 void MainWindow::showError(const QString &message)

@@ -73,6 +73,9 @@ public:
     // reported in an alert instead.
     void openProject(const QUrl &bundleUrl);
     void showError(const QString &message);
+    // Runs `proceed` once the open document may be left: at once when it has nothing
+    // unsaved, else after the user chose 保存 (and the save worked) or 不保存; 取消 stops.
+    void whenDocumentMayBeLeft(std::function<void()> proceed);
 
     // The open alert or sheet, if any (for the tests and the screenshots).
     QMessageBox *currentAlert() const { return m_alert; }
@@ -93,7 +96,11 @@ public:
 Q_SIGNALS:
     void navigationSelectionChanged();
 
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
 private:
+    void offerRecovery();
     QWidget *buildSidebar();
     void buildMenu();
     void openProjectFromPicker();
@@ -122,6 +129,7 @@ private:
     QAction *m_undo = nullptr;
     QAction *m_redo = nullptr;
     QPointer<QMessageBox> m_alert;
+    bool m_mayClose = false;
     QPointer<ImportConfirmDialog> m_importConfirm;
     QPointer<LoginDialog> m_loginDialog;
     QPointer<ExportDialog> m_exportDialog;

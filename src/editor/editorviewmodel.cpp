@@ -1,6 +1,7 @@
 #include "editorviewmodel.h"
 
 #include "model/errors.h"
+#include "model/recoveryjournal.h"
 #include "model/timeline.h"
 #include "paragraphedits.h"
 #include "playback/playbackclock.h"
@@ -33,6 +34,7 @@ EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &cloc
     if (m_import.audioConverter)
         m_audioExtractor
             = std::make_unique<AudioExtractor>(*m_import.audioConverter, m_clock, m_import.log);
+    connect(this, &EditorViewModel::paragraphsChanged, this, &EditorViewModel::scheduleJournal);
 }
 
 EditorViewModel::~EditorViewModel() = default;
@@ -151,8 +153,11 @@ void EditorViewModel::openProject(const QUrl &url)
     }
 
     m_project = std::move(loaded);
+    m_savedParagraphs = m_project->paragraphs();
     Q_EMIT projectChanged();
     setParagraphs(m_project->paragraphs());
+    m_recoverableEdits = journal::recoverable(*m_project);
+    Q_EMIT recoverableEditsChanged();
     clearSelection();
     m_undoManager->clear();
     if (const auto &backup = m_project->damagedTimelineBackup())
@@ -196,15 +201,20 @@ void EditorViewModel::syncProject()
         m_project->setParagraphs(m_paragraphs);
 }
 
-void EditorViewModel::save()
+bool EditorViewModel::save()
 {
+    bool saved = false;
     if (m_project) {
         m_project->setParagraphs(m_paragraphs);
         try {
             m_project->saveTimeline();
-        } catch (const Error &) {
-            // Deliberately silent: the confirmation below means "save requested", and the
-            // document is still in memory for the next attempt.
+            m_savedParagraphs = m_paragraphs;
+            journal::remove(*m_project);
+            saved = true;
+        } catch (const Error &error) {
+            // The confirmation below means "save requested"; the document and its journal
+            // are still there for the next attempt.
+            logLine(u"[EditorVM] Save failed: "_s + error.description());
         }
     }
     m_lastSavedAt = QDateTime::currentDateTimeUtc();
@@ -217,6 +227,65 @@ void EditorViewModel::save()
         if (self)
             self->setShowSaveConfirmation(false);
     });
+    return saved;
+}
+
+bool EditorViewModel::hasUnsavedChanges() const
+{
+    return m_project && m_paragraphs != m_savedParagraphs;
+}
+
+void EditorViewModel::scheduleJournal()
+{
+    if (!m_project || m_journalScheduled)
+        return;
+    m_journalScheduled = true;
+    QPointer<EditorViewModel> self(this);
+    m_clock.callAfter(journalDelaySeconds, [self] {
+        if (self)
+            self->writeJournal();
+    });
+}
+
+void EditorViewModel::writeJournal()
+{
+    m_journalScheduled = false;
+    if (!m_project)
+        return;
+    if (!hasUnsavedChanges()) {
+        journal::remove(*m_project);
+        return;
+    }
+    try {
+        journal::write(*m_project, m_paragraphs);
+    } catch (const Error &error) {
+        logLine(u"[EditorVM] Keeping unsaved edits failed: "_s + error.description());
+    }
+}
+
+void EditorViewModel::restoreRecoverableEdits()
+{
+    if (!m_recoverableEdits)
+        return;
+    setParagraphs(*std::exchange(m_recoverableEdits, std::nullopt));
+    clearSelection();
+    syncPlayer();
+    Q_EMIT recoverableEditsChanged();
+}
+
+void EditorViewModel::discardRecoverableEdits()
+{
+    if (m_project)
+        journal::remove(*m_project);
+    if (std::exchange(m_recoverableEdits, std::nullopt))
+        Q_EMIT recoverableEditsChanged();
+}
+
+void EditorViewModel::discardUnsavedChanges()
+{
+    if (m_project)
+        journal::remove(*m_project);
+    m_savedParagraphs = m_paragraphs;
 }
 
 // --- cursor and selection --------------------------------------------------------------

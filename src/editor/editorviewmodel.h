@@ -140,6 +140,16 @@ public:
     void setShowExportSheet(bool show);
     std::optional<QUuid> playingSentenceId() const { return m_playingSentenceId; }
     std::optional<QDateTime> lastSavedAt() const { return m_lastSavedAt; }
+    // The document differs from what was last loaded or saved.
+    bool hasUnsavedChanges() const;
+    // Edits a crash left unsaved, found in the journal when the project was opened.
+    const std::optional<QList<Paragraph>> &recoverableEdits() const { return m_recoverableEdits; }
+    void restoreRecoverableEdits();
+    void discardRecoverableEdits();
+    // The user chose not to save: the journal goes and nothing asks again.
+    void discardUnsavedChanges();
+    // How soon after an edit the journal is written.
+    static constexpr double journalDelaySeconds = 0.5;
     bool showSaveConfirmation() const { return m_showSaveConfirmation; }
     const ExportSettings &exportSettings() const { return m_exportSettings; }
     void setExportSettings(const ExportSettings &settings);
@@ -198,9 +208,10 @@ public:
     void syncPlayer() override;
     // Copies the document into the open project, in memory only.
     void syncProject();
-    // Writes the timeline. A failed write is not reported: the confirmation shows that a
-    // save was asked for, and the document stays in memory either way.
-    void save();
+    // Writes the timeline and clears the journal. A failed write goes to the log only:
+    // the confirmation shows that a save was asked for, the document and its journal stay.
+    // Returns whether the timeline was written.
+    bool save();
 
     // --- cursor and selection ----------------------------------------------------------
     void setCursor(const QUuid &paragraphId, qsizetype position);
@@ -241,6 +252,7 @@ public:
 
 Q_SIGNALS:
     void paragraphsChanged();
+    void recoverableEditsChanged();
     void selectedBlockIdsChanged();
     void selectedParagraphIdChanged();
     void cursorParagraphIdChanged();
@@ -337,6 +349,11 @@ private:
     bool m_showExportSheet = false;
     std::optional<QUuid> m_playingSentenceId;
     std::optional<QDateTime> m_lastSavedAt;
+    QList<Paragraph> m_savedParagraphs;
+    std::optional<QList<Paragraph>> m_recoverableEdits;
+    bool m_journalScheduled = false;
+    void scheduleJournal();
+    void writeJournal();
     bool m_showSaveConfirmation = false;
     ExportSettings m_exportSettings;
     bool m_showSearchBar = false;

@@ -142,6 +142,7 @@ QCoro::Task<> EditorViewModel::runImport(QList<QUrl> urls)
     Q_EMIT projectChanged();
     // A new project starts empty: nothing of the one open before may be carried into it,
     // nor undone back into it.
+    m_savedParagraphs.clear();
     setParagraphs({});
     clearSelection();
     m_undoManager->clear();
@@ -259,6 +260,7 @@ void EditorViewModel::finishTranscription(const service::TranscriptionResult &re
         open->setParagraphs(m_paragraphs);
         if (!saveImportedTranscript(*open))
             return;
+        m_savedParagraphs = m_paragraphs;
     } else if (m_importProject) {
         // The user moved on to another project: the transcript goes into its own bundle,
         // as that bundle stands on disk now, and the open editor is left alone.

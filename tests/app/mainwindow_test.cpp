@@ -1,6 +1,7 @@
 #include "app/maineditorview.h"
 #include "app/screens.h"
 #include "app/videoplayerview.h"
+#include "model/recoveryjournal.h"
 #include "playback/guideplayerviewmodel.h"
 #include "shellfixture.h"
 
@@ -121,6 +122,51 @@ TEST_F(MainWindowTest, OpeningAProjectShowsItOrExplainsTheFailure)
     EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
     ASSERT_NE(vm.project(), nullptr);
     EXPECT_EQ(vm.project()->bundlePath(), bundle);
+}
+
+TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeaving)
+{
+    openTranscript({{u"one"_s, u"two"_s}, {u"three"_s}});
+    const QUrl bundle = vm.project()->bundleURL();
+    const QList<Paragraph> saved = vm.paragraphs();
+    main->navigate(NavigationItem::editor);
+    vm.deleteParagraph(paragraph(1).id);
+    const QList<Paragraph> edited = vm.paragraphs();
+    ASSERT_NE(edited, saved);
+    clock.advance(EditorViewModel::journalDelaySeconds);
+
+    // The process dies here. The next run finds the edit and can take it back.
+    {
+        EditorViewModel nextRun {engine, clock};
+        nextRun.openProject(bundle);
+        EXPECT_EQ(nextRun.paragraphs(), saved);
+        ASSERT_TRUE(nextRun.recoverableEdits());
+        nextRun.restoreRecoverableEdits();
+        EXPECT_EQ(nextRun.paragraphs(), edited);
+    }
+
+    // Leaving asks first: 取消 stays, 保存 writes the file and drops the journal.
+    for (const QString &choice : {u"取消"_s, u"保存"_s}) {
+        main->editorView()->backRequested();
+        ASSERT_TRUE(main->currentAlert());
+        EXPECT_EQ(main->currentAlert()->text(), u"项目有未保存的修改，是否保存？"_s);
+        alertButton(main->currentAlert(), choice)->click();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(main->navigationSelection(),
+                  choice == u"取消"_s ? NavigationItem::editor : NavigationItem::home);
+    }
+    EXPECT_EQ(KavelProject::load(bundle)->paragraphs(), edited);
+    EXPECT_FALSE(QFileInfo::exists(journal::path(*vm.project())));
+
+    // A journal newer than the file is offered when the project opens.
+    journal::write(*vm.project(), saved);
+    main->openProject(bundle);
+    ASSERT_TRUE(main->currentAlert());
+    EXPECT_EQ(main->currentAlert()->text(), u"恢复未保存的修改？"_s);
+    alertButton(main->currentAlert(), u"恢复"_s)->click();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(vm.paragraphs(), saved);
+    EXPECT_TRUE(vm.hasUnsavedChanges());
 }
 
 TEST_F(MainWindowTest, EditMenuUndoesAndRedoesWhateverHasFocus)
