@@ -6,6 +6,7 @@
 #include "paragraphedits.h"
 #include "playback/playbackclock.h"
 
+#include <QFileInfo>
 #include <QPointer>
 #include <algorithm>
 
@@ -238,6 +239,9 @@ bool EditorViewModel::hasUnsavedChanges() const
 void EditorViewModel::scheduleJournal()
 {
     if (!m_project || m_journalScheduled)
+        return;
+    // Nothing to keep, and no journal to take back (an undo all the way to the saved state).
+    if (!hasUnsavedChanges() && !QFileInfo::exists(journal::path(*m_project)))
         return;
     m_journalScheduled = true;
     QPointer<EditorViewModel> self(this);
