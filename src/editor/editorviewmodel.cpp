@@ -238,7 +238,8 @@ bool EditorViewModel::hasUnsavedChanges() const
 
 void EditorViewModel::scheduleJournal()
 {
-    if (!m_project || m_journalScheduled)
+    // While the user has not yet answered whether to restore the journal, it stays as it is.
+    if (!m_project || m_journalScheduled || m_recoverableEdits)
         return;
     // Nothing to keep, and no journal to take back (an undo all the way to the saved state).
     if (!hasUnsavedChanges() && !QFileInfo::exists(journal::path(*m_project)))
@@ -254,7 +255,7 @@ void EditorViewModel::scheduleJournal()
 void EditorViewModel::writeJournal()
 {
     m_journalScheduled = false;
-    if (!m_project)
+    if (!m_project || m_recoverableEdits)
         return;
     if (!hasUnsavedChanges()) {
         journal::remove(*m_project);

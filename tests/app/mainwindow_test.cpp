@@ -139,8 +139,11 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
     {
         EditorViewModel nextRun {engine, clock};
         nextRun.openProject(bundle);
+        clock.advance(EditorViewModel::journalDelaySeconds);
         EXPECT_EQ(nextRun.paragraphs(), saved);
         ASSERT_TRUE(nextRun.recoverableEdits());
+        EXPECT_TRUE(QFileInfo::exists(journal::path(*nextRun.project())))
+            << "kept until the user has answered";
         nextRun.restoreRecoverableEdits();
         EXPECT_EQ(nextRun.paragraphs(), edited);
     }
