@@ -1,5 +1,9 @@
 #include "avsupport.h"
 
+extern "C" {
+#include <libavutil/display.h>
+}
+
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -69,6 +73,20 @@ double frameSeconds(const AVFrame *frame, const AVStream *stream, double origin)
     if (pts == AV_NOPTS_VALUE)
         return std::nan("");
     return double(pts) * av_q2d(stream->time_base) - origin;
+}
+
+int clockwiseRotation(const AVStream *stream)
+{
+    size_t size = 0;
+    const uint8_t *matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    if (!matrix || size < 9 * sizeof(int32_t))
+        return 0;
+    // The matrix rotates counter-clockwise; the picture needs the opposite turn.
+    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t *>(matrix));
+    if (!std::isfinite(degrees))
+        return 0;
+    const int quarter = static_cast<int>(std::lround(degrees / 90.0));
+    return ((quarter % 4) + 4) % 4 * 90;
 }
 
 } // namespace kavel::media::ffmpeg

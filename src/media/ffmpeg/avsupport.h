@@ -52,6 +52,10 @@ CodecPtr openDecoder(const AVStream *stream, const QString &path, int threads);
 // and picture keep the offset the file gives them.
 double originSeconds(const AVFormatContext *context);
 
+// The clockwise turn, in quarter turns of 90 degrees, that shows the stream's picture
+// upright (phone recordings carry it as a display matrix).
+int clockwiseRotation(const AVStream *stream);
+
 // A decoded frame's time on that clock, or NaN when it carries none.
 double frameSeconds(const AVFrame *frame, const AVStream *stream, double origin);
 

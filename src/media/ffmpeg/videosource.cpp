@@ -22,19 +22,6 @@ constexpr double worthSeeking = 0.5;
 constexpr double blindSeek = 10.0;
 constexpr int maxFailures = 64;
 
-int clockwiseRotation(const AVStream *stream)
-{
-    size_t size = 0;
-    const uint8_t *matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    if (!matrix || size < 9 * sizeof(int32_t))
-        return 0;
-    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t *>(matrix));
-    if (!std::isfinite(degrees))
-        return 0;
-    const int quarter = static_cast<int>(std::lround(degrees / 90.0));
-    return ((quarter % 4) + 4) % 4 * 90;
-}
-
 } // namespace
 
 struct VideoSource::Decoded

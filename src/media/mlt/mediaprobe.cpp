@@ -1,5 +1,7 @@
 #include "mediaprobe.h"
 
+#include "media/ffmpeg/avsupport.h"
+
 extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
@@ -28,20 +30,6 @@ double streamSeconds(const AVFormatContext *context, const AVStream *stream)
     if (context->duration != AV_NOPTS_VALUE && context->duration > 0)
         return static_cast<double>(context->duration) / AV_TIME_BASE;
     return 0.0;
-}
-
-int rotationOf(const AVStream *stream)
-{
-    size_t size = 0;
-    const uint8_t *matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    if (!matrix || size < 9 * sizeof(int32_t))
-        return 0;
-    // The matrix rotates counter-clockwise; the picture needs the opposite turn.
-    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t *>(matrix));
-    if (!std::isfinite(degrees))
-        return 0;
-    const int quarter = static_cast<int>(std::lround(degrees / 90.0));
-    return ((quarter % 4) + 4) % 4 * 90;
 }
 
 } // namespace
@@ -75,7 +63,7 @@ ProbedMedia probeMedia(const QString &path)
                 probed.frameRate = {rate.num, rate.den};
                 info.frameRate = av_q2d(rate);
             }
-            info.rotationDegrees = rotationOf(stream);
+            info.rotationDegrees = ffmpeg::clockwiseRotation(stream);
         } else if (codec->codec_type == AVMEDIA_TYPE_AUDIO && !info.hasAudio) {
             info.hasAudio = true;
             info.audioDuration = streamSeconds(context.get(), stream);
