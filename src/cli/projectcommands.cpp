@@ -1,6 +1,7 @@
 #include "projectcommands.h"
 
 #include "clisupport.h"
+#include "media/ffmpeg/avsupport.h"
 #include "media/mlt/mltengine.h"
 #include "model/errors.h"
 #include "model/jsonfields.h"
@@ -62,6 +63,12 @@ int runAddMedia(const QStringList &arguments)
         }
         if (!probed.hasAudio && !probed.hasVideo)
             throw CommandFailure {u"不是可用的媒体文件："_s + path};
+        try {
+            if (media::ffmpeg::isCutShort(info.absoluteFilePath()))
+                throw CommandFailure {u"媒体文件不完整："_s + path};
+        } catch (const Error &) {
+            throw CommandFailure {u"不是可用的媒体文件："_s + path};
+        }
     }
     for (const QString &path : values.mid(1)) {
         const SourceFile file

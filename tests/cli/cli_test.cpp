@@ -96,7 +96,16 @@ TEST(Cli, AddMediaCopiesMediaAndRefusesWhatIsNot)
     test::writeFile(in.filePath(u"notes.mp4"_s), "these are not frames");
     const QByteArray whole = fileio::readFile(clip);
     test::writeFile(in.filePath(u"cut.mov"_s), whole.right(whole.size() / 2));
-    for (const QString &name : {u"gone.mp4"_s, u"empty.mp4"_s, u"notes.mp4"_s, u"cut.mov"_s}) {
+    // Its index at the front promises data that a copy cut short no longer holds.
+    const QString indexed = in.filePath(u"indexed.mp4"_s);
+    ASSERT_EQ(QProcess::execute(u"ffmpeg"_s,
+                                {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s, u"sine=d=4"_s,
+                                 u"-movflags"_s, u"+faststart"_s, indexed}),
+              0);
+    const QByteArray full = fileio::readFile(indexed);
+    test::writeFile(in.filePath(u"short.mp4"_s), full.left(full.size() / 2));
+    for (const QString &name :
+         {u"gone.mp4"_s, u"empty.mp4"_s, u"notes.mp4"_s, u"cut.mov"_s, u"short.mp4"_s}) {
         const CliResult refused = runCli({u"add-media"_s, bundle, in.filePath(name)});
         expectOneLineError(refused);
         EXPECT_TRUE(refused.err.contains(name)) << refused.err.toStdString();

@@ -89,4 +89,22 @@ int clockwiseRotation(const AVStream *stream)
     return ((quarter % 4) + 4) % 4 * 90;
 }
 
+bool isCutShort(const QString &path)
+{
+    const InputPtr input = openInput(path);
+    const std::int64_t size = avio_size(input->pb);
+    if (size <= 0)
+        return false;
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        AVStream *stream = input->streams[i];
+        const int entries = avformat_index_get_entries_count(stream);
+        if (entries <= 0)
+            continue;
+        const AVIndexEntry *last = avformat_index_get_entry(stream, entries - 1);
+        if (last && last->pos + last->size > size)
+            return true;
+    }
+    return false;
+}
+
 } // namespace kavel::media::ffmpeg

@@ -52,6 +52,11 @@ CodecPtr openDecoder(const AVStream *stream, const QString &path, int threads);
 // and picture keep the offset the file gives them.
 double originSeconds(const AVFormatContext *context);
 
+// Whether the file's own index places media data past its end: the mark of a file cut
+// short whose index sits at the front (a copy that stopped halfway, a download that
+// did not finish). Throws MediaError when the file cannot be opened.
+bool isCutShort(const QString &path);
+
 // The clockwise turn, in quarter turns of 90 degrees, that shows the stream's picture
 // upright (phone recordings carry it as a display matrix).
 int clockwiseRotation(const AVStream *stream);
