@@ -16,6 +16,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <cstdio>
 #include <random>
 
@@ -111,8 +112,11 @@ double timeKavel(QCoro::Task<> task)
     bool done = false;
     QString error;
     auto waiting = settle(std::move(task), done, error);
+    // Sleeps between events: a spinning wait would take a core from the export it times.
+    QTimer tick;
+    tick.start(100);
     while (!done)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     if (!error.isEmpty()) {
         std::fprintf(stderr, "export failed: %s\n", qPrintable(error));
         std::exit(1);

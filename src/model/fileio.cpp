@@ -2,6 +2,7 @@
 
 #include "errors.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -43,22 +44,23 @@ QString temporaryPrefix(const QString &path)
     return u'.' + QFileInfo(path).fileName() + QStringLiteral(".kavel-tmp-");
 }
 
-// A write killed between creating its temporary file and the rename leaves that file
-// behind; the next read or write of the target clears it away.
+} // namespace
+
 void removeStaleTemporaries(const QString &path)
 {
+    // Only those older than any write still under way: a reader in one window must not
+    // take the temporary file from under a save in another.
+    const QDateTime settled = QDateTime::currentDateTime().addSecs(-60);
     const QFileInfo target(path);
     QDir folder = target.dir();
-    for (const QString &name :
-         folder.entryList({temporaryPrefix(path) + u'*'}, QDir::Files | QDir::Hidden))
-        folder.remove(name);
+    for (const QFileInfo &file :
+         folder.entryInfoList({temporaryPrefix(path) + u'*'}, QDir::Files | QDir::Hidden))
+        if (file.lastModified() < settled)
+            folder.remove(file.fileName());
 }
-
-} // namespace
 
 QByteArray readFile(const QString &path)
 {
-    removeStaleTemporaries(path);
     QFile file(path);
     if (!file.exists())
         throw FileError(FileError::Kind::notFound, path);

@@ -14,6 +14,10 @@ QByteArray readFile(const QString &path);
 // leaves the old file as it was.
 void writeFileAtomically(const QString &path, const QByteArray &bytes);
 
+// A write killed between creating its temporary file and the rename leaves that file
+// behind; this clears such leftovers of `path` (writeFileAtomically does it too).
+void removeStaleTemporaries(const QString &path);
+
 // Creates the folder and any missing parents.
 void makeDirectory(const QString &path);
 

@@ -123,6 +123,9 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
         throw KavelProjectError(KavelProjectError::Code::bundleNotFound);
 
     const QString metadataPath = bundleFile(bundleURL, metadataFileName);
+    const QString timelinePath = bundleFile(bundleURL, timelineFileName);
+    for (const QString &path : {metadataPath, timelinePath})
+        fileio::removeStaleTemporaries(path);
     ProjectMetadata metadata;
     try {
         metadata = decodeMetadataDocument(fileio::readFile(metadataPath));
@@ -133,7 +136,6 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
 
     auto project = std::make_unique<KavelProject>(std::move(metadata), bundleURL);
 
-    const QString timelinePath = bundleFile(bundleURL, timelineFileName);
     if (QFileInfo::exists(timelinePath)) {
         try {
             const QByteArray bytes = fileio::readFile(timelinePath);

@@ -366,6 +366,12 @@ TEST_F(ProjectBundle, AFullDiskKeepsEveryFileAsItWasAndSaysSo)
     const QString stale
         = QDir(project->bundlePath()).filePath(u".timeline.json.kavel-tmp-k1ll3d"_s);
     test::writeFile(stale, "{");
+    {
+        QFile old(stale);
+        ASSERT_TRUE(old.open(QIODevice::ReadWrite));
+        old.setFileTime(QDateTime::currentDateTime().addSecs(-120),
+                        QFileDevice::FileModificationTime);
+    }
     KavelProject::load(project->bundleURL());
     EXPECT_FALSE(QFileInfo::exists(stale));
     EXPECT_EQ(fileio::readFile(timelinePath), before);
