@@ -49,6 +49,8 @@ QString stepText(const QString &step)
         return u"正在导出音频…"_s;
     if (step == u"video"_s)
         return u"正在导出视频…"_s;
+    if (step == u"interchange"_s)
+        return u"正在导出项目交换文件…"_s;
     return step;
 }
 
@@ -70,7 +72,11 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     , m_codec(new QComboBox(this))
     , m_audio(new QCheckBox(u"音频"_s, this))
     , m_audioFormat(new QComboBox(this))
-    , m_subtitles(new QCheckBox(u"字幕 (SRT)"_s, this))
+    , m_subtitles(new QCheckBox(u"字幕"_s, this))
+    , m_subtitleFormat(new QComboBox(this))
+    , m_subtitleStyle(new QComboBox(this))
+    , m_interchange(new QCheckBox(u"项目交换文件"_s, this))
+    , m_interchangeFormat(new QComboBox(this))
     , m_progress(new QProgressBar(this))
     , m_outcome(new QLabel(this))
     , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), u"导出"_s, this))
@@ -86,6 +92,19 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     fillCombo<Resolution>(m_resolution, [](Resolution r) { return label(r); });
     fillCombo<VideoCodec>(m_codec, [](VideoCodec c) { return label(c); });
     fillCombo<AudioFormat>(m_audioFormat, [](AudioFormat f) { return toRawValue(f).toUpper(); });
+    fillCombo<SubtitleFormat>(m_subtitleFormat, [](SubtitleFormat f) {
+        return f == SubtitleFormat::vtt ? u"WebVTT"_s : u"SRT"_s;
+    });
+    fillCombo<SubtitleStyle>(m_subtitleStyle, [](SubtitleStyle s) {
+        return s == SubtitleStyle::phrases ? u"按句"_s : u"逐词"_s;
+    });
+    m_subtitleStyle->setToolTip(u"按句：整句一条字幕，在句末标点、较长停顿或过长处断开"_s);
+    m_interchange->setIcon(symbolIcon(u"doc.fill"_s));
+    m_interchange->setToolTip(u"把剪辑交给其他剪辑软件：引用原始素材，按帧精确的剪辑列表"_s);
+    for (const auto &[format, text] : {std::pair {interchange::Format::mlt, u"MLT XML"_s},
+                                       {interchange::Format::edl, u"CMX 3600 EDL"_s},
+                                       {interchange::Format::fcpxml, u"FCPXML 1.9"_s}})
+        m_interchangeFormat->addItem(text, int(format));
 
     auto *layout = new QVBoxLayout(this);
     auto *form = new QFormLayout;
@@ -108,7 +127,17 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     audioRow->addWidget(m_audioFormat);
     audioRow->addStretch(1);
     form->addRow(audioRow);
-    form->addRow(m_subtitles);
+    auto *subtitleRow = new QHBoxLayout;
+    subtitleRow->addWidget(m_subtitles);
+    subtitleRow->addWidget(m_subtitleFormat);
+    subtitleRow->addWidget(m_subtitleStyle);
+    subtitleRow->addStretch(1);
+    form->addRow(subtitleRow);
+    auto *interchangeRow = new QHBoxLayout;
+    interchangeRow->addWidget(m_interchange);
+    interchangeRow->addWidget(m_interchangeFormat);
+    interchangeRow->addStretch(1);
+    form->addRow(interchangeRow);
     layout->addLayout(form);
     m_progress->setRange(0, 1000);
     m_progress->setTextVisible(false);
@@ -136,9 +165,10 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
         s.outputPath = QUrl::fromLocalFile(folder);
         m_flow.setSettings(s);
     });
-    for (QCheckBox *box : {m_video, m_audio, m_subtitles})
+    for (QCheckBox *box : {m_video, m_audio, m_subtitles, m_interchange})
         connect(box, &QCheckBox::toggled, this, &ExportDialog::applyControls);
-    for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat})
+    for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat, m_subtitleFormat,
+                           m_subtitleStyle, m_interchangeFormat})
         connect(box, &QComboBox::activated, this, &ExportDialog::applyControls);
     connect(m_title, &QLineEdit::textEdited, this, &ExportDialog::applyControls);
     connect(&flow, &ExportFlow::settingsChanged, this, &ExportDialog::showSettings);
@@ -191,10 +221,17 @@ void ExportDialog::showSettings()
     if (m_title->text() != s.title)
         m_title->setText(s.title);
     m_folderLabel->setText(s.outputPath ? s.outputPath->toLocalFile() : u"未选择"_s);
-    const QSignalBlocker b1(m_video), b2(m_audio), b3(m_subtitles);
+    const QSignalBlocker b1(m_video), b2(m_audio), b3(m_subtitles), b4(m_interchange);
     m_video->setChecked(s.videoEnabled);
     m_audio->setChecked(s.audioEnabled);
     m_subtitles->setChecked(s.subtitleEnabled);
+    m_interchange->setChecked(s.interchangeEnabled);
+    selectIn(m_subtitleFormat, s.subtitleFormat);
+    selectIn(m_subtitleStyle, s.subtitleStyle);
+    selectIn(m_interchangeFormat, s.interchangeFormat);
+    m_subtitleFormat->setEnabled(s.subtitleEnabled);
+    m_subtitleStyle->setEnabled(s.subtitleEnabled);
+    m_interchangeFormat->setEnabled(s.interchangeEnabled);
     selectIn(m_videoFormat, s.videoFormat);
     selectIn(m_resolution, s.resolution);
     selectIn(m_codec, s.codec);
@@ -203,7 +240,9 @@ void ExportDialog::showSettings()
                        static_cast<QWidget *>(m_codec)})
         w->setEnabled(s.videoEnabled);
     m_audioFormat->setEnabled(s.audioEnabled);
-    m_start->setEnabled(!m_running && (s.videoEnabled || s.audioEnabled || s.subtitleEnabled));
+    m_start->setEnabled(
+        !m_running
+        && (s.videoEnabled || s.audioEnabled || s.subtitleEnabled || s.interchangeEnabled));
 }
 
 void ExportDialog::applyControls()
@@ -213,6 +252,10 @@ void ExportDialog::applyControls()
     s.videoEnabled = m_video->isChecked();
     s.audioEnabled = m_audio->isChecked();
     s.subtitleEnabled = m_subtitles->isChecked();
+    s.subtitleFormat = selectedIn<SubtitleFormat>(m_subtitleFormat);
+    s.subtitleStyle = selectedIn<SubtitleStyle>(m_subtitleStyle);
+    s.interchangeEnabled = m_interchange->isChecked();
+    s.interchangeFormat = selectedIn<interchange::Format>(m_interchangeFormat);
     s.videoFormat = selectedIn<VideoFormat>(m_videoFormat);
     s.resolution = selectedIn<Resolution>(m_resolution);
     s.codec = selectedIn<VideoCodec>(m_codec);
@@ -256,7 +299,7 @@ void ExportDialog::setRunning(bool running)
     m_close->setText(running ? u"停止"_s : (m_flow.exportComplete() ? u"完成"_s : u"取消"_s));
     for (QWidget *w : {static_cast<QWidget *>(m_title), static_cast<QWidget *>(m_folder),
                        static_cast<QWidget *>(m_video), static_cast<QWidget *>(m_audio),
-                       static_cast<QWidget *>(m_subtitles)})
+                       static_cast<QWidget *>(m_subtitles), static_cast<QWidget *>(m_interchange)})
         w->setEnabled(!running);
 }
 

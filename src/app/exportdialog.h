@@ -38,6 +38,7 @@ public:
     QCheckBox *videoToggle() const { return m_video; }
     QCheckBox *audioToggle() const { return m_audio; }
     QCheckBox *subtitleToggle() const { return m_subtitles; }
+    QCheckBox *interchangeToggle() const { return m_interchange; }
     QPushButton *exportButton() const { return m_start; }
     QLabel *outcomeLabel() const { return m_outcome; }
     bool isRunning() const { return m_running; }
@@ -67,6 +68,10 @@ private:
     QCheckBox *m_audio;
     QComboBox *m_audioFormat;
     QCheckBox *m_subtitles;
+    QComboBox *m_subtitleFormat;
+    QComboBox *m_subtitleStyle;
+    QCheckBox *m_interchange;
+    QComboBox *m_interchangeFormat;
     QProgressBar *m_progress;
     QLabel *m_outcome;
     QPushButton *m_start;

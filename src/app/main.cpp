@@ -7,6 +7,7 @@
 #include "maineditorview.h"
 #include "mainwindow.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
+#include "media/ffmpeg/loudness.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "media/mlt/mltplayer.h"
@@ -104,6 +105,7 @@ int main(int argc, char *argv[])
     services.appState = &appState;
     services.audioConverter = &converter;
     services.notifier = &notifier;
+    services.measureLoudness = media::ffmpeg::loudnessPerMillisecond;
     services.pickFiles = [&dialogParent](const ImportPickerRequest &request) {
         return pickMediaFiles(dialogParent, request.message);
     };

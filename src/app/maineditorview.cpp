@@ -10,7 +10,9 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
+#include <QDoubleSpinBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -60,7 +62,21 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, u"粘贴 (Ctrl+V)"_s);
     auto *remove = addToolButton(toolbar, u"trash"_s, u"删除 (Delete)"_s);
     auto *fillers = addToolButton(toolbar, u"wand.and.stars"_s, u"删除语气词"_s);
+    auto *correct = addToolButton(toolbar, u"pencil"_s, u"更正文字 (F2)"_s);
     auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, u"保存 (Ctrl+S)"_s);
+
+    // The project's pause setting: off lays words end to end, on keeps up to the limit.
+    m_keepPauses = new QCheckBox(u"保留停顿"_s, toolbar);
+    m_keepPauses->setToolTip(u"在相邻的词之间保留录音中原有的停顿，最长不超过所设秒数"_s);
+    tools->addWidget(m_keepPauses);
+    m_pauseLimit = new QDoubleSpinBox(toolbar);
+    m_pauseLimit->setRange(minPauseLimit, maxPauseLimit);
+    m_pauseLimit->setSingleStep(0.1);
+    m_pauseLimit->setDecimals(1);
+    m_pauseLimit->setSuffix(u" 秒"_s);
+    m_pauseLimit->setValue(0.5);
+    m_pauseLimit->setAccessibleName(u"最长停顿"_s);
+    tools->addWidget(m_pauseLimit);
 
     m_savedBox = new QWidget(toolbar);
     auto *savedLayout = new QHBoxLayout(m_savedBox);
@@ -165,6 +181,27 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     connect(remove, &QToolButton::clicked, this, [this] { m_editor.deleteSelectedWords(); });
     connect(fillers, &QToolButton::clicked, this, [this] { m_editor.deleteFillerWords(); });
     connect(save, &QToolButton::clicked, this, [this] { m_editor.save(); });
+    connect(correct, &QToolButton::clicked, this, [this] { m_editor.requestWordCorrection(); });
+    const auto applyPauses = [this] {
+        m_editor.setPauseLimit(m_keepPauses->isChecked() ? m_pauseLimit->value() : 0.0);
+    };
+    connect(m_keepPauses, &QCheckBox::toggled, this, applyPauses);
+    connect(m_pauseLimit, &QDoubleSpinBox::valueChanged, this, [this, applyPauses] {
+        if (m_keepPauses->isChecked())
+            applyPauses();
+    });
+    const auto showPauses = [this] {
+        const double limit = m_editor.pauseLimit();
+        const QSignalBlocker blockCheck(m_keepPauses), blockLimit(m_pauseLimit);
+        m_keepPauses->setChecked(limit > 0);
+        m_keepPauses->setEnabled(m_editor.project() != nullptr);
+        if (limit > 0)
+            m_pauseLimit->setValue(limit);
+        m_pauseLimit->setEnabled(limit > 0);
+    };
+    connect(&m_editor, &EditorViewModel::pauseLimitChanged, this, showPauses);
+    connect(&m_editor, &EditorViewModel::projectChanged, this, showPauses);
+    showPauses();
 
     connect(&editor.undoManager(), &EditorUndoManager::canUndoChanged, this,
             &MainEditorView::refreshUndoButtons);

@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+class QCheckBox;
+class QDoubleSpinBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -69,6 +71,8 @@ private:
     QToolButton *m_back;
     QToolButton *m_export;
     QList<QToolButton *> m_tools;
+    QCheckBox *m_keepPauses;
+    QDoubleSpinBox *m_pauseLimit;
     QWidget *m_savedBox;
     QLabel *m_saved;
     QLineEdit *m_search;

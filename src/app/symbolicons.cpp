@@ -34,6 +34,7 @@ const QHash<QString, IconChoice> &iconTable()
         {u"doc.on.clipboard"_s, {u"edit-paste"_s, QStyle::SP_FileDialogContentsView}},
         {u"trash"_s, {u"edit-delete"_s, QStyle::SP_TrashIcon}},
         {u"wand.and.stars"_s, {u"tools-wizard"_s, QStyle::SP_DialogApplyButton}},
+        {u"pencil"_s, {u"document-edit"_s, QStyle::SP_FileDialogDetailedView}},
         {u"checkmark.circle.fill"_s, {u"dialog-ok-apply"_s, QStyle::SP_DialogApplyButton}},
         {u"magnifyingglass"_s, {u"edit-find"_s, QStyle::SP_FileDialogContentsView}},
         {u"square.and.arrow.down"_s, {u"document-save"_s, QStyle::SP_DialogSaveButton}},

@@ -7,6 +7,7 @@
 #include "model/kavelproject.h"
 
 #include <QCommandLineParser>
+#include <QRegularExpression>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -43,14 +44,56 @@ QString hitText(const Paragraph &paragraph, const SearchHit &hit)
     return words.join(u' ');
 }
 
+// Gives every place `from` occurs the text `to`; the words a place touches become one word
+// over their time. Transcripts join words without spaces, so "big wide" is also looked for
+// as "bigwide" when it is not found as typed. Returns how many places changed.
+qsizetype correctText(QList<Paragraph> &paragraphs, const QString &from, const QString &to)
+{
+    QString needle = from.trimmed();
+    QList<SearchHit> hits = searchTranscript(paragraphs, needle);
+    if (hits.isEmpty()) {
+        needle.remove(QRegularExpression(u"\\s+"_s));
+        hits = searchTranscript(paragraphs, needle);
+    }
+    qsizetype corrected = 0;
+    for (const SearchHit &hit : std::as_const(hits)) {
+        const Paragraph &within
+            = paragraphs.at(edits::indexOfParagraph(paragraphs, hit.paragraphId));
+        QString joined;
+        for (const WordBlock &block : within.wordBlocks)
+            if (hit.blockIds.contains(block.id))
+                joined += block.text;
+        // Only the matched part changes; the rest of a word it touches stays.
+        joined.replace(joined.indexOf(needle, 0, Qt::CaseInsensitive), needle.size(), to.trimmed());
+        if (edits::replaceText(paragraphs, QSet<QUuid>(hit.blockIds.cbegin(), hit.blockIds.cend()),
+                               joined))
+            ++corrected;
+        else
+            err() << u"跳过“%1”：所在的词不在同一段录音中相连"_s.arg(hitText(within, hit))
+                  << Qt::endl;
+    }
+    return corrected;
+}
+
 } // namespace
 
 int runEdit(const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        u"Edit a transcript and save it: word deletions first, then paragraph deletions, then "
-        "moves. Paragraph numbers refer to the transcript as it was before the edit."_s);
+        u"Edit a transcript and save it: text corrections first, then word deletions, then "
+        "paragraph deletions, then moves. Paragraph numbers refer to the transcript as it was "
+        "before the edit."_s);
+    const QCommandLineOption replace(
+        u"replace-text"_s,
+        u"Correct the text of every place OLD occurs to NEW; the words it touches keep their "
+        "times and become one word."_s,
+        u"OLD=NEW"_s);
+    const QCommandLineOption pauses(
+        u"keep-pauses"_s,
+        u"Keep up to S seconds (0.1-2.0) of each recorded pause between neighbouring words; "
+        "0 turns it off."_s,
+        u"S"_s);
     const QCommandLineOption fillers(u"delete-fillers"_s, u"Delete every filler word."_s);
     const QCommandLineOption text(u"delete-text"_s,
                                   u"Delete the words of every place PHRASE occurs."_s, u"PHRASE"_s);
@@ -59,7 +102,7 @@ int runEdit(const QStringList &arguments)
                                   u"Move paragraph FROM so that it ends up at position TO."_s,
                                   u"FROM:TO"_s);
     const QCommandLineOption dryRun(u"dry-run"_s, u"Report what would change; save nothing."_s);
-    parser.addOptions({fillers, text, paragraph, move, dryRun});
+    parser.addOptions({replace, pauses, fillers, text, paragraph, move, dryRun});
     const QStringList values = parsePositionals(parser, u"edit"_s, arguments, {u"BUNDLE"_s});
 
     auto project = openBundle(values.first());
@@ -69,7 +112,23 @@ int runEdit(const QStringList &arguments)
                                   ? u"转写稿无法读取，原文件已备份到 "_s
                                       + *project->damagedTimelineBackup()
                                   : project->timelineLoadError()};
-    const QList<Paragraph> original = playbackOrder(project->paragraphs());
+    QList<Paragraph> original = playbackOrder(project->paragraphs());
+
+    std::optional<double> pauseLimit;
+    if (parser.isSet(pauses)) {
+        bool ok = false;
+        const double seconds = parser.value(pauses).toDouble(&ok);
+        if (!ok || !(seconds == 0 || (seconds >= minPauseLimit && seconds <= maxPauseLimit)))
+            throw CommandFailure {u"--keep-pauses 需要 0 或 0.1 到 2.0 之间的秒数"_s, 2};
+        pauseLimit = seconds;
+    }
+    qsizetype corrected = 0;
+    for (const QString &pair : parser.values(replace)) {
+        const qsizetype equals = pair.indexOf(u'=');
+        if (equals <= 0 || pair.mid(equals + 1).trimmed().isEmpty())
+            throw CommandFailure {u"--replace-text 需要 OLD=NEW 形式，而不是“%1”"_s.arg(pair), 2};
+        corrected += correctText(original, pair.left(equals), pair.mid(equals + 1));
+    }
 
     // Resolve every paragraph number against the original numbering before anything moves.
     QList<QUuid> paragraphsToDelete;
@@ -110,6 +169,12 @@ int runEdit(const QStringList &arguments)
         ++moved;
     }
 
+    if (corrected > 0)
+        out() << u"Corrected %1 places"_s.arg(corrected) << Qt::endl;
+    if (pauseLimit)
+        out() << (*pauseLimit > 0 ? u"Pauses kept up to %1 s"_s.arg(*pauseLimit)
+                                  : u"Pauses removed"_s)
+              << Qt::endl;
     out() << u"Deleted %1 words and %2 paragraphs, moved %3 paragraphs%4"_s.arg(words.size())
                  .arg(original.size() - paragraphsBefore + paragraphsDeleted)
                  .arg(moved)
@@ -119,6 +184,12 @@ int runEdit(const QStringList &arguments)
         return 0;
     project->setParagraphs(result);
     project->saveTimeline();
+    if (pauseLimit) {
+        ProjectMetadata metadata = project->metadata();
+        metadata.pauseLimit = *pauseLimit;
+        project->setMetadata(metadata);
+        project->saveMetadata();
+    }
     return 0;
 }
 

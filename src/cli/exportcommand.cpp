@@ -8,6 +8,7 @@
 #include "model/timeline.h"
 #include "playback/compositionplan.h"
 #include "service/settings.h"
+#include "timing/pauses.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -40,6 +41,8 @@ QString stepLabel(const QString &step)
         return u"字幕"_s;
     if (step == "audio"_L1)
         return u"音频"_s;
+    if (step == "interchange"_L1)
+        return u"项目交换文件"_s;
     return u"视频"_s;
 }
 
@@ -95,8 +98,8 @@ int runExport(const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        u"Export the edited result of a project. Without --video, --audio or --srt the movie "
-        "alone is written."_s);
+        u"Export the edited result of a project. Without --video, --audio, --srt, --vtt or "
+        "--interchange the movie alone is written."_s);
     const QCommandLineOption outOption(u"out"_s, u"folder that receives the files"_s, u"DIR"_s);
     const QCommandLineOption titleOption(
         u"title"_s, u"base name of the files (default: the project's title)"_s, u"T"_s);
@@ -107,8 +110,14 @@ int runExport(const QStringList &arguments)
     const QCommandLineOption audioOption(u"audio"_s, u"write sound alone: wav, aac or mp3"_s,
                                          u"FORMAT"_s);
     const QCommandLineOption srtOption(u"srt"_s, u"write SubRip subtitles"_s);
+    const QCommandLineOption vttOption(u"vtt"_s, u"write WebVTT subtitles"_s);
+    const QCommandLineOption cuesOption(u"subtitles"_s,
+                                        u"cues of single words (default) or of whole phrases"_s,
+                                        u"words|phrases"_s);
+    const QCommandLineOption interchangeOption(
+        u"interchange"_s, u"write the edit for another editor: mlt, edl or fcpxml"_s, u"FORMAT"_s);
     parser.addOptions({outOption, titleOption, videoOption, codecOption, resolutionOption,
-                       audioOption, srtOption});
+                       audioOption, srtOption, vttOption, cuesOption, interchangeOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
         throw CommandFailure {u"usage: kavel-cli export BUNDLE --out DIR [options]"_s, 2};
@@ -117,14 +126,22 @@ int runExport(const QStringList &arguments)
     settings.title = parser.value(titleOption);
     settings.outputPath
         = QUrl::fromLocalFile(QFileInfo(parser.value(outOption)).absoluteFilePath());
-    settings.videoEnabled
-        = parser.isSet(videoOption) || (!parser.isSet(audioOption) && !parser.isSet(srtOption));
+    settings.videoEnabled = parser.isSet(videoOption)
+        || (!parser.isSet(audioOption) && !parser.isSet(srtOption) && !parser.isSet(vttOption)
+            && !parser.isSet(interchangeOption));
     settings.videoFormat = choice(parser, videoOption, videoFormatFromRaw, VideoFormat::mp4);
     settings.codec = choice(parser, codecOption, videoCodecFromRaw, VideoCodec::h264);
     settings.resolution = choice(parser, resolutionOption, resolutionFromRaw, Resolution::p1080);
     settings.audioEnabled = parser.isSet(audioOption);
     settings.audioFormat = choice(parser, audioOption, audioFormatFromRaw, AudioFormat::mp3);
-    settings.subtitleEnabled = parser.isSet(srtOption);
+    if (parser.isSet(srtOption) && parser.isSet(vttOption))
+        throw CommandFailure {u"--srt 与 --vtt 只能选一个"_s, 2};
+    settings.subtitleEnabled = parser.isSet(srtOption) || parser.isSet(vttOption);
+    settings.subtitleFormat = parser.isSet(vttOption) ? SubtitleFormat::vtt : SubtitleFormat::srt;
+    settings.subtitleStyle = choice(parser, cuesOption, subtitleStyleFromRaw, SubtitleStyle::words);
+    settings.interchangeEnabled = parser.isSet(interchangeOption);
+    settings.interchangeFormat
+        = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);
 
     const auto project = openBundle(values.at(0));
     if (settings.title.isEmpty())
@@ -142,8 +159,8 @@ int runExport(const QStringList &arguments)
 
     ProgressBar bar;
     QObject::connect(&flow, &ExportFlow::stepStarted, &flow, [&](const QString &step) {
-        // Subtitles are written at once; a bar would only flash.
-        if (step == "subtitles"_L1)
+        // Subtitles and hand-off files are written at once; a bar would only flash.
+        if (step == "subtitles"_L1 || step == "interchange"_L1)
             bar.finish();
         else
             bar.begin(stepLabel(step));
@@ -153,7 +170,7 @@ int runExport(const QStringList &arguments)
 
     const QList<WordBlock> blocks = flattenParagraphs(project->paragraphs());
     double duration = 0.0;
-    for (const WordBlock &block : blocks)
+    for (const WordBlock &block : withPauses(blocks, project->metadata().pauseLimit))
         duration += block.duration();
     out() << project->metadata().title << u"  "_s << blocks.size() << u" 词  "_s
           << ExportFlow::formatDuration(duration) << Qt::endl;
@@ -175,6 +192,7 @@ int runExport(const QStringList &arguments)
         out() << Qt::endl;
     };
     report(settings.subtitleEnabled, u"字幕"_s, flow.subtitlePath());
+    report(settings.interchangeEnabled, u"项目交换文件"_s, flow.interchangePath());
     report(settings.audioEnabled, u"音频"_s, flow.audioPath());
     report(settings.videoEnabled && !flow.exportNotice(), u"视频"_s, flow.videoPath());
     if (flow.exportNotice())

@@ -4,6 +4,7 @@
 #include "editor/desktopnotifier.h"
 #include "editor/editorviewmodel.h"
 #include "editor/usernotifier.h"
+#include "media/ffmpeg/loudness.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "playback/playbackclock.h"
@@ -64,7 +65,11 @@ int runImport(const QStringList &arguments)
     const QCommandLineOption timeoutOption(u"timeout"_s,
                                            u"Give up after this many seconds (default 3600)."_s,
                                            u"SECONDS"_s, u"3600"_s);
-    parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption});
+    const QCommandLineOption noRefineOption(
+        u"no-refine"_s,
+        u"Keep the recogniser's word edges instead of moving them into the "
+        "quiet beside each word."_s);
+    parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption, noRefineOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
         throw CommandFailure {u"--email and --password go together"_s, 2};
@@ -106,6 +111,8 @@ int runImport(const QStringList &arguments)
     services.audioConverter = &converter;
     services.notifier = &notifier;
     services.log = errorSink();
+    if (!parser.isSet(noRefineOption))
+        services.measureLoudness = media::ffmpeg::loudnessPerMillisecond;
     EditorViewModel editor(engine, clock, std::move(services));
     QObject::connect(&editor, &EditorViewModel::processingStatusChanged, &editor, [&editor] {
         if (!editor.processingStatus().isEmpty())

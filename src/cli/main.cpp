@@ -31,8 +31,8 @@ const QList<Command> &commands()
         {u"info"_s, u"BUNDLE [--json]"_s,
          u"show title, dates, sources, counts and the words with their times"_s, runInfo},
         {u"edit"_s,
-         u"BUNDLE [--delete-fillers] [--delete-text PHRASE] [--delete-paragraph N] "
-         "[--move-paragraph FROM:TO] [--dry-run]"_s,
+         u"BUNDLE [--replace-text OLD=NEW] [--keep-pauses S] [--delete-fillers] "
+         "[--delete-text PHRASE] [--delete-paragraph N] [--move-paragraph FROM:TO] [--dry-run]"_s,
          u"edit the transcript in a batch and save it"_s, runEdit},
         {u"search"_s, u"BUNDLE TEXT [--json]"_s,
          u"find text in the transcript, print each hit with its paragraph and times"_s, runSearch},
@@ -42,11 +42,12 @@ const QList<Command> &commands()
         {u"composition"_s, u"BUNDLE"_s,
          u"print where each word plays in the preview, the duration and the cut stretches"_s,
          runComposition},
-        {u"import"_s, u"FILE... [--server URL] [--email E --password P]"_s,
+        {u"import"_s, u"FILE... [--server URL] [--email E --password P] [--no-refine]"_s,
          u"make a project from media files, transcribe it, print the bundle path"_s, runImport},
         {u"export"_s,
          u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
-         "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt]"_s,
+         "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt|--vtt] "
+         "[--subtitles words|phrases] [--interchange mlt|edl|fcpxml]"_s,
          u"write the edited result as a movie, sound and subtitles"_s, runExport},
     };
     return table;

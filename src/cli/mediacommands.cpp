@@ -114,7 +114,8 @@ int runComposition(const QStringList &arguments)
     const LoadedSources loaded
         = loadSourceTracks(engine, sources, [](const QString &line) { err() << line << Qt::endl; });
     const QList<WordBlock> blocks = flattenParagraphs(project->paragraphs());
-    const CompositionPlan plan = planComposition(blocks, loaded.tracks);
+    const CompositionPlan plan
+        = planComposition(blocks, loaded.tracks, project->metadata().pauseLimit);
 
     out() << u"duration "_s << seconds(plan.duration) << u'\n';
     out() << u"entries "_s << plan.map.size() << u" of "_s << blocks.size() << u" words\n"_s;

@@ -2,11 +2,14 @@
 // document, records or executes its undo command, fixes the selection and cursor, pushes
 // to the preview and refreshes the project copy — in that order.
 #include "editorviewmodel.h"
+#include "model/errors.h"
 #include "paragraphedits.h"
 #include "playback/playbackclock.h"
 
 #include <QPointer>
 #include <algorithm>
+
+using namespace Qt::StringLiterals;
 
 namespace kavel {
 
@@ -177,6 +180,56 @@ void EditorViewModel::pasteWords()
     placeCursorAfterWord(inserted.last());
     syncPlayer();
     syncProject();
+}
+
+bool EditorViewModel::correctSelectedWords(const QString &text)
+{
+    QList<Paragraph> after = m_paragraphs;
+    const std::optional<QUuid> corrected = edits::replaceText(after, m_selectedBlockIds, text);
+    if (!corrected || after == m_paragraphs)
+        return false;
+    const QList<Paragraph> before = m_paragraphs;
+    setParagraphs(after);
+    m_undoManager->record(
+        std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, m_paragraphs));
+    setSelectedBlockIds({*corrected});
+    syncPlayer();
+    syncProject();
+    if (m_showSearchBar)
+        performSearch();
+    return true;
+}
+
+void EditorViewModel::requestWordCorrection()
+{
+    if (m_selectedBlockIds.isEmpty() && m_cursorParagraphId && m_cursorPosition > 0)
+        selectRange(*m_cursorParagraphId, m_cursorPosition - 1, m_cursorPosition);
+    if (!m_selectedBlockIds.isEmpty())
+        Q_EMIT wordCorrectionRequested();
+}
+
+double EditorViewModel::pauseLimit() const
+{
+    return m_project ? m_project->metadata().pauseLimit : 0.0;
+}
+
+void EditorViewModel::setPauseLimit(double seconds)
+{
+    if (!m_project)
+        return;
+    const double limit = seconds > 0 ? std::clamp(seconds, minPauseLimit, maxPauseLimit) : 0.0;
+    ProjectMetadata metadata = m_project->metadata();
+    if (metadata.pauseLimit == limit)
+        return;
+    metadata.pauseLimit = limit;
+    m_project->setMetadata(metadata);
+    try {
+        m_project->saveMetadata();
+    } catch (const Error &error) {
+        setProcessingStatus(u"保存失败: "_s + error.description());
+    }
+    Q_EMIT pauseLimitChanged();
+    pushToPlayer();
 }
 
 } // namespace kavel

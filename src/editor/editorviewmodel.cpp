@@ -192,6 +192,7 @@ void EditorViewModel::syncPlayer()
 
 void EditorViewModel::pushToPlayer()
 {
+    m_playerVM->setPauseLimit(m_project ? m_project->metadata().pauseLimit : 0.0);
     m_playerVM->setWordBlocks(flattenParagraphs(m_paragraphs));
     m_playerVM->scheduleRebuild();
 }

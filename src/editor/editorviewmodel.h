@@ -57,6 +57,9 @@ struct ImportServices
     // Where new bundles go; empty means the user's projects folder.
     QString projectsDirectory;
     service::LogSink log = service::standardOutputSink();
+    // Mean power per millisecond of a recording; when given, the edges of arriving words
+    // are moved into the quiet beside them. Runs off the main thread. Throws Error.
+    std::function<std::vector<float>(const QString &path)> measureLoudness;
 };
 
 // The state behind the editor screen: the document being edited, the selection and
@@ -236,6 +239,18 @@ public:
     void moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset);
     // Removes every filler word in one undoable step; returns how many were removed.
     qsizetype deleteFillerWords();
+    // Gives the selected words the corrected text as one undoable step (see
+    // edits::replaceText); the corrected word stays selected. Returns false when nothing
+    // changed: no selection, blank text, or words that do not follow each other in one
+    // paragraph.
+    bool correctSelectedWords(const QString &text);
+    // Asks the transcript to open its in-place editor on the selection, or on the word
+    // before the cursor when nothing is selected (F2).
+    void requestWordCorrection();
+    // "保留停顿": 0 turns it off; otherwise clamped to [minPauseLimit, maxPauseLimit].
+    // Written to the project at once and applied to the preview.
+    void setPauseLimit(double seconds);
+    double pauseLimit() const;
     // Keeps a copy of the selected words, in document order.
     void copySelectedWords();
     const QList<WordBlock> &copiedWords() const { return m_copiedWords; }
@@ -272,6 +287,8 @@ Q_SIGNALS:
     void currentSearchIndexChanged();
     void trackFlagsChanged();
     void projectChanged();
+    void pauseLimitChanged();
+    void wordCorrectionRequested();
     void navigateToEditorChanged();
     void transcriptionStepChanged();
     void transcriptionPollCountChanged();
@@ -319,7 +336,14 @@ private:
     // task and a failed result set their own texts before throwing.
     QCoro::Task<> runImport(QList<QUrl> urls);
     QCoro::Task<> pollTranscription(QString taskId);
-    void finishTranscription(const service::TranscriptionResult &result);
+    void finishTranscription(const service::TranscriptionResult &result,
+                             const std::vector<float> &sourcePower);
+    // The recording's power for refining word edges, measured on a worker thread; empty
+    // when not asked for or not readable.
+    QCoro::Task<std::vector<float>> measureSourcePower();
+    QList<Paragraph> arrivedParagraphs(const service::TranscriptionResult &result,
+                                       qint64 existingParagraphs,
+                                       const std::vector<float> &sourcePower) const;
     // The open project when it is the import's bundle, else nothing.
     KavelProject *openImportProject() const;
     bool saveImportedTranscript(KavelProject &project);

@@ -8,10 +8,14 @@
 #include "model/projectpaths.h"
 #include "service/apiclient.h"
 #include "service/appstate.h"
+#include "timing/cutedges.h"
+#include "timing/pauses.h"
 #include "usernotifier.h"
 
+#include <QCoroFuture>
 #include <QFile>
 #include <QPointer>
+#include <QtConcurrent/QtConcurrentRun>
 
 using namespace Qt::StringLiterals;
 
@@ -215,7 +219,10 @@ QCoro::Task<> EditorViewModel::pollTranscription(QString taskId)
         if (!self)
             co_return;
         if (result.isCompleted()) {
-            finishTranscription(result);
+            const std::vector<float> power = co_await measureSourcePower();
+            if (!self)
+                co_return;
+            finishTranscription(result, power);
             co_return;
         }
         if (result.isFailed()) {
@@ -244,15 +251,59 @@ KavelProject *EditorViewModel::openImportProject() const
     return m_project->bundlePath() == m_importProject->bundlePath() ? m_project.get() : nullptr;
 }
 
-void EditorViewModel::finishTranscription(const service::TranscriptionResult &result)
+QCoro::Task<std::vector<float>> EditorViewModel::measureSourcePower()
 {
-    const QList<service::ParagraphPayload> payload
-        = result.paragraphs.value_or(QList<service::ParagraphPayload> {});
+    if (!m_import.measureLoudness || !m_importProject || !m_pendingASRSourceFileId)
+        co_return {};
+    const std::optional<QUrl> url = m_importProject->sourceFileURL(*m_pendingASRSourceFileId);
+    if (!url)
+        co_return {};
+    struct Measured
+    {
+        std::vector<float> power;
+        QString failure;
+    };
+    const auto measure = m_import.measureLoudness;
+    const QString path = url->toLocalFile();
+    // Named, not awaited as a temporary: GCC 12 frees such a temporary's strings twice.
+    QFuture<Measured> future = QtConcurrent::run([measure, path] {
+        try {
+            return Measured {measure(path), {}};
+        } catch (const Error &error) {
+            return Measured {{}, error.description()};
+        }
+    });
+    co_await future;
+    Measured measured = future.takeResult();
+    // Unrefined edges are still the recogniser's usable edges.
+    if (!measured.failure.isEmpty())
+        logLine(u"[EditorVM] Word edges left as recognised: "_s + measured.failure);
+    co_return std::move(measured.power);
+}
+
+QList<Paragraph> EditorViewModel::arrivedParagraphs(const service::TranscriptionResult &result,
+                                                    qint64 existingParagraphs,
+                                                    const std::vector<float> &sourcePower) const
+{
     const QUuid sourceId = m_pendingASRSourceFileId.value_or(placeholderSourceFileId);
+    QList<Paragraph> arrived = service::paragraphsFromPayload(
+        result.paragraphs.value_or(QList<service::ParagraphPayload> {}), sourceId,
+        existingParagraphs);
+    if (!sourcePower.empty()) {
+        const qsizetype moved = refineCutEdges(arrived, sourceId, sourcePower);
+        logLine(u"[EditorVM] Moved %1 word edges into quiet"_s.arg(moved));
+    }
+    recordPauses(arrived);
+    return arrived;
+}
+
+void EditorViewModel::finishTranscription(const service::TranscriptionResult &result,
+                                          const std::vector<float> &sourcePower)
+{
 
     if (KavelProject *open = openImportProject()) {
         const QList<Paragraph> arrived
-            = service::paragraphsFromPayload(payload, sourceId, m_paragraphs.size());
+            = arrivedParagraphs(result, m_paragraphs.size(), sourcePower);
         setParagraphs(m_paragraphs + arrived);
         // Undo must not reach back past the transcript's arrival.
         m_undoManager->clear();
@@ -271,7 +322,7 @@ void EditorViewModel::finishTranscription(const service::TranscriptionResult &re
             logLine(u"[EditorVM] Reloading the imported project failed: "_s + error.description());
         }
         const QList<Paragraph> arrived
-            = service::paragraphsFromPayload(payload, sourceId, target->paragraphs().size());
+            = arrivedParagraphs(result, target->paragraphs().size(), sourcePower);
         target->setParagraphs(target->paragraphs() + arrived);
         if (!saveImportedTranscript(*target))
             return;

@@ -123,4 +123,45 @@ QSet<QUuid> fillerWordIds(const QList<Paragraph> &paragraphs)
     return ids;
 }
 
+std::optional<QUuid> replaceText(QList<Paragraph> &paragraphs, const QSet<QUuid> &ids,
+                                 const QString &text)
+{
+    const QString corrected = text.simplified();
+    if (ids.isEmpty() || corrected.isEmpty())
+        return std::nullopt;
+    const WordLocation first = [&] {
+        for (qsizetype p = 0; p < paragraphs.size(); ++p)
+            for (qsizetype w = 0; w < paragraphs.at(p).wordBlocks.size(); ++w)
+                if (ids.contains(paragraphs.at(p).wordBlocks.at(w).id))
+                    return WordLocation {p, w};
+        return WordLocation {};
+    }();
+    if (!first.isValid())
+        return std::nullopt;
+    const QList<WordBlock> &words = paragraphs.at(first.paragraph).wordBlocks;
+    const qsizetype last = first.word + ids.size() - 1;
+    if (last >= words.size())
+        return std::nullopt;
+    for (qsizetype w = first.word; w <= last; ++w) {
+        const WordBlock &word = words.at(w);
+        if (!ids.contains(word.id) || word.sourceFileId != words.at(first.word).sourceFileId)
+            return std::nullopt;
+        if (w > first.word && word.mediaStart < words.at(w - 1).mediaEnd - 1e-6)
+            return std::nullopt;
+    }
+
+    WordBlock merged = words.at(first.word);
+    const WordBlock &end = words.at(last);
+    merged.text = corrected;
+    merged.mediaEnd = end.mediaEnd;
+    merged.fadeOutDuration = end.fadeOutDuration;
+    merged.pauseAfter = end.pauseAfter;
+    // The user has said what was spoken; a filler mark made by the recogniser no longer holds.
+    merged.isFiller = false;
+    QList<WordBlock> &edited = paragraphs[first.paragraph].wordBlocks;
+    edited.remove(first.word + 1, last - first.word);
+    edited[first.word] = merged;
+    return merged.id;
+}
+
 } // namespace kavel::edits

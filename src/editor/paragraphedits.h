@@ -5,6 +5,7 @@
 #include <QList>
 #include <QSet>
 #include <QUuid>
+#include <optional>
 
 // The structural edits of a transcript as pure functions on paragraph lists, so the
 // editor, its undo commands and the command-line tool apply them identically.
@@ -31,6 +32,14 @@ QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs,
 // paragraph), giving each inserted word a fresh id. Returns the ids given.
 QList<QUuid> insertWords(QList<Paragraph> &paragraphs, const QUuid &paragraphId, qsizetype gap,
                          const QList<WordBlock> &words);
+
+// Gives the words `ids` the text `text` without touching the timing: one word keeps its
+// times; several words, which must follow each other in one paragraph and one
+// recording, become one word that spans their time (the first word's id, the last
+// one's end). Returns the id of the corrected word, or nothing when the words do not
+// qualify or the text is blank; then `paragraphs` is unchanged.
+std::optional<QUuid> replaceText(QList<Paragraph> &paragraphs, const QSet<QUuid> &ids,
+                                 const QString &text);
 
 // Index of the paragraph with that id, or -1.
 qsizetype indexOfParagraph(const QList<Paragraph> &paragraphs, const QUuid &paragraphId);

@@ -94,7 +94,12 @@ QString ExportFlow::outputFile(const QString &extension) const
 
 QString ExportFlow::subtitlePath() const
 {
-    return outputFile(u"srt"_s);
+    return outputFile(toRawValue(m_settings.subtitleFormat));
+}
+
+QString ExportFlow::interchangePath() const
+{
+    return outputFile(interchange::toRawValue(m_settings.interchangeFormat));
 }
 
 QString ExportFlow::audioPath() const
@@ -151,6 +156,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     }
 
     m_projectTitle = subject.project->metadata().title;
+    m_renderService.setPauseLimit(subject.project->metadata().pauseLimit);
     const QString exportsDirectory = subject.project->exportsDirectory();
     const ExportSettings settings = m_settings;
     const QString folder = settings.outputPath->toLocalFile();
@@ -171,12 +177,25 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
         Q_EMIT stepStarted(u"subtitles"_s);
         // This step's text stands alone; what went wrong is for the log.
         try {
-            m_renderService.writeSubtitles(sources, blocks, subtitlePath());
+            m_renderService.writeSubtitles(sources, blocks, subtitlePath(), settings.subtitleStyle,
+                                           settings.subtitleFormat);
             if (!keepWritten(subtitlePath()))
                 failed(u"字幕导出失败"_s, {}, {});
         } catch (const Error &error) {
             errors.append(u"字幕导出失败"_s);
             log(u"字幕导出失败: "_s + error.description() + detailOf(error));
+        }
+    }
+
+    if (settings.interchangeEnabled) {
+        Q_EMIT stepStarted(u"interchange"_s);
+        try {
+            m_renderService.writeInterchange(sources, blocks, interchangePath(),
+                                             settings.interchangeFormat, m_projectTitle);
+            if (!keepWritten(interchangePath()))
+                failed(u"项目交换文件导出失败"_s, {}, {});
+        } catch (const Error &error) {
+            failed(u"项目交换文件导出失败: "_s, error.description(), detailOf(error));
         }
     }
 
@@ -269,7 +288,9 @@ double ExportFlow::editedDuration(const ExportSubject &subject)
     if (sources.isEmpty() || blocks.isEmpty())
         return 0.0;
     const LoadedSources loaded = loadSourceTracks(m_engine, sources, [](const QString &) {});
-    return loaded.tracks.isEmpty() ? 0.0 : planComposition(blocks, loaded.tracks).duration;
+    return loaded.tracks.isEmpty()
+        ? 0.0
+        : planComposition(blocks, loaded.tracks, subject.project->metadata().pauseLimit).duration;
 }
 
 QString ExportFlow::formatDuration(double seconds)

@@ -72,6 +72,7 @@ public:
 
     // Where each output goes for the current settings.
     QString subtitlePath() const;
+    QString interchangePath() const;
     QString audioPath() const;
     QString videoPath() const;
 

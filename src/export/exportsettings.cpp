@@ -30,7 +30,10 @@ constexpr std::array videoFormats {Case<VideoFormat> {VideoFormat::mp4, u"mp4"},
 constexpr std::array audioFormats {Case<AudioFormat> {AudioFormat::mp3, u"mp3"},
                                    Case<AudioFormat> {AudioFormat::wav, u"wav"},
                                    Case<AudioFormat> {AudioFormat::aac, u"aac"}};
-constexpr std::array subtitleFormats {Case<SubtitleFormat> {SubtitleFormat::srt, u"srt"}};
+constexpr std::array subtitleFormats {Case<SubtitleFormat> {SubtitleFormat::srt, u"srt"},
+                                      Case<SubtitleFormat> {SubtitleFormat::vtt, u"vtt"}};
+constexpr std::array subtitleStyles {Case<SubtitleStyle> {SubtitleStyle::words, u"words"},
+                                     Case<SubtitleStyle> {SubtitleStyle::phrases, u"phrases"}};
 
 template<typename E, size_t N> QString rawOf(const std::array<Case<E>, N> &table, E value)
 {
@@ -99,6 +102,10 @@ QString toRawValue(SubtitleFormat value)
 {
     return rawOf(subtitleFormats, value);
 }
+QString toRawValue(SubtitleStyle value)
+{
+    return rawOf(subtitleStyles, value);
+}
 
 std::optional<Resolution> resolutionFromRaw(QStringView raw)
 {
@@ -123,6 +130,10 @@ std::optional<AudioFormat> audioFormatFromRaw(QStringView raw)
 std::optional<SubtitleFormat> subtitleFormatFromRaw(QStringView raw)
 {
     return fromRaw(subtitleFormats, raw);
+}
+std::optional<SubtitleStyle> subtitleStyleFromRaw(QStringView raw)
+{
+    return fromRaw(subtitleStyles, raw);
 }
 
 std::optional<FrameRate> frameRateFromRaw(int raw)
@@ -180,6 +191,10 @@ template<> QList<SubtitleFormat> allCases<SubtitleFormat>()
 {
     return casesOf(subtitleFormats);
 }
+template<> QList<SubtitleStyle> allCases<SubtitleStyle>()
+{
+    return casesOf(subtitleStyles);
+}
 
 QString fileExtension(OutputFileType type)
 {
@@ -223,6 +238,9 @@ QJsonObject toJson(const ExportSettings &s)
     o.insert("audioFormat"_L1, toRawValue(s.audioFormat));
     o.insert("subtitleEnabled"_L1, s.subtitleEnabled);
     o.insert("subtitleFormat"_L1, toRawValue(s.subtitleFormat));
+    o.insert("subtitleStyle"_L1, toRawValue(s.subtitleStyle));
+    o.insert("interchangeEnabled"_L1, s.interchangeEnabled);
+    o.insert("interchangeFormat"_L1, interchange::toRawValue(s.interchangeFormat));
     return o;
 }
 
@@ -250,6 +268,19 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
     s.audioFormat = readEnum(o, "audioFormat"_L1, audioFormats);
     s.subtitleEnabled = json::requiredBool(o, "subtitleEnabled"_L1);
     s.subtitleFormat = readEnum(o, "subtitleFormat"_L1, subtitleFormats);
+    // Settings stored before phrase cues existed meant one cue per word.
+    if (o.contains("subtitleStyle"_L1))
+        s.subtitleStyle = readEnum(o, "subtitleStyle"_L1, subtitleStyles);
+    if (o.contains("interchangeEnabled"_L1))
+        s.interchangeEnabled = json::requiredBool(o, "interchangeEnabled"_L1);
+    if (o.contains("interchangeFormat"_L1)) {
+        const QString raw = json::requiredString(o, "interchangeFormat"_L1);
+        const auto format = interchange::formatFromRaw(raw);
+        if (!format)
+            throw DecodeError(u"interchangeFormat"_s,
+                              u"“%1”不是键“interchangeFormat”的有效取值"_s.arg(raw));
+        s.interchangeFormat = *format;
+    }
     return s;
 }
 

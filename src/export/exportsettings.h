@@ -1,5 +1,7 @@
 #pragma once
 
+#include "interchange.h"
+
 #include <QJsonObject>
 #include <QList>
 #include <QSize>
@@ -15,7 +17,9 @@ enum class VideoCodec { h264, hevc };
 enum class VideoFormat { mp4, mov };
 enum class FrameRate { fps30, fps60 };
 enum class AudioFormat { mp3, wav, aac };
-enum class SubtitleFormat { srt };
+enum class SubtitleFormat { srt, vtt };
+// One cue per word, or whole phrases (see subtitlewriter.h).
+enum class SubtitleStyle { words, phrases };
 
 // Raw values as stored in JSON ("1080p", "hevc", …; FrameRate's are the integers 30 and
 // 60), the labels the export dialog shows (empty where it shows none), and every case
@@ -27,6 +31,7 @@ QString toRawValue(VideoFormat value);
 int toRawValue(FrameRate value);
 QString toRawValue(AudioFormat value);
 QString toRawValue(SubtitleFormat value);
+QString toRawValue(SubtitleStyle value);
 
 std::optional<Resolution> resolutionFromRaw(QStringView raw);
 std::optional<Bitrate> bitrateFromRaw(QStringView raw);
@@ -35,6 +40,7 @@ std::optional<VideoFormat> videoFormatFromRaw(QStringView raw);
 std::optional<FrameRate> frameRateFromRaw(int raw);
 std::optional<AudioFormat> audioFormatFromRaw(QStringView raw);
 std::optional<SubtitleFormat> subtitleFormatFromRaw(QStringView raw);
+std::optional<SubtitleStyle> subtitleStyleFromRaw(QStringView raw);
 
 QString label(Resolution value);
 QString label(VideoCodec value);
@@ -72,6 +78,10 @@ struct ExportSettings
     AudioFormat audioFormat = AudioFormat::mp3;
     bool subtitleEnabled = false;
     SubtitleFormat subtitleFormat = SubtitleFormat::srt;
+    SubtitleStyle subtitleStyle = SubtitleStyle::words;
+    // "项目交换文件": the edit for another editor.
+    bool interchangeEnabled = false;
+    interchange::Format interchangeFormat = interchange::Format::mlt;
 
     ExportPreset preset() const;
     OutputFileType outputFileType() const;

@@ -1,6 +1,7 @@
 #include "localrenderservice.h"
 
 #include "media/mediaengine.h"
+#include "model/fileio.h"
 #include "rendererror.h"
 #include "subtitlewriter.h"
 
@@ -71,7 +72,7 @@ CompositionPlan LocalRenderService::plan(const QList<PlaybackSource> &sources,
     });
     if (loaded.tracks.isEmpty())
         throw RenderError(RenderError::Code::noTracks);
-    CompositionPlan composition = planComposition(blocks, loaded.tracks);
+    CompositionPlan composition = planComposition(blocks, loaded.tracks, m_pauseLimit);
     // A muted track keeps its length: every stretch is still laid in, silent.
     if (isAudioTrackMuted)
         for (media::EditSegment &segment : composition.editList.segments)
@@ -280,16 +281,41 @@ QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arg
 }
 
 void LocalRenderService::writeSubtitles(const QList<PlaybackSource> &sources,
-                                        const QList<WordBlock> &blocks, const QString &outputPath)
+                                        const QList<WordBlock> &blocks, const QString &outputPath,
+                                        SubtitleStyle style, SubtitleFormat format)
 {
     CompositionPlan timing;
     try {
         timing = plan(sources, blocks, false, {});
     } catch (const RenderError &) {
         // Without readable media nothing is clamped: the words' own lengths are the map.
-        timing = planComposition(blocks, {SourceTrackInfo {}});
+        timing = planComposition(blocks, {SourceTrackInfo {}}, m_pauseLimit);
     }
-    kavel::writeSubtitles(blocks, timing, outputPath);
+    kavel::writeSubtitles(blocks, timing, outputPath,
+                          style == SubtitleStyle::phrases ? SubtitleCues::phrases
+                                                          : SubtitleCues::words,
+                          format == SubtitleFormat::vtt);
+}
+
+void LocalRenderService::writeInterchange(const QList<PlaybackSource> &sources,
+                                          const QList<WordBlock> &blocks, const QString &outputPath,
+                                          interchange::Format format, const QString &title)
+{
+    const CompositionPlan composition = plan(sources, blocks, false, {});
+    QList<interchange::Source> described;
+    for (const PlaybackSource &source : sources) {
+        const QString path = source.url.toLocalFile();
+        try {
+            const media::MediaInfo info = m_engine.probe(path);
+            described.append({path, info.hasVideo, info.hasAudio,
+                              interchange::rateFromFramesPerSecond(info.frameRate), info.videoSize,
+                              info.hasVideo ? info.videoDuration : info.audioDuration});
+        } catch (const Error &) {
+            // plan() has logged it; the file's cuts are left out as from the movie.
+        }
+    }
+    fileio::writeFileAtomically(
+        outputPath, interchange::document(format, composition.editList, described, title));
 }
 
 void LocalRenderService::cancel()

@@ -71,7 +71,15 @@ public:
                                   QString outputPath);
     // Cue times come from the same map the media is cut by. Throws FileError.
     void writeSubtitles(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
-                        const QString &outputPath);
+                        const QString &outputPath, SubtitleStyle style = SubtitleStyle::words,
+                        SubtitleFormat format = SubtitleFormat::srt);
+    // The edit as a project file for another editor, cut on the same map. Throws
+    // RenderError when no source can be read, FileError when the file cannot be written.
+    void writeInterchange(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
+                          const QString &outputPath, interchange::Format format,
+                          const QString &title);
+    // The project's "保留停顿" limit, applied to every map this service makes.
+    void setPauseLimit(double seconds) { m_pauseLimit = seconds; }
 
     // Stops the running export, which then fails with exportFailed.
     void cancel();
@@ -106,6 +114,7 @@ private:
     media::RenderJob *m_job = nullptr;
     // The external MP3 encoder while it runs, so that a cancel reaches it too.
     QProcess *m_encoder = nullptr;
+    double m_pauseLimit = 0.0;
     double m_progress = 0.0;
     bool m_isRendering = false;
     std::optional<QString> m_error;

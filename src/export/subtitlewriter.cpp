@@ -6,22 +6,86 @@
 #include <cmath>
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace kavel {
 
-QString subRipTimestamp(double seconds)
+namespace {
+
+QString timestamp(double seconds, char separator)
 {
-    if (!std::isfinite(seconds) || std::abs(seconds) >= 9.2e18)
-        qFatal("subRipTimestamp: %f is not a representable time", seconds);
-    const auto whole = static_cast<qint64>(seconds);
-    const auto millis = static_cast<qint64>((seconds - static_cast<double>(whole)) * 1000.0);
+    if (!std::isfinite(seconds) || std::abs(seconds) >= 9.2e12)
+        qFatal("subtitle timestamp: %f is not a representable time", seconds);
+    // Sums of word lengths carry binary noise (0.3 + 0.6 is 0.8999…); settle that on the
+    // microsecond first, then truncate, so that a cue never starts before its word and a
+    // whole millisecond is never lost to the noise.
+    const auto micros = static_cast<qint64>(std::llround(seconds * 1e6));
+    const qint64 whole = micros / 1'000'000;
+    const qint64 millis = micros % 1'000'000 / 1000;
     char text[64];
-    std::snprintf(text, sizeof text, "%02lld:%02lld:%02lld,%03lld",
+    std::snprintf(text, sizeof text, "%02lld:%02lld:%02lld%c%03lld",
                   static_cast<long long>(whole / 3600), static_cast<long long>(whole % 3600 / 60),
-                  static_cast<long long>(whole % 60), static_cast<long long>(millis));
+                  static_cast<long long>(whole % 60), separator, static_cast<long long>(millis));
     return QString::fromLatin1(text);
 }
 
-QByteArray subRipDocument(const QList<WordBlock> &blocks, const CompositionPlan &plan)
+// Han, kana, Hangul and the full-width punctuation set between them: characters that
+// take a full cell on screen and are written without spaces between words.
+bool isWide(char32_t c)
+{
+    return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF)
+        || (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF)
+        || (c >= 0xFE30 && c <= 0xFE4F) || (c >= 0xFF00 && c <= 0xFF60)
+        || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x20000 && c <= 0x3FFFD);
+}
+
+double widthOf(const QString &text)
+{
+    double width = 0.0;
+    for (const char32_t c : text.toUcs4())
+        width += isWide(c) ? phraseWidth / 16.0 : 1.0;
+    return width;
+}
+
+// Latin words are separated by a space; a wide character on either side needs none.
+QString joined(const QString &left, const QString &right)
+{
+    if (left.isEmpty() || right.isEmpty())
+        return left + right;
+    const bool wide = isWide(left.toUcs4().constLast()) || isWide(right.toUcs4().constFirst());
+    return wide ? QString(left + right) : QString(left + u' ' + right);
+}
+
+bool endsSentence(const QString &text)
+{
+    const QString trimmed = text.trimmed();
+    if (trimmed.isEmpty())
+        return false;
+    return u"。！？.!?"_s.contains(trimmed.back());
+}
+
+// A pause long enough to end a phrase, or a jump to another place in the recordings.
+bool pauseBetween(const WordBlock &a, const WordBlock &b)
+{
+    if (a.sourceFileId != b.sourceFileId || b.mediaStart < a.mediaEnd - 1e-6)
+        return true;
+    return b.mediaStart - a.mediaEnd > phrasePause;
+}
+
+} // namespace
+
+QString subRipTimestamp(double seconds)
+{
+    return timestamp(seconds, ',');
+}
+
+QString webVttTimestamp(double seconds)
+{
+    return timestamp(seconds, '.');
+}
+
+QList<SubtitleCue> subtitleCues(const QList<WordBlock> &blocks, const CompositionPlan &plan,
+                                SubtitleCues mode)
 {
     QList<const WordBlock *> ordered;
     ordered.reserve(blocks.size());
@@ -31,35 +95,77 @@ QByteArray subRipDocument(const QList<WordBlock> &blocks, const CompositionPlan 
         return a->sortOrder < b->sortOrder;
     });
 
-    QByteArray out;
-    out.reserve(blocks.size() * 48);
+    QList<SubtitleCue> cues;
     // The map holds the played words in the same order, so one pass pairs them up.
     const QList<EditSegment> &segments = plan.editList.segments;
     qsizetype next = 0;
     double cursor = 0.0;
-    for (qsizetype i = 0; i < ordered.size(); ++i) {
-        const WordBlock &block = *ordered[i];
-        double start = cursor;
-        double end = cursor;
-        if (next < segments.size() && segments.at(next).blockId == block.id) {
-            start = segments.at(next).compositionStart;
-            end = segments.at(next).compositionEnd();
+    const WordBlock *previous = nullptr;
+    for (const WordBlock *block : std::as_const(ordered)) {
+        SubtitleCue word {cursor, cursor, block->text};
+        if (next < segments.size() && segments.at(next).blockId == block->id) {
+            word.start = segments.at(next).compositionStart;
+            word.end = segments.at(next).compositionEnd();
             ++next;
         }
+        cursor = word.end;
+        if (mode == SubtitleCues::words) {
+            cues.append(word);
+            continue;
+        }
+        const bool fresh = cues.isEmpty() || !previous || endsSentence(previous->text)
+            || pauseBetween(*previous, *block);
+        previous = block;
+        if (!fresh) {
+            SubtitleCue &open = cues.last();
+            const QString text = joined(open.text, word.text);
+            if (word.end - open.start <= phraseSeconds && widthOf(text) <= phraseWidth) {
+                open.text = text;
+                open.end = word.end;
+                continue;
+            }
+        }
+        cues.append(word);
+    }
+    return cues;
+}
+
+QByteArray subRipDocument(const QList<SubtitleCue> &cues)
+{
+    QByteArray out;
+    out.reserve(cues.size() * 48);
+    for (qsizetype i = 0; i < cues.size(); ++i) {
+        const SubtitleCue &cue = cues.at(i);
         if (i > 0)
             out += '\n';
         out += QByteArray::number(i + 1) + '\n';
-        out += subRipTimestamp(start).toLatin1() + " --> " + subRipTimestamp(end).toLatin1() + '\n';
-        out += block.text.toUtf8() + '\n';
-        cursor = end;
+        out += subRipTimestamp(cue.start).toLatin1() + " --> " + subRipTimestamp(cue.end).toLatin1()
+            + '\n';
+        out += cue.text.toUtf8() + '\n';
+    }
+    return out;
+}
+
+QByteArray webVttDocument(const QList<SubtitleCue> &cues)
+{
+    QByteArray out = "WEBVTT\n";
+    out.reserve(cues.size() * 48);
+    for (const SubtitleCue &cue : cues) {
+        // Cue text is markup in WebVTT; an empty line would end the cue early.
+        QString text = cue.text;
+        text.replace(u'&', u"&amp;"_s).replace(u'<', u"&lt;"_s).replace(u'>', u"&gt;"_s);
+        text.replace(u'\n', u' ');
+        out += '\n' + webVttTimestamp(cue.start).toLatin1() + " --> "
+            + webVttTimestamp(cue.end).toLatin1() + '\n' + text.toUtf8() + '\n';
     }
     return out;
 }
 
 void writeSubtitles(const QList<WordBlock> &blocks, const CompositionPlan &plan,
-                    const QString &path)
+                    const QString &path, SubtitleCues mode, bool webVtt)
 {
-    fileio::writeFileAtomically(path, subRipDocument(blocks, plan));
+    const QList<SubtitleCue> cues = subtitleCues(blocks, plan, mode);
+    fileio::writeFileAtomically(path, webVtt ? webVttDocument(cues) : subRipDocument(cues));
 }
 
 } // namespace kavel

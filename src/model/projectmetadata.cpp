@@ -5,6 +5,8 @@
 #include "jsonwriter.h"
 #include "recordreaders.h"
 
+#include <cmath>
+
 using namespace Qt::StringLiterals;
 
 namespace kavel {
@@ -28,6 +30,11 @@ void writeJson(JsonWriter &w, const ProjectMetadata &m)
     w.value(json::dateString(m.createdAt));
     w.key("id");
     w.value(m.id);
+    // Written only when on, so that projects that never used it read as they always did.
+    if (m.pauseLimit > 0) {
+        w.key("pauseLimit");
+        w.value(m.pauseLimit);
+    }
     w.key("sourceFiles");
     w.beginArray();
     for (const SourceFile &file : m.sourceFiles)
@@ -115,6 +122,11 @@ ProjectMetadata decodeMetadataDocument(QByteArrayView bytes)
         } else if (key == "updatedAt") {
             m.updatedAt = readDate(v, key);
             hasUpdated = true;
+        } else if (key == "pauseLimit" && !v.is_null()) {
+            const double limit = number(v, key);
+            if (!std::isfinite(limit) || limit < 0 || limit > maxPauseLimit)
+                throw DecodeError(u"pauseLimit"_s, u"停顿长度超出范围"_s);
+            m.pauseLimit = limit;
         } else if (key == "sourceFiles" && !v.is_null()) {
             qsizetype index = 0;
             for (const Element file : array(v, key)) {

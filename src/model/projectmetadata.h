@@ -17,6 +17,10 @@ struct SourceFile
     friend bool operator==(const SourceFile &, const SourceFile &) = default;
 };
 
+// The range the pause setting offers when it is on.
+inline constexpr double minPauseLimit = 0.1;
+inline constexpr double maxPauseLimit = 2.0;
+
 struct ProjectMetadata
 {
     QUuid id;
@@ -24,6 +28,9 @@ struct ProjectMetadata
     QDateTime createdAt;
     QDateTime updatedAt;
     QList<SourceFile> sourceFiles;
+    // "保留停顿": the longest stretch of a recorded pause kept between two words that
+    // followed each other in the recording; 0 lays kept words end to end.
+    double pauseLimit = 0.0;
 
     friend bool operator==(const ProjectMetadata &, const ProjectMetadata &) = default;
 };

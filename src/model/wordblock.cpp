@@ -46,6 +46,7 @@ size_t qHash(const WordBlock &b, size_t seed) noexcept
     seed = combine(seed, b.isAudioDetached);
     seed = detail::hashDouble(b.fadeInDuration, seed);
     seed = detail::hashDouble(b.fadeOutDuration, seed);
+    seed = detail::hashDouble(b.pauseAfter, seed);
     return seed;
 }
 
@@ -70,6 +71,10 @@ void writeJson(JsonWriter &w, const WordBlock &b)
     w.value(b.mediaEnd);
     w.key("mediaStart");
     w.value(b.mediaStart);
+    if (b.pauseAfter > 0) {
+        w.key("pauseAfter");
+        w.value(b.pauseAfter);
+    }
     w.key("sortOrder");
     w.value(b.sortOrder);
     w.key("sourceFileId");
@@ -140,6 +145,8 @@ WordBlock readWordBlock(jsonread::Element element)
             b.fadeInDuration = number(v, key);
         } else if (key == "fadeOutDuration") {
             b.fadeOutDuration = number(v, key);
+        } else if (key == "pauseAfter") {
+            b.pauseAfter = number(v, key);
         }
     }
     if (!hasId)
@@ -153,8 +160,9 @@ WordBlock readWordBlock(jsonread::Element element)
     // No recording runs for a hundred hours; a time past that (or not a number at all)
     // could only come from a damaged or hostile file, and nothing downstream can place it.
     constexpr double latest = 100.0 * 3600.0;
-    for (const auto &[time, key] :
-         {std::pair {b.mediaStart, "mediaStart"}, {b.mediaEnd, "mediaEnd"}})
+    for (const auto &[time, key] : {std::pair {b.mediaStart, "mediaStart"},
+                                    {b.mediaEnd, "mediaEnd"},
+                                    {b.pauseAfter, "pauseAfter"}})
         if (!std::isfinite(time) || std::abs(time) > latest)
             throwInvalid(key, QStringLiteral("时间超出范围"));
     if (!hasSource)

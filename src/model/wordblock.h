@@ -27,6 +27,10 @@ struct WordBlock
     bool isAudioDetached = false;
     double fadeInDuration = 0.0;
     double fadeOutDuration = 0.0;
+    // The silence the recogniser heard between this word and the next one of the same
+    // recording, 0 when none followed. Kept through edits, it tells whether two words
+    // that now play one after the other were neighbours in the recording.
+    double pauseAfter = 0.0;
 
     double duration() const { return mediaEnd - mediaStart; }
 

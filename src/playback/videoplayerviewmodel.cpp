@@ -89,6 +89,15 @@ void VideoPlayerViewModel::setWordBlocks(QList<WordBlock> blocks)
     m_wordBlocks = std::move(blocks);
 }
 
+void VideoPlayerViewModel::setPauseLimit(double seconds)
+{
+    if (seconds == m_pauseLimit)
+        return;
+    m_pauseLimit = seconds;
+    // Every stretch may change length while the words stay the same.
+    m_lastRebuiltBlocks.clear();
+}
+
 void VideoPlayerViewModel::scheduleRebuild()
 {
     if (samePreviewIdentity(m_wordBlocks, m_lastRebuiltBlocks))
@@ -163,7 +172,7 @@ void VideoPlayerViewModel::rebuildComposition()
         return;
     }
 
-    CompositionPlan plan = planComposition(m_wordBlocks, m_sourceTracks);
+    CompositionPlan plan = planComposition(m_wordBlocks, m_sourceTracks, m_pauseLimit);
     const QList<media::SegmentFailure> failures = m_player->replaceWithComposition(plan.editList);
     for (const media::SegmentFailure &failure : failures) {
         const media::EditSegment &segment = plan.editList.segments.at(failure.index);

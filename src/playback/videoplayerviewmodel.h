@@ -64,6 +64,9 @@ public:
     // The editor's edit: blocks in paragraph order, sortOrder renumbered. Call
     // scheduleRebuild() afterwards.
     void setWordBlocks(QList<WordBlock> blocks);
+    // The project's pause setting; a change takes effect at the next scheduleRebuild().
+    void setPauseLimit(double seconds);
+    double pauseLimit() const { return m_pauseLimit; }
     void scheduleRebuild();
     void rebuildComposition();
 
@@ -165,6 +168,7 @@ private:
     // pushes that change nothing it plays.
     QList<WordBlock> m_lastRebuiltBlocks;
     std::optional<QUuid> m_pendingSeekBlockId;
+    double m_pauseLimit = 0.0;
     QList<WordBlock> m_wordBlocks;
     double m_lastUIPublishTime = 0.0;
 };

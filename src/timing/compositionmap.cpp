@@ -1,5 +1,7 @@
 #include "compositionmap.h"
 
+#include "pauses.h"
+
 #include <algorithm>
 
 namespace kavel {
@@ -45,7 +47,7 @@ bool EditList::continuesPrevious(qsizetype i) const
 }
 
 CompositionPlan planComposition(const QList<WordBlock> &blocks,
-                                const QList<SourceTrackInfo> &sources)
+                                const QList<SourceTrackInfo> &sources, double pauseLimit)
 {
     CompositionPlan plan;
     if (sources.isEmpty())
@@ -60,6 +62,7 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
     QList<WordBlock> sorted = blocks;
     if (!std::is_sorted(sorted.cbegin(), sorted.cend(), bySortOrder))
         std::stable_sort(sorted.begin(), sorted.end(), bySortOrder);
+    sorted = withPauses(std::move(sorted), pauseLimit);
 
     plan.map.reserve(sorted.size());
     plan.editList.segments.reserve(sorted.size());

@@ -99,9 +99,11 @@ inline constexpr double shortestSegment = 0.01;
 // `blocks` in any order (sorted by sortOrder, stable); `sources` in load order. A block
 // whose source is not among `sources` uses the first source. A block is clamped to
 // [0, trackDuration] and skipped when less than shortestSegment remains. Times are exact
-// sums of the clamped lengths; nothing is rounded.
+// sums of the clamped lengths; nothing is rounded. With a pause limit the recorded pauses
+// between neighbouring words are given back first (withPauses), so the map, and every
+// output made from it, hold them.
 CompositionPlan planComposition(const QList<WordBlock> &blocks,
-                                const QList<SourceTrackInfo> &sources);
+                                const QList<SourceTrackInfo> &sources, double pauseLimit = 0.0);
 
 namespace timing {
 

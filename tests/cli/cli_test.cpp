@@ -202,9 +202,29 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
     ASSERT_EQ(deleted.exitCode, 0);
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 
-    expectOneLineError(runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"7"_s}));
-    expectOneLineError(runCli({u"edit"_s, bundle, u"--move-paragraph"_s, u"1-2"_s}));
+    for (const QString &bad : {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s,
+                               u"--replace-text=bye"_s, u"--keep-pauses=3"_s})
+        expectOneLineError(runCli({u"edit"_s, bundle, bad}));
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
+}
+
+TEST(Cli, EditCorrectsTextKeepingTimesAndSetsThePauseLimit)
+{
+    const QString bundle = bundleWithTranscript(u"Fix"_s);
+    const auto before = KavelProject::load(QUrl::fromLocalFile(bundle))->paragraphs();
+    // "gw" touches two words: they become one, "big wide world", over both their times.
+    const CliResult fixed
+        = runCli({u"edit"_s, bundle, u"--replace-text"_s, u"GW=g wide w"_s, u"--replace-text"_s,
+                  u"bye=goodbye"_s, u"--keep-pauses"_s, u"0.3"_s});
+    ASSERT_EQ(fixed.exitCode, 0) << fixed.err.toStdString();
+    EXPECT_TRUE(fixed.out.contains(u"Corrected 2 places"_s)) << fixed.out.toStdString();
+    const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    EXPECT_EQ(test::documentText(project->paragraphs()),
+              u"hello big wide world | um yes | goodbye"_s);
+    const WordBlock &merged = project->paragraphs()[0].wordBlocks[1];
+    EXPECT_EQ(merged.mediaStart, before[0].wordBlocks[1].mediaStart);
+    EXPECT_EQ(merged.mediaEnd, before[0].wordBlocks[2].mediaEnd);
+    EXPECT_EQ(project->metadata().pauseLimit, 0.3);
 }
 
 TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)

@@ -161,3 +161,74 @@ TEST_F(Editing, CopiedWordsArePastedAtTheCursorAsNewWords)
     EXPECT_EQ(text(), u"a b | c"_s);
 }
 
+TEST_F(Editing, CorrectingWordsChangesTextNotTimingInOneUndoStep)
+{
+    openTranscript({{u"the"_s, u"quik"_s, u"brow"_s, u"fox"_s}, {u"jumps"_s}});
+    const QList<Paragraph> original = vm.paragraphs();
+    const WordBlock quick = paragraph(0).wordBlocks[1], brown = paragraph(0).wordBlocks[2];
+
+    // One word: only its text changes.
+    const WordBlock fox = paragraph(0).wordBlocks[3];
+    vm.selectRange(paragraph(0).id, 3, 4);
+    ASSERT_TRUE(vm.correctSelectedWords(u" fax "_s));
+    WordBlock expected = fox;
+    expected.text = u"fax"_s;
+    EXPECT_EQ(paragraph(0).wordBlocks[3], expected);
+    ASSERT_TRUE(vm.correctSelectedWords(u"fox"_s));
+    // Several words become one word over their whole stretch, selected afterwards.
+    vm.selectRange(paragraph(0).id, 1, 3);
+    ASSERT_TRUE(vm.correctSelectedWords(u"quick brown"_s));
+    EXPECT_EQ(text(), u"the quick brown fox | jumps"_s);
+    const WordBlock &merged = paragraph(0).wordBlocks[1];
+    EXPECT_EQ(merged.id, quick.id);
+    EXPECT_EQ(merged.mediaStart, quick.mediaStart);
+    EXPECT_EQ(merged.mediaEnd, brown.mediaEnd);
+    EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {quick.id});
+    expectPlayerHasDocument();
+    EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs());
+    vm.setSearchQuery(u"quick brown"_s);
+    vm.performSearch();
+    EXPECT_EQ(vm.searchResults().size(), 1);
+
+    for (int step = 0; step < 3; ++step)
+        vm.undoManager().undo();
+    EXPECT_EQ(vm.paragraphs(), original);
+    vm.undoManager().redo();
+    EXPECT_EQ(text(), u"the quik brow fax | jumps"_s);
+
+    // Words of two paragraphs, blank text and an empty selection change nothing.
+    const qsizetype steps = vm.undoManager().undoCount();
+    vm.selectAcross(paragraph(0).id, 3, paragraph(1).id, 1);
+    EXPECT_FALSE(vm.correctSelectedWords(u"x"_s));
+    vm.selectRange(paragraph(0).id, 0, 1);
+    EXPECT_FALSE(vm.correctSelectedWords(u"  "_s));
+    vm.clearSelection();
+    EXPECT_FALSE(vm.correctSelectedWords(u"x"_s));
+    EXPECT_EQ(vm.undoManager().undoCount(), steps);
+}
+
+TEST_F(Editing, F2CorrectsTheWordBeforeTheCursor)
+{
+    openTranscript({{u"a"_s, u"b"_s}});
+    QSignalSpy asked(&vm, &EditorViewModel::wordCorrectionRequested);
+    vm.requestWordCorrection(); // no cursor, nothing selected
+    EXPECT_EQ(asked.count(), 0);
+    vm.setCursor(paragraph(0).id, 2);
+    vm.requestWordCorrection();
+    EXPECT_EQ(asked.count(), 1);
+    EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {id(u"b"_s)});
+}
+
+TEST_F(Editing, ThePauseSettingIsStoredWithTheProjectAndReachesThePreview)
+{
+    openTranscript({{u"a"_s, u"b"_s}});
+    vm.setPauseLimit(5.0);
+    EXPECT_EQ(vm.pauseLimit(), maxPauseLimit);
+    EXPECT_EQ(vm.playerVM().pauseLimit(), maxPauseLimit);
+    vm.setPauseLimit(0.05);
+    EXPECT_EQ(vm.pauseLimit(), minPauseLimit);
+    const auto reopened = KavelProject::load(vm.project()->bundleURL());
+    EXPECT_EQ(reopened->metadata().pauseLimit, minPauseLimit);
+    vm.setPauseLimit(0.0);
+    EXPECT_EQ(KavelProject::load(vm.project()->bundleURL())->metadata().pauseLimit, 0.0);
+}

@@ -1,11 +1,14 @@
 // Exports of media that encode their own position, cut a thousand times and more, read back
 // and compared with the composition map at every cut.
+#include "export/interchange.h"
 #include "export/subtitlewriter.h"
 #include "generatedmedia.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
 #include "positionmedia.h"
+#include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
 
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 #include <cstdio>
@@ -24,9 +27,10 @@ protected:
     static void SetUpTestSuite() { s_dir = new QTemporaryDir; }
     static void TearDownTestSuite() { delete s_dir; }
 
-    static CompositionPlan plan(const QList<WordBlock> &blocks, const QString &path, bool video)
+    static CompositionPlan plan(const QList<WordBlock> &blocks, const QString &path, bool video,
+                                double pauseLimit = 0.0)
     {
-        return planComposition(blocks, {{{}, path, video, sourceSeconds}});
+        return planComposition(blocks, {{{}, path, video, sourceSeconds}}, pauseLimit);
     }
 
     // Renders synchronously; the job runs on its own thread.
@@ -55,6 +59,8 @@ struct SoundCase
     int channels;
     int runs;
     media::RenderFormat format;
+    // With pauses kept, most joins stretch into the recording's gaps.
+    double pauseLimit = 0.0;
 };
 
 class ExactSound : public ExactExport, public ::testing::WithParamInterface<SoundCase>
@@ -78,8 +84,12 @@ TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
     const QString source = (lossy ? test::makeNoiseSound : test::makeRampSound)(
         s_dir->path(), name + u".wav"_s, sourceSeconds, c.rate, c.channels);
     std::mt19937 random(c.rate + c.runs);
-    const QList<WordBlock> blocks = test::randomEdit(sourceSeconds, c.runs, random);
-    const CompositionPlan map = plan(blocks, source, false);
+    QList<WordBlock> blocks = test::randomEdit(sourceSeconds, c.runs, random);
+    for (qsizetype i = 0; i + 1 < blocks.size(); ++i) {
+        const double gap = blocks[i + 1].mediaStart - blocks[i].mediaEnd;
+        blocks[i].pauseAfter = gap > 0 && gap < 0.3 ? gap : 0.0;
+    }
+    const CompositionPlan map = plan(blocks, source, false, c.pauseLimit);
     const test::Sound sound = test::decodeSound(
         render(map.editList, media::RenderFormat::wav, name + u"-out.wav"_s), 44100);
     EXPECT_EQ(sound.size(), timing::sampleAt(map.duration, 44100));
@@ -123,7 +133,9 @@ INSTANTIATE_TEST_SUITE_P(RatesAndFormats, ExactSound,
                                            SoundCase {22050, 1, 1000, media::RenderFormat::wav},
                                            SoundCase {22050, 2, 1000, media::RenderFormat::m4a},
                                            SoundCase {44100, 2, 2000, media::RenderFormat::wav},
-                                           SoundCase {96000, 2, 1000, media::RenderFormat::wav}));
+                                           SoundCase {96000, 2, 1000, media::RenderFormat::wav},
+                                           SoundCase {44100, 1, 1000, media::RenderFormat::wav,
+                                                      0.15}));
 
 class ExactPicture : public ExactExport, public ::testing::WithParamInterface<int>
 {
@@ -227,3 +239,38 @@ TEST_F(ExactExport, LevelsFadesAndJoinsFollowEachWord)
 }
 
 } // namespace
+
+// The hand-off project, played by the media framework's own player, shows the same frames
+// as our movie: the same count, and every frame from the same place in the source.
+TEST_F(ExactExport, MeltPlaysTheHandOffProjectAsWeExportIt)
+{
+    const int fps = 25;
+    const QString source
+        = test::makeCountingVideo(s_dir->path(), u"handoff.mp4"_s, sourceSeconds, fps);
+    std::mt19937 random(7);
+    const CompositionPlan map = plan(test::randomEdit(sourceSeconds, 300, random), source, true);
+    const QString ours = render(map.editList, media::RenderFormat::mp4, u"handoff-out.mp4"_s);
+
+    const QString project = QDir(s_dir->path()).filePath(u"handoff.mlt"_s);
+    test::writeFile(project,
+                    interchange::document(
+                        interchange::Format::mlt, map.editList,
+                        {{source, true, true, {fps, 1}, {160, 90}, sourceSeconds}}, u"handoff"_s));
+    const QString played = QDir(s_dir->path()).filePath(u"handoff-melt.mp4"_s);
+    QProcess melt;
+    melt.start(u"melt"_s,
+               {u"-quiet"_s, project, u"-consumer"_s, u"avformat:"_s + played, u"vcodec=libx264"_s,
+                u"an=1"_s, u"crf=10"_s});
+    ASSERT_TRUE(melt.waitForFinished(300'000));
+    ASSERT_EQ(melt.exitCode(), 0) << melt.readAllStandardError().toStdString();
+
+    const std::vector<int> expected = test::decodeFrameNumbers(ours);
+    const std::vector<int> got = test::decodeFrameNumbers(played);
+    ASSERT_EQ(got.size(), expected.size());
+    int differing = 0;
+    for (size_t k = 0; k < got.size(); ++k)
+        differing += got[k] != expected[k];
+    EXPECT_EQ(differing, 0);
+    std::printf("[ handoff ] melt: %zu frames over %lld cuts, %d differ from our export\n",
+                got.size(), qlonglong(map.editList.segments.size()), differing);
+}

@@ -13,8 +13,9 @@ TEST(ExportSettings, DefaultsEncodeWithRawValuesAndNoOutputPath)
     const QJsonObject o = toJson(defaults);
     EXPECT_EQ(QJsonDocument(o).toJson(QJsonDocument::Compact),
               R"({"audioEnabled":false,"audioFormat":"mp3","bitrate":"medium","codec":"h264",)"
-              R"("frameRate":30,"resolution":"1080p","subtitleEnabled":false,)"
-              R"("subtitleFormat":"srt","title":"","videoEnabled":true,"videoFormat":"mp4"})");
+              R"("frameRate":30,"interchangeEnabled":false,"interchangeFormat":"mlt",)"
+              R"("resolution":"1080p","subtitleEnabled":false,"subtitleFormat":"srt",)"
+              R"("subtitleStyle":"words","title":"","videoEnabled":true,"videoFormat":"mp4"})");
     EXPECT_EQ(exportSettingsFromJson(o), defaults);
 }
 
@@ -28,6 +29,10 @@ TEST(ExportSettings, RoundTripsEveryChoice)
     s.codec = VideoCodec::hevc;
     s.videoFormat = VideoFormat::mov;
     s.frameRate = FrameRate::fps60;
+    s.subtitleFormat = SubtitleFormat::vtt;
+    s.subtitleStyle = SubtitleStyle::phrases;
+    s.interchangeEnabled = true;
+    s.interchangeFormat = interchange::Format::fcpxml;
     s.audioEnabled = true;
     s.audioFormat = AudioFormat::wav;
     s.subtitleEnabled = true;

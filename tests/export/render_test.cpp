@@ -2,6 +2,7 @@
 #include "generatedmedia.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
+#include "model/fileio.h"
 #include "model/kavelproject.h"
 #include "support/taskwait.h"
 #include "support/testenvironment.h"
@@ -288,6 +289,18 @@ TEST_F(RenderTest, CommandLineExportWritesEveryOutputAndFailsLoudly)
     EXPECT_NEAR(probe(QDir(folder).filePath(u"成片.mov"_s)).duration(), 1.4, 2 * frame);
     EXPECT_NEAR(probe(QDir(folder).filePath(u"成片.wav"_s)).duration(), 1.4, 2 * frame);
     EXPECT_TRUE(QFileInfo(QDir(folder).filePath(u"成片.srt"_s)).size() > 0);
+
+    // Phrase cues in WebVTT and the hand-off list: the two touching words are one cue and
+    // one event, the third word another.
+    std::tie(code, errors) = runCli({u"--title"_s, u"交接"_s, u"--vtt"_s, u"--subtitles"_s,
+                                     u"phrases"_s, u"--interchange"_s, u"edl"_s});
+    EXPECT_EQ(code, 0) << qPrintable(errors);
+    EXPECT_FALSE(QFileInfo::exists(QDir(folder).filePath(u"交接.mp4"_s)));
+    const QByteArray vtt = fileio::readFile(QDir(folder).filePath(u"交接.vtt"_s));
+    EXPECT_TRUE(vtt.startsWith("WEBVTT\n\n00:00:00.000 --> 00:00:00.900\n")) << vtt.constData();
+    const QByteArray edl = fileio::readFile(QDir(folder).filePath(u"交接.edl"_s));
+    EXPECT_EQ(edl.count("\n00"), 2) << edl.constData();
+    EXPECT_TRUE(edl.contains("00:00:00:15 00:00:01:12 01:00:00:00 01:00:00:27")) << edl.constData();
 
     // A step that cannot write makes the run fail, after the other steps ran.
     QDir().mkpath(QDir(folder).filePath(u"访谈.srt"_s));

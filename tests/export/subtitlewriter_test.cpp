@@ -30,6 +30,7 @@ TEST(SubRip, TimestampsTruncateMilliseconds)
     EXPECT_EQ(subRipTimestamp(0.0), u"00:00:00,000"_s);
     EXPECT_EQ(subRipTimestamp(3725.5), u"01:02:05,500"_s);
     EXPECT_EQ(subRipTimestamp(0.9999), u"00:00:00,999"_s);
+    EXPECT_EQ(subRipTimestamp(0.3 + 0.6), u"00:00:00,900"_s);
     EXPECT_EQ(subRipTimestamp(360000.25), u"100:00:00,250"_s);
 }
 
@@ -67,4 +68,66 @@ TEST(SubRip, WritesUtf8WithoutBomReplacingAnExistingFile)
 
     EXPECT_THROW(writeSubtitles({}, {}, QDir(dir.path()).filePath(u"missing/dir/x.srt"_s)),
                  FileError);
+}
+
+TEST(Subtitles, PhrasesEndAtSentencesPausesAndReadableLengths)
+{
+    const auto words = [](const QStringList &texts, double length, double gap = 0.0) {
+        QList<WordBlock> blocks;
+        double t = 1.0;
+        for (const QString &text : texts) {
+            blocks.append(cue(text, t, t + length, blocks.size()));
+            t += length + gap;
+        }
+        return blocks;
+    };
+    const QString ten = u"abcdefghij"_s;
+    struct Case
+    {
+        const char *what;
+        QList<WordBlock> blocks;
+        QStringList cues;
+    };
+    const QList<Case> cases {
+        {"mixed Chinese and English, sentence end",
+         words({u"我们"_s, u"今天"_s, u"讲"_s, u"Qt"_s, u"和"_s, u"MLT。"_s, u"Next"_s, u"one."_s,
+                u"好"_s},
+               0.2),
+         {u"我们今天讲Qt和MLT。"_s, u"Next one."_s, u"好"_s}},
+        {"a pause over half a second",
+         words({u"a"_s, u"b"_s, u"c"_s}, 0.2, 0.6),
+         {u"a"_s, u"b"_s, u"c"_s}},
+        {"16 Chinese characters",
+         words(QString(u"一二三四五六七八九十甲乙丙丁戊己庚"_s).split(u""_s, Qt::SkipEmptyParts),
+               0.1),
+         {u"一二三四五六七八九十甲乙丙丁戊己"_s, u"庚"_s}},
+        {"42 Latin characters",
+         words({ten, ten, ten, ten, ten}, 0.2),
+         {QStringList(4 - 1, ten).join(u' '), ten + u' ' + ten}},
+        {"7 seconds",
+         words(QStringList(8, u"x"_s), 1.0),
+         {QStringList(7, u"x"_s).join(u' '), u"x"_s}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        const CompositionPlan plan = planComposition(c.blocks, {{}});
+        const QList<SubtitleCue> cues = subtitleCues(c.blocks, plan, SubtitleCues::phrases);
+        QStringList texts;
+        for (const SubtitleCue &phrase : cues)
+            texts.append(phrase.text);
+        EXPECT_EQ(texts, c.cues);
+        // Each phrase runs from its first word's start on the map to its last word's end.
+        EXPECT_EQ(cues.first().start, 0.0);
+        EXPECT_DOUBLE_EQ(cues.last().end, plan.duration);
+        for (qsizetype i = 1; i < cues.size(); ++i)
+            EXPECT_DOUBLE_EQ(cues[i].start, cues[i - 1].end);
+    }
+}
+
+TEST(Subtitles, WebVttHasItsHeaderDotsAndEscapedText)
+{
+    const QList<WordBlock> blocks {cue(u"<b>"_s, 0.0, 1.25, 0), cue(u"R&D"_s, 2.0, 2.5, 1)};
+    EXPECT_EQ(webVttDocument(subtitleCues(blocks, planComposition(blocks, {{}}))),
+              QByteArray("WEBVTT\n\n00:00:00.000 --> 00:00:01.250\n&lt;b&gt;\n\n"
+                         "00:00:01.250 --> 00:00:01.750\nR&amp;D\n"));
 }

@@ -1,6 +1,7 @@
 #include "ui/transcript/magnetictextstripview.h"
 #include "uifixture.h"
 
+#include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
 #include <QVBoxLayout>
@@ -151,6 +152,31 @@ TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
     EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
     EXPECT_EQ(paragraph(2).sortOrder, 2);
     EXPECT_EQ(vm.undoManager().canUndo(), couldUndo);
+}
+
+TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
+{
+    // Double-click opens the field over the word; Esc leaves everything as it was.
+    sendMouse(surface(), QEvent::MouseButtonDblClick, leftOf(0, 1), Qt::LeftButton);
+    QLineEdit *field = view->wordEditor();
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->text(), u"beta"_s);
+    EXPECT_TRUE(field->geometry().intersects(word(0, 1).toAlignedRect()));
+    QTest::keyClick(field, Qt::Key_Escape);
+    EXPECT_EQ(view->wordEditor(), nullptr);
+    EXPECT_EQ(test::wordTexts(vm.paragraphs()[0])[1], u"beta"_s);
+
+    // F2 on a selection of two words; Enter commits them as one corrected word.
+    vm.selectRange(vm.paragraphs()[0].id, 2, 4);
+    vm.requestWordCorrection();
+    field = view->wordEditor();
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->text(), u"gamma delta"_s);
+    field->setText(u"gamma-delta"_s);
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_EQ(view->wordEditor(), nullptr);
+    EXPECT_EQ(test::wordTexts(vm.paragraphs()[0]),
+              (QStringList {u"alpha"_s, u"beta"_s, u"gamma-delta"_s}));
 }
 
 TEST_F(TranscriptViewTest, CursorBarStandsAtTheWordFrames)

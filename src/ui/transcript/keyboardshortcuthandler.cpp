@@ -101,6 +101,9 @@ KeyboardShortcutHandler::Action KeyboardShortcutHandler::actionFor(const QKeyEve
         }
     }
 
+    if (key.key() == Qt::Key_F2 && !(modifiers & ~Qt::KeypadModifier))
+        return [](EditorViewModel &editor) { editor.requestWordCorrection(); };
+
     // Space plays and pauses, as in every player; a held key does not flicker it.
     if (key.key() == Qt::Key_Space && !(modifiers & ~Qt::KeypadModifier)) {
         if (key.isAutoRepeat())

@@ -75,6 +75,8 @@ MagneticTextStripView::MagneticTextStripView(EditorViewModel &editor, QWidget *p
             &MagneticTextStripView::onPlayerChanged);
     connect(&m_cursor, &BlinkingCursor::opacityChanged, this,
             &MagneticTextStripView::updateCursorBar);
+    connect(&m_editor, &EditorViewModel::wordCorrectionRequested, this,
+            &MagneticTextStripView::beginWordCorrection);
 
     relayout();
     refreshSearchHits();

@@ -10,6 +10,7 @@
 #include <QVariantAnimation>
 #include <optional>
 
+class QLineEdit;
 class QMenu;
 
 namespace kavel {
@@ -52,6 +53,9 @@ public:
     // Scrolls as little as possible to show a rectangle of the content.
     void ensureContentVisible(const QRectF &content);
 
+    // The in-place editor over the selected words while a correction is typed.
+    QLineEdit *wordEditor() const { return m_wordEditor; }
+
     // The section's context menu; the caller owns it.
     QMenu *createContextMenu(const QUuid &paragraphId);
 
@@ -67,6 +71,8 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void leaveEvent(QEvent *event) override;
     void contextMenuEvent(QContextMenuEvent *event) override;
     void changeEvent(QEvent *event) override;
@@ -102,6 +108,10 @@ private:
     void updateCursorBar();
 
     void clickAt(const Hit &hit, Qt::KeyboardModifiers modifiers);
+    // Opens the in-place editor over the selection; Enter commits, Esc or leaving it
+    // cancels.
+    void beginWordCorrection();
+    void endWordCorrection(bool commit);
     void selectTo(const Hit &hit);
     // The drop delegate: reorder when the pointer enters another paragraph, clear the
     // drag state on drop.
@@ -133,6 +143,8 @@ private:
     std::optional<QUuid> m_pressedHeaderParagraphId;
     std::optional<QUuid> m_draggedParagraphId;
     QUuid m_dropTargetId;
+
+    QLineEdit *m_wordEditor = nullptr;
 
     // Sections slide to their new places after a move.
     QVariantAnimation m_moveAnimation;

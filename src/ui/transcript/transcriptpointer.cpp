@@ -6,6 +6,8 @@
 
 #include <QApplication>
 #include <QContextMenuEvent>
+#include <QKeyEvent>
+#include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
 #include <algorithm>
@@ -293,6 +295,83 @@ void MagneticTextStripView::contextMenuEvent(QContextMenuEvent *event)
     QMenu *menu = createContextMenu(m_layout.paragraph(index).id);
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->popup(event->globalPos());
+}
+
+// --- correcting a word -------------------------------------------------------------
+
+void MagneticTextStripView::mouseDoubleClickEvent(QMouseEvent *event)
+{
+    const Hit hit = hitTest(event->position());
+    if (event->button() != Qt::LeftButton || hit.word < 0 || hit.inHeader) {
+        QAbstractScrollArea::mouseDoubleClickEvent(event);
+        return;
+    }
+    m_selecting = false;
+    m_editor.selectRange(m_layout.paragraph(hit.paragraph).id, hit.word, hit.word + 1);
+    beginWordCorrection();
+}
+
+void MagneticTextStripView::beginWordCorrection()
+{
+    const QSet<QUuid> &selected = m_editor.selectedBlockIds();
+    QRectF area;
+    QString text;
+    for (qsizetype p = 0; p < m_editor.paragraphs().size() && area.isNull(); ++p) {
+        const QList<WordBlock> &words = m_editor.paragraphs().at(p).wordBlocks;
+        for (qsizetype w = 0; w < words.size(); ++w) {
+            if (!selected.contains(words.at(w).id))
+                continue;
+            area = area.isNull() ? wordRectInViewport(p, w) : area.united(wordRectInViewport(p, w));
+            // Latin words were separate words; Chinese ones join without a space.
+            const bool latin = !text.isEmpty() && text.back().unicode() < 0x2E80
+                && words.at(w).text.front().unicode() < 0x2E80;
+            text += (latin ? u" "_s : QString()) + words.at(w).text;
+        }
+    }
+    if (area.isNull())
+        return;
+    ensureContentVisible(area.translated(0.0, scrollY()));
+    endWordCorrection(false);
+    m_wordEditor = new QLineEdit(text, viewport());
+    m_wordEditor->setObjectName(u"wordEditor"_s);
+    m_wordEditor->setFont(font());
+    m_wordEditor->setGeometry(area.toAlignedRect()
+                                  .adjusted(-4, -3, 4, 3)
+                                  .united(QRect(area.toAlignedRect().topLeft(), QSize(120, 1)))
+                                  .intersected(viewport()->rect()));
+    m_wordEditor->selectAll();
+    m_wordEditor->installEventFilter(this);
+    connect(m_wordEditor, &QLineEdit::returnPressed, this, [this] { endWordCorrection(true); });
+    connect(m_wordEditor, &QLineEdit::editingFinished, this, [this] {
+        // Focus leaving the field is a cancel; Enter has committed already.
+        if (m_wordEditor && !m_wordEditor->hasFocus())
+            endWordCorrection(false);
+    });
+    m_wordEditor->show();
+    m_wordEditor->setFocus(Qt::OtherFocusReason);
+}
+
+void MagneticTextStripView::endWordCorrection(bool commit)
+{
+    if (!m_wordEditor)
+        return;
+    QLineEdit *field = std::exchange(m_wordEditor, nullptr);
+    const QString text = field->text();
+    field->hide();
+    field->deleteLater();
+    setFocus(Qt::OtherFocusReason);
+    if (commit)
+        m_editor.correctSelectedWords(text);
+}
+
+bool MagneticTextStripView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_wordEditor && event->type() == QEvent::KeyPress
+        && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+        endWordCorrection(false);
+        return true;
+    }
+    return QAbstractScrollArea::eventFilter(watched, event);
 }
 
 } // namespace kavel::ui
