@@ -7,26 +7,31 @@ namespace kavel {
 ParagraphSnapshotCommand::ParagraphSnapshotCommand(EditTarget &viewModel, QList<Paragraph> before,
                                                    QList<Paragraph> after)
     : m_viewModel(viewModel)
-    , m_before(std::move(before))
-    , m_after(std::move(after))
+    , m_states(States {std::move(before), std::move(after)})
 { }
 
 void ParagraphSnapshotCommand::execute()
 {
-    m_viewModel.setParagraphs(m_after);
+    // Only reached before the history took the states: a redo passes them back.
+    if (m_states)
+        redo(m_states->after);
+}
+
+void ParagraphSnapshotCommand::undo(const QList<Paragraph> &before)
+{
+    m_viewModel.setParagraphs(before);
     m_viewModel.pushToPlayer();
 }
 
-void ParagraphSnapshotCommand::undo()
+void ParagraphSnapshotCommand::redo(const QList<Paragraph> &after)
 {
-    m_viewModel.setParagraphs(m_before);
+    m_viewModel.setParagraphs(after);
     m_viewModel.pushToPlayer();
 }
 
 BatchDeleteWordsCommand::BatchDeleteWordsCommand(EditTarget &viewModel, QSet<QUuid> idsToDelete)
     : m_viewModel(viewModel)
     , m_idsToDelete(std::move(idsToDelete))
-    , m_snapshotBefore(viewModel.paragraphs())
 { }
 
 void BatchDeleteWordsCommand::execute()
@@ -35,9 +40,9 @@ void BatchDeleteWordsCommand::execute()
     m_viewModel.pushToPlayer();
 }
 
-void BatchDeleteWordsCommand::undo()
+void BatchDeleteWordsCommand::undo(const QList<Paragraph> &before)
 {
-    m_viewModel.setParagraphs(m_snapshotBefore);
+    m_viewModel.setParagraphs(before);
     m_viewModel.pushToPlayer();
 }
 
@@ -60,7 +65,7 @@ void DeleteParagraphCommand::execute()
     m_viewModel.syncPlayer();
 }
 
-void DeleteParagraphCommand::undo()
+void DeleteParagraphCommand::undo(const QList<Paragraph> &)
 {
     QList<Paragraph> paragraphs = m_viewModel.paragraphs();
     if (m_removedIndex < 0 || m_removedIndex > paragraphs.size())

@@ -5,6 +5,8 @@
 #include <QList>
 #include <QSet>
 #include <QUuid>
+#include <optional>
+#include <utility>
 
 namespace kavel {
 
@@ -27,53 +29,73 @@ class EditCommand
 {
 public:
     virtual ~EditCommand() = default;
-    // Applies the edit; also used for redo.
+    // Applies the edit to the document as it is now; used for the first run and for redo.
     virtual void execute() = 0;
-    virtual void undo() = 0;
+    // Restores the state from before the edit; `before` is that state, which the history
+    // rebuilds from what each step changed.
+    virtual void undo(const QList<Paragraph> &before) = 0;
+    // Redo of an edit the caller made: by default the edit runs again on today's document.
+    virtual void redo(const QList<Paragraph> &after)
+    {
+        Q_UNUSED(after);
+        execute();
+    }
+    // The document before and after, for an edit the caller applied and passed whole; the
+    // history keeps only their difference, so it takes them and the command lets go.
+    struct States
+    {
+        QList<Paragraph> before, after;
+    };
+    virtual std::optional<States> takeStates() { return std::nullopt; }
+    virtual EditTarget &target() const = 0;
 };
 
-// An edit that was already applied, kept as the whole paragraph list before and after.
-// Both lists share their unchanged paragraphs with each other and with the document.
+// An edit that was already applied, given as the whole paragraph list before and after.
+// Redo and undo restore those whole lists (an unrecorded edit in between is overwritten).
 class ParagraphSnapshotCommand final : public EditCommand
 {
 public:
     ParagraphSnapshotCommand(EditTarget &viewModel, QList<Paragraph> before,
                              QList<Paragraph> after);
     void execute() override;
-    void undo() override;
+    void undo(const QList<Paragraph> &before) override;
+    void redo(const QList<Paragraph> &after) override;
+    std::optional<States> takeStates() override { return std::exchange(m_states, std::nullopt); }
+    EditTarget &target() const override { return m_viewModel; }
 
 private:
     EditTarget &m_viewModel;
-    const QList<Paragraph> m_before;
-    const QList<Paragraph> m_after;
+    std::optional<States> m_states;
 };
 
-// Removes words by id; paragraphs left empty disappear. Undo restores the whole list as
-// it was when the command was made.
+// Removes words by id from the document as it is; paragraphs left empty disappear. Undo
+// restores the whole list as it was when the command was made.
 class BatchDeleteWordsCommand final : public EditCommand
 {
 public:
     BatchDeleteWordsCommand(EditTarget &viewModel, QSet<QUuid> idsToDelete);
     void execute() override;
-    void undo() override;
+    void undo(const QList<Paragraph> &before) override;
+    EditTarget &target() const override { return m_viewModel; }
 
     const QSet<QUuid> &idsToDelete() const { return m_idsToDelete; }
 
 private:
     EditTarget &m_viewModel;
     const QSet<QUuid> m_idsToDelete;
-    const QList<Paragraph> m_snapshotBefore;
 };
 
-// Removes one paragraph; undo puts it back at the index it had. Made for an id that is
-// not in the document, it removes nothing and its undo inserts an empty paragraph at
-// the top — the editor's long-standing behaviour, kept on purpose.
+// Removes one paragraph; undo puts it back at the index it had, into the document as it
+// is then. Made for an id that is not in the document, it removes nothing and its undo
+// inserts an empty paragraph at the top — the editor's long-standing behaviour, kept on
+// purpose.
 class DeleteParagraphCommand final : public EditCommand
 {
 public:
     DeleteParagraphCommand(EditTarget &viewModel, QUuid paragraphId);
     void execute() override;
-    void undo() override;
+    void undo(const QList<Paragraph> &before) override;
+    EditTarget &target() const override { return m_viewModel; }
 
 private:
     EditTarget &m_viewModel;

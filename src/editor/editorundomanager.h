@@ -1,6 +1,7 @@
 #pragma once
 
 #include "editcommands.h"
+#include "paragraphchange.h"
 
 #include <QObject>
 #include <memory>
@@ -10,6 +11,12 @@ namespace kavel {
 
 // The editor's history: two stacks of commands, unlimited, emptied only by clear() and
 // (the redo stack) by a new edit. Lives in memory only.
+//
+// Undo restores whole states, yet no step keeps a whole document: the history keeps the
+// state its last step left (shared with the document while nothing else changed it) and,
+// per step, only what the step changed and what changed between it and the step before
+// (an edit that is not recorded, such as a paragraph move). Walking back through those
+// changes rebuilds every earlier state exactly.
 class EditorUndoManager : public QObject
 {
     Q_OBJECT
@@ -42,10 +49,23 @@ Q_SIGNALS:
 private:
     void refreshFlags();
 
+    struct Step
+    {
+        std::unique_ptr<EditCommand> command;
+        // The state after the step into the one before it.
+        ParagraphChange undone;
+        // The state before the step into the one the previous step left.
+        ParagraphChange sincePrevious;
+    };
+    void push(std::unique_ptr<EditCommand> command, const QList<Paragraph> &before,
+              const QList<Paragraph> &after);
+
     bool m_canUndo = false;
     bool m_canRedo = false;
-    std::vector<std::unique_ptr<EditCommand>> m_undoStack;
-    std::vector<std::unique_ptr<EditCommand>> m_redoStack;
+    std::vector<Step> m_undoStack;
+    std::vector<Step> m_redoStack;
+    // The state the newest step on the undo stack left.
+    QList<Paragraph> m_head;
 };
 
 } // namespace kavel

@@ -87,3 +87,38 @@ TEST_F(Undo, UndoOfAParagraphDeletionBeyondTheEndInsertsNothing)
     EXPECT_TRUE(manager.canRedo());
     EXPECT_FALSE(manager.canUndo());
 }
+
+// The history keeps only what each step changed, yet undo gives back whole states: an
+// unrecorded paragraph move in between is undone with the step before it, and redo of a
+// batch delete runs again on the document as it is.
+TEST_F(Undo, UndoAndRedoRestoreWholeStatesAcrossUnrecordedMoves)
+{
+    const QList<Paragraph> start = editor.document;
+    const auto idOf = [&](const QString &text) {
+        for (const Paragraph &p : editor.document)
+            for (const WordBlock &b : p.wordBlocks)
+                if (b.text == text)
+                    return b.id;
+        return QUuid();
+    };
+    manager.execute(std::make_unique<BatchDeleteWordsCommand>(editor, QSet {idOf(u"b"_s)}));
+    const QList<Paragraph> deleted = editor.document;
+    editor.document = edits::moveParagraphs(deleted, {0}, 3);
+    const QList<Paragraph> moved = editor.document;
+    const QList<Paragraph> edited = edits::removeWords(moved, {idOf(u"c"_s), idOf(u"e"_s)});
+    editor.document = edited;
+    manager.record(std::make_unique<ParagraphSnapshotCommand>(editor, moved, edited));
+    ASSERT_EQ(test::documentText(edited), u"d | a"_s);
+
+    for (int round = 0; round < 2; ++round) {
+        manager.undo();
+        EXPECT_EQ(editor.document, moved);
+        manager.undo();
+        EXPECT_EQ(editor.document, start);
+        manager.redo();
+        EXPECT_EQ(editor.document, deleted);
+        manager.redo();
+        EXPECT_EQ(editor.document, edited);
+    }
+    EXPECT_EQ(editor.pushed.last(), flattenParagraphs(edited));
+}
