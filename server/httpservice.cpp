@@ -8,8 +8,9 @@
 #include <QJsonObject>
 #include <QUuid>
 #include <cstdio>
-#include <fstream>
+#include <fcntl.h>
 #include <httplib.h>
+#include <unistd.h>
 
 namespace kavel::server {
 
@@ -69,13 +70,39 @@ std::string extensionOf(const std::string &fileName)
     return extension.empty() ? std::string() : "." + extension;
 }
 
+// Written under a temporary name and renamed, so that a worker on another machine never
+// reads half a file; readable by the service's own user only.
+bool storeUpload(const std::string &directory, const std::string &fileName,
+                 const std::string &content)
+{
+    const std::string final = directory + "/" + fileName;
+    const std::string partial = directory + "/." + fileName + ".part";
+    const int fd = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return false;
+    size_t written = 0;
+    while (written < content.size()) {
+        const ssize_t n = ::write(fd, content.data() + written, content.size() - written);
+        if (n <= 0)
+            break;
+        written += static_cast<size_t>(n);
+    }
+    const bool ok = written == content.size() && ::fsync(fd) == 0;
+    ::close(fd);
+    if (!ok || ::rename(partial.c_str(), final.c_str()) != 0) {
+        ::unlink(partial.c_str());
+        return false;
+    }
+    return true;
+}
+
 // Accounts are made by whoever runs the server; the page says how.
 constexpr const char *signUpPage = R"html(<!DOCTYPE html>
 <html lang="zh"><head><meta charset="utf-8"><title>Kavel 账户</title></head>
 <body>
 <h1>注册 Kavel 账户</h1>
 <p>这台 Kavel 服务的账户由管理员创建。请联系管理员，让其运行：</p>
-<pre>kavel-server add-user --db 数据库路径 --email 您的邮箱 --password 密码</pre>
+<pre>kavel-server add-user --database 数据库 --email 您的邮箱 --password 密码</pre>
 <p>Accounts on this Kavel service are created by its administrator with
 <code>kavel-server add-user</code>.</p>
 </body></html>
@@ -83,12 +110,12 @@ constexpr const char *signUpPage = R"html(<!DOCTYPE html>
 
 } // namespace
 
-HttpService::HttpService(Database &database, TranscriptionQueue &queue, SmsSender &sms,
-                         std::string uploadDirectory)
-    : m_database(database)
-    , m_queue(queue)
+HttpService::HttpService(Store &store, SmsSender &sms, std::string uploadDirectory,
+                         std::function<void()> taskQueued)
+    : m_store(store)
     , m_sms(sms)
     , m_uploadDirectory(std::move(uploadDirectory))
+    , m_taskQueued(std::move(taskQueued))
     , m_server(std::make_unique<httplib::Server>())
 {
     m_server->new_task_queue = [] { return new httplib::ThreadPool(8); };
@@ -157,9 +184,9 @@ std::optional<UserRecord> HttpService::authenticate(const httplib::Request &requ
     const std::string prefix = "Bearer ";
     std::optional<std::string> userId;
     if (header.size() > prefix.size() && header.compare(0, prefix.size(), prefix) == 0)
-        userId = m_database.userForToken(credentials::digest(header.substr(prefix.size())),
-                                         "access", unixNow());
-    std::optional<UserRecord> user = userId ? m_database.findUserById(*userId) : std::nullopt;
+        userId = m_store.userForToken(credentials::digest(header.substr(prefix.size())), "access",
+                                      unixNow());
+    std::optional<UserRecord> user = userId ? m_store.findUserById(*userId) : std::nullopt;
     if (!user) {
         response.set_header("WWW-Authenticate", "Bearer");
         sendDetail(response, 401,
@@ -177,15 +204,15 @@ void HttpService::sendSmsCode(const httplib::Request &request, httplib::Response
     // Known and unknown numbers get the same answers, the same resend limit and the same
     // work, so the service cannot be asked who has an account; only a known number is
     // actually texted.
-    const bool known = m_database.findUserByPhone(*phone).has_value();
+    const bool known = m_store.findUserByPhone(*phone).has_value();
     const std::int64_t now = unixNow();
-    if (auto sentAt = m_database.lastSmsCodeSentAt(*phone);
+    if (auto sentAt = m_store.lastSmsCodeSentAt(*phone);
         sentAt && now - *sentAt < smsResendInterval)
         return sendDetail(response, 429, "A code was sent less than a minute ago");
 
     const std::string code = credentials::newNumericCode(6);
-    m_database.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
-                            now + smsCodeLifetime);
+    m_store.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
+                         now + smsCodeLifetime);
     if (known)
         m_sms.send(*phone, code);
     sendJson(response, 200, QJsonObject {{u"success"_s, true}});
@@ -199,15 +226,15 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     std::optional<UserRecord> user;
     if (auto account = stringField(*body, "email")) {
         const auto password = stringField(*body, "password");
-        user = m_database.findUserByAccount(*account);
+        user = m_store.findUserByAccount(*account);
         if (!password || !user || !credentials::verifyPassword(user->passwordHash, *password))
             return sendDetail(response, 401, "Incorrect account or password");
     } else if (auto phone = stringField(*body, "phone")) {
         const auto code = stringField(*body, "code");
         const bool valid = code
-            && m_database.consumeSmsCode(*phone, credentials::digest(*phone + ":" + *code),
-                                         unixNow(), smsMaxAttempts);
-        user = valid ? m_database.findUserByPhone(*phone) : std::nullopt;
+            && m_store.consumeSmsCode(*phone, credentials::digest(*phone + ":" + *code), unixNow(),
+                                      smsMaxAttempts);
+        user = valid ? m_store.findUserByPhone(*phone) : std::nullopt;
         if (!user)
             return sendDetail(response, 401, "Incorrect or expired code");
     } else {
@@ -217,11 +244,11 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     const std::string accessToken = credentials::newToken();
     const std::string refreshToken = credentials::newToken();
     const std::int64_t now = unixNow();
-    m_database.pruneExpired(now);
-    m_database.storeToken(credentials::digest(accessToken), user->id, "access",
-                          now + accessTokenLifetime);
-    m_database.storeToken(credentials::digest(refreshToken), user->id, "refresh",
-                          now + refreshTokenLifetime);
+    m_store.pruneExpired(now);
+    m_store.storeToken(credentials::digest(accessToken), user->id, "access",
+                       now + accessTokenLifetime);
+    m_store.storeToken(credentials::digest(refreshToken), user->id, "refresh",
+                       now + refreshTokenLifetime);
     sendJson(response, 200,
              QJsonObject {{u"access_token"_s, QString::fromStdString(accessToken)},
                           {u"refresh_token"_s, QString::fromStdString(refreshToken)},
@@ -259,15 +286,17 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     const std::string taskId = QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
     // The decoder recognises most formats by their content, but the extension helps it
     // with raw streams such as ADTS AAC.
-    const std::string path = m_uploadDirectory + "/" + taskId + extensionOf(file.filename);
-    {
-        std::ofstream out(path, std::ios::binary);
-        out.write(file.content.data(), static_cast<std::streamsize>(file.content.size()));
-        if (!out.good())
-            return sendDetail(response, 500, "Cannot store the upload");
+    const std::string fileName = taskId + extensionOf(file.filename);
+    if (!storeUpload(m_uploadDirectory, fileName, file.content))
+        return sendDetail(response, 500, "Cannot store the upload");
+    try {
+        m_store.createTask(taskId, user->id, fileName, unixNow());
+    } catch (...) {
+        std::remove((m_uploadDirectory + "/" + fileName).c_str());
+        throw;
     }
-    m_database.createTask(taskId, user->id, unixNow());
-    m_queue.enqueue(taskId, path);
+    if (m_taskQueued)
+        m_taskQueued();
     logLine("task " + taskId + " queued: " + file.filename + ", "
             + std::to_string(file.content.size()) + " bytes");
     sendJson(
@@ -281,7 +310,7 @@ void HttpService::poll(const httplib::Request &request, httplib::Response &respo
     if (!user)
         return;
     const std::string taskId = request.matches[1];
-    const auto task = m_database.task(taskId);
+    const auto task = m_store.task(taskId);
     // Someone else's task is as unknown to this user as one that never existed.
     if (!task || task->userId != user->id)
         return sendDetail(response, 404, "Task not found");

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "database.h"
 #include "smssender.h"
-#include "transcriptionqueue.h"
+#include "store.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -20,8 +20,10 @@ namespace kavel::server {
 class HttpService
 {
 public:
-    HttpService(Database &database, TranscriptionQueue &queue, SmsSender &sms,
-                std::string uploadDirectory);
+    // `taskQueued` is called after each upload has become a task, to wake the workers of
+    // this process if it has any.
+    HttpService(Store &store, SmsSender &sms, std::string uploadDirectory,
+                std::function<void()> taskQueued);
     ~HttpService();
 
     // Binds to 127.0.0.1; port 0 picks a free one. Returns the bound port, or -1.
@@ -40,10 +42,10 @@ private:
     void upload(const httplib::Request &request, httplib::Response &response);
     void poll(const httplib::Request &request, httplib::Response &response);
 
-    Database &m_database;
-    TranscriptionQueue &m_queue;
+    Store &m_store;
     SmsSender &m_sms;
     std::string m_uploadDirectory;
+    std::function<void()> m_taskQueued;
     std::unique_ptr<httplib::Server> m_server;
 };
 

@@ -1,9 +1,9 @@
 #include "audiodecoder.h"
 #include "credentials.h"
-#include "database.h"
 #include "mediatools.h"
 #include "pocketsphinxrecognizer.h"
-#include "transcriptionqueue.h"
+#include "recognitionworkers.h"
+#include "store.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -44,46 +44,6 @@ TEST(Credentials, PasswordsAndTokensAreNeverStoredAsGiven)
     const std::string code = credentials::newNumericCode(6);
     EXPECT_EQ(code.size(), 6u);
     EXPECT_EQ(code.find_first_not_of("0123456789"), std::string::npos);
-}
-
-TEST(Database, TokensAndCodesExpireAndCodesAreSpentOnce)
-{
-    credentials::initialise();
-    QTemporaryDir dir;
-    Database db(path(dir, "k.db"));
-    const UserRecord user = db.addUser("a@b.c", "138", std::nullopt, "hash");
-    EXPECT_THROW(db.addUser("a@b.c", std::nullopt, std::nullopt, "hash"), DatabaseError);
-    EXPECT_EQ(db.findUserByAccount("138")->id, user.id);
-    EXPECT_EQ(db.findUserByAccount("a@b.c")->id, user.id);
-    EXPECT_FALSE(db.findUserByAccount("nobody"));
-
-    db.storeToken("live", user.id, "access", 1000);
-    EXPECT_EQ(db.userForToken("live", "access", 999), user.id);
-    EXPECT_FALSE(db.userForToken("live", "access", 1000)) << "expired";
-    EXPECT_FALSE(db.userForToken("live", "refresh", 999)) << "wrong kind";
-
-    db.storeSmsCode("138", "right", 100, 400);
-    EXPECT_EQ(db.lastSmsCodeSentAt("138"), 100);
-    EXPECT_FALSE(db.consumeSmsCode("138", "wrong", 200, 3));
-    EXPECT_TRUE(db.consumeSmsCode("138", "right", 200, 3));
-    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "spent";
-
-    db.storeSmsCode("138", "right", 100, 400);
-    EXPECT_FALSE(db.consumeSmsCode("138", "right", 400, 3)) << "expired";
-
-    db.storeSmsCode("138", "right", 100, 400);
-    for (int attempt = 0; attempt < 3; ++attempt)
-        EXPECT_FALSE(db.consumeSmsCode("138", "guess", 200, 3));
-    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "too many guesses";
-
-    db.createTask("t1", user.id, 1);
-    db.createTask("t2", user.id, 1);
-    db.completeTask("t2", "[]");
-    EXPECT_EQ(db.failUnfinishedTasks("restarted"), 1);
-    EXPECT_EQ(db.task("t1")->status, "failed");
-    EXPECT_EQ(db.task("t1")->errorMessage, "restarted");
-    EXPECT_EQ(db.task("t2")->status, "completed");
-    EXPECT_FALSE(db.task("t3"));
 }
 
 TEST(RecognizedWords, BecomeParagraphsSplitAtLongPauses)

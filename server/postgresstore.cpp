@@ -1,0 +1,98 @@
+#include "sqlstore.h"
+
+#include <libpq-fe.h>
+
+namespace kavel::server {
+
+namespace {
+
+std::string firstLine(const char *message)
+{
+    std::string text = message ? message : "unknown error";
+    text = text.substr(0, text.find('\n'));
+    return text;
+}
+
+// The shared store of a deployment with several nodes. One connection per process,
+// re-established when the server went away and came back.
+class PostgresStore final : public SqlStore
+{
+public:
+    explicit PostgresStore(const std::string &url)
+    {
+        m_connection = PQconnectdb(url.c_str());
+        if (PQstatus(m_connection) != CONNECTION_OK) {
+            const std::string message = firstLine(PQerrorMessage(m_connection));
+            PQfinish(m_connection);
+            throw StoreError("cannot connect to PostgreSQL: " + message);
+        }
+        run("SET client_min_messages = warning", {});
+        migrate();
+    }
+    ~PostgresStore() override { PQfinish(m_connection); }
+
+protected:
+    SqlResult run(const std::string &sql, const std::vector<SqlValue> &parameters) override
+    {
+        if (PQstatus(m_connection) != CONNECTION_OK) {
+            PQreset(m_connection);
+            if (PQstatus(m_connection) != CONNECTION_OK)
+                throw StoreError("lost the connection to PostgreSQL: "
+                                 + firstLine(PQerrorMessage(m_connection)));
+        }
+        std::vector<std::string> texts(parameters.size());
+        std::vector<const char *> values(parameters.size(), nullptr);
+        for (size_t i = 0; i < parameters.size(); ++i) {
+            if (const auto *value = std::get_if<std::string>(&parameters[i])) {
+                texts[i] = *value;
+                values[i] = texts[i].c_str();
+            } else if (const auto *number = std::get_if<std::int64_t>(&parameters[i])) {
+                texts[i] = std::to_string(*number);
+                values[i] = texts[i].c_str();
+            }
+        }
+        PGresult *reply = PQexecParams(m_connection, sql.c_str(), static_cast<int>(values.size()),
+                                       nullptr, values.data(), nullptr, nullptr, 0);
+        const ExecStatusType status = PQresultStatus(reply);
+        if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+            const std::string message = firstLine(PQresultErrorMessage(reply));
+            PQclear(reply);
+            throw StoreError(message.empty() ? firstLine(PQerrorMessage(m_connection)) : message);
+        }
+        SqlResult result;
+        for (int row = 0; row < PQntuples(reply); ++row) {
+            auto &fields = result.rows.emplace_back();
+            for (int column = 0; column < PQnfields(reply); ++column) {
+                if (PQgetisnull(reply, row, column))
+                    fields.emplace_back();
+                else
+                    fields.emplace_back(
+                        std::string(PQgetvalue(reply, row, column),
+                                    static_cast<size_t>(PQgetlength(reply, row, column))));
+            }
+        }
+        const char *changed = PQcmdTuples(reply);
+        result.changed = changed && *changed ? std::stoll(changed) : 0;
+        PQclear(reply);
+        return result;
+    }
+    const char *beginWriting() const override { return "BEGIN"; }
+    const char *skipLockedRows() const override { return " FOR UPDATE SKIP LOCKED"; }
+    void lockForMigration() override
+    {
+        // Any constant will do, as long as every node uses the same one.
+        run("SELECT pg_advisory_xact_lock(8417)", {});
+    }
+
+private:
+    PGconn *m_connection = nullptr;
+};
+
+} // namespace
+
+std::unique_ptr<Store> openPostgresStore(const std::string &url)
+{
+    return std::make_unique<PostgresStore>(url);
+}
+
+} // namespace kavel::server
