@@ -2,6 +2,7 @@
 // One program for every role: `serve` answers requests (and recognises, unless told to
 // leave that to `worker` processes), `worker` only recognises, `add-user` makes accounts.
 
+#include "commandrecognizer.h"
 #include "credentials.h"
 #include "httpservice.h"
 #include "pocketsphinxrecognizer.h"
@@ -34,13 +35,15 @@ int usage()
 {
     std::cerr << "usage:\n"
                  "  kavel-server serve [--port N] [--database PATH|URL] [--uploads DIR]\n"
-                 "                     [--workers N] [--model DIR] [--lease SECONDS]\n"
+                 "                     [--workers N] [--lease SECONDS] [RECOGNIZER]\n"
                  "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
                  "      --workers 0 answers requests only and leaves recognition to workers.\n"
                  "  kavel-server worker --database PATH|URL --uploads DIR [--workers N]\n"
-                 "                      [--model DIR] [--lease SECONDS]\n"
+                 "                      [--lease SECONDS] [RECOGNIZER]\n"
                  "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
                  "                        [--nickname NAME] --password PASSWORD\n"
+                 "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
+                 "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch.\n"
                  "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
                  "  --database PATH.\n";
     return 2;
@@ -136,20 +139,29 @@ struct WorkerSetup
 {
     WorkerOptions options;
     std::string model;
+    std::optional<std::string> command;
+    std::chrono::seconds commandTimeLimit {};
 };
+
+const std::set<std::string> workerOptionNames {
+    "--database",           "--uploads",           "--model", "--workers", "--lease",
+    "--recognizer-command", "--recognizer-timeout"};
 
 std::optional<WorkerSetup> workerSetup(const Options &options, const std::string &uploads,
                                        int defaultThreads)
 {
     const auto threads = numberOption(options, "--workers", defaultThreads, 0, 256);
     const auto lease = numberOption(options, "--lease", 30, 1, 3600);
-    if (!threads || !lease)
+    const auto timeLimit = numberOption(options, "--recognizer-timeout", 600, 1, 86400);
+    if (!threads || !lease || !timeLimit)
         return std::nullopt;
     WorkerSetup setup;
     setup.options.uploadDirectory = uploads;
     setup.options.threads = *threads;
     setup.options.lease = std::chrono::seconds(*lease);
     setup.model = option(options, "--model").value_or(defaultModel);
+    setup.command = option(options, "--recognizer-command");
+    setup.commandTimeLimit = std::chrono::seconds(*timeLimit);
     return setup;
 }
 
@@ -157,9 +169,15 @@ std::unique_ptr<RecognitionWorkers> startWorkers(Store &store, const WorkerSetup
 {
     if (setup.options.threads == 0)
         return nullptr;
-    const std::string model = setup.model;
-    return std::make_unique<RecognitionWorkers>(
-        store, [model] { return std::make_unique<PocketSphinxRecognizer>(model); }, setup.options);
+    RecognitionWorkers::RecognizerFactory factory;
+    if (setup.command) {
+        factory = [command = *setup.command, limit = setup.commandTimeLimit] {
+            return std::make_unique<CommandRecognizer>(command, limit);
+        };
+    } else {
+        factory = [model = setup.model] { return std::make_unique<PocketSphinxRecognizer>(model); };
+    }
+    return std::make_unique<RecognitionWorkers>(store, std::move(factory), setup.options);
 }
 
 // The upload folder a database implies when none is named: next to a SQLite file. A
@@ -178,8 +196,9 @@ std::optional<std::string> uploadFolder(const Options &options, const std::strin
 
 int serve(int argc, char **argv)
 {
-    const auto options = parseOptions(
-        argc, argv, {"--port", "--database", "--uploads", "--model", "--workers", "--lease"});
+    std::set<std::string> names = workerOptionNames;
+    names.insert("--port");
+    const auto options = parseOptions(argc, argv, names);
     if (!options)
         return usage();
     const auto port = numberOption(*options, "--port", defaultPort, 0, 65535);
@@ -222,8 +241,7 @@ int serve(int argc, char **argv)
 
 int worker(int argc, char **argv)
 {
-    const auto options
-        = parseOptions(argc, argv, {"--database", "--uploads", "--model", "--workers", "--lease"});
+    const auto options = parseOptions(argc, argv, workerOptionNames);
     if (!options)
         return usage();
     const auto database = option(*options, "--database");

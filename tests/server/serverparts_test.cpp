@@ -1,10 +1,12 @@
 #include "audiodecoder.h"
+#include "commandrecognizer.h"
 #include "credentials.h"
 #include "mediatools.h"
 #include "pocketsphinxrecognizer.h"
 #include "recognitionworkers.h"
 #include "store.h"
 
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -119,4 +121,84 @@ TEST(AudioDecoding, AnyCommonFormatBecomes16kHzMono)
     file.close();
     EXPECT_THROW(decodeAudioForRecognition(garbage.toStdString()), AudioDecodeError);
     EXPECT_THROW(decodeAudioForRecognition(path(dir, "absent.wav")), AudioDecodeError);
+}
+
+namespace {
+
+// A recognizer command written as a shell script in `dir`.
+std::string script(const QTemporaryDir &dir, const char *name, const std::string &body)
+{
+    const std::string file = path(dir, name);
+    QFile out(QString::fromStdString(file));
+    EXPECT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(QByteArray::fromStdString("#!/bin/sh\n" + body + "\n"));
+    out.close();
+    out.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return file;
+}
+
+} // namespace
+
+TEST(RecognizerCommand, EachStretchIsAWavWhoseWordsAreShiftedToItsPlace)
+{
+    QTemporaryDir dir;
+    // Names the file's size and format, so the test sees what the command was given.
+    const std::string command = script(
+        dir, "bytes.sh",
+        R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5}]}' \
+             "$(stat -c %s "$1")-$(head -c 4 "$1")-$(od -An -tu4 -j24 -N4 "$1" | tr -d ' ')")sh");
+    CommandRecognizer recognizer(command, std::chrono::seconds(20));
+    // 70 s of a quiet hum with silence around 30 s and 60 s: three stretches.
+    std::vector<std::int16_t> samples(70 * 16000);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const double second = static_cast<double>(i) / 16000.0;
+        const bool silent = std::abs(second - 30.0) < 0.3 || std::abs(second - 60.0) < 0.3;
+        samples[i] = silent ? 0 : static_cast<std::int16_t>(1000.0 * std::sin(i * 0.05));
+    }
+    const std::atomic<bool> cancel = false;
+    const std::vector<RecognizedWord> words = recognizer.recognize(samples, cancel);
+    const std::vector<size_t> cuts = stretchBoundaries(samples);
+    ASSERT_EQ(cuts.size(), 4u);
+    ASSERT_EQ(words.size(), 6u);
+    for (size_t stretch = 0; stretch < 3; ++stretch) {
+        const double offset = static_cast<double>(cuts[stretch]) / 16000.0;
+        const RecognizedWord &first = words[2 * stretch];
+        EXPECT_EQ(first.text,
+                  std::to_string(44 + 2 * (cuts[stretch + 1] - cuts[stretch])) + "-RIFF-16000");
+        EXPECT_DOUBLE_EQ(first.start, offset + 0.5);
+        EXPECT_DOUBLE_EQ(first.end, offset + 0.75);
+        EXPECT_TRUE(words[2 * stretch + 1].isFiller);
+        EXPECT_DOUBLE_EQ(words[2 * stretch + 1].start, offset + 1.0);
+    }
+}
+
+TEST(RecognizerCommand, FailuresBecomeTheTasksReason)
+{
+    QTemporaryDir dir;
+    const struct
+    {
+        const char *body;
+        const char *reason;
+    } cases[] = {
+        {"echo 'loading model' >&2; echo 'no model in /srv/asr' >&2; exit 3",
+         "failed with exit status 3: no model in /srv/asr"},
+        {"echo 'hello world'", "did not print {\"words\""},
+        {R"sh(echo '{"words":[{"text":"a","start":2,"end":1}]}')sh", "did not print"},
+        {"exec sleep 30", "took longer than 1 s"},
+    };
+    const std::vector<std::int16_t> samples(16000, 100);
+    const std::atomic<bool> cancel = false;
+    for (const auto &[body, reason] : cases) {
+        CommandRecognizer recognizer(script(dir, "fails.sh", body), std::chrono::seconds(1),
+                                     dir.path().toStdString());
+        try {
+            recognizer.recognize(samples, cancel);
+            ADD_FAILURE() << body;
+        } catch (const RecognitionError &error) {
+            EXPECT_NE(std::string(error.what()).find(reason), std::string::npos)
+                << body << " -> " << error.what();
+        }
+    }
+    EXPECT_TRUE(QDir(dir.path()).entryList({u"kavel-stretch-*"_s}).isEmpty())
+        << "temporary WAV files are removed";
 }
