@@ -33,40 +33,56 @@ constexpr const char *defaultDatabase = "kavel-server.db";
 
 int usage()
 {
-    std::cerr << "usage:\n"
-                 "  kavel-server serve [--port N] [--database PATH|URL] [--uploads DIR]\n"
-                 "                     [--workers N] [--lease SECONDS] [RECOGNIZER]\n"
-                 "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
-                 "      --workers 0 answers requests only and leaves recognition to workers.\n"
-                 "  kavel-server worker --database PATH|URL --uploads DIR [--workers N]\n"
-                 "                      [--lease SECONDS] [RECOGNIZER]\n"
-                 "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
-                 "                        [--nickname NAME] --password PASSWORD\n"
-                 "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
-                 "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch.\n"
-                 "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
-                 "  --database PATH.\n";
+    std::cerr
+        << "usage:\n"
+           "  kavel-server serve [--port N] [--bind ADDRESS] [--tls-cert FILE --tls-key FILE]\n"
+           "                     [--insecure] [--database PATH|URL] [--uploads DIR]\n"
+           "                     [--workers N] [--lease SECONDS] [RECOGNIZER]\n"
+           "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
+           "      --workers 0 answers requests only and leaves recognition to workers.\n"
+           "      Plain HTTP off the loopback address needs --insecure.\n"
+           "  kavel-server worker --database PATH|URL --uploads DIR [--workers N]\n"
+           "                      [--lease SECONDS] [RECOGNIZER]\n"
+           "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
+           "                        [--nickname NAME] --password PASSWORD\n"
+           "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
+           "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch.\n"
+           "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
+           "  --database PATH.\n";
     return 2;
 }
 
 using Options = std::map<std::string, std::string>;
 
-// "--key value" pairs after the command; nullopt when an option lacks its value or is
-// not one of `known`. "--db" is the old name of "--database".
+// Options that stand alone; the others take a value.
+const std::set<std::string> flags {"--insecure"};
+
+// "--key value" pairs and flags after the command; nullopt when an option lacks its
+// value or is not one of `known`. "--db" is the old name of "--database".
 std::optional<Options> parseOptions(int argc, char **argv, const std::set<std::string> &known)
 {
     Options options;
-    for (int i = 2; i < argc; i += 2) {
+    for (int i = 2; i < argc; ++i) {
         std::string key = argv[i];
         if (key == "--db")
             key = "--database";
+        if (known.contains(key) && flags.contains(key)) {
+            options[key] = "yes";
+            continue;
+        }
         if (!known.contains(key) || i + 1 >= argc) {
             std::cerr << "kavel-server: unexpected argument " << argv[i] << "\n";
             return std::nullopt;
         }
-        options[key] = argv[i + 1];
+        options[key] = argv[++i];
     }
     return options;
+}
+
+// Plain HTTP is only for the machine itself.
+bool isLoopback(const std::string &address)
+{
+    return address == "localhost" || address == "::1" || address.rfind("127.", 0) == 0;
 }
 
 std::optional<std::string> option(const Options &options, const std::string &key)
@@ -197,11 +213,25 @@ std::optional<std::string> uploadFolder(const Options &options, const std::strin
 int serve(int argc, char **argv)
 {
     std::set<std::string> names = workerOptionNames;
-    names.insert("--port");
+    names.insert({"--port", "--bind", "--tls-cert", "--tls-key", "--insecure"});
     const auto options = parseOptions(argc, argv, names);
     if (!options)
         return usage();
     const auto port = numberOption(*options, "--port", defaultPort, 0, 65535);
+    const std::string address = option(*options, "--bind").value_or("127.0.0.1");
+    HttpOptions http;
+    http.tlsCertificate = option(*options, "--tls-cert").value_or("");
+    http.tlsKey = option(*options, "--tls-key").value_or("");
+    if (http.tlsCertificate.empty() != http.tlsKey.empty()) {
+        std::cerr << "kavel-server: --tls-cert and --tls-key go together\n";
+        return 2;
+    }
+    const bool tls = !http.tlsCertificate.empty();
+    if (!tls && !isLoopback(address) && !options->contains("--insecure")) {
+        std::cerr << "kavel-server: refusing to serve plain HTTP on " << address
+                  << ": give --tls-cert and --tls-key, or --insecure\n";
+        return 2;
+    }
     const std::string database = option(*options, "--database").value_or(defaultDatabase);
     const auto uploads = uploadFolder(*options, database);
     const auto setup = uploads ? workerSetup(*options, *uploads, 1) : std::nullopt;
@@ -213,18 +243,23 @@ int serve(int argc, char **argv)
     ::chmod(uploads->c_str(), 0700);
     const auto store = openStore(database);
     store->pruneExpired(unixNow());
-    const auto workers = startWorkers(*store, *setup);
+    // Started once the address is bound, so that a server that cannot start says only
+    // why.
+    std::unique_ptr<RecognitionWorkers> workers;
     LogSmsSender sms;
-    HttpService service(*store, sms, *uploads, [&workers] {
+    http.uploadDirectory = *uploads;
+    HttpService service(*store, sms, http, [&workers] {
         if (workers)
             workers->wake();
     });
-    const int bound = service.bind(*port);
+    const int bound = service.bind(address, *port);
     if (bound < 0) {
-        logLine("cannot listen on 127.0.0.1:" + std::to_string(*port));
+        logLine("cannot listen on " + address + ":" + std::to_string(*port));
         return 1;
     }
-    logLine("listening on http://127.0.0.1:" + std::to_string(bound));
+    logLine(std::string("listening on ") + (tls ? "https" : "http") + "://" + address + ":"
+            + std::to_string(bound));
+    workers = startWorkers(*store, *setup);
 
     std::thread signalWaiter([&service, signals] {
         int received = 0;

@@ -1,3 +1,4 @@
+#include "nodeprocess.h"
 #include "pgcluster.h"
 #include "support/testenvironment.h"
 
@@ -20,51 +21,6 @@ using namespace kavel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// One kavel-server process of a deployment: an API node or a worker.
-class Node
-{
-public:
-    Node(const QStringList &arguments, const QProcessEnvironment &environment)
-    {
-        m_process.setProcessChannelMode(QProcess::MergedChannels);
-        m_process.setProcessEnvironment(environment);
-        m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-        m_process.start(programPath(u"kavel-server"_s), arguments);
-    }
-    ~Node() { kill(); }
-
-    QString log()
-    {
-        m_log += QString::fromUtf8(m_process.readAllStandardOutput());
-        return m_log;
-    }
-    std::optional<QRegularExpressionMatch> waitForLog(const QString &pattern, int seconds = 20)
-    {
-        const QRegularExpression expression(pattern);
-        QDeadlineTimer deadline(seconds * 1000);
-        while (true) {
-            QRegularExpressionMatch match = expression.match(log());
-            if (match.hasMatch())
-                return match;
-            if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
-                return std::nullopt;
-            m_process.waitForReadyRead(50);
-        }
-    }
-    void kill()
-    {
-        if (m_process.state() == QProcess::NotRunning)
-            return;
-        m_process.kill(); // SIGKILL: no chance to give anything back
-        m_process.waitForFinished(5000);
-        log();
-    }
-
-private:
-    QProcess m_process;
-    QString m_log;
-};
 
 // A short tone as a 16 kHz mono WAV.
 std::string toneWav()
