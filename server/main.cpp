@@ -5,6 +5,7 @@
 #include "commandrecognizer.h"
 #include "credentials.h"
 #include "httpservice.h"
+#include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
 #include "recognitionworkers.h"
 #include "serverlog.h"
@@ -46,7 +47,9 @@ int usage()
            "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
            "                        [--nickname NAME] --password PASSWORD\n"
            "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
-           "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch.\n"
+           "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch,\n"
+           "  and [--recognition-threads N] (default: one per core) to recognise the\n"
+           "  stretches of one recording at once.\n"
            "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
            "  --database PATH.\n";
     return 2;
@@ -157,6 +160,7 @@ struct WorkerSetup
     std::string model;
     std::optional<std::string> command;
     std::chrono::seconds commandTimeLimit {};
+    int recognitionThreads = 1;
 };
 
 const std::set<std::string> workerOptionNames {
@@ -169,7 +173,9 @@ std::optional<WorkerSetup> workerSetup(const Options &options, const std::string
     const auto threads = numberOption(options, "--workers", defaultThreads, 0, 256);
     const auto lease = numberOption(options, "--lease", 30, 1, 3600);
     const auto timeLimit = numberOption(options, "--recognizer-timeout", 600, 1, 86400);
-    if (!threads || !lease || !timeLimit)
+    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    const auto recognitionThreads = numberOption(options, "--recognition-threads", cores, 1, 256);
+    if (!threads || !lease || !timeLimit || !recognitionThreads)
         return std::nullopt;
     WorkerSetup setup;
     setup.options.uploadDirectory = uploads;
@@ -178,6 +184,7 @@ std::optional<WorkerSetup> workerSetup(const Options &options, const std::string
     setup.model = option(options, "--model").value_or(defaultModel);
     setup.command = option(options, "--recognizer-command");
     setup.commandTimeLimit = std::chrono::seconds(*timeLimit);
+    setup.recognitionThreads = *recognitionThreads;
     return setup;
 }
 
@@ -193,7 +200,15 @@ std::unique_ptr<RecognitionWorkers> startWorkers(Store &store, const WorkerSetup
     } else {
         factory = [model = setup.model] { return std::make_unique<PocketSphinxRecognizer>(model); };
     }
-    return std::make_unique<RecognitionWorkers>(store, std::move(factory), setup.options);
+    // Each task's stretches are spread over the machine's cores.
+    return std::make_unique<RecognitionWorkers>(
+        store,
+        [factory, threads = setup.recognitionThreads]() -> std::unique_ptr<SpeechRecognizer> {
+            if (threads == 1)
+                return factory();
+            return std::make_unique<ParallelRecognizer>(factory, threads);
+        },
+        setup.options);
 }
 
 // The upload folder a database implies when none is named: next to a SQLite file. A

@@ -2,6 +2,7 @@
 #include "commandrecognizer.h"
 #include "credentials.h"
 #include "mediatools.h"
+#include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
 #include "recognitionworkers.h"
 #include "store.h"
@@ -139,22 +140,36 @@ std::string script(const QTemporaryDir &dir, const char *name, const std::string
 
 } // namespace
 
-TEST(RecognizerCommand, EachStretchIsAWavWhoseWordsAreShiftedToItsPlace)
+namespace {
+
+// Names the WAV file's size and format, so a test sees what the command was given.
+std::string describingCommand(const QTemporaryDir &dir)
 {
-    QTemporaryDir dir;
-    // Names the file's size and format, so the test sees what the command was given.
-    const std::string command = script(
+    return script(
         dir, "bytes.sh",
         R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5}]}' \
              "$(stat -c %s "$1")-$(head -c 4 "$1")-$(od -An -tu4 -j24 -N4 "$1" | tr -d ' ')")sh");
-    CommandRecognizer recognizer(command, std::chrono::seconds(20));
-    // 70 s of a quiet hum with silence around 30 s and 60 s: three stretches.
+}
+
+// 70 s of a quiet hum with silence around 30 s and 60 s: three stretches.
+std::vector<std::int16_t> humWithPauses()
+{
     std::vector<std::int16_t> samples(70 * 16000);
     for (size_t i = 0; i < samples.size(); ++i) {
         const double second = static_cast<double>(i) / 16000.0;
         const bool silent = std::abs(second - 30.0) < 0.3 || std::abs(second - 60.0) < 0.3;
         samples[i] = silent ? 0 : static_cast<std::int16_t>(1000.0 * std::sin(i * 0.05));
     }
+    return samples;
+}
+
+} // namespace
+
+TEST(RecognizerCommand, EachStretchIsAWavWhoseWordsAreShiftedToItsPlace)
+{
+    QTemporaryDir dir;
+    CommandRecognizer recognizer(describingCommand(dir), std::chrono::seconds(20));
+    const std::vector<std::int16_t> samples = humWithPauses();
     const std::atomic<bool> cancel = false;
     const std::vector<RecognizedWord> words = recognizer.recognize(samples, cancel);
     const std::vector<size_t> cuts = stretchBoundaries(samples);
@@ -201,4 +216,41 @@ TEST(RecognizerCommand, FailuresBecomeTheTasksReason)
     }
     EXPECT_TRUE(QDir(dir.path()).entryList({u"kavel-stretch-*"_s}).isEmpty())
         << "temporary WAV files are removed";
+}
+
+TEST(ParallelRecognition, GivesTheWordsOfOneRecognizerWorkingInTurn)
+{
+    QTemporaryDir dir;
+    const std::string command = describingCommand(dir);
+    const auto make = [&command] {
+        return std::make_unique<CommandRecognizer>(command, std::chrono::seconds(20));
+    };
+    const std::vector<std::int16_t> samples = humWithPauses();
+    const std::atomic<bool> cancel = false;
+    const std::vector<RecognizedWord> inTurn = make()->recognize(samples, cancel);
+    for (int threads : {2, 3, 8}) {
+        ParallelRecognizer parallel(make, threads);
+        const std::vector<RecognizedWord> atOnce = parallel.recognize(samples, cancel);
+        ASSERT_EQ(atOnce.size(), inTurn.size()) << threads;
+        for (size_t i = 0; i < inTurn.size(); ++i) {
+            EXPECT_EQ(atOnce[i].text, inTurn[i].text) << threads << " threads, word " << i;
+            EXPECT_DOUBLE_EQ(atOnce[i].start, inTurn[i].start);
+            EXPECT_DOUBLE_EQ(atOnce[i].end, inTurn[i].end);
+            EXPECT_EQ(atOnce[i].isFiller, inTurn[i].isFiller);
+        }
+    }
+
+    ParallelRecognizer failing(
+        [&dir] {
+            return std::make_unique<CommandRecognizer>(
+                script(dir, "broken.sh", "echo 'out of memory' >&2; exit 1"),
+                std::chrono::seconds(20));
+        },
+        2);
+    try {
+        failing.recognize(samples, cancel);
+        ADD_FAILURE() << "a failed stretch fails the recording";
+    } catch (const RecognitionError &error) {
+        EXPECT_NE(std::string(error.what()).find("out of memory"), std::string::npos);
+    }
 }
