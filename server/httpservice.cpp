@@ -303,11 +303,10 @@ std::optional<UserRecord> HttpService::authenticate(const httplib::Request &requ
 {
     const std::string header = request.get_header_value("Authorization");
     const std::string prefix = "Bearer ";
-    std::optional<std::string> userId;
+    std::optional<UserRecord> user;
     if (header.size() > prefix.size() && header.compare(0, prefix.size(), prefix) == 0)
-        userId = m_store.userForToken(credentials::digest(header.substr(prefix.size())), "access",
-                                      unixNow());
-    std::optional<UserRecord> user = userId ? m_store.findUserById(*userId) : std::nullopt;
+        user = m_store.userForToken(credentials::digest(header.substr(prefix.size())), "access",
+                                    unixNow());
     if (!user) {
         response.set_header("WWW-Authenticate", "Bearer");
         sendDetail(response, 401,

@@ -1,6 +1,9 @@
 #include "sqlstore.h"
 
 #include <libpq-fe.h>
+#include <map>
+#include <mutex>
+#include <thread>
 
 namespace kavel::server {
 
@@ -13,33 +16,29 @@ std::string firstLine(const char *message)
     return text;
 }
 
-// The shared store of a deployment with several nodes. One connection per process,
-// re-established when the server went away and came back.
+// The shared store of a deployment with several nodes. Each thread that uses it gets a
+// connection of its own, so that request threads never queue behind each other's
+// round trips; a connection is re-established when the server went away and came back.
 class PostgresStore final : public SqlStore
 {
 public:
     explicit PostgresStore(const std::string &url)
+        : m_url(url)
     {
-        m_connection = PQconnectdb(url.c_str());
-        if (PQstatus(m_connection) != CONNECTION_OK) {
-            const std::string message = firstLine(PQerrorMessage(m_connection));
-            PQfinish(m_connection);
-            throw StoreError("cannot connect to PostgreSQL: " + message);
-        }
-        run("SET client_min_messages = warning", {});
         migrate();
     }
-    ~PostgresStore() override { PQfinish(m_connection); }
+    ~PostgresStore() override
+    {
+        for (auto &[thread, connection] : m_connections)
+            PQfinish(connection);
+    }
 
 protected:
+    bool sharesOneConnection() const override { return false; }
+
     SqlResult run(const std::string &sql, const std::vector<SqlValue> &parameters) override
     {
-        if (PQstatus(m_connection) != CONNECTION_OK) {
-            PQreset(m_connection);
-            if (PQstatus(m_connection) != CONNECTION_OK)
-                throw StoreError("lost the connection to PostgreSQL: "
-                                 + firstLine(PQerrorMessage(m_connection)));
-        }
+        PGconn *const link = connection();
         std::vector<std::string> texts(parameters.size());
         std::vector<const char *> values(parameters.size(), nullptr);
         for (size_t i = 0; i < parameters.size(); ++i) {
@@ -51,13 +50,13 @@ protected:
                 values[i] = texts[i].c_str();
             }
         }
-        PGresult *reply = PQexecParams(m_connection, sql.c_str(), static_cast<int>(values.size()),
-                                       nullptr, values.data(), nullptr, nullptr, 0);
+        PGresult *reply = PQexecParams(link, sql.c_str(), static_cast<int>(values.size()), nullptr,
+                                       values.data(), nullptr, nullptr, 0);
         const ExecStatusType status = PQresultStatus(reply);
         if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
             const std::string message = firstLine(PQresultErrorMessage(reply));
             PQclear(reply);
-            throw StoreError(message.empty() ? firstLine(PQerrorMessage(m_connection)) : message);
+            throw StoreError(message.empty() ? firstLine(PQerrorMessage(link)) : message);
         }
         SqlResult result;
         for (int row = 0; row < PQntuples(reply); ++row) {
@@ -85,7 +84,32 @@ protected:
     }
 
 private:
-    PGconn *m_connection = nullptr;
+    // This thread's connection, made on first use.
+    PGconn *connection()
+    {
+        const std::lock_guard lock(m_mutex);
+        PGconn *&connection = m_connections[std::this_thread::get_id()];
+        if (!connection) {
+            connection = PQconnectdb(m_url.c_str());
+            if (PQstatus(connection) != CONNECTION_OK) {
+                const std::string message = firstLine(PQerrorMessage(connection));
+                PQfinish(connection);
+                connection = nullptr;
+                throw StoreError("cannot connect to PostgreSQL: " + message);
+            }
+            PQclear(PQexec(connection, "SET client_min_messages = warning"));
+        } else if (PQstatus(connection) != CONNECTION_OK) {
+            PQreset(connection);
+            if (PQstatus(connection) != CONNECTION_OK)
+                throw StoreError("lost the connection to PostgreSQL: "
+                                 + firstLine(PQerrorMessage(connection)));
+        }
+        return connection;
+    }
+
+    std::string m_url;
+    std::mutex m_mutex;
+    std::map<std::thread::id, PGconn *> m_connections;
 };
 
 } // namespace

@@ -119,6 +119,13 @@ std::unique_ptr<Store> openStore(const std::string &location)
     return openSqliteStore(location);
 }
 
+std::unique_lock<std::mutex> SqlStore::exclusive()
+{
+    if (sharesOneConnection())
+        return std::unique_lock(m_mutex);
+    return std::unique_lock(m_mutex, std::defer_lock);
+}
+
 template<typename Work> auto SqlStore::inTransaction(Work work)
 {
     run(beginWriting(), {});
@@ -143,7 +150,7 @@ template<typename Work> auto SqlStore::inTransaction(Work work)
 
 void SqlStore::migrate()
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     inTransaction([this] {
         lockForMigration();
         run("CREATE TABLE IF NOT EXISTS schema_version (version BIGINT NOT NULL)", {});
@@ -167,7 +174,7 @@ void SqlStore::migrate()
 
 int SqlStore::schemaVersion()
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     return static_cast<int>(
         integer(run("SELECT MAX(version) FROM schema_version", {}).rows.at(0).at(0)));
 }
@@ -177,7 +184,7 @@ UserRecord SqlStore::addUser(const std::optional<std::string> &email,
                              const std::optional<std::string> &nickname,
                              const std::string &passwordHash)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     UserRecord user {newUuid(), email, phone, nickname, passwordHash, nowIso8601()};
     run("INSERT INTO users (id, email, phone, nickname, password_hash, created_at) "
         "VALUES ($1, $2, $3, $4, $5, $6)",
@@ -188,7 +195,7 @@ UserRecord SqlStore::addUser(const std::optional<std::string> &email,
 
 std::optional<UserRecord> SqlStore::findUser(const std::string &condition, const std::string &value)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     const SqlResult result
         = run("SELECT id, email, phone, nickname, password_hash, created_at FROM users WHERE "
                   + condition,
@@ -217,26 +224,30 @@ std::optional<UserRecord> SqlStore::findUserById(const std::string &id)
 void SqlStore::storeToken(const std::string &tokenDigest, const std::string &userId,
                           const std::string &kind, std::int64_t expiresAt)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     run("INSERT INTO tokens (digest, user_id, kind, expires_at) VALUES ($1, $2, $3, $4)",
         {tokenDigest, userId, kind, expiresAt});
 }
 
-std::optional<std::string> SqlStore::userForToken(const std::string &tokenDigest,
-                                                  const std::string &kind, std::int64_t now)
+std::optional<UserRecord> SqlStore::userForToken(const std::string &tokenDigest,
+                                                 const std::string &kind, std::int64_t now)
 {
-    const std::lock_guard lock(m_mutex);
+    // One round trip: every authenticated request asks this.
+    const auto lock = exclusive();
     const SqlResult result
-        = run("SELECT user_id FROM tokens WHERE digest = $1 AND kind = $2 AND expires_at > $3",
+        = run("SELECT u.id, u.email, u.phone, u.nickname, u.password_hash, u.created_at "
+              "FROM tokens t JOIN users u ON u.id = t.user_id "
+              "WHERE t.digest = $1 AND t.kind = $2 AND t.expires_at > $3",
               {tokenDigest, kind, now});
     if (result.rows.empty())
         return std::nullopt;
-    return result.rows.front().front();
+    const auto &row = result.rows.front();
+    return UserRecord {*row[0], row[1], row[2], row[3], *row[4], *row[5]};
 }
 
 void SqlStore::pruneExpired(std::int64_t now)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     run("DELETE FROM tokens WHERE expires_at <= $1", {now});
     run("DELETE FROM sms_codes WHERE expires_at <= $1", {now});
 }
@@ -244,7 +255,7 @@ void SqlStore::pruneExpired(std::int64_t now)
 void SqlStore::storeSmsCode(const std::string &phone, const std::string &codeDigest,
                             std::int64_t sentAt, std::int64_t expiresAt)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     run("INSERT INTO sms_codes (phone, digest, sent_at, expires_at, attempts) "
         "VALUES ($1, $2, $3, $4, 0) ON CONFLICT (phone) DO UPDATE SET digest = excluded.digest, "
         "sent_at = excluded.sent_at, expires_at = excluded.expires_at, attempts = 0",
@@ -253,7 +264,7 @@ void SqlStore::storeSmsCode(const std::string &phone, const std::string &codeDig
 
 std::optional<std::int64_t> SqlStore::lastSmsCodeSentAt(const std::string &phone)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     const SqlResult result = run("SELECT sent_at FROM sms_codes WHERE phone = $1", {phone});
     if (result.rows.empty())
         return std::nullopt;
@@ -263,7 +274,7 @@ std::optional<std::int64_t> SqlStore::lastSmsCodeSentAt(const std::string &phone
 bool SqlStore::consumeSmsCode(const std::string &phone, const std::string &codeDigest,
                               std::int64_t now, int maxAttempts)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     return inTransaction([&] {
         // Counting the attempt first makes concurrent guesses at one code count each.
         const SqlResult counted
@@ -286,7 +297,7 @@ bool SqlStore::consumeSmsCode(const std::string &phone, const std::string &codeD
 void SqlStore::createTask(const std::string &id, const std::string &userId,
                           const std::string &audioFile, std::int64_t now)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     run("INSERT INTO tasks (id, user_id, status, audio_file, created_at) "
         "VALUES ($1, $2, 'pending', $3, $4)",
         {id, userId, audioFile, now});
@@ -295,7 +306,7 @@ void SqlStore::createTask(const std::string &id, const std::string &userId,
 std::optional<ClaimedTask> SqlStore::claimTask(const std::string &worker, std::int64_t nowMs,
                                                std::int64_t leaseMs, int maxClaims)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     return inTransaction([&]() -> std::optional<ClaimedTask> {
         // A task whose workers kept dying on it is not handed to another one.
         run("UPDATE tasks SET status = 'failed', lease_owner = NULL, lease_until = NULL, "
@@ -317,7 +328,7 @@ std::optional<ClaimedTask> SqlStore::claimTask(const std::string &worker, std::i
 
 bool SqlStore::renewLease(const std::string &id, const std::string &worker, std::int64_t untilMs)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     return run("UPDATE tasks SET lease_until = $3 WHERE id = $1 AND lease_owner = $2 "
                "AND status = 'processing'",
                {id, worker, untilMs})
@@ -328,7 +339,7 @@ bool SqlStore::renewLease(const std::string &id, const std::string &worker, std:
 bool SqlStore::completeTask(const std::string &id, const std::string &worker,
                             const std::string &resultJson)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     return run("UPDATE tasks SET status = 'completed', result = $3, lease_owner = NULL, "
                "lease_until = NULL WHERE id = $1 AND lease_owner = $2 AND status = 'processing'",
                {id, worker, resultJson})
@@ -339,7 +350,7 @@ bool SqlStore::completeTask(const std::string &id, const std::string &worker,
 bool SqlStore::failTask(const std::string &id, const std::string &worker,
                         const std::string &message)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     return run("UPDATE tasks SET status = 'failed', error_message = $3, lease_owner = NULL, "
                "lease_until = NULL WHERE id = $1 AND lease_owner = $2 AND status = 'processing'",
                {id, worker, message})
@@ -349,7 +360,7 @@ bool SqlStore::failTask(const std::string &id, const std::string &worker,
 
 void SqlStore::releaseTask(const std::string &id, const std::string &worker)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     run("UPDATE tasks SET status = 'pending', lease_owner = NULL, lease_until = NULL, "
         "claims = claims - 1 WHERE id = $1 AND lease_owner = $2 AND status = 'processing'",
         {id, worker});
@@ -357,7 +368,7 @@ void SqlStore::releaseTask(const std::string &id, const std::string &worker)
 
 std::optional<TaskRecord> SqlStore::task(const std::string &id)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = exclusive();
     const SqlResult result
         = run("SELECT id, user_id, status, result, error_message FROM tasks WHERE id = $1", {id});
     if (result.rows.empty())

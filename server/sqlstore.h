@@ -30,8 +30,8 @@ public:
     std::optional<UserRecord> findUserById(const std::string &id) override;
     void storeToken(const std::string &tokenDigest, const std::string &userId,
                     const std::string &kind, std::int64_t expiresAt) override;
-    std::optional<std::string> userForToken(const std::string &tokenDigest, const std::string &kind,
-                                            std::int64_t now) override;
+    std::optional<UserRecord> userForToken(const std::string &tokenDigest, const std::string &kind,
+                                           std::int64_t now) override;
     void pruneExpired(std::int64_t now) override;
     void storeSmsCode(const std::string &phone, const std::string &codeDigest, std::int64_t sentAt,
                       std::int64_t expiresAt) override;
@@ -64,10 +64,15 @@ protected:
     // one after the other.
     virtual void lockForMigration() { }
 
+    // True when all threads share one connection, whose statements must then take
+    // turns; otherwise each thread has a connection of its own.
+    virtual bool sharesOneConnection() const { return true; }
+
     // Creates or brings the schema up to date. Called by the subclass once connected.
     void migrate();
 
 private:
+    std::unique_lock<std::mutex> exclusive();
     template<typename Work> auto inTransaction(Work work);
     std::optional<UserRecord> findUser(const std::string &condition, const std::string &value);
 

@@ -65,8 +65,8 @@ public:
                             const std::string &kind, std::int64_t expiresAt)
         = 0;
     // The user of an unexpired token of the given kind.
-    virtual std::optional<std::string> userForToken(const std::string &tokenDigest,
-                                                    const std::string &kind, std::int64_t now)
+    virtual std::optional<UserRecord> userForToken(const std::string &tokenDigest,
+                                                   const std::string &kind, std::int64_t now)
         = 0;
     // Drops expired tokens and codes; they can never match again.
     virtual void pruneExpired(std::int64_t now) = 0;
