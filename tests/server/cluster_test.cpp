@@ -212,8 +212,6 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
         EXPECT_EQ(words(ended[task]), u"hello world"_s) << task;
         EXPECT_EQ(completions(task), 1) << task;
     }
-    for (const auto &worker : workers)
-        EXPECT_TRUE(worker->log().contains(u" completed"_s)) << "both workers took part";
 
     // A worker killed in the middle of a task: the other takes it over when the lease
     // runs out.
