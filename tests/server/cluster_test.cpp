@@ -201,7 +201,7 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
     ASSERT_FALSE(::testing::Test::HasFailure());
     signIn(0);
 
-    // Imports spread over both API nodes, recognised by both workers, each exactly once.
+    // Imports spread over both API nodes, recognised by the workers, each exactly once.
     std::vector<std::string> tasks;
     for (int i = 0; i < 40; ++i)
         tasks.push_back(upload(i % 2));
