@@ -71,7 +71,9 @@ public:
 
         // Some containers (raw WAV among them) leave the layout unspecified; assume the
         // usual one for the channel count so that the down-mix is defined.
-        AVChannelLayout inputLayout;
+        // Zeroed: copying into a layout first releases what it held, and stack garbage
+        // taken for a custom channel map would be freed.
+        AVChannelLayout inputLayout {};
         if (m_codec->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
             av_channel_layout_default(&inputLayout, m_codec->ch_layout.nb_channels);
         else

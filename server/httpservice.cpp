@@ -7,9 +7,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QUuid>
+#include <chrono>
 #include <cstdio>
-#include <fstream>
+#include <fcntl.h>
 #include <httplib.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace kavel::server {
 
@@ -23,6 +26,54 @@ constexpr std::int64_t smsCodeLifetime = 5 * 60;
 constexpr std::int64_t smsResendInterval = 60;
 constexpr int smsMaxAttempts = 5;
 constexpr size_t maxUploadBytes = size_t {2} << 30;
+// Everything but an upload is a small JSON object.
+constexpr size_t maxFormBytes = 64 << 10;
+// A request that waited this long for a thread is answered 503 at once: its client has
+// probably given up, and working through a backlog would keep the server deaf for
+// longer than the flood lasted.
+constexpr auto maxQueueWait = std::chrono::seconds(2);
+constexpr int listenBacklog = 1024;
+
+// When the connection now being handled on this thread was accepted, and whether its
+// first request is yet to be screened (later ones on a kept-alive connection did not
+// wait in the queue).
+thread_local std::chrono::steady_clock::time_point acceptedAt;
+thread_local bool firstRequest = false;
+
+// The library's pool, with each connection's time of arrival noted for screen().
+class TimedPool final : public httplib::TaskQueue
+{
+public:
+    explicit TimedPool(int threads)
+        : m_pool(static_cast<size_t>(threads))
+    { }
+    void enqueue(std::function<void()> work) override
+    {
+        m_pool.enqueue([work = std::move(work), at = std::chrono::steady_clock::now()] {
+            acceptedAt = at;
+            firstRequest = true;
+            work();
+        });
+    }
+    void shutdown() override { m_pool.shutdown(); }
+
+private:
+    httplib::ThreadPool m_pool;
+};
+
+void refuseEarly(httplib::Response &response, int status, const std::string &detail,
+                 std::optional<std::int64_t> retryAfter = std::nullopt)
+{
+    if (retryAfter)
+        response.set_header("Retry-After", std::to_string(*retryAfter));
+    // The body may still be on its way; closing is cheaper than reading it.
+    response.set_header("Connection", "close");
+    response.status = status;
+    response.set_content(QJsonDocument(QJsonObject {{u"detail"_s, QString::fromStdString(detail)}})
+                             .toJson(QJsonDocument::Compact)
+                             .toStdString(),
+                         "application/json");
+}
 
 void sendJson(httplib::Response &response, int status, const QJsonObject &body)
 {
@@ -69,13 +120,39 @@ std::string extensionOf(const std::string &fileName)
     return extension.empty() ? std::string() : "." + extension;
 }
 
+// Written under a temporary name and renamed, so that a worker on another machine never
+// reads half a file; readable by the service's own user only.
+bool storeUpload(const std::string &directory, const std::string &fileName,
+                 const std::string &content)
+{
+    const std::string final = directory + "/" + fileName;
+    const std::string partial = directory + "/." + fileName + ".part";
+    const int fd = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return false;
+    size_t written = 0;
+    while (written < content.size()) {
+        const ssize_t n = ::write(fd, content.data() + written, content.size() - written);
+        if (n <= 0)
+            break;
+        written += static_cast<size_t>(n);
+    }
+    const bool ok = written == content.size() && ::fsync(fd) == 0;
+    ::close(fd);
+    if (!ok || ::rename(partial.c_str(), final.c_str()) != 0) {
+        ::unlink(partial.c_str());
+        return false;
+    }
+    return true;
+}
+
 // Accounts are made by whoever runs the server; the page says how.
 constexpr const char *signUpPage = R"html(<!DOCTYPE html>
 <html lang="zh"><head><meta charset="utf-8"><title>Kavel 账户</title></head>
 <body>
 <h1>注册 Kavel 账户</h1>
 <p>这台 Kavel 服务的账户由管理员创建。请联系管理员，让其运行：</p>
-<pre>kavel-server add-user --db 数据库路径 --email 您的邮箱 --password 密码</pre>
+<pre>kavel-server add-user --database 数据库 --email 您的邮箱 --password 密码</pre>
 <p>Accounts on this Kavel service are created by its administrator with
 <code>kavel-server add-user</code>.</p>
 </body></html>
@@ -83,29 +160,54 @@ constexpr const char *signUpPage = R"html(<!DOCTYPE html>
 
 } // namespace
 
-HttpService::HttpService(Database &database, TranscriptionQueue &queue, SmsSender &sms,
-                         std::string uploadDirectory)
-    : m_database(database)
-    , m_queue(queue)
+HttpService::HttpService(Store &store, SmsSender &sms, HttpOptions options,
+                         std::function<void()> taskQueued)
+    : m_store(store)
     , m_sms(sms)
-    , m_uploadDirectory(std::move(uploadDirectory))
-    , m_server(std::make_unique<httplib::Server>())
+    , m_options(std::move(options))
+    , m_taskQueued(std::move(taskQueued))
+    , m_decoyHash(credentials::hashPassword(credentials::newToken()))
+    , m_signInsByAddress(30, std::chrono::seconds(60))
+    , m_signInsByAccount(10, std::chrono::seconds(60))
 {
-    m_server->new_task_queue = [] { return new httplib::ThreadPool(8); };
-    // An idle keep-alive connection occupies a pool thread until it times out; a short
-    // timeout keeps a handful of idle clients from starving everyone else.
+    if (!m_options.tlsCertificate.empty()) {
+        auto secure = std::make_unique<httplib::SSLServer>(m_options.tlsCertificate.c_str(),
+                                                           m_options.tlsKey.c_str());
+        if (!secure->is_valid())
+            throw std::runtime_error("cannot load the TLS certificate " + m_options.tlsCertificate
+                                     + " or its key " + m_options.tlsKey);
+        m_server = std::move(secure);
+    } else {
+        m_server = std::make_unique<httplib::Server>();
+    }
+    m_server->new_task_queue = [threads = m_options.threads] { return new TimedPool(threads); };
+    // An idle keep-alive connection occupies a pool thread until it times out, and so
+    // does a client that sends its request a byte at a time; short timeouts keep a
+    // handful of such clients from starving everyone else.
     m_server->set_keep_alive_timeout(2);
+    m_server->set_read_timeout(5);
+    m_server->set_write_timeout(10);
     m_server->set_payload_max_length(maxUploadBytes);
+    // The library listens with a backlog of 5, too few for a burst of clients; the
+    // socket is noted here and given a longer queue once bound.
+    m_server->set_socket_options([this](int socket) {
+        m_listeningSocket = socket;
+        const int yes = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     routes();
 }
 
 HttpService::~HttpService() = default;
 
-int HttpService::bind(int port)
+int HttpService::bind(const std::string &address, int port)
 {
-    if (port == 0)
-        return m_server->bind_to_any_port("127.0.0.1");
-    return m_server->bind_to_port("127.0.0.1", port) ? port : -1;
+    const int bound = port == 0 ? m_server->bind_to_any_port(address)
+                                : (m_server->bind_to_port(address, port) ? port : -1);
+    // Listening again on a listening socket only changes its backlog.
+    if (bound > 0 && m_listeningSocket >= 0)
+        ::listen(m_listeningSocket, listenBacklog);
+    return bound;
 }
 
 bool HttpService::run()
@@ -135,6 +237,11 @@ void HttpService::routes()
         response.set_content(signUpPage, "text/html; charset=utf-8");
     });
 
+    m_server->set_pre_routing_handler([this](const Request &request, Response &response) {
+        return screen(request, response) ? httplib::Server::HandlerResponse::Handled
+                                         : httplib::Server::HandlerResponse::Unhandled;
+    });
+
     m_server->set_exception_handler([](const Request &, Response &response, std::exception_ptr e) {
         std::string what = "unknown error";
         try {
@@ -150,16 +257,56 @@ void HttpService::routes()
     });
 }
 
+bool HttpService::screen(const httplib::Request &request, httplib::Response &response)
+{
+    const bool waitedTooLong
+        = firstRequest && std::chrono::steady_clock::now() - acceptedAt > maxQueueWait;
+    firstRequest = false;
+    if (waitedTooLong) {
+        refuseEarly(response, 503, "The server is busy; try again shortly", 1);
+        return true;
+    }
+    if (request.method != "POST")
+        return false;
+    const bool upload = request.path == "/api/media/transcribe";
+    const bool chunked
+        = request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos;
+    const std::string declared = request.get_header_value("Content-Length");
+    const size_t length = declared.empty() ? 0 : std::strtoull(declared.c_str(), nullptr, 10);
+    if (upload) {
+        // A stranger's upload is refused before a byte of it is read.
+        if (!authenticate(request, response)) {
+            response.set_header("Connection", "close");
+            return true;
+        }
+        if (length > maxUploadBytes) {
+            refuseEarly(response, 413, "The upload is larger than 2 GiB");
+            return true;
+        }
+        return false;
+    }
+    if (chunked || length > maxFormBytes) {
+        refuseEarly(response, 413, "The request body is too large");
+        return true;
+    }
+    if (request.path == "/api/auth/login" || request.path == "/api/auth/sms-code") {
+        if (auto wait = m_signInsByAddress.admit(request.remote_addr)) {
+            refuseEarly(response, 429, "Too many sign-in attempts; try again later", wait);
+            return true;
+        }
+    }
+    return false;
+}
+
 std::optional<UserRecord> HttpService::authenticate(const httplib::Request &request,
                                                     httplib::Response &response)
 {
     const std::string header = request.get_header_value("Authorization");
     const std::string prefix = "Bearer ";
-    std::optional<std::string> userId;
+    std::optional<UserRecord> user;
     if (header.size() > prefix.size() && header.compare(0, prefix.size(), prefix) == 0)
-        userId = m_database.userForToken(credentials::digest(header.substr(prefix.size())),
-                                         "access", unixNow());
-    std::optional<UserRecord> user = userId ? m_database.findUserById(*userId) : std::nullopt;
+        user = m_store.userForToken(credentials::digest(header.substr(prefix.size())), "access",
+                                    unixNow());
     if (!user) {
         response.set_header("WWW-Authenticate", "Bearer");
         sendDetail(response, 401,
@@ -177,15 +324,15 @@ void HttpService::sendSmsCode(const httplib::Request &request, httplib::Response
     // Known and unknown numbers get the same answers, the same resend limit and the same
     // work, so the service cannot be asked who has an account; only a known number is
     // actually texted.
-    const bool known = m_database.findUserByPhone(*phone).has_value();
+    const bool known = m_store.findUserByPhone(*phone).has_value();
     const std::int64_t now = unixNow();
-    if (auto sentAt = m_database.lastSmsCodeSentAt(*phone);
+    if (auto sentAt = m_store.lastSmsCodeSentAt(*phone);
         sentAt && now - *sentAt < smsResendInterval)
         return sendDetail(response, 429, "A code was sent less than a minute ago");
 
     const std::string code = credentials::newNumericCode(6);
-    m_database.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
-                            now + smsCodeLifetime);
+    m_store.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
+                         now + smsCodeLifetime);
     if (known)
         m_sms.send(*phone, code);
     sendJson(response, 200, QJsonObject {{u"success"_s, true}});
@@ -197,17 +344,28 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     if (!body)
         return sendDetail(response, 422, "Expected a JSON object");
     std::optional<UserRecord> user;
-    if (auto account = stringField(*body, "email")) {
+    const auto account = stringField(*body, "email");
+    const auto phoneNumber = account ? std::nullopt : stringField(*body, "phone");
+    if (account || phoneNumber) {
+        if (auto wait = m_signInsByAccount.admit(account ? *account : *phoneNumber)) {
+            response.set_header("Retry-After", std::to_string(*wait));
+            return sendDetail(response, 429, "Too many sign-in attempts; try again later");
+        }
+    }
+    if (account) {
         const auto password = stringField(*body, "password");
-        user = m_database.findUserByAccount(*account);
-        if (!password || !user || !credentials::verifyPassword(user->passwordHash, *password))
+        user = m_store.findUserByAccount(*account);
+        // Unknown accounts are checked against the decoy, which never matches.
+        const bool matches = credentials::verifyPassword(user ? user->passwordHash : m_decoyHash,
+                                                         password.value_or(std::string()));
+        if (!password || !user || !matches)
             return sendDetail(response, 401, "Incorrect account or password");
-    } else if (auto phone = stringField(*body, "phone")) {
+    } else if (auto phone = phoneNumber) {
         const auto code = stringField(*body, "code");
         const bool valid = code
-            && m_database.consumeSmsCode(*phone, credentials::digest(*phone + ":" + *code),
-                                         unixNow(), smsMaxAttempts);
-        user = valid ? m_database.findUserByPhone(*phone) : std::nullopt;
+            && m_store.consumeSmsCode(*phone, credentials::digest(*phone + ":" + *code), unixNow(),
+                                      smsMaxAttempts);
+        user = valid ? m_store.findUserByPhone(*phone) : std::nullopt;
         if (!user)
             return sendDetail(response, 401, "Incorrect or expired code");
     } else {
@@ -217,11 +375,11 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     const std::string accessToken = credentials::newToken();
     const std::string refreshToken = credentials::newToken();
     const std::int64_t now = unixNow();
-    m_database.pruneExpired(now);
-    m_database.storeToken(credentials::digest(accessToken), user->id, "access",
-                          now + accessTokenLifetime);
-    m_database.storeToken(credentials::digest(refreshToken), user->id, "refresh",
-                          now + refreshTokenLifetime);
+    m_store.pruneExpired(now);
+    m_store.storeToken(credentials::digest(accessToken), user->id, "access",
+                       now + accessTokenLifetime);
+    m_store.storeToken(credentials::digest(refreshToken), user->id, "refresh",
+                       now + refreshTokenLifetime);
     sendJson(response, 200,
              QJsonObject {{u"access_token"_s, QString::fromStdString(accessToken)},
                           {u"refresh_token"_s, QString::fromStdString(refreshToken)},
@@ -259,15 +417,17 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     const std::string taskId = QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
     // The decoder recognises most formats by their content, but the extension helps it
     // with raw streams such as ADTS AAC.
-    const std::string path = m_uploadDirectory + "/" + taskId + extensionOf(file.filename);
-    {
-        std::ofstream out(path, std::ios::binary);
-        out.write(file.content.data(), static_cast<std::streamsize>(file.content.size()));
-        if (!out.good())
-            return sendDetail(response, 500, "Cannot store the upload");
+    const std::string fileName = taskId + extensionOf(file.filename);
+    if (!storeUpload(m_options.uploadDirectory, fileName, file.content))
+        return sendDetail(response, 500, "Cannot store the upload");
+    try {
+        m_store.createTask(taskId, user->id, fileName, unixNow());
+    } catch (...) {
+        std::remove((m_options.uploadDirectory + "/" + fileName).c_str());
+        throw;
     }
-    m_database.createTask(taskId, user->id, unixNow());
-    m_queue.enqueue(taskId, path);
+    if (m_taskQueued)
+        m_taskQueued();
     logLine("task " + taskId + " queued: " + file.filename + ", "
             + std::to_string(file.content.size()) + " bytes");
     sendJson(
@@ -281,7 +441,7 @@ void HttpService::poll(const httplib::Request &request, httplib::Response &respo
     if (!user)
         return;
     const std::string taskId = request.matches[1];
-    const auto task = m_database.task(taskId);
+    const auto task = m_store.task(taskId);
     // Someone else's task is as unknown to this user as one that never existed.
     if (!task || task->userId != user->id)
         return sendDetail(response, 404, "Task not found");

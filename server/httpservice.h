@@ -1,9 +1,10 @@
 #pragma once
 
-#include "database.h"
+#include "ratelimiter.h"
 #include "smssender.h"
-#include "transcriptionqueue.h"
+#include "store.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -17,21 +18,36 @@ namespace kavel::server {
 
 // The HTTP face of the service: sign-in under /api/auth, recognition under /api/media.
 // Replies are JSON with snake_case keys; failures carry {"detail": reason}.
+struct HttpOptions
+{
+    std::string uploadDirectory;
+    // Serve HTTPS with this certificate chain and private key (PEM files) when both are
+    // given.
+    std::string tlsCertificate;
+    std::string tlsKey;
+    int threads = 16;
+};
+
 class HttpService
 {
 public:
-    HttpService(Database &database, TranscriptionQueue &queue, SmsSender &sms,
-                std::string uploadDirectory);
+    // `taskQueued` is called after each upload has become a task, to wake the workers of
+    // this process if it has any.
+    // Throws std::runtime_error when the TLS certificate or key cannot be loaded.
+    HttpService(Store &store, SmsSender &sms, HttpOptions options,
+                std::function<void()> taskQueued);
     ~HttpService();
 
-    // Binds to 127.0.0.1; port 0 picks a free one. Returns the bound port, or -1.
-    int bind(int port);
+    // Port 0 picks a free one. Returns the bound port, or -1.
+    int bind(const std::string &address, int port);
     // Serves until stop() is called from another thread.
     bool run();
     void stop();
 
 private:
     void routes();
+    // Decides what can be decided from the headers alone, before any body is read.
+    bool screen(const httplib::Request &request, httplib::Response &response);
     std::optional<UserRecord> authenticate(const httplib::Request &request,
                                            httplib::Response &response);
     void sendSmsCode(const httplib::Request &request, httplib::Response &response);
@@ -40,10 +56,16 @@ private:
     void upload(const httplib::Request &request, httplib::Response &response);
     void poll(const httplib::Request &request, httplib::Response &response);
 
-    Database &m_database;
-    TranscriptionQueue &m_queue;
+    Store &m_store;
     SmsSender &m_sms;
-    std::string m_uploadDirectory;
+    HttpOptions m_options;
+    std::function<void()> m_taskQueued;
+    // What an unknown account's password is checked against, so that it costs as much
+    // as a known one's and the time of the answer does not tell them apart.
+    std::string m_decoyHash;
+    RateLimiter m_signInsByAddress;
+    RateLimiter m_signInsByAccount;
+    int m_listeningSocket = -1;
     std::unique_ptr<httplib::Server> m_server;
 };
 

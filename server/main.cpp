@@ -1,26 +1,27 @@
 // kavel-server: the sign-in and speech-recognition service the Kavel client talks to.
-//
-//   kavel-server serve [--port N] [--db PATH] [--uploads DIR] [--model DIR]
-//   kavel-server add-user --db PATH (--email ADDRESS | --phone NUMBER) [--email …]
-//                         [--phone …] [--nickname NAME] --password PASSWORD
+// One program for every role: `serve` answers requests (and recognises, unless told to
+// leave that to `worker` processes), `worker` only recognises, `add-user` makes accounts.
 
+#include "commandrecognizer.h"
 #include "credentials.h"
-#include "database.h"
 #include "httpservice.h"
+#include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
+#include "recognitionworkers.h"
 #include "serverlog.h"
 #include "smssender.h"
-#include "transcriptionqueue.h"
+#include "store.h"
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <map>
 #include <optional>
 #include <pthread.h>
+#include <set>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 
 namespace {
@@ -29,39 +30,65 @@ using namespace kavel::server;
 
 constexpr int defaultPort = 8417;
 constexpr const char *defaultModel = "/usr/share/pocketsphinx/model/en-us";
+constexpr const char *defaultDatabase = "kavel-server.db";
 
 int usage()
 {
-    std::cerr << "usage:\n"
-                 "  kavel-server serve [--port N] [--db PATH] [--uploads DIR] [--model DIR]\n"
-                 "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
-                 "  kavel-server add-user --db PATH [--email ADDRESS] [--phone NUMBER]\n"
-                 "                        [--nickname NAME] --password PASSWORD\n";
+    std::cerr
+        << "usage:\n"
+           "  kavel-server serve [--port N] [--bind ADDRESS] [--tls-cert FILE --tls-key FILE]\n"
+           "                     [--insecure] [--database PATH|URL] [--uploads DIR]\n"
+           "                     [--workers N] [--lease SECONDS] [RECOGNIZER]\n"
+           "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
+           "      --workers 0 answers requests only and leaves recognition to workers.\n"
+           "      Plain HTTP off the loopback address needs --insecure.\n"
+           "  kavel-server worker --database PATH|URL --uploads DIR [--workers N]\n"
+           "                      [--lease SECONDS] [RECOGNIZER]\n"
+           "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
+           "                        [--nickname NAME] --password PASSWORD\n"
+           "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
+           "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch,\n"
+           "  and [--recognition-threads N] (default: one per core) to recognise the\n"
+           "  stretches of one recording at once.\n"
+           "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
+           "  --database PATH.\n";
     return 2;
 }
 
-// "--key value" pairs after the command; nullopt when an option lacks its value or is
-// not one of `known`.
-std::optional<std::map<std::string, std::string>>
-parseOptions(int argc, char **argv, std::initializer_list<const char *> known)
+using Options = std::map<std::string, std::string>;
+
+// Options that stand alone; the others take a value.
+const std::set<std::string> flags {"--insecure"};
+
+// "--key value" pairs and flags after the command; nullopt when an option lacks its
+// value or is not one of `known`. "--db" is the old name of "--database".
+std::optional<Options> parseOptions(int argc, char **argv, const std::set<std::string> &known)
 {
-    std::map<std::string, std::string> options;
-    for (int i = 2; i < argc; i += 2) {
-        const std::string key = argv[i];
-        bool isKnown = false;
-        for (const char *name : known)
-            isKnown = isKnown || key == name;
-        if (!isKnown || i + 1 >= argc) {
-            std::cerr << "kavel-server: unexpected argument " << key << "\n";
+    Options options;
+    for (int i = 2; i < argc; ++i) {
+        std::string key = argv[i];
+        if (key == "--db")
+            key = "--database";
+        if (known.contains(key) && flags.contains(key)) {
+            options[key] = "yes";
+            continue;
+        }
+        if (!known.contains(key) || i + 1 >= argc) {
+            std::cerr << "kavel-server: unexpected argument " << argv[i] << "\n";
             return std::nullopt;
         }
-        options[key] = argv[i + 1];
+        options[key] = argv[++i];
     }
     return options;
 }
 
-std::optional<std::string> option(const std::map<std::string, std::string> &options,
-                                  const std::string &key)
+// Plain HTTP is only for the machine itself.
+bool isLoopback(const std::string &address)
+{
+    return address == "localhost" || address == "::1" || address.rfind("127.", 0) == 0;
+}
+
+std::optional<std::string> option(const Options &options, const std::string &key)
 {
     const auto it = options.find(key);
     if (it == options.end() || it->second.empty())
@@ -69,82 +96,185 @@ std::optional<std::string> option(const std::map<std::string, std::string> &opti
     return it->second;
 }
 
+// A whole number in [low, high], or nullopt with a message.
+std::optional<int> numberOption(const Options &options, const std::string &key, int fallback,
+                                int low, int high)
+{
+    const auto text = option(options, key);
+    if (!text)
+        return fallback;
+    char *end = nullptr;
+    const long value = std::strtol(text->c_str(), &end, 10);
+    if (*end != '\0' || value < low || value > high) {
+        std::cerr << "kavel-server: " << key << " takes a number from " << low << " to " << high
+                  << "\n";
+        return std::nullopt;
+    }
+    return static_cast<int>(value);
+}
+
+bool isUrl(const std::string &database)
+{
+    return database.find("://") != std::string::npos;
+}
+
 int addUser(int argc, char **argv)
 {
-    const auto options
-        = parseOptions(argc, argv, {"--db", "--email", "--phone", "--nickname", "--password"});
+    const auto options = parseOptions(
+        argc, argv, {"--database", "--email", "--phone", "--nickname", "--password"});
     if (!options)
         return usage();
-    const auto db = option(*options, "--db");
+    const auto database = option(*options, "--database");
     const auto email = option(*options, "--email");
     const auto phone = option(*options, "--phone");
     const auto password = option(*options, "--password");
-    if (!db || (!email && !phone) || !password)
+    if (!database || (!email && !phone) || !password)
         return usage();
-    Database database(*db);
-    if ((email && database.findUserByAccount(*email))
-        || (phone && database.findUserByAccount(*phone))) {
+    const auto store = openStore(*database);
+    if ((email && store->findUserByAccount(*email))
+        || (phone && store->findUserByAccount(*phone))) {
         std::cerr << "kavel-server: a user with this e-mail address or phone number exists\n";
         return 1;
     }
-    const UserRecord user = database.addUser(email, phone, option(*options, "--nickname"),
-                                             credentials::hashPassword(*password));
+    const UserRecord user = store->addUser(email, phone, option(*options, "--nickname"),
+                                           credentials::hashPassword(*password));
     std::cout << user.id << std::endl;
     return 0;
 }
 
-// Uploads left behind by a server that did not stop cleanly belong to tasks that are
-// marked failed at start; nothing reads them again. Only files named like a task are
-// touched, in case the folder is shared with something else.
-void removeLeftoverUploads(const std::filesystem::path &folder)
+// Termination requests are taken by one thread with sigwait; they are blocked everywhere
+// else, including the threads started after this.
+sigset_t blockTerminationSignals()
 {
-    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-        const std::string stem = entry.path().stem().string();
-        const bool taskName = stem.size() == 36 && stem[8] == '-' && stem[13] == '-'
-            && stem.find_first_not_of("0123456789abcdefABCDEF-") == std::string::npos;
-        if (entry.is_regular_file() && taskName)
-            std::filesystem::remove(entry.path());
-    }
-}
-
-int serve(int argc, char **argv)
-{
-    const auto options = parseOptions(argc, argv, {"--port", "--db", "--uploads", "--model"});
-    if (!options)
-        return usage();
-    const int port
-        = std::atoi(option(*options, "--port").value_or(std::to_string(defaultPort)).c_str());
-    const std::string dbPath = option(*options, "--db").value_or("kavel-server.db");
-    const std::string uploads = option(*options, "--uploads").value_or(dbPath + ".uploads");
-    const std::string model = option(*options, "--model").value_or(defaultModel);
-    if (port < 0 || port > 65535)
-        return usage();
-
-    // Termination requests are taken by one thread with sigwait, which may then stop
-    // the server like any other thread; they are blocked everywhere else.
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
 
-    std::filesystem::create_directories(uploads);
-    removeLeftoverUploads(uploads);
-    Database database(dbPath);
-    database.pruneExpired(unixNow());
-    if (const int interrupted
-        = database.failUnfinishedTasks("The server restarted before the task finished"))
-        logLine(std::to_string(interrupted) + " unfinished tasks marked failed");
-    TranscriptionQueue queue(database,
-                             [model] { return std::make_unique<PocketSphinxRecognizer>(model); });
+struct WorkerSetup
+{
+    WorkerOptions options;
+    std::string model;
+    std::optional<std::string> command;
+    std::chrono::seconds commandTimeLimit {};
+    int recognitionThreads = 1;
+};
+
+const std::set<std::string> workerOptionNames {
+    "--database",           "--uploads",           "--model", "--workers", "--lease",
+    "--recognizer-command", "--recognizer-timeout"};
+
+std::optional<WorkerSetup> workerSetup(const Options &options, const std::string &uploads,
+                                       int defaultThreads)
+{
+    const auto threads = numberOption(options, "--workers", defaultThreads, 0, 256);
+    const auto lease = numberOption(options, "--lease", 30, 1, 3600);
+    const auto timeLimit = numberOption(options, "--recognizer-timeout", 600, 1, 86400);
+    const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    const auto recognitionThreads = numberOption(options, "--recognition-threads", cores, 1, 256);
+    if (!threads || !lease || !timeLimit || !recognitionThreads)
+        return std::nullopt;
+    WorkerSetup setup;
+    setup.options.uploadDirectory = uploads;
+    setup.options.threads = *threads;
+    setup.options.lease = std::chrono::seconds(*lease);
+    setup.model = option(options, "--model").value_or(defaultModel);
+    setup.command = option(options, "--recognizer-command");
+    setup.commandTimeLimit = std::chrono::seconds(*timeLimit);
+    setup.recognitionThreads = *recognitionThreads;
+    return setup;
+}
+
+std::unique_ptr<RecognitionWorkers> startWorkers(Store &store, const WorkerSetup &setup)
+{
+    if (setup.options.threads == 0)
+        return nullptr;
+    RecognitionWorkers::RecognizerFactory factory;
+    if (setup.command) {
+        factory = [command = *setup.command, limit = setup.commandTimeLimit] {
+            return std::make_unique<CommandRecognizer>(command, limit);
+        };
+    } else {
+        factory = [model = setup.model] { return std::make_unique<PocketSphinxRecognizer>(model); };
+    }
+    // Each task's stretches are spread over the machine's cores.
+    return std::make_unique<RecognitionWorkers>(
+        store,
+        [factory, threads = setup.recognitionThreads]() -> std::unique_ptr<SpeechRecognizer> {
+            if (threads == 1)
+                return factory();
+            return std::make_unique<ParallelRecognizer>(factory, threads);
+        },
+        setup.options);
+}
+
+// The upload folder a database implies when none is named: next to a SQLite file. A
+// PostgreSQL deployment spans machines, so its folder must be named on every node.
+std::optional<std::string> uploadFolder(const Options &options, const std::string &database)
+{
+    if (auto named = option(options, "--uploads"))
+        return named;
+    if (isUrl(database)) {
+        std::cerr << "kavel-server: --uploads is required with a PostgreSQL database: name a "
+                     "folder every node can read\n";
+        return std::nullopt;
+    }
+    return database + ".uploads";
+}
+
+int serve(int argc, char **argv)
+{
+    std::set<std::string> names = workerOptionNames;
+    names.insert({"--port", "--bind", "--tls-cert", "--tls-key", "--insecure"});
+    const auto options = parseOptions(argc, argv, names);
+    if (!options)
+        return usage();
+    const auto port = numberOption(*options, "--port", defaultPort, 0, 65535);
+    const std::string address = option(*options, "--bind").value_or("127.0.0.1");
+    HttpOptions http;
+    http.tlsCertificate = option(*options, "--tls-cert").value_or("");
+    http.tlsKey = option(*options, "--tls-key").value_or("");
+    if (http.tlsCertificate.empty() != http.tlsKey.empty()) {
+        std::cerr << "kavel-server: --tls-cert and --tls-key go together\n";
+        return 2;
+    }
+    const bool tls = !http.tlsCertificate.empty();
+    if (!tls && !isLoopback(address) && !options->contains("--insecure")) {
+        std::cerr << "kavel-server: refusing to serve plain HTTP on " << address
+                  << ": give --tls-cert and --tls-key, or --insecure\n";
+        return 2;
+    }
+    const std::string database = option(*options, "--database").value_or(defaultDatabase);
+    const auto uploads = uploadFolder(*options, database);
+    const auto setup = uploads ? workerSetup(*options, *uploads, 1) : std::nullopt;
+    if (!port || !setup)
+        return usage();
+
+    const sigset_t signals = blockTerminationSignals();
+    std::filesystem::create_directories(*uploads);
+    ::chmod(uploads->c_str(), 0700);
+    const auto store = openStore(database);
+    store->pruneExpired(unixNow());
+    // Started once the address is bound, so that a server that cannot start says only
+    // why.
+    std::unique_ptr<RecognitionWorkers> workers;
     LogSmsSender sms;
-    HttpService service(database, queue, sms, uploads);
-    const int bound = service.bind(port);
+    http.uploadDirectory = *uploads;
+    HttpService service(*store, sms, http, [&workers] {
+        if (workers)
+            workers->wake();
+    });
+    const int bound = service.bind(address, *port);
     if (bound < 0) {
-        logLine("cannot listen on 127.0.0.1:" + std::to_string(port));
+        logLine("cannot listen on " + address + ":" + std::to_string(*port));
         return 1;
     }
-    logLine("listening on http://127.0.0.1:" + std::to_string(bound));
+    logLine(std::string("listening on ") + (tls ? "https" : "http") + "://" + address + ":"
+            + std::to_string(bound));
+    workers = startWorkers(*store, *setup);
 
     std::thread signalWaiter([&service, signals] {
         int received = 0;
@@ -159,6 +289,29 @@ int serve(int argc, char **argv)
     return ok ? 0 : 1;
 }
 
+int worker(int argc, char **argv)
+{
+    const auto options = parseOptions(argc, argv, workerOptionNames);
+    if (!options)
+        return usage();
+    const auto database = option(*options, "--database");
+    if (!database)
+        return usage();
+    const auto uploads = uploadFolder(*options, *database);
+    const auto setup = uploads ? workerSetup(*options, *uploads, 1) : std::nullopt;
+    if (!setup || setup->options.threads == 0)
+        return usage();
+
+    const sigset_t signals = blockTerminationSignals();
+    const auto store = openStore(*database);
+    const auto workers = startWorkers(*store, *setup);
+    logLine("worker started with " + std::to_string(setup->options.threads) + " threads");
+    int received = 0;
+    sigwait(&signals, &received);
+    logLine("stopping on signal " + std::to_string(received));
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -170,6 +323,8 @@ int main(int argc, char **argv)
         const std::string command = argv[1];
         if (command == "serve")
             return serve(argc, argv);
+        if (command == "worker")
+            return worker(argc, argv);
         if (command == "add-user")
             return addUser(argc, argv);
     } catch (const std::exception &error) {

@@ -1,7 +1,5 @@
 #include "pocketsphinxrecognizer.h"
 
-#include <algorithm>
-#include <array>
 #include <pocketsphinx.h>
 
 namespace kavel::server {
@@ -10,43 +8,6 @@ namespace {
 
 constexpr double framesPerSecond = 100.0;
 constexpr size_t samplesPerSecond = 16000;
-constexpr size_t stretchTarget = 30 * samplesPerSecond;
-constexpr size_t cutSearchRadius = 5 * samplesPerSecond;
-constexpr size_t quietWindow = samplesPerSecond / 10;
-constexpr size_t quietStep = samplesPerSecond / 100;
-
-// Boundaries of the stretches to decode: 0, the cut points, the end.
-std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples)
-{
-    std::vector<size_t> boundaries {0};
-    size_t position = 0;
-    while (samples.size() - position > stretchTarget + cutSearchRadius) {
-        const size_t from = position + stretchTarget - cutSearchRadius;
-        const size_t to = position + stretchTarget + cutSearchRadius;
-        size_t quietest = from;
-        double lowestEnergy = -1.0;
-        for (size_t start = from; start + quietWindow <= to; start += quietStep) {
-            double energy = 0.0;
-            for (size_t i = start; i < start + quietWindow; ++i)
-                energy += static_cast<double>(samples[i]) * samples[i];
-            if (lowestEnergy < 0.0 || energy < lowestEnergy) {
-                lowestEnergy = energy;
-                quietest = start;
-            }
-        }
-        position = quietest + quietWindow / 2;
-        boundaries.push_back(position);
-    }
-    boundaries.push_back(samples.size());
-    return boundaries;
-}
-
-bool isHesitation(const std::string &word)
-{
-    static constexpr std::array<std::string_view, 9> hesitations {"ah", "er", "hm",  "hmm", "huh",
-                                                                  "mm", "uh", "uhm", "um"};
-    return std::find(hesitations.begin(), hesitations.end(), word) != hesitations.end();
-}
 
 } // namespace
 

@@ -49,4 +49,12 @@ public:
         = 0;
 };
 
+// Where long audio is cut into stretches that are recognised one at a time: 0, the cut
+// points, the end. Cuts fall at the quietest moment near every half minute, so that no
+// word is split and a recogniser's work per stretch stays bounded.
+std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples);
+
+// "um", "uh" and the like, which the editor offers to cut.
+bool isHesitation(const std::string &word);
+
 } // namespace kavel::server

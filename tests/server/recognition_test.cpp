@@ -123,7 +123,7 @@ TEST_F(Recognition, LongRecordingKeepsItsTimesAcrossDecodingStretches)
     }
 }
 
-TEST(RecognitionAcrossRestarts, UnfinishedTasksReportFailureAfterTheServerComesBack)
+TEST(RecognitionAcrossRestarts, UnfinishedTasksResumeWhenTheServerComesBack)
 {
     ServerProcess server;
     ASSERT_TRUE(server.addUser(u"r@example.com"_s, {}, u"pw"_s));
@@ -133,7 +133,7 @@ TEST(RecognitionAcrossRestarts, UnfinishedTasksReportFailureAfterTheServerComesB
     const QString speech = dir.filePath(u"speech.wav"_s);
     const QString recording = dir.filePath(u"long.wav"_s);
     ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech}));
-    ASSERT_TRUE(ffmpeg({u"-i"_s, speech, u"-af"_s, u"apad=whole_dur=60"_s, recording}));
+    ASSERT_TRUE(ffmpeg({u"-i"_s, speech, u"-af"_s, u"apad=whole_dur=40"_s, recording}));
 
     auto client = std::make_unique<APIClient>(server.apiBaseUrl(), SessionTimeouts {}, LogSink {});
     const AuthTokens tokens
@@ -146,18 +146,19 @@ TEST(RecognitionAcrossRestarts, UnfinishedTasksReportFailureAfterTheServerComesB
     const QString second = runTask(client->transcribe(recording)).get().taskId;
     ASSERT_TRUE(server.waitForLog(QRegularExpression(u"task "_s + second + u" queued"_s)));
 
-    // Stopping abandons the queued work instead of finishing it first (checked below by
-    // the second task's state; how fast the stop is depends on the machine's load).
+    // Stopping gives the work in hand back to the queue instead of finishing it first.
     server.stop();
-
     ASSERT_TRUE(server.start(&error)) << error.toStdString();
-    // Sessions survive the restart with the database.
+    // Sessions and tasks survive the restart with the database.
     client = std::make_unique<APIClient>(server.apiBaseUrl(), SessionTimeouts {}, LogSink {});
     client->setAccessToken(tokens.accessToken);
-    const TranscriptionResult abandoned = runTask(client->getTranscriptionResult(second)).get();
-    EXPECT_TRUE(abandoned.isFailed()) << abandoned.status.toStdString();
-    EXPECT_TRUE(abandoned.errorMessage && !abandoned.errorMessage->isEmpty());
-    // The first may have finished before the stop reached it; it must not hang as running.
-    const TranscriptionResult inHand = runTask(client->getTranscriptionResult(first)).get();
-    EXPECT_TRUE(inHand.isFailed() || inHand.isCompleted()) << inHand.status.toStdString();
+    for (const QString &task : {first, second}) {
+        TranscriptionResult result;
+        for (int poll = 0; poll < 600 && !result.isCompleted() && !result.isFailed(); ++poll) {
+            result = runTask(client->getTranscriptionResult(task)).get();
+            QTest::qWait(200);
+        }
+        EXPECT_TRUE(result.isCompleted())
+            << result.errorMessage.value_or(result.status).toStdString();
+    }
 }

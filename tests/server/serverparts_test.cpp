@@ -1,10 +1,13 @@
 #include "audiodecoder.h"
+#include "commandrecognizer.h"
 #include "credentials.h"
-#include "database.h"
 #include "mediatools.h"
+#include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
-#include "transcriptionqueue.h"
+#include "recognitionworkers.h"
+#include "store.h"
 
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -44,46 +47,6 @@ TEST(Credentials, PasswordsAndTokensAreNeverStoredAsGiven)
     const std::string code = credentials::newNumericCode(6);
     EXPECT_EQ(code.size(), 6u);
     EXPECT_EQ(code.find_first_not_of("0123456789"), std::string::npos);
-}
-
-TEST(Database, TokensAndCodesExpireAndCodesAreSpentOnce)
-{
-    credentials::initialise();
-    QTemporaryDir dir;
-    Database db(path(dir, "k.db"));
-    const UserRecord user = db.addUser("a@b.c", "138", std::nullopt, "hash");
-    EXPECT_THROW(db.addUser("a@b.c", std::nullopt, std::nullopt, "hash"), DatabaseError);
-    EXPECT_EQ(db.findUserByAccount("138")->id, user.id);
-    EXPECT_EQ(db.findUserByAccount("a@b.c")->id, user.id);
-    EXPECT_FALSE(db.findUserByAccount("nobody"));
-
-    db.storeToken("live", user.id, "access", 1000);
-    EXPECT_EQ(db.userForToken("live", "access", 999), user.id);
-    EXPECT_FALSE(db.userForToken("live", "access", 1000)) << "expired";
-    EXPECT_FALSE(db.userForToken("live", "refresh", 999)) << "wrong kind";
-
-    db.storeSmsCode("138", "right", 100, 400);
-    EXPECT_EQ(db.lastSmsCodeSentAt("138"), 100);
-    EXPECT_FALSE(db.consumeSmsCode("138", "wrong", 200, 3));
-    EXPECT_TRUE(db.consumeSmsCode("138", "right", 200, 3));
-    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "spent";
-
-    db.storeSmsCode("138", "right", 100, 400);
-    EXPECT_FALSE(db.consumeSmsCode("138", "right", 400, 3)) << "expired";
-
-    db.storeSmsCode("138", "right", 100, 400);
-    for (int attempt = 0; attempt < 3; ++attempt)
-        EXPECT_FALSE(db.consumeSmsCode("138", "guess", 200, 3));
-    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "too many guesses";
-
-    db.createTask("t1", user.id, 1);
-    db.createTask("t2", user.id, 1);
-    db.completeTask("t2", "[]");
-    EXPECT_EQ(db.failUnfinishedTasks("restarted"), 1);
-    EXPECT_EQ(db.task("t1")->status, "failed");
-    EXPECT_EQ(db.task("t1")->errorMessage, "restarted");
-    EXPECT_EQ(db.task("t2")->status, "completed");
-    EXPECT_FALSE(db.task("t3"));
 }
 
 TEST(RecognizedWords, BecomeParagraphsSplitAtLongPauses)
@@ -159,4 +122,135 @@ TEST(AudioDecoding, AnyCommonFormatBecomes16kHzMono)
     file.close();
     EXPECT_THROW(decodeAudioForRecognition(garbage.toStdString()), AudioDecodeError);
     EXPECT_THROW(decodeAudioForRecognition(path(dir, "absent.wav")), AudioDecodeError);
+}
+
+namespace {
+
+// A recognizer command written as a shell script in `dir`.
+std::string script(const QTemporaryDir &dir, const char *name, const std::string &body)
+{
+    const std::string file = path(dir, name);
+    QFile out(QString::fromStdString(file));
+    EXPECT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(QByteArray::fromStdString("#!/bin/sh\n" + body + "\n"));
+    out.close();
+    out.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return file;
+}
+
+} // namespace
+
+namespace {
+
+// Names the WAV file's size and format, so a test sees what the command was given.
+std::string describingCommand(const QTemporaryDir &dir)
+{
+    return script(
+        dir, "bytes.sh",
+        R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5}]}' \
+             "$(stat -c %s "$1")-$(head -c 4 "$1")-$(od -An -tu4 -j24 -N4 "$1" | tr -d ' ')")sh");
+}
+
+// 70 s of a quiet hum with silence around 30 s and 60 s: three stretches.
+std::vector<std::int16_t> humWithPauses()
+{
+    std::vector<std::int16_t> samples(70 * 16000);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const double second = static_cast<double>(i) / 16000.0;
+        const bool silent = std::abs(second - 30.0) < 0.3 || std::abs(second - 60.0) < 0.3;
+        samples[i] = silent ? 0 : static_cast<std::int16_t>(1000.0 * std::sin(i * 0.05));
+    }
+    return samples;
+}
+
+} // namespace
+
+TEST(RecognizerCommand, EachStretchIsAWavWhoseWordsAreShiftedToItsPlace)
+{
+    QTemporaryDir dir;
+    CommandRecognizer recognizer(describingCommand(dir), std::chrono::seconds(20));
+    const std::vector<std::int16_t> samples = humWithPauses();
+    const std::atomic<bool> cancel = false;
+    const std::vector<RecognizedWord> words = recognizer.recognize(samples, cancel);
+    const std::vector<size_t> cuts = stretchBoundaries(samples);
+    ASSERT_EQ(cuts.size(), 4u);
+    ASSERT_EQ(words.size(), 6u);
+    for (size_t stretch = 0; stretch < 3; ++stretch) {
+        const double offset = static_cast<double>(cuts[stretch]) / 16000.0;
+        const RecognizedWord &first = words[2 * stretch];
+        EXPECT_EQ(first.text,
+                  std::to_string(44 + 2 * (cuts[stretch + 1] - cuts[stretch])) + "-RIFF-16000");
+        EXPECT_DOUBLE_EQ(first.start, offset + 0.5);
+        EXPECT_DOUBLE_EQ(first.end, offset + 0.75);
+        EXPECT_TRUE(words[2 * stretch + 1].isFiller);
+        EXPECT_DOUBLE_EQ(words[2 * stretch + 1].start, offset + 1.0);
+    }
+}
+
+TEST(RecognizerCommand, FailuresBecomeTheTasksReason)
+{
+    QTemporaryDir dir;
+    const struct
+    {
+        const char *body;
+        const char *reason;
+    } cases[] = {
+        {"echo 'loading model' >&2; echo 'no model in /srv/asr' >&2; exit 3",
+         "failed with exit status 3: no model in /srv/asr"},
+        {"echo 'hello world'", "did not print {\"words\""},
+        {R"sh(echo '{"words":[{"text":"a","start":2,"end":1}]}')sh", "did not print"},
+        {"exec sleep 30", "took longer than 1 s"},
+    };
+    const std::vector<std::int16_t> samples(16000, 100);
+    const std::atomic<bool> cancel = false;
+    for (const auto &[body, reason] : cases) {
+        CommandRecognizer recognizer(script(dir, "fails.sh", body), std::chrono::seconds(1),
+                                     dir.path().toStdString());
+        try {
+            recognizer.recognize(samples, cancel);
+            ADD_FAILURE() << body;
+        } catch (const RecognitionError &error) {
+            EXPECT_NE(std::string(error.what()).find(reason), std::string::npos)
+                << body << " -> " << error.what();
+        }
+    }
+    EXPECT_TRUE(QDir(dir.path()).entryList({u"kavel-stretch-*"_s}).isEmpty())
+        << "temporary WAV files are removed";
+}
+
+TEST(ParallelRecognition, GivesTheWordsOfOneRecognizerWorkingInTurn)
+{
+    QTemporaryDir dir;
+    const std::string command = describingCommand(dir);
+    const auto make = [&command] {
+        return std::make_unique<CommandRecognizer>(command, std::chrono::seconds(20));
+    };
+    const std::vector<std::int16_t> samples = humWithPauses();
+    const std::atomic<bool> cancel = false;
+    const std::vector<RecognizedWord> inTurn = make()->recognize(samples, cancel);
+    for (int threads : {2, 3, 8}) {
+        ParallelRecognizer parallel(make, threads);
+        const std::vector<RecognizedWord> atOnce = parallel.recognize(samples, cancel);
+        ASSERT_EQ(atOnce.size(), inTurn.size()) << threads;
+        for (size_t i = 0; i < inTurn.size(); ++i) {
+            EXPECT_EQ(atOnce[i].text, inTurn[i].text) << threads << " threads, word " << i;
+            EXPECT_DOUBLE_EQ(atOnce[i].start, inTurn[i].start);
+            EXPECT_DOUBLE_EQ(atOnce[i].end, inTurn[i].end);
+            EXPECT_EQ(atOnce[i].isFiller, inTurn[i].isFiller);
+        }
+    }
+
+    ParallelRecognizer failing(
+        [&dir] {
+            return std::make_unique<CommandRecognizer>(
+                script(dir, "broken.sh", "echo 'out of memory' >&2; exit 1"),
+                std::chrono::seconds(20));
+        },
+        2);
+    try {
+        failing.recognize(samples, cancel);
+        ADD_FAILURE() << "a failed stretch fails the recording";
+    } catch (const RecognitionError &error) {
+        EXPECT_NE(std::string(error.what()).find("out of memory"), std::string::npos);
+    }
 }

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace kavel::server {
+
+// At most `limit` events per key within a sliding `window`. Kept in the memory of one
+// API node: a deployment of N nodes admits up to N times as many, which still turns a
+// password-guessing flood into a trickle.
+class RateLimiter
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    RateLimiter(int limit, std::chrono::seconds window)
+        : m_limit(static_cast<size_t>(limit))
+        , m_window(window)
+    { }
+
+    // Counts an event for `key`; nothing when it is admitted, otherwise how long until
+    // the next one would be (whole seconds, at least 1).
+    std::optional<std::int64_t> admit(const std::string &key, Clock::time_point now = Clock::now())
+    {
+        const std::lock_guard lock(m_mutex);
+        if (++m_calls % 1024 == 0)
+            forgetIdle(now);
+        std::deque<Clock::time_point> &events = m_events[key];
+        while (!events.empty() && now - events.front() >= m_window)
+            events.pop_front();
+        if (events.size() >= m_limit) {
+            const auto wait
+                = std::chrono::ceil<std::chrono::seconds>(events.front() + m_window - now);
+            return std::max<std::int64_t>(1, wait.count());
+        }
+        events.push_back(now);
+        return std::nullopt;
+    }
+
+private:
+    // Keys whose events have all expired take no memory: a flood of made-up account
+    // names cannot grow the map without bound.
+    void forgetIdle(Clock::time_point now)
+    {
+        for (auto it = m_events.begin(); it != m_events.end();) {
+            if (it->second.empty() || now - it->second.back() >= m_window)
+                it = m_events.erase(it);
+            else
+                ++it;
+        }
+    }
+
+    size_t m_limit;
+    Clock::duration m_window;
+    std::mutex m_mutex;
+    std::map<std::string, std::deque<Clock::time_point>> m_events;
+    std::uint64_t m_calls = 0;
+};
+
+} // namespace kavel::server

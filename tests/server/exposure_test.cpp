@@ -1,0 +1,185 @@
+#include "nodeprocess.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+using namespace kavel::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class ExposedServer : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        database = dir.filePath(u"k.db"_s);
+        Node addUser({u"add-user"_s, u"--database"_s, database, u"--email"_s, u"e@example.com"_s,
+                      u"--password"_s, u"pw"_s});
+        ASSERT_EQ(addUser.exitCode(), 0) << addUser.log().toStdString();
+    }
+
+    // Starts `serve` with `extra` and returns its port, or 0.
+    int start(const QStringList &extra = {}, const QString &scheme = u"http"_s)
+    {
+        server
+            = std::make_unique<Node>(QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--workers"_s,
+                                                  u"0"_s, u"--database"_s, database}
+                                     + extra);
+        const auto match = server->waitForLog(scheme + u"://127\\.0\\.0\\.1:(\\d+)"_s);
+        EXPECT_TRUE(match) << server->log().toStdString();
+        return match ? match->captured(1).toInt() : 0;
+    }
+
+    // What the server answers to raw request bytes, without sending any body; empty
+    // when it waits for more instead of answering.
+    static QByteArray answerTo(int port, const QByteArray &head)
+    {
+        QTcpSocket socket;
+        socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port));
+        if (!socket.waitForConnected(5000))
+            return {};
+        socket.write(head);
+        socket.waitForBytesWritten(5000);
+        // Well inside the server's five-second read timeout, after which it would give
+        // up on the body anyway.
+        socket.waitForReadyRead(2500);
+        return socket.readAll();
+    }
+
+    QTemporaryDir dir;
+    QString database;
+    std::unique_ptr<Node> server;
+};
+
+std::string loginBody(const std::string &account, const std::string &password)
+{
+    return R"({"email":")" + account + R"(","password":")" + password + R"("})";
+}
+
+} // namespace
+
+TEST_F(ExposedServer, PlainHttpStaysOnLoopbackUnlessTheOperatorInsists)
+{
+    const struct
+    {
+        QStringList arguments;
+        int exitCode;
+        const char *says;
+    } refusals[] = {
+        {{u"--bind"_s, u"0.0.0.0"_s}, 2, "refusing to serve plain HTTP on 0.0.0.0"},
+        {{u"--bind"_s, u"192.0.2.7"_s}, 2, "--tls-cert and --tls-key, or --insecure"},
+        {{u"--tls-cert"_s, u"c.pem"_s}, 2, "go together"},
+        {{u"--tls-cert"_s, u"absent.pem"_s, u"--tls-key"_s, u"absent.pem"_s},
+         1,
+         "cannot load the TLS certificate absent.pem"},
+    };
+    for (const auto &[arguments, exitCode, says] : refusals) {
+        Node refused(QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--database"_s, database}
+                     + arguments);
+        EXPECT_EQ(refused.exitCode(), exitCode) << arguments.join(u' ').toStdString();
+        EXPECT_TRUE(refused.log().contains(QString::fromUtf8(says))) << refused.log().toStdString();
+        EXPECT_EQ(refused.log().count(u'\n'), 1) << "one line";
+    }
+}
+
+TEST_F(ExposedServer, ServesHttpsWithTheGivenCertificate)
+{
+    const QString cert = dir.filePath(u"cert.pem"_s);
+    const QString key = dir.filePath(u"key.pem"_s);
+    QProcess openssl;
+    openssl.start(u"openssl"_s,
+                  {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s,
+                   u"1"_s, u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s,
+                   u"subjectAltName=IP:127.0.0.1"_s, u"-keyout"_s, key, u"-out"_s, cert});
+    ASSERT_TRUE(openssl.waitForFinished(60000) && openssl.exitCode() == 0)
+        << openssl.readAllStandardError().toStdString();
+    const int port = start({u"--tls-cert"_s, cert, u"--tls-key"_s, key}, u"https"_s);
+    ASSERT_NE(port, 0);
+
+    httplib::SSLClient client("127.0.0.1", port);
+    client.set_ca_cert_path(cert.toStdString().c_str());
+    client.enable_server_certificate_verification(true);
+    const auto reply
+        = client.Post("/api/auth/login", loginBody("e@example.com", "pw"), "application/json");
+    ASSERT_TRUE(reply) << httplib::to_string(reply.error());
+    EXPECT_EQ(reply->status, 200);
+
+    httplib::Client plain("127.0.0.1", port);
+    EXPECT_FALSE(plain.Get("/signup")) << "no plain HTTP on the TLS port";
+}
+
+TEST_F(ExposedServer, BodiesAreRefusedFromTheirHeadersAlone)
+{
+    const int port = start();
+    ASSERT_NE(port, 0);
+    httplib::Client client("127.0.0.1", port);
+    const auto signIn
+        = client.Post("/api/auth/login", loginBody("e@example.com", "pw"), "application/json");
+    ASSERT_TRUE(signIn && signIn->status == 200);
+    const QByteArray token = QJsonDocument::fromJson(QByteArray::fromStdString(signIn->body))
+                                 .object()[u"access_token"_s]
+                                 .toString()
+                                 .toUtf8();
+
+    const QByteArray upload = "POST /api/media/transcribe HTTP/1.1\r\nHost: k\r\n"
+                              "Content-Type: multipart/form-data; boundary=b\r\n";
+    const struct
+    {
+        QByteArray head;
+        const char *status;
+    } cases[] = {
+        {upload + "Content-Length: 2147483000\r\n\r\n", "401"},
+        {upload + "Transfer-Encoding: chunked\r\n\r\n", "401"},
+        {upload + "Authorization: Bearer " + token + "\r\nContent-Length: 3221225472\r\n\r\n",
+         "413"},
+        {"POST /api/auth/login HTTP/1.1\r\nHost: k\r\nContent-Length: 1000000\r\n\r\n", "413"},
+        {"POST /api/auth/login HTTP/1.1\r\nHost: k\r\nTransfer-Encoding: chunked\r\n\r\n", "413"},
+    };
+    for (const auto &[head, status] : cases) {
+        const QByteArray answer = answerTo(port, head);
+        EXPECT_TRUE(answer.startsWith(QByteArray(QByteArray("HTTP/1.1 ") + status)))
+            << head.toStdString() << " -> " << answer.toStdString();
+    }
+}
+
+TEST_F(ExposedServer, SignInsAreRateLimitedPerAccountAndPerAddress)
+{
+    const int port = start();
+    ASSERT_NE(port, 0);
+    httplib::Client client("127.0.0.1", port);
+    const auto attempt = [&client](const std::string &account, const std::string &password) {
+        return client.Post("/api/auth/login", loginBody(account, password), "application/json");
+    };
+    // Guessing one account's password: a few tries, then a pause, even for the right one.
+    int refusedAfter = 0;
+    for (; refusedAfter < 20; ++refusedAfter) {
+        const auto reply = attempt("e@example.com", "guess");
+        ASSERT_TRUE(reply);
+        if (reply->status == 429) {
+            const int retryAfter = std::atoi(reply->get_header_value("Retry-After").c_str());
+            EXPECT_GE(retryAfter, 1);
+            EXPECT_LE(retryAfter, 60);
+            break;
+        }
+        EXPECT_EQ(reply->status, 401);
+    }
+    EXPECT_EQ(refusedAfter, 10);
+    EXPECT_EQ(attempt("e@example.com", "pw")->status, 429);
+
+    // Other accounts are unaffected, until one address has tried too many of them.
+    int accounts = 0;
+    for (; accounts < 40; ++accounts) {
+        const auto reply = attempt("someone" + std::to_string(accounts) + "@example.com", "x");
+        ASSERT_TRUE(reply);
+        if (reply->status == 429)
+            break;
+        EXPECT_EQ(reply->status, 401);
+    }
+    EXPECT_EQ(accounts + refusedAfter + 2, 30) << "the address's attempts, all told";
+}

@@ -1,0 +1,199 @@
+#include "credentials.h"
+#include "pgcluster.h"
+#include "store.h"
+
+#include <QTemporaryDir>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <set>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <thread>
+
+using namespace kavel::server;
+using namespace kavel::test;
+
+namespace {
+
+// Both kinds of store, through the same interface, must behave alike.
+class StoreBehaviour : public ::testing::TestWithParam<const char *>
+{
+public:
+    static void SetUpTestSuite() { cluster = std::make_unique<PgCluster>(); }
+    static void TearDownTestSuite() { cluster.reset(); }
+
+protected:
+    void SetUp() override
+    {
+        credentials::initialise();
+        if (std::string(GetParam()) == "sqlite") {
+            location = dir.filePath(QStringLiteral("k.db")).toStdString();
+        } else {
+            if (cluster->missing())
+                GTEST_SKIP() << cluster->error().toStdString();
+            ASSERT_TRUE(cluster->error().isEmpty()) << cluster->error().toStdString();
+            location = cluster->newDatabase();
+        }
+        store = openStore(location);
+    }
+
+    static inline std::unique_ptr<PgCluster> cluster;
+    QTemporaryDir dir;
+    std::string location;
+    std::unique_ptr<Store> store;
+};
+
+} // namespace
+
+TEST_P(StoreBehaviour, TokensAndCodesExpireAndCodesAreSpentOnce)
+{
+    Store &db = *store;
+    EXPECT_EQ(db.schemaVersion(), 2);
+    const UserRecord user = db.addUser("a@b.c", "138", std::nullopt, "hash");
+    EXPECT_THROW(db.addUser("a@b.c", std::nullopt, std::nullopt, "hash"), StoreError);
+    EXPECT_EQ(db.findUserByAccount("138")->id, user.id);
+    EXPECT_EQ(db.findUserByAccount("a@b.c")->id, user.id);
+    EXPECT_FALSE(db.findUserByAccount("nobody"));
+    EXPECT_FALSE(db.findUserById(user.id)->nickname);
+
+    db.storeToken("live", user.id, "access", 1000);
+    EXPECT_EQ(db.userForToken("live", "access", 999)->email, "a@b.c");
+    EXPECT_FALSE(db.userForToken("live", "access", 1000)) << "expired";
+    EXPECT_FALSE(db.userForToken("live", "refresh", 999)) << "wrong kind";
+
+    db.storeSmsCode("138", "right", 100, 400);
+    EXPECT_EQ(db.lastSmsCodeSentAt("138"), 100);
+    EXPECT_FALSE(db.consumeSmsCode("138", "wrong", 200, 3));
+    EXPECT_TRUE(db.consumeSmsCode("138", "right", 200, 3));
+    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "spent";
+
+    db.storeSmsCode("138", "right", 100, 400);
+    EXPECT_FALSE(db.consumeSmsCode("138", "right", 400, 3)) << "expired";
+
+    db.storeSmsCode("138", "right", 100, 400);
+    for (int attempt = 0; attempt < 3; ++attempt)
+        EXPECT_FALSE(db.consumeSmsCode("138", "guess", 200, 3));
+    EXPECT_FALSE(db.consumeSmsCode("138", "right", 200, 3)) << "too many guesses";
+
+    db.storeSmsCode("138", "first", 100, 400);
+    db.storeSmsCode("138", "second", 150, 450);
+    EXPECT_EQ(db.lastSmsCodeSentAt("138"), 150);
+    EXPECT_FALSE(db.consumeSmsCode("138", "first", 200, 3)) << "replaced";
+}
+
+TEST_P(StoreBehaviour, LeasesDecideWhoMayFinishATask)
+{
+    Store &db = *store;
+    const std::string user = db.addUser("q@b.c", std::nullopt, std::nullopt, "hash").id;
+    db.createTask("t1", user, "t1.wav", 1);
+    db.createTask("t2", user, "t2.wav", 2);
+
+    // Oldest first, one worker each, nothing left for a third.
+    EXPECT_EQ(db.claimTask("a", 1000, 100, 3)->audioFile, "t1.wav");
+    EXPECT_EQ(db.claimTask("b", 1000, 100, 3)->id, "t2");
+    EXPECT_FALSE(db.claimTask("c", 1000, 100, 3));
+    EXPECT_EQ(db.task("t1")->status, "processing");
+
+    // A renews; b goes quiet and its task passes to c once the lease has run out.
+    EXPECT_FALSE(db.renewLease("t1", "b", 2000));
+    EXPECT_TRUE(db.renewLease("t1", "a", 2000));
+    EXPECT_FALSE(db.claimTask("c", 1100, 100, 3)) << "a lease lasts until its end";
+    EXPECT_EQ(db.claimTask("c", 1500, 100, 3)->id, "t2");
+    EXPECT_FALSE(db.completeTask("t2", "b", "[1]")) << "b lost its lease";
+    EXPECT_TRUE(db.completeTask("t2", "c", "[2]"));
+    EXPECT_FALSE(db.completeTask("t2", "c", "[3]")) << "a task completes once";
+    EXPECT_EQ(db.task("t2")->resultJson, "[2]");
+
+    EXPECT_TRUE(db.failTask("t1", "a", "no speech"));
+    EXPECT_EQ(db.task("t1")->status, "failed");
+    EXPECT_EQ(db.task("t1")->errorMessage, "no speech");
+    EXPECT_FALSE(db.task("absent"));
+
+    // A stopping worker gives its task back whole.
+    db.createTask("t3", user, "t3.wav", 3);
+    EXPECT_EQ(db.claimTask("a", 3000, 100, 1)->id, "t3");
+    db.releaseTask("t3", "a");
+    EXPECT_EQ(db.task("t3")->status, "pending");
+    EXPECT_EQ(db.claimTask("b", 3000, 100, 1)->id, "t3") << "a release is not a claim used up";
+
+    // A task whose workers keep dying fails after the last allowed claim.
+    EXPECT_FALSE(db.claimTask("c", 3200, 100, 1));
+    EXPECT_EQ(db.task("t3")->status, "failed");
+    EXPECT_TRUE(db.task("t3")->errorMessage->find("interrupted") != std::string::npos);
+}
+
+TEST_P(StoreBehaviour, ConcurrentWorkersClaimEachTaskOnce)
+{
+    const std::string user = store->addUser("w@b.c", std::nullopt, std::nullopt, "hash").id;
+    constexpr int tasks = 40;
+    for (int i = 0; i < tasks; ++i)
+        store->createTask("t" + std::to_string(i), user, "f", i);
+
+    // Separate connections, as separate worker processes would have.
+    std::vector<std::unique_ptr<Store>> workers;
+    for (int i = 0; i < 4; ++i)
+        workers.push_back(openStore(location));
+    std::mutex mutex;
+    std::multiset<std::string> claimed;
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < workers.size(); ++i) {
+        threads.emplace_back([&, i] {
+            const std::string name = "w" + std::to_string(i);
+            while (auto task = workers[i]->claimTask(name, 1000, 60000, 3)) {
+                EXPECT_TRUE(workers[i]->completeTask(task->id, name, "[]"));
+                const std::lock_guard lock(mutex);
+                claimed.insert(task->id);
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(claimed.size(), size_t {tasks});
+    EXPECT_EQ(std::set<std::string>(claimed.begin(), claimed.end()).size(), size_t {tasks});
+}
+
+INSTANTIATE_TEST_SUITE_P(Backends, StoreBehaviour, ::testing::Values("sqlite", "postgresql"),
+                         [](const auto &param) { return std::string(param.param); });
+
+TEST(SqliteStore, FilesAreTheOwnersAloneAndOldFilesAreAdopted)
+{
+    QTemporaryDir dir;
+    const std::string path = dir.filePath(QStringLiteral("old.db")).toStdString();
+    // A file as servers wrote it before the schema had versions, with a task in flight.
+    sqlite3 *old = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &old), SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(old,
+                     "CREATE TABLE users (id TEXT PRIMARY KEY, email TEXT UNIQUE, phone TEXT "
+                     "UNIQUE, nickname TEXT, password_hash TEXT NOT NULL, created_at TEXT NOT "
+                     "NULL);"
+                     "CREATE TABLE tasks (id TEXT PRIMARY KEY, user_id TEXT NOT NULL, status "
+                     "TEXT NOT NULL, result TEXT, error_message TEXT, created_at INTEGER NOT "
+                     "NULL);"
+                     "INSERT INTO users VALUES ('u', 'o@b.c', NULL, NULL, 'h', 'then');"
+                     "INSERT INTO tasks VALUES ('t', 'u', 'processing', NULL, NULL, 1);",
+                     nullptr, nullptr, nullptr),
+        SQLITE_OK);
+    sqlite3_close(old);
+
+    auto store = openStore(path);
+    EXPECT_EQ(store->schemaVersion(), 2);
+    EXPECT_EQ(store->findUserByAccount("o@b.c")->id, "u");
+    EXPECT_EQ(store->task("t")->status, "failed") << "its audio was never kept";
+    EXPECT_FALSE(store->claimTask("w", 0, 1000, 3));
+    store.reset();
+    EXPECT_EQ(openStore(path)->schemaVersion(), 2) << "reopening migrates nothing again";
+
+    const std::string fresh = dir.filePath(QStringLiteral("new.db")).toStdString();
+    store = openStore(fresh);
+    store->addUser("p@b.c", std::nullopt, std::nullopt, "hash");
+    for (const std::string &file : {fresh, fresh + "-wal"}) {
+        struct stat info
+        {
+        };
+        ASSERT_EQ(::stat(file.c_str(), &info), 0) << file;
+        EXPECT_EQ(info.st_mode & 0777, 0600u) << file;
+    }
+    EXPECT_THROW(openStore(dir.filePath(QStringLiteral("no/such/folder/k.db")).toStdString()),
+                 StoreError);
+}
