@@ -1,6 +1,7 @@
 #include "mediafixture.h"
 #include "model/kavelproject.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QImage>
 #include <QJsonArray>
@@ -36,17 +37,11 @@ TEST_F(MediaCommands, ListThumbnailAndCompositionReadTheBundle)
 {
     auto project = KavelProject::create(u"访谈"_s, projects.path());
     project->addSourceFile(QUrl::fromLocalFile(s_video));
+    const QUuid source = project->metadata().sourceFiles.first().id;
     Paragraph paragraph;
     paragraph.id = QUuid::createUuid();
-    for (const auto &[start, end] : {std::pair {0.5, 1.0}, {1.0, 1.5}, {2.5, 3.0}}) {
-        WordBlock block;
-        block.id = QUuid::createUuid();
-        block.text = u"字"_s;
-        block.sourceFileId = project->metadata().sourceFiles.first().id;
-        block.mediaStart = start;
-        block.mediaEnd = end;
-        paragraph.wordBlocks.append(block);
-    }
+    for (const auto &[start, end] : {std::pair {0.5, 1.0}, {1.0, 1.5}, {2.5, 3.0}})
+        paragraph.wordBlocks.append(kavel::test::timedWord(start, end, 0, source, u"字"_s));
     project->setParagraphs({paragraph});
     project->saveTimeline();
     const QString bundle = project->bundlePath();
