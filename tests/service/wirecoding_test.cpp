@@ -1,5 +1,4 @@
 #include "service/apiclient.h"
-#include "service/authrecords.h"
 #include "service/transcriptionrecords.h"
 #include "service/wirecoding.h"
 
@@ -23,13 +22,6 @@ TEST(WireCoding, KeysConvertBetweenCamelAndSnakeCase)
         EXPECT_EQ(wire::toSnakeCase(camel), snake) << camel.toStdString();
         EXPECT_EQ(wire::fromSnakeCase(snake), camel) << snake.toStdString();
     }
-    // Runs of capitals form one word on the way out and do not come back.
-    EXPECT_EQ(wire::toSnakeCase(u"avatarURL"_s), u"avatar_url");
-    EXPECT_EQ(wire::toSnakeCase(u"myURLField"_s), u"my_url_field");
-    EXPECT_EQ(wire::fromSnakeCase(u"avatar_url"_s), u"avatarUrl");
-    EXPECT_EQ(wire::fromSnakeCase(u"avatarURL"_s), u"avatarURL");
-    EXPECT_EQ(wire::fromSnakeCase(u"task_ID"_s), u"taskId");
-
     const QJsonObject nested {{u"wordBlocks"_s, QJsonArray {QJsonObject {{u"isFiller"_s, true}}}}};
     const QJsonValue snake = wire::keysToSnakeCase(nested);
     EXPECT_TRUE(snake[u"word_blocks"_s][0][u"is_filler"_s].toBool());
@@ -58,30 +50,6 @@ TEST(WireCoding, DatesDecodeWithOrWithoutFractionalSeconds)
     }
 }
 
-TEST(WireCoding, UserReadsOnlyTheExactAvatarKey)
-{
-    const QByteArray body = R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","email":"a@b.c",
-        "avatar_url":"ignored","created_at":"2024-01-02T03:04:05Z"})";
-    const User user = wire::decode<User>(body);
-    EXPECT_EQ(user.email, u"a@b.c"_s);
-    EXPECT_FALSE(user.avatarURL);
-    EXPECT_FALSE(user.phone);
-
-    const User withAvatar = wire::decode<User>(
-        R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","avatarURL":"https://x/a.png",
-            "created_at":"2024-01-02T03:04:05.5Z"})");
-    EXPECT_EQ(withAvatar.avatarURL, u"https://x/a.png"_s);
-    // The encoder's snake case turns the key into one the decoder ignores: a profile
-    // written out and read back loses its avatar.
-    const QByteArray encoded = wire::encode(withAvatar);
-    EXPECT_TRUE(encoded.contains("\"avatar_url\":\"https://x/a.png\"")) << encoded.toStdString();
-    EXPECT_FALSE(wire::decode<User>(encoded).avatarURL);
-
-    EXPECT_THROW(wire::decode<User>(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF",
-                                       "created_at":"2024-01-02"})"),
-                 DecodeError);
-}
-
 TEST(WireCoding, TranscriptionResultDecodesAndPointsAtBadWords)
 {
     const TranscriptionResult running
@@ -108,7 +76,8 @@ TEST(WireCoding, TranscriptionResultDecodesAndPointsAtBadWords)
     EXPECT_THROW(wire::decode<wire::EmptyResponse>("[]"), DecodeError);
     EXPECT_THROW(wire::decode<wire::EmptyResponse>("not json"), DecodeError);
     try {
-        wire::decode<TranscriptionResult>(R"({"task_id":"t","status":"completed","paragraphs":[
+        wire::decode<TranscriptionResult>(
+            R"({"task_id":"t","status":"completed","paragraphs":[
             {"word_blocks":[{"text":"a","media_start":0,"media_end":1,"is_filler":false,
             "sort_order":0},{"text":"b","media_start":"x","media_end":1,"is_filler":false,
             "sort_order":1}]}]})");
@@ -120,7 +89,8 @@ TEST(WireCoding, TranscriptionResultDecodesAndPointsAtBadWords)
     }
 }
 
-// The upload's body is checked byte for byte against a stub server in apiclient_test.
+// The upload's body is checked byte for byte against a stub server in
+// apiclient_test.
 TEST(APIClientAddressing, MediaTypeFollowsTheExtensionAndPathsJoinWithOneSlash)
 {
     const QList<std::pair<const char *, const char *>> types {
