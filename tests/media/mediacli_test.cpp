@@ -33,7 +33,7 @@ protected:
     QTemporaryDir projects;
 };
 
-TEST_F(MediaCommands, ListThumbnailAndCompositionReadTheBundle)
+TEST_F(MediaCommands, ListThumbnailCompositionAndExportReadTheBundle)
 {
     auto project = KavelProject::create(u"访谈"_s, projects.path());
     project->addSourceFile(QUrl::fromLocalFile(s_video));
@@ -72,6 +72,11 @@ TEST_F(MediaCommands, ListThumbnailAndCompositionReadTheBundle)
     EXPECT_EQ(lines[7], u"  1.500-2.500"_s);
 
     run({u"composition"_s, projects.filePath(u"none.kavel"_s)}, 1);
+
+    // An export the flow cannot finish (here: a project without its recording) fails the
+    // command, so scripts can tell.
+    const QString empty = KavelProject::create(u"空"_s, projects.path())->bundlePath();
+    run({u"export"_s, empty, u"--out"_s, projects.filePath(u"out"_s), u"--srt"_s}, 1);
 }
 
 } // namespace
