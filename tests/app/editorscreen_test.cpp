@@ -37,58 +37,33 @@ protected:
     }
 };
 
-TEST_F(EditorScreenTest, ToolbarButtonsHaveIconsAndTooltips)
-{
-    for (const QString &tip :
-         {u"撤销 (Ctrl+Z)"_s, u"重做 (Ctrl+Shift+Z)"_s, u"剪切 (Ctrl+X)"_s, u"拷贝 (Ctrl+C)"_s,
-          u"粘贴 (Ctrl+V)"_s, u"删除 (Delete)"_s, u"删除语气词"_s, u"保存 (Ctrl+S)"_s}) {
-        QToolButton *button = tool(tip);
-        ASSERT_NE(button, nullptr);
-        EXPECT_EQ(button->toolTip(), tip);
-        EXPECT_FALSE(button->icon().isNull()) << tip.toStdString();
-    }
-    EXPECT_EQ(view->backButton()->text(), u"返回首页"_s);
-    EXPECT_EQ(view->searchField()->placeholderText(), u"搜索"_s);
-}
-
-TEST_F(EditorScreenTest, FillerButtonAndUndoRedoReachTheEditor)
+TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditor)
 {
     EXPECT_FALSE(tool(u"撤销"_s)->isEnabled());
     tool(u"删除语气词"_s)->click();
     EXPECT_EQ(text(), u"we go go | then stop"_s);
-    EXPECT_TRUE(tool(u"撤销"_s)->isEnabled());
-
     tool(u"撤销"_s)->click();
     EXPECT_EQ(text(), u"嗯 we go go | then 呃 stop"_s);
-    EXPECT_TRUE(tool(u"重做"_s)->isEnabled());
     tool(u"重做"_s)->click();
     EXPECT_EQ(text(), u"we go go | then stop"_s);
-}
+    tool(u"撤销"_s)->click();
 
-TEST_F(EditorScreenTest, CopyCutAndPasteWorkOnTheSelection)
-{
     vm.selectRange(paragraph(0).id, 1, 3);
     tool(u"拷贝"_s)->click();
     EXPECT_EQ(QApplication::clipboard()->text(), u"wego"_s);
-
     tool(u"剪切"_s)->click();
     EXPECT_EQ(text(), u"嗯 go | then 呃 stop"_s);
-
     vm.setCursor(paragraph(1).id, 3);
     tool(u"粘贴"_s)->click();
     EXPECT_EQ(text(), u"嗯 go | then 呃 stop we go"_s);
-
     vm.selectRange(paragraph(1).id, 0, 1);
     tool(u"删除 (Delete)"_s)->click();
     EXPECT_EQ(text(), u"嗯 go | 呃 stop we go"_s);
-}
 
-TEST_F(EditorScreenTest, SaveShowsTheConfirmationForAWhile)
-{
+    // Saving shows its confirmation for a while.
     EXPECT_TRUE(view->savedIndicator()->isHidden());
     tool(u"保存"_s)->click();
     EXPECT_FALSE(view->savedIndicator()->isHidden());
-    EXPECT_EQ(view->savedLabel()->text(), u"已保存"_s);
     clock.advance(EditorViewModel::saveConfirmationSeconds + 0.1);
     EXPECT_TRUE(view->savedIndicator()->isHidden());
 }

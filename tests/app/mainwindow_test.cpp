@@ -27,26 +27,17 @@ protected:
 
 TEST_F(MainWindowTest, SidebarEntriesAndTheEditorFlagSwitchScreens)
 {
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
     EXPECT_EQ(main->currentScreen(), main->homePage());
-    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
     EXPECT_EQ(main->sidebarButton(NavigationItem::editor), nullptr);
-    const struct
-    {
-        NavigationItem item;
-        QString label, firstText;
-    } entries[] = {{NavigationItem::guide, u"指南"_s, u"使用指南"_s},
-                   {NavigationItem::account, u"我的"_s, u"未登录"_s},
-                   {NavigationItem::home, u"首页"_s, QString()}};
-    for (const auto &entry : entries) {
-        QToolButton *button = main->sidebarButton(entry.item);
-        EXPECT_EQ(button->text(), entry.label);
-        EXPECT_FALSE(button->icon().isNull());
-        button->click();
-        EXPECT_EQ(main->navigationSelection(), entry.item);
-        if (!entry.firstText.isNull()) {
-            EXPECT_EQ(main->currentScreen()->findChildren<QLabel *>().first()->text(),
-                      entry.firstText);
+    const std::pair<NavigationItem, QString> entries[] = {{NavigationItem::guide, u"使用指南"_s},
+                                                          {NavigationItem::account, u"未登录"_s},
+                                                          {NavigationItem::home, QString()}};
+    for (const auto &[item, firstText] : entries) {
+        main->sidebarButton(item)->click();
+        EXPECT_EQ(main->navigationSelection(), item);
+        EXPECT_TRUE(main->sidebarButton(item)->isChecked());
+        if (!firstText.isNull()) {
+            EXPECT_EQ(main->currentScreen()->findChildren<QLabel *>().first()->text(), firstText);
         }
     }
     EXPECT_EQ(main->currentScreen(), main->homePage());
@@ -56,7 +47,6 @@ TEST_F(MainWindowTest, SidebarEntriesAndTheEditorFlagSwitchScreens)
     EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
     EXPECT_EQ(main->currentScreen(), main->editorView());
     EXPECT_FALSE(vm.navigateToEditor()); // consumed, so the next import can raise it again
-    // No sidebar entry stands for the editor.
     EXPECT_FALSE(main->sidebarButton(NavigationItem::home)->isChecked());
 
     main->editorView()->backButton()->click();
@@ -172,32 +162,8 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
     EXPECT_TRUE(vm.hasUnsavedChanges());
 }
 
-TEST_F(MainWindowTest, EditMenuUndoesAndRedoesWhateverHasFocus)
+TEST_F(MainWindowTest, MenusWorkFromTheKeyboard)
 {
-    EXPECT_EQ(main->undoAction()->text(), u"撤销"_s);
-    EXPECT_EQ(main->undoAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Z));
-    EXPECT_EQ(main->redoAction()->text(), u"重做"_s);
-    EXPECT_EQ(main->redoAction()->shortcut(), QKeySequence(Qt::SHIFT | Qt::CTRL | Qt::Key_Z));
-
-    openTranscript({{u"one"_s, u"two"_s, u"three"_s}});
-    vm.deleteParagraph(paragraph(0).id);
-    EXPECT_EQ(text(), QString());
-    main->undoAction()->trigger();
-    EXPECT_EQ(text(), u"one two three"_s);
-    main->redoAction()->trigger();
-    EXPECT_EQ(text(), QString());
-}
-
-TEST_F(MainWindowTest, FileMenuComesFirstAndWorksFromTheKeyboard)
-{
-    QStringList menus;
-    for (const QAction *menu : main->menuBar()->actions())
-        menus.append(menu->text());
-    EXPECT_EQ(menus, (QStringList {u"文件"_s, u"编辑"_s, u"设置"_s}));
-    EXPECT_EQ(main->importAction()->text(), u"导入新视频…"_s);
-    EXPECT_EQ(main->openAction()->text(), u"打开项目…"_s);
-    EXPECT_EQ(main->exportAction()->text(), u"导出…"_s);
-
     main->show();
     QApplication::setActiveWindow(main.get());
     ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
@@ -207,7 +173,6 @@ TEST_F(MainWindowTest, FileMenuComesFirstAndWorksFromTheKeyboard)
     filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
     QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
     ASSERT_NE(main->currentAlert(), nullptr);
-    EXPECT_EQ(main->currentAlert()->windowTitle(), u"需要登录"_s);
     EXPECT_EQ(main->currentAlert()->text(), u"上传视频需要登录账户，请先登录。"_s);
     alertButton(main->currentAlert(), u"取消"_s)->click();
     EXPECT_FALSE(vm.showLoginRequired() || appState.showLoginSheet());
@@ -222,11 +187,18 @@ TEST_F(MainWindowTest, FileMenuComesFirstAndWorksFromTheKeyboard)
     // Ctrl+O asks for a bundle, as the placeholder's button does, and opens it.
     folderToPick = makeProject(u"Keyed"_s);
     QTest::keyClick(main.get(), Qt::Key_O, Qt::ControlModifier);
-    EXPECT_EQ(pickerTitles, QStringList({u"选择 .kavel 项目文件"_s}));
     EXPECT_EQ(pickerStarts, QStringList({store.directory()}));
     ASSERT_NE(vm.project(), nullptr);
     EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
     EXPECT_EQ(main->currentScreen(), main->editorView());
+
+    // Undo and redo of the edit menu reach the editor.
+    openTranscript({{u"one"_s, u"two"_s, u"three"_s}});
+    vm.deleteParagraph(paragraph(0).id);
+    main->undoAction()->trigger();
+    EXPECT_EQ(text(), u"one two three"_s);
+    main->redoAction()->trigger();
+    EXPECT_EQ(text(), QString());
 }
 
 TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)

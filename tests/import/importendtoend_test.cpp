@@ -186,65 +186,65 @@ TEST_F(ImportEndToEnd, SpokenVideoAndThenAudioFilesBecomeOneTranscript)
     EXPECT_EQ(notifier.delivered.size(), 3);
 }
 
-TEST_F(ImportEndToEnd, TaskTheServerFailsEndsTheProjectFailed)
+TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
 {
     // Not sound at all: the converter cannot open it, so it goes up as it is, and the
     // server cannot decode it.
     const QString broken = projects.filePath(u"broken.wav"_s);
     writeFile(broken, QByteArray(4096, 'x'));
-    auto vm = makeEditor(*api);
-    import(*vm, {QUrl::fromLocalFile(broken)});
-
-    EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
-    EXPECT_TRUE(vm->processingStatus().startsWith(u"语音识别失败: "_s));
-    EXPECT_GT(vm->processingStatus().size(), u"语音识别失败: 未知错误"_s.size())
-        << "the server says why: " << vm->processingStatus().toStdString();
-    EXPECT_TRUE(log.lines->contains(
-        u"[AudioExtract] No compatible preset for .wav, using source directly"_s));
-    EXPECT_EQ(notifier.delivered,
-              (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
-    EXPECT_FALSE(vm->isProcessing());
-}
-
-TEST_F(ImportEndToEnd, TaskTheServerForgotIsReportedExpired)
-{
-    auto vm = makeEditor(*api);
-    whenPolling(*vm, [] {
-        // As after a restart with a fresh database: the task is simply not there.
+    ServerProcess own;
+    QString error;
+    ASSERT_TRUE(own.addUser(u"b@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
+    ASSERT_TRUE(own.start(&error)) << error.toStdString();
+    service::APIClient ownClient(own.apiBaseUrl(), service::SessionTimeouts {}, {});
+    loginAs(ownClient, u"b@example.com"_s, u"pw"_s);
+    // As after a restart with a fresh database: the task is simply not there.
+    const auto forgetTasks = [] {
         sqlite3 *db = nullptr;
         ASSERT_EQ(sqlite3_open(server->databasePath().toUtf8().constData(), &db), SQLITE_OK);
         sqlite3_busy_timeout(db, 5000);
         EXPECT_EQ(sqlite3_exec(db, "DELETE FROM tasks", nullptr, nullptr, nullptr), SQLITE_OK);
         sqlite3_close(db);
-    });
-    import(*vm, {media(u"speech.wav"_s)});
-
-    EXPECT_EQ(vm->processingStatus(),
-              u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s);
-    EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
-    EXPECT_TRUE(vm->transcriptionStep().isEmpty());
-    EXPECT_TRUE(notifier.delivered.isEmpty());
-}
-
-TEST_F(ImportEndToEnd, ServerThatGoesAwayEndsTheProjectFailed)
-{
-    ServerProcess own;
-    QString error;
-    ASSERT_TRUE(own.addUser(u"b@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
-    ASSERT_TRUE(own.start(&error)) << error.toStdString();
-    service::APIClient client(own.apiBaseUrl(), service::SessionTimeouts {}, service::LogSink {});
-    loginAs(client, u"b@example.com"_s, u"pw"_s);
-
-    auto vm = makeEditor(client);
-    whenPolling(*vm, [&own] { own.stop(); });
-    import(*vm, {media(u"speech.wav"_s)});
-
-    EXPECT_TRUE(vm->processingStatus().startsWith(u"语音识别失败: "_s))
-        << vm->processingStatus().toStdString();
-    EXPECT_GT(vm->processingStatus().size(), u"语音识别失败: "_s.size());
-    EXPECT_EQ(vm->project()->status(), ProjectStatus::failed);
-    EXPECT_FALSE(vm->isProcessing());
-    EXPECT_TRUE(notifier.delivered.isEmpty());
+    };
+    const QString failed = u"语音识别失败: "_s;
+    const struct
+    {
+        const char *name;
+        QUrl file;
+        service::APIClient *client;
+        std::function<void()> whilePolling;
+        QString status; // the exact text, or else the failure prefix with a reason after it
+        int minimumReason; // characters of that reason
+        bool announced;
+    } cases[] = {
+        {"undecodable", QUrl::fromLocalFile(broken), api.get(), {}, {}, 5, true},
+        {"forgotten", media(u"speech.wav"_s), api.get(), forgetTasks,
+         u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s, 0, false},
+        {"server gone", media(u"speech.wav"_s), &ownClient, [&own] { own.stop(); }, {}, 1, false},
+    };
+    for (const auto &c : cases) {
+        notifier.delivered.clear();
+        auto vm = makeEditor(*c.client);
+        if (c.whilePolling)
+            whenPolling(*vm, c.whilePolling);
+        import(*vm, {c.file});
+        const QString status = vm->processingStatus();
+        EXPECT_EQ(vm->project()->status(), ProjectStatus::failed) << c.name;
+        EXPECT_FALSE(vm->isProcessing()) << c.name;
+        EXPECT_TRUE(vm->transcriptionStep().isEmpty()) << c.name;
+        if (!c.status.isEmpty()) {
+            EXPECT_EQ(status, c.status) << c.name;
+        } else {
+            EXPECT_TRUE(status.startsWith(failed)) << c.name << status.toStdString();
+            EXPECT_GE(status.size() - failed.size(), c.minimumReason)
+                << c.name << ": " << status.toStdString();
+        }
+        using Notes = QList<QPair<QString, QString>>;
+        const Notes announced {{u"Kavel"_s, u"语音识别失败，请重试。"_s}};
+        EXPECT_EQ(notifier.delivered, c.announced ? announced : Notes {}) << c.name;
+    }
+    EXPECT_TRUE(log.lines->contains(
+        u"[AudioExtract] No compatible preset for .wav, using source directly"_s));
 }
 
 QProcessEnvironment cliEnvironment(const QString &projects)

@@ -10,6 +10,8 @@
 
 #include <QDir>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QSet>
 #include <QTemporaryDir>
 #include <cmath>
 #include <cstring>
@@ -71,17 +73,26 @@ TEST_F(MltAudioConversion, SoundOfVideoAndAudioBecomesAacOfTheSameLength)
 {
     const QString video = makeVideoWithAudio(dir.path(), u"clip.mov"_s, 3.0);
     const QString wav = makeTone(dir.path(), u"tone.WAV"_s, 2.0);
-    for (const QString &source : {video, wav}) {
+    // Each conversion gets a fresh name in the output folder, so two never collide.
+    const QRegularExpression name(u"^audio_[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.m4a$"_s);
+    QSet<QUrl> outputs;
+    for (const QString &source : {video, wav, video}) {
         const QUrl out = runTask(extractor.convertToM4A(QUrl::fromLocalFile(source), dir.path()),
                                  std::chrono::seconds(60))
                              .get();
         ASSERT_NE(out, QUrl::fromLocalFile(source)) << "converted, not handed on";
+        const QFileInfo file(out.toLocalFile());
+        EXPECT_TRUE(name.match(file.fileName()).hasMatch()) << file.fileName().toStdString();
+        EXPECT_EQ(file.absolutePath(), QFileInfo(dir.path()).absoluteFilePath());
+        EXPECT_TRUE(log.lines->contains(u"[AudioExtract] Completed: "_s + file.fileName()));
+        outputs.insert(out);
         const media::MediaInfo info = media::mlt::probeMedia(out.toLocalFile()).info;
         EXPECT_TRUE(info.hasAudio);
         EXPECT_FALSE(info.hasVideo);
         const double expected = source == video ? 3.0 : 2.0;
         EXPECT_NEAR(info.audioDuration, expected, 0.15) << source.toStdString();
     }
+    EXPECT_EQ(outputs.size(), 3);
 }
 
 TEST_F(MltAudioConversion, SpeechKeepsItsSoundThroughTheConversion)

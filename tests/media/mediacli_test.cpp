@@ -1,6 +1,7 @@
 #include "mediafixture.h"
 #include "model/kavelproject.h"
 #include "support/testenvironment.h"
+#include "support/transcriptbuilder.h"
 
 #include <QImage>
 #include <QJsonArray>
@@ -32,21 +33,15 @@ protected:
     QTemporaryDir projects;
 };
 
-TEST_F(MediaCommands, ListThumbnailAndCompositionReadTheBundle)
+TEST_F(MediaCommands, ListThumbnailCompositionAndExportReadTheBundle)
 {
     auto project = KavelProject::create(u"访谈"_s, projects.path());
     project->addSourceFile(QUrl::fromLocalFile(s_video));
+    const QUuid source = project->metadata().sourceFiles.first().id;
     Paragraph paragraph;
     paragraph.id = QUuid::createUuid();
-    for (const auto &[start, end] : {std::pair {0.5, 1.0}, {1.0, 1.5}, {2.5, 3.0}}) {
-        WordBlock block;
-        block.id = QUuid::createUuid();
-        block.text = u"字"_s;
-        block.sourceFileId = project->metadata().sourceFiles.first().id;
-        block.mediaStart = start;
-        block.mediaEnd = end;
-        paragraph.wordBlocks.append(block);
-    }
+    for (const auto &[start, end] : {std::pair {0.5, 1.0}, {1.0, 1.5}, {2.5, 3.0}})
+        paragraph.wordBlocks.append(kavel::test::timedWord(start, end, 0, source, u"字"_s));
     project->setParagraphs({paragraph});
     project->saveTimeline();
     const QString bundle = project->bundlePath();
@@ -77,6 +72,11 @@ TEST_F(MediaCommands, ListThumbnailAndCompositionReadTheBundle)
     EXPECT_EQ(lines[7], u"  1.500-2.500"_s);
 
     run({u"composition"_s, projects.filePath(u"none.kavel"_s)}, 1);
+
+    // An export the flow cannot finish (here: a project without its recording) fails the
+    // command, so scripts can tell.
+    const QString empty = KavelProject::create(u"空"_s, projects.path())->bundlePath();
+    run({u"export"_s, empty, u"--out"_s, projects.filePath(u"out"_s), u"--srt"_s}, 1);
 }
 
 } // namespace

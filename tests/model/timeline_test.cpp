@@ -61,53 +61,49 @@ TEST(Flatten, OrdersByParagraphSortOrderStablyAndRenumbersWords)
     EXPECT_TRUE(flattenParagraphs({paragraph(0, {}), paragraph(1, {})}).isEmpty());
 }
 
-TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSeconds)
+TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSecondsInSortOrder)
 {
-    const QList<WordBlock> blocks {
-        word(u"A"_s, 0.0, 0.5, u"1"_s, 0), word(u"B"_s, 2.5, 3.0, u"1"_s, 1),
-        word(u"C"_s, 5.1, 5.4, u"1"_s, 2), word(u"D"_s, 5.5, 6.0, u"2"_s, 3)};
-    const QList<Paragraph> paragraphs = groupWordBlocks(blocks);
-    ASSERT_EQ(paragraphs.size(), 3);
-    EXPECT_EQ(texts(paragraphs[0].wordBlocks), (QStringList {u"A"_s, u"B"_s}));
-    EXPECT_EQ(texts(paragraphs[1].wordBlocks), (QStringList {u"C"_s}));
-    EXPECT_EQ(texts(paragraphs[2].wordBlocks), (QStringList {u"D"_s}));
-    for (qsizetype i = 0; i < paragraphs.size(); ++i) {
-        EXPECT_EQ(paragraphs[i].sortOrder, i);
-        EXPECT_FALSE(paragraphs[i].id.isNull());
+    const std::optional<QString> none;
+    const struct
+    {
+        const char *name;
+        QList<WordBlock> words;
+        QList<QStringList> paragraphs;
+    } cases[] = {
+        {"speaker and gap",
+         {word(u"A"_s, 0.0, 0.5, u"1"_s, 0), word(u"B"_s, 2.5, 3.0, u"1"_s, 1),
+          word(u"C"_s, 5.1, 5.4, u"1"_s, 2), word(u"D"_s, 5.5, 6.0, u"2"_s, 3)},
+         {{u"A"_s, u"B"_s}, {u"C"_s}, {u"D"_s}}},
+        // Given out of order; overlap joins; nil never matches a present label.
+        {"sort order and nil speakers",
+         {word(u"c"_s, 10.0, 10.5, none, 2), word(u"a"_s, 0.0, 1.0, none, 0),
+          word(u"b"_s, 0.8, 1.2, none, 1), word(u"d"_s, 10.6, 11.0, u"x"_s, 3),
+          word(u"e"_s, 11.0, 11.2, none, 4)},
+         {{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s}, {u"e"_s}}},
+        // "c" is measured against "b", not against the last word of its own speaker.
+        {"gap across paragraphs",
+         {word(u"a"_s, 0, 1, u"1"_s, 0), word(u"b"_s, 1, 2, u"2"_s, 1),
+          word(u"c"_s, 3.5, 4, u"2"_s, 2)},
+         {{u"a"_s}, {u"b"_s, u"c"_s}}},
+        {"nothing", {}, {}},
+    };
+    for (const auto &c : cases) {
+        const QList<Paragraph> paragraphs = groupWordBlocks(c.words);
+        QList<QStringList> got;
+        for (qsizetype i = 0; i < paragraphs.size(); ++i) {
+            got.append(texts(paragraphs[i].wordBlocks));
+            EXPECT_EQ(paragraphs[i].sortOrder, i) << c.name;
+            EXPECT_EQ(paragraphs[i].speakerLabel, paragraphs[i].wordBlocks[0].speakerLabel);
+            EXPECT_FALSE(paragraphs[i].id.isNull());
+            // Words keep their own sort orders.
+            for (const WordBlock &w : paragraphs[i].wordBlocks)
+                EXPECT_EQ(w.sortOrder, c.words[c.words.indexOf(w)].sortOrder);
+        }
+        EXPECT_EQ(got, c.paragraphs) << c.name;
+        if (paragraphs.size() > 1) {
+            EXPECT_NE(paragraphs[0].id, paragraphs[1].id);
+        }
     }
-    EXPECT_EQ(paragraphs[0].speakerLabel, u"1"_s);
-    EXPECT_EQ(paragraphs[2].speakerLabel, u"2"_s);
-    EXPECT_NE(paragraphs[0].id, paragraphs[1].id);
-    // Words keep their own sort orders.
-    EXPECT_EQ(paragraphs[2].wordBlocks[0].sortOrder, 3);
-}
-
-TEST(Group, SortsBySortOrderAndTreatsMissingSpeakersAsOneSpeaker)
-{
-    // Given out of order; overlap joins; nil never matches a present label.
-    const QList<WordBlock> blocks {word(u"c"_s, 10.0, 10.5, {}, 2), word(u"a"_s, 0.0, 1.0, {}, 0),
-                                   word(u"b"_s, 0.8, 1.2, {}, 1),
-                                   word(u"d"_s, 10.6, 11.0, u"x"_s, 3),
-                                   word(u"e"_s, 11.0, 11.2, {}, 4)};
-    const QList<Paragraph> paragraphs = groupWordBlocks(blocks);
-    ASSERT_EQ(paragraphs.size(), 4);
-    EXPECT_EQ(texts(paragraphs[0].wordBlocks), (QStringList {u"a"_s, u"b"_s}));
-    EXPECT_EQ(texts(paragraphs[1].wordBlocks), (QStringList {u"c"_s}));
-    EXPECT_EQ(texts(paragraphs[2].wordBlocks), (QStringList {u"d"_s}));
-    EXPECT_EQ(texts(paragraphs[3].wordBlocks), (QStringList {u"e"_s}));
-    EXPECT_FALSE(paragraphs[0].speakerLabel.has_value());
-    EXPECT_TRUE(groupWordBlocks({}).isEmpty());
-}
-
-TEST(Group, GapIsMeasuredFromThePreviousWordEvenAcrossParagraphs)
-{
-    // "b" opens a new paragraph (speaker change); "c" is measured against "b", not
-    // against the last word of its own speaker.
-    const QList<WordBlock> blocks {word(u"a"_s, 0, 1, u"1"_s, 0), word(u"b"_s, 1, 2, u"2"_s, 1),
-                                   word(u"c"_s, 3.5, 4, u"2"_s, 2)};
-    const QList<Paragraph> paragraphs = groupWordBlocks(blocks);
-    ASSERT_EQ(paragraphs.size(), 2);
-    EXPECT_EQ(texts(paragraphs[1].wordBlocks), (QStringList {u"b"_s, u"c"_s}));
 }
 
 TEST(TimelineDocument, WritesSortedKeysAndReadsBack)

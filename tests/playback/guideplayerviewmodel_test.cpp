@@ -116,24 +116,4 @@ TEST_F(GuidePlayer, ReachingTheEndStartsAgainFromTheBeginning)
     EXPECT_EQ(player->seeks.size(), 3);
 }
 
-TEST_F(GuidePlayer, PlayPauseAndVolumeReachThePlayer)
-{
-    QSignalSpy playing(model.get(), &GuidePlayerViewModel::isPlayingChanged);
-    model->togglePlayPause();
-    EXPECT_TRUE(model->isPlaying());
-    EXPECT_EQ(player->rate(), 1.0);
-    model->togglePlayPause();
-    EXPECT_FALSE(model->isPlaying());
-    EXPECT_EQ(player->rate(), 0.0);
-    EXPECT_EQ(playing.count(), 2);
-
-    QSignalSpy volume(model.get(), &GuidePlayerViewModel::volumeChanged);
-    model->setVolume(0.25f);
-    EXPECT_EQ(model->volume(), 0.25f);
-    EXPECT_EQ(player->volume(), 0.25f);
-    model->setVolume(3.0f);
-    EXPECT_EQ(player->volume(), 1.0f);
-    EXPECT_EQ(volume.count(), 2);
-}
-
 } // namespace
