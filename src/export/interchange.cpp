@@ -37,6 +37,15 @@ QString rational(std::int64_t frames, timing::Rate rate)
     return den == 1 ? u"%1s"_s.arg(num) : u"%1/%2s"_s.arg(num).arg(den);
 }
 
+// The first picture's size; a project of sound alone gets a full-HD frame.
+QSize frameSize(const QList<Source> &sources)
+{
+    for (const Source &source : sources)
+        if (source.hasVideo && source.size.isValid())
+            return source.size;
+    return {1920, 1080};
+}
+
 QString clipName(const Source &source)
 {
     return QFileInfo(source.path).fileName();
@@ -54,12 +63,7 @@ QByteArray mltDocument(const QList<Cut> &cuts, const QList<Source> &sources, tim
     xml.writeAttribute(u"title"_s, title);
     xml.writeAttribute(u"producer"_s, u"main"_s);
 
-    QSize size {1920, 1080};
-    for (const Source &source : sources)
-        if (source.hasVideo && source.size.isValid()) {
-            size = source.size;
-            break;
-        }
+    const QSize size = frameSize(sources);
     const std::int64_t divisor = std::gcd(size.width(), size.height());
     xml.writeStartElement(u"profile"_s);
     xml.writeAttribute(u"width"_s, QString::number(size.width()));
@@ -136,12 +140,7 @@ QByteArray fcpxmlDocument(const QList<Cut> &cuts, const QList<Source> &sources, 
     xml.writeStartElement(u"fcpxml"_s);
     xml.writeAttribute(u"version"_s, u"1.9"_s);
     xml.writeStartElement(u"resources"_s);
-    QSize size {1920, 1080};
-    for (const Source &source : sources)
-        if (source.hasVideo && source.size.isValid()) {
-            size = source.size;
-            break;
-        }
+    const QSize size = frameSize(sources);
     const auto writeFormat = [&](const QString &id, timing::Rate r, QSize s) {
         xml.writeEmptyElement(u"format"_s);
         xml.writeAttribute(u"id"_s, id);
