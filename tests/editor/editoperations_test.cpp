@@ -111,13 +111,25 @@ TEST_F(Editing, DeletingAParagraphPlacesTheCursorOnItsNeighbour)
     EXPECT_EQ(vm.undoManager().undoCount(), 1);
 }
 
-TEST_F(Editing, MovingParagraphsRenumbersAndIsNotUndoable)
+TEST_F(Editing, MovingParagraphsFollowsTheListMoveRuleAndIsNotUndoable)
 {
     openTranscript({{u"0"_s}, {u"1"_s}, {u"2"_s}, {u"3"_s}});
-    vm.moveParagraphs({0}, 3);
-    EXPECT_EQ(text(), u"1 | 2 | 0 | 3"_s);
-    for (qsizetype i = 0; i < 4; ++i)
-        EXPECT_EQ(paragraph(i).sortOrder, i);
+    // Each move starts from the document the one before left. The target is a gap: moving
+    // down, the moved rows leave it first, so {0} to 3 lands before "3", not after it.
+    const struct
+    {
+        QList<qsizetype> rows;
+        qsizetype to;
+        QString result;
+    } moves[] = {{{0}, 3, u"1 | 2 | 0 | 3"_s},    {{2}, 0, u"0 | 1 | 2 | 3"_s},
+                 {{1, 3}, 0, u"1 | 3 | 0 | 2"_s}, {{0, 1}, 4, u"0 | 2 | 1 | 3"_s},
+                 {{1}, 1, u"0 | 2 | 1 | 3"_s},    {{9}, 0, u"0 | 2 | 1 | 3"_s}};
+    for (const auto &move : moves) {
+        vm.moveParagraphs(move.rows, move.to);
+        EXPECT_EQ(text(), move.result) << move.to;
+        for (qsizetype i = 0; i < 4; ++i)
+            EXPECT_EQ(paragraph(i).sortOrder, i);
+    }
     EXPECT_FALSE(vm.undoManager().canUndo());
     expectPlayerHasDocument();
     EXPECT_EQ(documentText(vm.project()->paragraphs()), u"0 | 1 | 2 | 3"_s)
@@ -126,16 +138,12 @@ TEST_F(Editing, MovingParagraphsRenumbersAndIsNotUndoable)
 
 TEST_F(Editing, FillerWordsGoInOneStep)
 {
-    openTranscript({{u"um"_s, u"so"_s}, {u"uh"_s}, {u"yes"_s}});
-    QList<Paragraph> doc = vm.paragraphs();
+    QList<Paragraph> doc = transcript({{u"um"_s, u"so"_s}, {u"uh"_s}, {u"yes"_s}});
     for (Paragraph &p : doc) {
         for (WordBlock &b : p.wordBlocks)
             b.isFiller = b.text.startsWith(u'u');
     }
-    vm.openProject(vm.project()->bundleURL()); // reload is simplest: save the flags first
-    vm.project()->setParagraphs(doc);
-    vm.project()->saveTimeline();
-    vm.openProject(vm.project()->bundleURL());
+    openParagraphs(doc);
 
     EXPECT_EQ(vm.deleteFillerWords(), 2);
     EXPECT_EQ(text(), u"so | yes"_s);
@@ -143,22 +151,6 @@ TEST_F(Editing, FillerWordsGoInOneStep)
     EXPECT_EQ(vm.deleteFillerWords(), 0);
     vm.undoManager().undo();
     EXPECT_EQ(text(), u"um so | uh | yes"_s);
-}
-
-TEST_F(Editing, CopiedWordsArePastedAtTheCursorAsNewWords)
-{
-    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}});
-    vm.selectRange(paragraph(0).id, 0, 2);
-    vm.copySelectedWords();
-    vm.setCursor(paragraph(1).id, 1);
-    vm.pasteWords();
-    EXPECT_EQ(text(), u"a b | c a b"_s);
-    EXPECT_NE(paragraph(1).wordBlocks[1].id, paragraph(0).wordBlocks[0].id);
-    EXPECT_EQ(paragraph(1).wordBlocks[1].mediaStart, paragraph(0).wordBlocks[0].mediaStart);
-    EXPECT_EQ(vm.cursorPosition(), 3);
-    expectPlayerHasDocument();
-    vm.undoManager().undo();
-    EXPECT_EQ(text(), u"a b | c"_s);
 }
 
 TEST_F(Editing, CorrectingWordsChangesTextNotTimingInOneUndoStep)

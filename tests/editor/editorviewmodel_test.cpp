@@ -1,5 +1,5 @@
-#include "support/editorfixture.h"
 #include "model/fileio.h"
+#include "support/editorfixture.h"
 
 #include <QSignalSpy>
 
@@ -63,29 +63,6 @@ TEST_F(Editor, CursorPlacementMovesThePlayHeadToTheWordBeforeIt)
     EXPECT_EQ(vm.selectedParagraphId(), paragraph(0).id);
 }
 
-TEST_F(Editor, ArrowKeysStayInsideTheParagraphAndClearTheSelection)
-{
-    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}});
-    vm.moveCursorLeft(); // no cursor: nothing
-    EXPECT_FALSE(vm.cursorParagraphId().has_value());
-
-    vm.setCursor(paragraph(0).id, 0);
-    vm.moveCursorLeft();
-    EXPECT_EQ(vm.cursorPosition(), 0);
-    vm.moveCursorRight();
-    vm.moveCursorRight();
-    vm.moveCursorRight();
-    EXPECT_EQ(vm.cursorPosition(), 2);
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
-
-    vm.extendSelection(0);
-    EXPECT_EQ(vm.selectedBlockIds().size(), 2);
-    vm.moveCursorLeft();
-    EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
-    EXPECT_FALSE(vm.selectionAnchor().has_value());
-    EXPECT_EQ(vm.cursorPosition(), 0) << "the shift-move left the cursor at gap 0";
-}
-
 TEST_F(Editor, SelectRangeClampsToTheParagraph)
 {
     openTranscript({{u"a"_s, u"b"_s, u"c"_s}});
@@ -100,40 +77,12 @@ TEST_F(Editor, SelectRangeClampsToTheParagraph)
     EXPECT_EQ(vm.selectionAnchor(), 4);
     EXPECT_EQ(vm.cursorPosition(), 5);
 
-    // The first shift-move fixes the anchor at the cursor, later ones keep it.
-    vm.setCursor(p, 1);
-    vm.extendSelection(2);
-    EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {id(u"b"_s)});
-    vm.extendSelection(3);
-    EXPECT_EQ(vm.selectedBlockIds(), (QSet<QUuid> {id(u"b"_s), id(u"c"_s)}));
-    vm.extendSelection(0);
-    EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {id(u"a"_s)});
-
     vm.selectAllInParagraph();
     EXPECT_EQ(vm.selectedBlockIds().size(), 3);
     vm.clearSelection();
     EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
     EXPECT_FALSE(vm.selectedParagraphId().has_value());
     EXPECT_EQ(vm.cursorParagraphId(), p) << "clearing the selection keeps the cursor";
-}
-
-TEST_F(Editor, SelectAcrossParagraphsTakesTheWordsBetweenTheTwoGaps)
-{
-    openTranscript({{u"a0"_s, u"a1"_s, u"a2"_s}, {u"b0"_s}, {u"c0"_s, u"c1"_s, u"c2"_s}});
-    vm.selectAcross(paragraph(2).id, 2, paragraph(0).id, 1);
-    EXPECT_EQ(vm.selectedBlockIds(),
-              (QSet<QUuid> {id(u"a1"_s), id(u"a2"_s), id(u"b0"_s), id(u"c0"_s), id(u"c1"_s)}));
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
-    EXPECT_EQ(vm.cursorPosition(), 1);
-    EXPECT_EQ(vm.selectionAnchor(), 2);
-    EXPECT_EQ(vm.selectedParagraphId(), paragraph(0).id);
-
-    vm.selectAcross(paragraph(1).id, 1, paragraph(1).id, 0);
-    EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {id(u"b0"_s)});
-
-    const QSet<QUuid> before = vm.selectedBlockIds();
-    vm.selectAcross(QUuid::createUuid(), 0, paragraph(0).id, 1);
-    EXPECT_EQ(vm.selectedBlockIds(), before);
 }
 
 TEST_F(Editor, SentencePlaybackTogglesAndEndsWhenThePlayerStops)

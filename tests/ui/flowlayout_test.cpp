@@ -1,5 +1,4 @@
 #include "support/transcriptbuilder.h"
-#include "ui/transcript/blinkingcursor.h"
 #include "ui/transcript/flowlayout.h"
 #include "ui/transcript/transcriptlayout.h"
 
@@ -56,7 +55,7 @@ TEST(FlowLayout, WordWiderThanTheLineSitsAloneOnItsRow)
     EXPECT_EQ(flow.sizeThatFits(widths({150}), std::nullopt), QSizeF(150.0, 10.0));
 }
 
-TEST(FlowLayout, MeasuresRowsByTheirTallestWordPlusLineSpacing)
+TEST(FlowLayout, RowsAreAsTallAsTheirTallestWordAndStackWithLineSpacing)
 {
     const FlowLayout flow {4.0, 3.0};
     QList<QSizeF> sizes {{60, 10}, {30, 14}, {20, 8}};
@@ -66,17 +65,10 @@ TEST(FlowLayout, MeasuresRowsByTheirTallestWordPlusLineSpacing)
     // An empty paragraph is one empty row: no height, and the proposed width.
     EXPECT_EQ(flow.sizeThatFits({}, 100.0), QSizeF(100.0, 0.0));
     EXPECT_EQ(flow.sizeThatFits({}, std::nullopt), QSizeF(0.0, 0.0));
-}
 
-TEST(FlowLayout, PlacesWordsLeftToRightAndRowsBelowTheTallestWord)
-{
-    const FlowLayout flow {4.0, 3.0};
-    QList<QSizeF> sizes {{60, 10}, {30, 14}, {20, 8}};
-    const QList<QRectF> frames = flow.place(sizes, QPointF(5.0, 7.0), 100.0);
-    ASSERT_EQ(frames.size(), 3);
-    EXPECT_EQ(frames.at(0), QRectF(5, 7, 60, 10));
-    EXPECT_EQ(frames.at(1), QRectF(5 + 64, 7, 30, 14));
-    EXPECT_EQ(frames.at(2), QRectF(5, 7 + 14 + 3, 20, 8));
+    EXPECT_EQ(flow.place(sizes, QPointF(5.0, 7.0), 100.0),
+              (QList<QRectF> {QRectF(5, 7, 60, 10), QRectF(5 + 64, 7, 30, 14),
+                              QRectF(5, 7 + 14 + 3, 20, 8)}));
 }
 
 TEST(TranscriptLayout, GapUnderThePointerFollowsWordMiddlesAndNearestRow)
@@ -94,18 +86,6 @@ TEST(TranscriptLayout, GapUnderThePointerFollowsWordMiddlesAndNearestRow)
 
     EXPECT_EQ(TranscriptLayout::wordAt(frames, {50, 5}), 1);
     EXPECT_EQ(TranscriptLayout::wordAt(frames, {42, 5}), -1); // between two words
-}
-
-TEST(BlinkingCursor, BarSitsBesideTheWordBeforeTheGap)
-{
-    const QList<QRectF> frames {QRectF(0, 0, 40, 20), QRectF(44, 0, 30, 20), QRectF(78, 0, 10, 20),
-                                QRectF(0, 26, 50, 20)};
-    EXPECT_EQ(BlinkingCursor::barRect(0, frames), QRectF(-1, 0, 2, 18));
-    EXPECT_EQ(BlinkingCursor::barRect(3, frames), QRectF(88, 0, 2, 18));
-    EXPECT_EQ(BlinkingCursor::barRect(4, frames), QRectF(50, 26, 2, 18));
-    // Missing frames give 0 for the coordinate they would have set.
-    EXPECT_EQ(BlinkingCursor::barRect(9, frames), QRectF(0, 0, 2, 18));
-    EXPECT_EQ(BlinkingCursor::barRect(0, {}), QRectF(0, 0, 2, 18));
 }
 
 TEST(TranscriptLayout, EditsLayOutOnlyTheParagraphsWhoseWordsChanged)
@@ -139,21 +119,6 @@ TEST(TranscriptLayout, EditsLayOutOnlyTheParagraphsWhoseWordsChanged)
     }
     EXPECT_EQ(layout.paragraphAt(layout.totalHeight() + 10.0), -1);
     EXPECT_EQ(layout.nearestParagraph(layout.totalHeight() + 10.0), 2);
-}
-
-TEST(TranscriptLayout, NarrowWidthWrapsWordsOntoMoreLines)
-{
-    TranscriptLayout layout(QApplication::font());
-    QStringList words;
-    for (int i = 0; i < 40; ++i)
-        words.append(u"word%1"_s.arg(i));
-    const QList<Paragraph> doc = test::transcript({words});
-    layout.update(doc, 1200.0);
-    const qreal wide = layout.paragraph(0).height;
-    layout.update(doc, 200.0);
-    EXPECT_GT(layout.paragraph(0).height, wide);
-    for (const QRectF &frame : layout.paragraph(0).wordFrames)
-        EXPECT_LE(frame.right(), 200.0 - 2 * layout.metrics().paddingX);
 }
 
 TEST(TranscriptLayout, MeasuredWordsAreNeverNarrowerThanTheirDrawnText)

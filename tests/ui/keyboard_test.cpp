@@ -88,6 +88,10 @@ TEST_F(KeyboardTest, ArrowsMoveTheCursorAndShiftArrowsExtendFromTheAnchor)
         press(Qt::Key_Right, Qt::ShiftModifier);
     EXPECT_EQ(vm.cursorPosition(), 3) << "Shift+Right stops at the paragraph's end";
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"c"_s}));
+    press(Qt::Key_Right);
+    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id) << "the cursor stays in its paragraph";
+    EXPECT_EQ(vm.cursorPosition(), 3);
+    EXPECT_TRUE(vm.selectedBlockIds().isEmpty()) << "a plain arrow ends the selection";
     EXPECT_TRUE(probe->received.isEmpty());
 }
 
@@ -111,6 +115,11 @@ TEST_F(KeyboardTest, ControlShortcutsRunTheEditorCommands)
     vm.setCursor(paragraph(0).id, 2);
     press(Qt::Key_V, Qt::ControlModifier);
     EXPECT_EQ(text(), u"d e a b c"_s);
+    EXPECT_EQ(vm.cursorPosition(), 5) << "after the pasted words";
+    const WordBlock pasted = paragraph(0).wordBlocks[2];
+    EXPECT_NE(pasted.id, vm.copiedWords()[0].id) << "a paste makes new words";
+    EXPECT_EQ(pasted.mediaStart, vm.copiedWords()[0].mediaStart);
+    expectPlayerHasDocument();
 
     press(Qt::Key_F, Qt::ControlModifier);
     EXPECT_TRUE(vm.showSearchBar());

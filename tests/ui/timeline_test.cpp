@@ -96,16 +96,6 @@ protected:
 
 } // namespace
 
-TEST(TimelineScale, ZoomStepsAreTenPercentAndClamped)
-{
-    EXPECT_DOUBLE_EQ(zoomedPixelsPerSecond(100.0, 1.0), 110.0);
-    EXPECT_DOUBLE_EQ(zoomedPixelsPerSecond(100.0, -1.0), 90.0);
-    EXPECT_DOUBLE_EQ(zoomedPixelsPerSecond(100.0, 4.0), 140.0);
-    EXPECT_EQ(zoomedPixelsPerSecond(10.0, -1.0), 10.0);
-    EXPECT_EQ(zoomedPixelsPerSecond(500.0, 8.0), 500.0);
-    EXPECT_EQ(zoomedPixelsPerSecond(11.0, -1.0), 10.0);
-}
-
 TEST(TimelineScale, RulerTicksFollowTheScale)
 {
     // Below 100 points per second: a tick every 5 s, a label every 10 s.
@@ -174,6 +164,14 @@ TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoom)
     QGestureEvent gestureEvent({&gesture});
     QApplication::sendEvent(timeline->scrollArea(), &gestureEvent);
     EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), beforeGesture * 0.98);
+
+    // The scale stops at its ends, also when a step would pass them.
+    timeline->setPixelsPerSecond(minPixelsPerSecond + 1.0);
+    timeline->zoomOutButton()->click();
+    EXPECT_EQ(timeline->pixelsPerSecond(), minPixelsPerSecond);
+    timeline->setPixelsPerSecond(maxPixelsPerSecond);
+    timeline->zoomInButton()->click();
+    EXPECT_EQ(timeline->pixelsPerSecond(), maxPixelsPerSecond);
 }
 
 TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsLast)

@@ -215,15 +215,6 @@ TEST_F(TranscriptViewTest, ContextMenuTogglesSentencePlayback)
     EXPECT_EQ(vm.playingSentenceId(), std::nullopt);
 }
 
-TEST_F(TranscriptViewTest, DeletingAWordLaysOutOnlyItsParagraph)
-{
-    vm.placeCursorAfterWord(id(u"zeta"_s));
-    vm.deleteAtCursor();
-    EXPECT_EQ(text(), u"alpha beta gamma delta | epsilon | eta theta iota"_s);
-    EXPECT_EQ(view->lastRelayoutCount(), 1);
-    EXPECT_EQ(view->transcriptLayout().paragraph(1).wordFrames.size(), 1);
-}
-
 TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBar)
 {
     vm.setSearchQuery(u"beta"_s);
