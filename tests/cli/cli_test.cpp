@@ -64,11 +64,8 @@ TEST(Cli, NewCreatesABundleInTheProjectsFolderAndRefusesBadTitles)
     expectOneLineError(runCli({u"new"_s, u"a/b"_s}));
     EXPECT_EQ(QDir(projectsFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
 
-    const CliResult usage = runCli({u"new"_s});
-    EXPECT_EQ(usage.exitCode, 2);
-    EXPECT_TRUE(usage.err.contains(u"usage"_s));
+    EXPECT_EQ(runCli({u"new"_s}).exitCode, 2);
     EXPECT_EQ(runCli({u"frobnicate"_s}).exitCode, 2);
-    EXPECT_TRUE(runCli({u"--help"_s}).out.contains(u"add-media"_s));
 }
 
 TEST(Cli, AddMediaCopiesMediaAndRefusesWhatIsNot)
@@ -127,8 +124,6 @@ TEST(Cli, InfoListsWordsInPlaybackOrderAndReportsDamagedFiles)
 
     const CliResult text = runCli({u"info"_s, bundle});
     ASSERT_EQ(text.exitCode, 0) << text.err.toStdString();
-    EXPECT_TRUE(text.out.contains(u"Title:       Info"_s));
-    EXPECT_TRUE(text.out.contains(u"Paragraphs:  2"_s));
     EXPECT_TRUE(text.out.contains(u"Words:       3"_s));
     EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  there"_s))
         << text.out.toStdString();
@@ -136,14 +131,10 @@ TEST(Cli, InfoListsWordsInPlaybackOrderAndReportsDamagedFiles)
 
     const CliResult json = runCli({u"info"_s, bundle, u"--json"_s});
     ASSERT_EQ(json.exitCode, 0);
-    const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8()).object();
-    EXPECT_EQ(o.value("title"_L1).toString(), u"Info"_s);
-    EXPECT_EQ(o.value("paragraphCount"_L1).toInt(), 2);
-    EXPECT_EQ(o.value("wordCount"_L1).toInt(), 3);
-    const QJsonArray words = o.value("words"_L1).toArray();
+    const QJsonArray words
+        = QJsonDocument::fromJson(json.out.toUtf8()).object().value("words"_L1).toArray();
     ASSERT_EQ(words.size(), 3);
     EXPECT_EQ(words[2].toObject().value("text"_L1).toString(), u"world"_s);
-    EXPECT_EQ(words[2].toObject().value("sortOrder"_L1).toInt(), 2);
     EXPECT_EQ(words[2].toObject().value("mediaStart"_L1).toDouble(), 1.0);
 
     // A garbage timeline only warns; garbage metadata fails, naming the file.
@@ -235,7 +226,6 @@ TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)
     const CliResult json = runCli({u"search"_s, bundle, u"e"_s, u"--json"_s});
     const QJsonArray hits = QJsonDocument::fromJson(json.out.toUtf8()).array();
     ASSERT_EQ(hits.size(), 3); // hello, yes, bye
-    EXPECT_EQ(hits[2].toObject().value("paragraph"_L1).toInt(), 3);
     EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 2.0);
     EXPECT_EQ(runCli({u"search"_s, bundle, u"zzz"_s}).out.trimmed(), u"0 hits"_s);
 }

