@@ -164,8 +164,9 @@ struct WorkerSetup
 };
 
 const std::set<std::string> workerOptionNames {
-    "--database",           "--uploads",           "--model", "--workers", "--lease",
-    "--recognizer-command", "--recognizer-timeout"};
+    "--database",           "--uploads",           "--model",
+    "--workers",            "--lease",             "--recognizer-command",
+    "--recognizer-timeout", "--recognition-threads"};
 
 std::optional<WorkerSetup> workerSetup(const Options &options, const std::string &uploads,
                                        int defaultThreads)

@@ -67,6 +67,13 @@ void PocketSphinxRecognizer::decodeStretch(std::span<const std::int16_t> samples
 {
     if (samples.empty())
         return;
+    // The decoder keeps state from one utterance to the next (its choice of Gaussians
+    // starts from the frames it saw last), so the words of a stretch would depend on what
+    // this decoder heard before: another task, or another split between threads. A fresh
+    // start makes every stretch decode alike wherever and whenever it is decoded.
+    if (m_dirty && ps_reinit(m_decoder, nullptr) < 0)
+        throw RecognitionError("PocketSphinx could not reset its decoder");
+    m_dirty = true;
     if (ps_start_utt(m_decoder) < 0)
         throw RecognitionError("PocketSphinx could not start an utterance");
     // Whole stretches, not a stream of small blocks: told that it has the whole

@@ -34,6 +34,7 @@ private:
 
     cmd_ln_s *m_config = nullptr;
     ps_decoder_s *m_decoder = nullptr;
+    bool m_dirty = false;
 };
 
 } // namespace kavel::server
