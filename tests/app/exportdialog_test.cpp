@@ -40,9 +40,7 @@ TEST_F(ExportDialogTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
     EXPECT_FALSE(main->exportAction()->isEnabled()); // nothing to export yet
     openTranscript({{u"hello"_s, u"there"_s}, {u"second"_s, u"line"_s}});
     main->navigate(NavigationItem::editor);
-    main->show();
-    QApplication::setActiveWindow(main.get());
-    ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
+    activateWindow();
     QTest::keyClick(main.get(), Qt::Key_E, Qt::ControlModifier);
     ExportDialog *dialog = main->exportDialog();
     ASSERT_NE(dialog, nullptr);

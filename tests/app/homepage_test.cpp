@@ -28,7 +28,7 @@ protected:
         home = std::make_unique<HomePage>(
             vm, store,
             [this] {
-                pickerTitles.append(u"media"_s);
+                ++mediaPicks;
                 return filesToPick;
             },
             [this] { return signedIn; });
@@ -82,49 +82,42 @@ TEST_F(HomePageTest, SearchKeepsTheMatchingCardsInGridAndList)
     EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
 }
 
-TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForTheImportConfirmation)
+TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmation)
 {
-    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
-    EXPECT_EQ(pickerTitles.size(), 1);
-    EXPECT_FALSE(vm.showImportConfirm()); // cancelled
-
-    filesToPick = {QUrl::fromLocalFile(u"/media/three.mov"_s)};
-    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
-    EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
-    EXPECT_TRUE(vm.showImportConfirm());
-
+    // Signed out, neither a click nor a drop asks for or takes files. A sign-in that did
+    // not happen drops the dropped ones; one that did takes them on.
     const QList<QUrl> files {QUrl::fromLocalFile(u"/media/one.mp4"_s),
                              QUrl::fromLocalFile(u"/media/two.mp3"_s)};
-    deliverDrop(files);
-    EXPECT_EQ(vm.pendingImportURLs(), files);
-}
-
-TEST_F(HomePageTest, SignedOutUploadsAskForASignInInstead)
-{
     signedIn = false;
-    filesToPick = {QUrl::fromLocalFile(u"/media/three.mov"_s)};
     QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
-    EXPECT_TRUE(pickerTitles.isEmpty());
+    EXPECT_EQ(mediaPicks, 0);
     EXPECT_TRUE(vm.showLoginRequired());
-
     vm.setShowLoginRequired(false);
-    deliverDrop(filesToPick);
+    deliverDrop(files);
     EXPECT_TRUE(vm.showLoginRequired());
     EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
-    EXPECT_FALSE(vm.showImportConfirm());
-
-    // A sign-in that did not happen drops the files; one that did takes them on.
     home->finishImportAfterSignIn();
     signedIn = true;
     home->finishImportAfterSignIn();
     EXPECT_FALSE(vm.showImportConfirm());
-
     signedIn = false;
-    deliverDrop(filesToPick);
+    deliverDrop(files);
     signedIn = true;
     home->finishImportAfterSignIn();
+    EXPECT_EQ(vm.pendingImportURLs(), files);
+    EXPECT_TRUE(vm.showImportConfirm());
+
+    // Signed in, a click asks for files and a drop brings its own.
+    vm.setShowImportConfirm(false);
+    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+    EXPECT_EQ(mediaPicks, 1);
+    EXPECT_FALSE(vm.showImportConfirm()); // cancelled
+    filesToPick = {QUrl::fromLocalFile(u"/media/three.mov"_s)};
+    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
     EXPECT_EQ(vm.pendingImportURLs(), filesToPick);
     EXPECT_TRUE(vm.showImportConfirm());
+    deliverDrop(files);
+    EXPECT_EQ(vm.pendingImportURLs(), files);
 }
 
 TEST_F(HomePageTest, CardMenuDeletesAProjectAndOpensOneInTheEditor)

@@ -89,25 +89,14 @@ TEST_F(TranscriptViewTest, ClicksPlaceTheCursorOrSelectTheParagraph)
     click(leftOf(0, 0), Qt::ShiftModifier);
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s}));
     EXPECT_EQ(vm.selectionAnchor(), 1);
-
-    // The pointer is an I-beam over the words, a hand over a paragraph's grip.
-    sendMouse(surface(), QEvent::MouseMove, word(1, 1).center(), Qt::NoButton);
-    EXPECT_EQ(surface()->cursor().shape(), Qt::IBeamCursor);
-    sendMouse(surface(), QEvent::MouseMove, view->headerRectInViewport(1).center(), Qt::NoButton);
-    EXPECT_EQ(surface()->cursor().shape(), Qt::OpenHandCursor);
 }
 
 TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs)
 {
-    QList<bool> draggingSeen;
-    QObject::connect(&vm, &EditorViewModel::isDraggingChanged, &vm,
-                     [&] { draggingSeen.append(vm.isDragging()); });
-
     drag({leftOf(0, 1), word(0, 2).center(), rightOf(0, 2)});
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
     EXPECT_EQ(vm.selectionAnchor(), 1);
     EXPECT_EQ(vm.cursorPosition(), 3);
-    EXPECT_EQ(draggingSeen, (QList<bool> {true, false}));
 
     // Downwards into the third paragraph.
     drag({leftOf(0, 1), word(1, 0).center(), rightOf(2, 1)});
@@ -127,7 +116,6 @@ TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs
 TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
 {
     const QUuid first = paragraph(0).id, second = paragraph(1).id, third = paragraph(2).id;
-    const bool couldUndo = vm.undoManager().canUndo();
     const QPointF grip = view->headerRectInViewport(0).center();
 
     sendMouse(surface(), QEvent::MouseButtonPress, grip, Qt::LeftButton);
@@ -150,8 +138,6 @@ TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
 
     sendMouse(surface(), QEvent::MouseButtonRelease, centreOf(2), Qt::NoButton);
     EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
-    EXPECT_EQ(paragraph(2).sortOrder, 2);
-    EXPECT_EQ(vm.undoManager().canUndo(), couldUndo);
 }
 
 TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
