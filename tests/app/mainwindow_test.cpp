@@ -17,10 +17,30 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// The window with a guide clip on disk for the guide to play.
 class MainWindowTest : public test::ShellFixture
 {
 protected:
-    void SetUp() override { makeWindow(); }
+    int guidePlayersMade = 0;
+    VideoSurface *guideFramesGoTo = nullptr;
+
+    void SetUp() override
+    {
+        const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+        test::writeFile(clip, QByteArray(1000, 'd'));
+        makeGuidePlayer = [this, clip](VideoSurface &surface) {
+            ++guidePlayersMade;
+            guideFramesGoTo = &surface;
+            return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
+        };
+        makeWindow();
+    }
+
+    GuidePage *showGuide()
+    {
+        main->sidebarButton(NavigationItem::guide)->click();
+        return qobject_cast<GuidePage *>(main->currentScreen());
+    }
 };
 
 TEST_F(MainWindowTest, TheEditorFlagShowsTheEditorAndBackReturnsHome)
@@ -216,41 +236,15 @@ TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
     EXPECT_FALSE(appState.isAuthenticated());
 }
 
-// The guide over the fake engine, with a clip on disk for it to play.
-class GuideScreenTest : public test::ShellFixture
+TEST_F(MainWindowTest, TheGuidePlaysItsDemonstrationOnlyWhileShown)
 {
-protected:
-    void SetUp() override
-    {
-        const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
-        test::writeFile(clip, QByteArray(1000, 'd'));
-        makeGuidePlayer = [this, clip](VideoSurface &surface) {
-            ++playersMade;
-            framesGoTo = &surface;
-            return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
-        };
-        makeWindow();
-        main->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(main.get()));
-    }
-
-    GuidePage *showGuide()
-    {
-        main->sidebarButton(NavigationItem::guide)->click();
-        return qobject_cast<GuidePage *>(main->currentScreen());
-    }
-
-    int playersMade = 0;
-    VideoSurface *framesGoTo = nullptr;
-};
-
-TEST_F(GuideScreenTest, PlaysTheDemonstrationOnlyWhileTheGuideIsShown)
-{
-    EXPECT_EQ(playersMade, 0); // nothing is loaded before the guide is opened
+    main->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(main.get()));
+    EXPECT_EQ(guidePlayersMade, 0); // nothing is loaded before the guide is opened
     GuidePage *guide = showGuide();
     ASSERT_NE(guide, nullptr);
     ASSERT_NE(guide->player(), nullptr);
-    EXPECT_EQ(framesGoTo, guide->surface());
+    EXPECT_EQ(guideFramesGoTo, guide->surface());
 
     test::FakePlayer *player = engine.lastPlayer;
     player->makeSourceReady(125.0);
@@ -265,7 +259,7 @@ TEST_F(GuideScreenTest, PlaysTheDemonstrationOnlyWhileTheGuideIsShown)
     EXPECT_EQ(player->rate(), 0.0);
     showGuide();
     EXPECT_EQ(player->rate(), 1.0);
-    EXPECT_EQ(playersMade, 1);
+    EXPECT_EQ(guidePlayersMade, 1);
 
     // Paused by the user, it stays paused across a visit elsewhere.
     guide->playButton()->click();
