@@ -171,27 +171,6 @@ TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoom)
     EXPECT_EQ(timeline->pixelsPerSecond(), maxPixelsPerSecond);
 }
 
-TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsLast)
-{
-    const double durations[] = {1.2, 0.8, 1.6};
-    for (const double scale : {100.0, 250.0}) {
-        timeline->setPixelsPerSecond(scale);
-        double x = TimelineCanvas::leadingSpace;
-        for (qsizetype i = 0; i < 3; ++i) {
-            const double width = durations[i] * scale;
-            for (TrackType track : {TrackType::video, TrackType::audio}) {
-                EXPECT_NEAR(canvas()->clipRect(track, i).left(), x, 1e-9);
-                EXPECT_NEAR(canvas()->clipRect(track, i).width(), width, 1e-9);
-            }
-            x += width;
-        }
-    }
-    EXPECT_LT(canvas()->clipRect(TrackType::video, 0).bottom(),
-              canvas()->clipRect(TrackType::audio, 0).top());
-    EXPECT_EQ(canvas()->paragraphAtX(canvas()->timeToX(1.3)), 1);
-    EXPECT_EQ(canvas()->paragraphAtX(canvas()->timeToX(-0.01)), -1);
-}
-
 TEST_F(TimelineTest, DraggingAClipReordersParagraphsUnlessTheTrackIsLocked)
 {
     timeline->setPixelsPerSecond(100.0);
@@ -260,9 +239,26 @@ TEST_F(TimelineTest, EveryZoomStepKeepsTheStartLabelTheRulerAndTheScrollBarInPla
     }
 }
 
-TEST_F(TimelineTest, RulerClicksMoveThePlayheadAndThePlayheadStaysInView)
+TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsAndTheRulerMovesThePlayhead)
 {
-    timeline->setPixelsPerSecond(100.0);
+    const double durations[] = {1.2, 0.8, 1.6};
+    for (const double scale : {250.0, 100.0}) {
+        timeline->setPixelsPerSecond(scale);
+        double x = TimelineCanvas::leadingSpace;
+        for (qsizetype i = 0; i < 3; ++i) {
+            const double width = durations[i] * scale;
+            for (TrackType track : {TrackType::video, TrackType::audio}) {
+                EXPECT_NEAR(canvas()->clipRect(track, i).left(), x, 1e-9);
+                EXPECT_NEAR(canvas()->clipRect(track, i).width(), width, 1e-9);
+            }
+            x += width;
+        }
+    }
+    EXPECT_LT(canvas()->clipRect(TrackType::video, 0).bottom(),
+              canvas()->clipRect(TrackType::audio, 0).top());
+    EXPECT_EQ(canvas()->paragraphAtX(canvas()->timeToX(1.3)), 1);
+    EXPECT_EQ(canvas()->paragraphAtX(canvas()->timeToX(-0.01)), -1);
+
     auto *player = engine.lastPlayer;
     ASSERT_NE(player, nullptr);
     // 1.5 s into the edit is inside "d" (1.2 s to 1.6 s).
