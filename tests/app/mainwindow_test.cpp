@@ -43,20 +43,6 @@ protected:
     }
 };
 
-TEST_F(MainWindowTest, TheEditorFlagShowsTheEditorAndBackReturnsHome)
-{
-    EXPECT_EQ(main->currentScreen(), main->homePage());
-    openTranscript({{u"one"_s}});
-    vm.setNavigateToEditor(true);
-    EXPECT_EQ(main->currentScreen(), main->editorView());
-    EXPECT_FALSE(vm.navigateToEditor()); // consumed, so the next import can raise it again
-    EXPECT_FALSE(main->sidebarButton(NavigationItem::home)->isChecked());
-
-    main->editorView()->backButton()->click();
-    EXPECT_EQ(main->currentScreen(), main->homePage());
-    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
-}
-
 TEST_F(MainWindowTest, SignedOutImportAsksForASignInAndOpenTakesABundle)
 {
     activateWindow();
@@ -124,10 +110,13 @@ TEST_F(MainWindowTest, AProjectThatCannotBeOpenedIsExplainedOnce)
 
 TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeaving)
 {
+    EXPECT_EQ(main->currentScreen(), main->homePage());
     openTranscript({{u"one"_s, u"two"_s}, {u"three"_s}});
     const QUrl bundle = vm.project()->bundleURL();
     const QList<Paragraph> saved = vm.paragraphs();
-    main->navigate(NavigationItem::editor);
+    vm.setNavigateToEditor(true);
+    EXPECT_EQ(main->currentScreen(), main->editorView());
+    EXPECT_FALSE(vm.navigateToEditor()); // consumed, so the next import can raise it again
     vm.deleteParagraph(paragraph(1).id);
     const QList<Paragraph> edited = vm.paragraphs();
     ASSERT_NE(edited, saved);
@@ -146,9 +135,9 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
         EXPECT_EQ(nextRun.paragraphs(), edited);
     }
 
-    // Leaving asks first: 取消 stays, 保存 writes the file and drops the journal.
+    // Leaving asks first: 取消 stays, 保存 writes the file, drops the journal and goes home.
     for (const QString &choice : {u"取消"_s, u"保存"_s}) {
-        main->editorView()->backRequested();
+        main->editorView()->backButton()->click();
         ASSERT_TRUE(main->currentAlert());
         EXPECT_EQ(main->currentAlert()->text(), u"项目有未保存的修改，是否保存？"_s);
         alertButton(main->currentAlert(), choice)->click();
@@ -156,6 +145,7 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
         EXPECT_EQ(main->navigationSelection(),
                   choice == u"取消"_s ? NavigationItem::editor : NavigationItem::home);
     }
+    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
     EXPECT_EQ(KavelProject::load(bundle)->paragraphs(), edited);
     EXPECT_FALSE(QFileInfo::exists(journal::path(*vm.project())));
 
