@@ -88,9 +88,7 @@ TEST_F(EditorScreenTest, SearchCountsAndStepsThroughMatches)
     EXPECT_FALSE(vm.showSearchBar());
 
     view->searchField()->setText(u"go"_s);
-    EXPECT_EQ(vm.searchResults().size(), 2);
     EXPECT_EQ(view->searchCounter()->text(), u"1/2"_s);
-    EXPECT_TRUE(view->nextMatchButton()->isEnabled());
     view->nextMatchButton()->click();
     EXPECT_EQ(view->searchCounter()->text(), u"2/2"_s);
     view->previousMatchButton()->click();

@@ -8,9 +8,7 @@
 #include <QAction>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMenuBar>
 #include <QSlider>
-#include <QStackedWidget>
 #include <QToolButton>
 
 using namespace kavel;
@@ -19,107 +17,106 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// The window with a guide clip on disk for the guide to play.
 class MainWindowTest : public test::ShellFixture
 {
 protected:
-    void SetUp() override { makeWindow(); }
+    int guidePlayersMade = 0;
+    VideoSurface *guideFramesGoTo = nullptr;
+
+    void SetUp() override
+    {
+        const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+        test::writeFile(clip, QByteArray(1000, 'd'));
+        makeGuidePlayer = [this, clip](VideoSurface &surface) {
+            ++guidePlayersMade;
+            guideFramesGoTo = &surface;
+            return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
+        };
+        makeWindow();
+    }
+
+    GuidePage *showGuide()
+    {
+        main->sidebarButton(NavigationItem::guide)->click();
+        return qobject_cast<GuidePage *>(main->currentScreen());
+    }
 };
 
-TEST_F(MainWindowTest, SidebarEntriesAndTheEditorFlagSwitchScreens)
+TEST_F(MainWindowTest, SignedOutImportAsksForASignInAndOpenTakesABundle)
 {
-    EXPECT_EQ(main->currentScreen(), main->homePage());
-    EXPECT_EQ(main->sidebarButton(NavigationItem::editor), nullptr);
-    const std::pair<NavigationItem, QString> entries[] = {{NavigationItem::guide, u"使用指南"_s},
-                                                          {NavigationItem::account, u"未登录"_s},
-                                                          {NavigationItem::home, QString()}};
-    for (const auto &[item, firstText] : entries) {
-        main->sidebarButton(item)->click();
-        EXPECT_EQ(main->navigationSelection(), item);
-        EXPECT_TRUE(main->sidebarButton(item)->isChecked());
-        if (!firstText.isNull()) {
-            EXPECT_EQ(main->currentScreen()->findChildren<QLabel *>().first()->text(), firstText);
-        }
-    }
-    EXPECT_EQ(main->currentScreen(), main->homePage());
-
-    openTranscript({{u"one"_s}});
-    vm.setNavigateToEditor(true);
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
-    EXPECT_EQ(main->currentScreen(), main->editorView());
-    EXPECT_FALSE(vm.navigateToEditor()); // consumed, so the next import can raise it again
-    EXPECT_FALSE(main->sidebarButton(NavigationItem::home)->isChecked());
-
-    main->editorView()->backButton()->click();
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
-    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
-}
-
-TEST_F(MainWindowTest, EditorWithoutAProjectOffersImportAndOpen)
-{
+    activateWindow();
     main->navigate(NavigationItem::editor);
     ProjectPlaceholder *placeholder = main->projectPlaceholder();
     EXPECT_EQ(main->currentScreen(), placeholder);
 
-    // The fixture's session is signed out: importing asks for a sign-in first.
+    // From the button or Ctrl+I the import explains why it cannot start; 取消 leaves it
+    // there, Return (去登录) takes the way to sign in. No file is asked for either way.
     filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
     placeholder->importButton()->click();
-    EXPECT_TRUE(pickerTitles.isEmpty());
-    EXPECT_FALSE(vm.showImportConfirm());
     ASSERT_NE(main->currentAlert(), nullptr);
-    EXPECT_EQ(main->currentAlert()->windowTitle(), u"需要登录"_s);
+    EXPECT_EQ(main->currentAlert()->text(), u"上传视频需要登录账户，请先登录。"_s);
     alertButton(main->currentAlert(), u"取消"_s)->click();
+    EXPECT_FALSE(vm.showLoginRequired() || appState.showLoginSheet());
+    QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
+    ASSERT_NE(main->currentAlert(), nullptr);
+    QTest::keyClick(main->currentAlert(), Qt::Key_Return);
+    EXPECT_EQ(mediaPicks, 0);
+    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
+    EXPECT_FALSE(vm.showImportConfirm() || vm.showLoginRequired());
+    EXPECT_TRUE(appState.showLoginSheet());
+    ASSERT_NE(main->loginDialog(), nullptr);
+    main->loginDialog()->reject();
 
+    // The placeholder's button and Ctrl+O both ask for a bundle in the projects folder.
     folderToPick = makeProject(u"Reopened"_s);
     placeholder->openButton()->click();
     EXPECT_EQ(main->currentScreen(), main->editorView());
     ASSERT_NE(vm.project(), nullptr);
     EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
+    folderToPick = makeProject(u"Keyed"_s);
+    QTest::keyClick(main.get(), Qt::Key_O, Qt::ControlModifier);
+    EXPECT_EQ(pickerStarts, QStringList({store.directory(), store.directory()}));
+    EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
+
+    // Undo and redo of the edit menu reach the editor.
+    openTranscript({{u"one"_s, u"two"_s, u"three"_s}});
+    vm.deleteParagraph(paragraph(0).id);
+    main->undoAction()->trigger();
+    EXPECT_EQ(text(), u"one two three"_s);
+    main->redoAction()->trigger();
+    EXPECT_EQ(text(), QString());
 }
 
-TEST_F(MainWindowTest, OpeningAProjectShowsItOrExplainsTheFailure)
+TEST_F(MainWindowTest, AProjectThatCannotBeOpenedIsExplainedOnce)
 {
-    // Each failure is said once, in our words; what the parser said goes to the log.
-    const QString garbled = makeProject(u"Garbled"_s), keyless = makeProject(u"Keyless"_s);
+    const QString garbled = makeProject(u"Garbled"_s);
     test::writeFile(QDir(garbled).filePath(u"project.json"_s), "{\"title\": ");
-    test::writeFile(QDir(keyless).filePath(u"project.json"_s), "{}");
-    const struct
-    {
-        QString bundle, text;
-    } failures[] = {
+    const std::pair<QString, QString> failures[] = {
         {QDir(dir.path()).filePath(u"missing.kavel"_s), u"打开项目失败: 项目文件不存在"_s},
-        {garbled, u"打开项目失败: 数据格式不正确：JSON 无法解析（位于 %1）"_s},
-        {keyless, u"打开项目失败: 数据格式不正确：缺少必需的键“id”（位于 %1）"_s},
+        {garbled,
+         u"打开项目失败: 数据格式不正确：JSON 无法解析（位于 %1/project.json）"_s.arg(garbled)},
     };
-    for (const auto &failure : failures) {
-        ::testing::internal::CaptureStdout();
-        main->openProject(QUrl::fromLocalFile(failure.bundle));
-        const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
+    for (const auto &[bundle, message] : failures) {
+        main->openProject(QUrl::fromLocalFile(bundle));
         EXPECT_EQ(main->navigationSelection(), NavigationItem::home);
         ASSERT_NE(main->currentAlert(), nullptr);
-        const QString path = QDir(failure.bundle).filePath(u"project.json"_s);
-        EXPECT_EQ(main->currentAlert()->text(), failure.text.arg(path));
-        EXPECT_TRUE(log.contains(u"[EditorVM] Failed to open "_s + failure.bundle))
-            << log.toStdString();
-        QPushButton *ok = alertButton(main->currentAlert(), u"确定"_s);
-        ASSERT_NE(ok, nullptr);
-        ok->click();
+        EXPECT_EQ(main->currentAlert()->text(), message);
+        alertButton(main->currentAlert(), u"确定"_s)->click();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         EXPECT_EQ(main->currentAlert(), nullptr);
     }
-
-    const QString bundle = makeProject(u"Trip"_s);
-    main->openProject(QUrl::fromLocalFile(bundle));
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
-    ASSERT_NE(vm.project(), nullptr);
-    EXPECT_EQ(vm.project()->bundlePath(), bundle);
 }
 
 TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeaving)
 {
+    EXPECT_EQ(main->currentScreen(), main->homePage());
     openTranscript({{u"one"_s, u"two"_s}, {u"three"_s}});
     const QUrl bundle = vm.project()->bundleURL();
     const QList<Paragraph> saved = vm.paragraphs();
-    main->navigate(NavigationItem::editor);
+    vm.setNavigateToEditor(true);
+    EXPECT_EQ(main->currentScreen(), main->editorView());
+    EXPECT_FALSE(vm.navigateToEditor()); // consumed, so the next import can raise it again
     vm.deleteParagraph(paragraph(1).id);
     const QList<Paragraph> edited = vm.paragraphs();
     ASSERT_NE(edited, saved);
@@ -138,9 +135,9 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
         EXPECT_EQ(nextRun.paragraphs(), edited);
     }
 
-    // Leaving asks first: 取消 stays, 保存 writes the file and drops the journal.
+    // Leaving asks first: 取消 stays, 保存 writes the file, drops the journal and goes home.
     for (const QString &choice : {u"取消"_s, u"保存"_s}) {
-        main->editorView()->backRequested();
+        main->editorView()->backButton()->click();
         ASSERT_TRUE(main->currentAlert());
         EXPECT_EQ(main->currentAlert()->text(), u"项目有未保存的修改，是否保存？"_s);
         alertButton(main->currentAlert(), choice)->click();
@@ -148,6 +145,7 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
         EXPECT_EQ(main->navigationSelection(),
                   choice == u"取消"_s ? NavigationItem::editor : NavigationItem::home);
     }
+    EXPECT_TRUE(main->sidebarButton(NavigationItem::home)->isChecked());
     EXPECT_EQ(KavelProject::load(bundle)->paragraphs(), edited);
     EXPECT_FALSE(QFileInfo::exists(journal::path(*vm.project())));
 
@@ -160,45 +158,6 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
     QCoreApplication::processEvents();
     EXPECT_EQ(vm.paragraphs(), saved);
     EXPECT_TRUE(vm.hasUnsavedChanges());
-}
-
-TEST_F(MainWindowTest, MenusWorkFromTheKeyboard)
-{
-    main->show();
-    QApplication::setActiveWindow(main.get());
-    ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
-
-    // Signed out, the import explains why it cannot start; 取消 leaves it there, Return
-    // (去登录) takes the way to sign in.
-    filesToPick = {QUrl::fromLocalFile(u"/media/new.mp4"_s)};
-    QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
-    ASSERT_NE(main->currentAlert(), nullptr);
-    EXPECT_EQ(main->currentAlert()->text(), u"上传视频需要登录账户，请先登录。"_s);
-    alertButton(main->currentAlert(), u"取消"_s)->click();
-    EXPECT_FALSE(vm.showLoginRequired() || appState.showLoginSheet());
-    QTest::keyClick(main.get(), Qt::Key_I, Qt::ControlModifier);
-    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
-    QTest::keyClick(main->currentAlert(), Qt::Key_Return);
-    EXPECT_FALSE(vm.showLoginRequired());
-    EXPECT_TRUE(appState.showLoginSheet());
-    ASSERT_NE(main->loginDialog(), nullptr);
-    main->loginDialog()->reject();
-
-    // Ctrl+O asks for a bundle, as the placeholder's button does, and opens it.
-    folderToPick = makeProject(u"Keyed"_s);
-    QTest::keyClick(main.get(), Qt::Key_O, Qt::ControlModifier);
-    EXPECT_EQ(pickerStarts, QStringList({store.directory()}));
-    ASSERT_NE(vm.project(), nullptr);
-    EXPECT_EQ(vm.project()->bundlePath(), folderToPick);
-    EXPECT_EQ(main->currentScreen(), main->editorView());
-
-    // Undo and redo of the edit menu reach the editor.
-    openTranscript({{u"one"_s, u"two"_s, u"three"_s}});
-    vm.deleteParagraph(paragraph(0).id);
-    main->undoAction()->trigger();
-    EXPECT_EQ(text(), u"one two three"_s);
-    main->redoAction()->trigger();
-    EXPECT_EQ(text(), QString());
 }
 
 TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)
@@ -216,12 +175,9 @@ TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_EQ(vm.pendingImportURLs(), QList<QUrl>({b}));
     EXPECT_EQ(confirm->removeButtons().size(), 1);
-
     filesToPick = {c};
     confirm->addButton()->click();
-    EXPECT_EQ(pickerTitles, QStringList({u"选择要添加的文件"_s}));
     EXPECT_EQ(vm.pendingImportURLs(), QList<QUrl>({b, c}));
-
     confirm->cancelButton()->click();
     EXPECT_FALSE(vm.showImportConfirm());
 }
@@ -231,22 +187,19 @@ TEST_F(MainWindowTest, SettingsPageKeepsTheDefaultExportFolder)
     main->navigate(NavigationItem::settings);
     auto *page = qobject_cast<SettingsPage *>(main->currentScreen());
     ASSERT_NE(page, nullptr);
-    EXPECT_EQ(page->pathLabel()->text(), u"未设置（每次导出时选择）"_s);
-
     folderToPick = u"/exports/here"_s;
     page->chooseButton()->click();
-    EXPECT_EQ(pickerTitles.last(), u"选择默认导出目录"_s);
     EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
     EXPECT_EQ(page->pathLabel()->text(), u"/exports/here"_s);
 
     folderToPick.clear(); // cancelled: nothing changes
     page->chooseButton()->click();
-    EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
     EXPECT_EQ(pickerStarts.last(), u"/exports/here"_s);
+    EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
 
     page->clearButton()->click();
     EXPECT_EQ(settings.defaultExportPath(), QString());
-    EXPECT_EQ(page->pathLabel()->text(), u"未设置（每次导出时选择）"_s);
+    EXPECT_NE(page->pathLabel()->text(), u"/exports/here"_s);
 }
 
 TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
@@ -255,7 +208,6 @@ TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
     qobject_cast<AccountPage *>(main->currentScreen())->signInButton()->click();
     LoginDialog *sheet = main->loginDialog();
     ASSERT_NE(sheet, nullptr);
-    EXPECT_EQ(sheet->accountField()->placeholderText(), u"用户名 / 邮箱 / 手机号"_s);
 
     // A phone number asks for a texted code; anything else for a password.
     sheet->accountField()->setText(u"13800138000"_s);
@@ -270,76 +222,39 @@ TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
     sheet->submitButton()->click();
     QTRY_COMPARE(sheet->errorLabel()->text(), u"登录失败：用户名或密码错误"_s);
     EXPECT_TRUE(sheet->submitButton()->isEnabled());
-    EXPECT_EQ(login.email, u"me@example.com"_s);
     EXPECT_TRUE(sheet->isVisible());
     EXPECT_FALSE(appState.isAuthenticated());
 }
 
-// The guide over the fake engine, with a clip on disk for it to play.
-class GuideScreenTest : public test::ShellFixture
+TEST_F(MainWindowTest, TheGuidePlaysItsDemonstrationOnlyWhileShown)
 {
-protected:
-    void SetUp() override
-    {
-        const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
-        test::writeFile(clip, QByteArray(1000, 'd'));
-        makeGuidePlayer = [this, clip](VideoSurface &surface) {
-            ++playersMade;
-            framesGoTo = &surface;
-            return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
-        };
-        makeWindow();
-        main->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(main.get()));
-    }
-
-    GuidePage *showGuide()
-    {
-        main->sidebarButton(NavigationItem::guide)->click();
-        return qobject_cast<GuidePage *>(main->currentScreen());
-    }
-
-    int playersMade = 0;
-    VideoSurface *framesGoTo = nullptr;
-};
-
-TEST_F(GuideScreenTest, PlaysTheDemonstrationOnlyWhileTheGuideIsShown)
-{
-    EXPECT_EQ(playersMade, 0); // nothing is loaded before the guide is opened
+    main->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(main.get()));
+    EXPECT_EQ(guidePlayersMade, 0); // nothing is loaded before the guide is opened
     GuidePage *guide = showGuide();
     ASSERT_NE(guide, nullptr);
     ASSERT_NE(guide->player(), nullptr);
-    EXPECT_EQ(framesGoTo, guide->surface());
-    QStringList texts;
-    for (QLabel *label : guide->findChildren<QLabel *>())
-        texts.append(label->text());
-    EXPECT_TRUE(texts.contains(u"观看演示视频，快速了解 Kavel AI 的使用方法"_s));
+    EXPECT_EQ(guideFramesGoTo, guide->surface());
 
     test::FakePlayer *player = engine.lastPlayer;
     player->makeSourceReady(125.0);
     player->reportTime(61.7);
     EXPECT_EQ(guide->timeLabel()->text(), u"01:01 / 02:05"_s);
-    EXPECT_TRUE(guide->player()->isPlaying());
     EXPECT_EQ(player->rate(), 1.0);
-    EXPECT_EQ(guide->playButton()->toolTip(), u"暂停"_s);
-
     guide->volumeSlider()->setValue(30);
     EXPECT_FLOAT_EQ(player->volume(), 0.3f);
 
     // Leaving pauses; coming back plays on, with the same player.
     main->sidebarButton(NavigationItem::home)->click();
     EXPECT_EQ(player->rate(), 0.0);
-    EXPECT_FALSE(guide->player()->isPlaying());
     showGuide();
     EXPECT_EQ(player->rate(), 1.0);
-    EXPECT_EQ(playersMade, 1);
+    EXPECT_EQ(guidePlayersMade, 1);
 
     // Paused by the user, it stays paused across a visit elsewhere.
     guide->playButton()->click();
-    EXPECT_EQ(guide->playButton()->toolTip(), u"播放"_s);
     main->sidebarButton(NavigationItem::account)->click();
     showGuide();
-    EXPECT_FALSE(guide->player()->isPlaying());
     EXPECT_EQ(player->rate(), 0.0);
 }
 

@@ -16,11 +16,10 @@ namespace {
 
 TEST(PlayerTime, ShowsMinutesUnderAnHourAndHoursAfter)
 {
-    EXPECT_EQ(playerTimeText(0.0), u"00:00"_s);
-    EXPECT_EQ(playerTimeText(59.9), u"00:59"_s);
-    EXPECT_EQ(playerTimeText(3599.99), u"59:59"_s);
-    EXPECT_EQ(playerTimeText(3600.0), u"1:00:00"_s);
-    EXPECT_EQ(playerTimeText(3725.0), u"1:02:05"_s);
+    const std::pair<double, QString> cases[] = {
+        {59.9, u"00:59"_s}, {3599.99, u"59:59"_s}, {3600.0, u"1:00:00"_s}, {3725.0, u"1:02:05"_s}};
+    for (const auto &[seconds, shown] : cases)
+        EXPECT_EQ(playerTimeText(seconds), shown) << seconds;
 }
 
 // A 500-point track inside the insets, over 100 s: every step of the pointer seeks.
@@ -39,77 +38,54 @@ TEST(ProgressBar, PlacesDeletedRangesAndSeeksOnPressAndEveryDragStepWithinItsEnd
     EXPECT_DOUBLE_EQ(r.width(), 25.0);
 
     QTest::mousePress(&bar, Qt::LeftButton, {}, at(250));
-    EXPECT_TRUE(bar.isDragging());
     for (const double x : {300.0, 300.0, 700.0}) { // the same point twice is one step
         QMouseEvent move(QEvent::MouseMove, QPointF(at(x)), bar.mapToGlobal(QPointF(at(x))),
                          Qt::NoButton, Qt::LeftButton, {});
         QCoreApplication::sendEvent(&bar, &move);
     }
     QTest::mouseRelease(&bar, Qt::LeftButton, {}, at(-40));
-    EXPECT_FALSE(bar.isDragging());
     EXPECT_EQ(seeks, QList<double>({50.0, 60.0, 100.0, 0.0}));
     // A click where the last drag ended seeks all the same.
     QTest::mouseClick(&bar, Qt::LeftButton, {}, at(0));
     EXPECT_EQ(seeks.size(), 5);
-    bar.setDuration(0.0);
-    EXPECT_TRUE(bar.rangeRect({10.0, 15.0}).isNull());
 }
 
-class PlayerViewTest : public test::UiFixture
-{
-};
+using PlayerViewTest = test::UiFixture;
 
-TEST_F(PlayerViewTest, ControlsDriveThePreview)
+TEST_F(PlayerViewTest, ControlsAndTheProgressBarDriveThePreview)
 {
-    openTranscript({{u"a"_s, u"b"_s, u"c"_s}});
+    openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s, u"f"_s, u"g"_s, u"h"_s}});
     VideoPlayerView view(vm.playerVM());
     VideoPlayerViewModel &player = vm.playerVM();
-
     for (int turn = 1; turn <= 4; ++turn) {
         view.rotateButton()->click();
         EXPECT_DOUBLE_EQ(player.videoRotationDegrees(), (turn % 4) * 90.0);
     }
-
-    EXPECT_FALSE(player.isPlaying());
-    view.playButton()->click();
-    EXPECT_TRUE(player.isPlaying());
-    EXPECT_EQ(view.playButton()->toolTip(), u"暂停"_s);
-    view.playButton()->click();
-    EXPECT_FALSE(player.isPlaying());
-    EXPECT_EQ(view.playButton()->toolTip(), u"播放"_s);
-
     view.volumeSlider()->setValue(40);
     EXPECT_FLOAT_EQ(player.volume(), 0.4f);
-
     const int fast = view.speedBox()->findData(1.5);
     ASSERT_GE(fast, 0);
     view.speedBox()->setCurrentIndex(fast);
     Q_EMIT view.speedBox()->activated(fast);
     EXPECT_FLOAT_EQ(player.playbackSpeed(), 1.5f);
-
     // A speed set elsewhere shows in the box, even one it does not offer.
-    player.setPlaybackSpeed(0.75f);
-    EXPECT_EQ(view.speedBox()->currentText(), u"0.75x"_s);
     player.setPlaybackSpeed(3.0f);
     EXPECT_EQ(view.speedBox()->currentText(), u"3x"_s);
-}
+    view.playButton()->click();
+    EXPECT_TRUE(player.isPlaying());
+    view.playButton()->click();
+    EXPECT_FALSE(player.isPlaying());
 
-TEST_F(PlayerViewTest, TheProgressBarSeeksThePreviewAndTheLabelFollows)
-{
-    openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s, u"f"_s, u"g"_s, u"h"_s}});
-    VideoPlayerView view(vm.playerVM());
     VideoProgressBar *bar = view.progressBar();
     bar->resize(400 + 2 * VideoProgressBar::horizontalInset, VideoProgressBar::barHeight);
-    const double duration = vm.playerVM().duration();
+    const double duration = player.duration();
     ASSERT_GT(duration, 3.0);
-
-    const auto point = [bar](int x) {
+    const auto point = [](int x) {
         return QPoint(VideoProgressBar::horizontalInset + x, VideoProgressBar::barHeight / 2);
     };
     const QList<double> &seeks = engine.lastPlayer->seeks;
     QTest::mouseClick(bar, Qt::LeftButton, {}, point(300));
     EXPECT_DOUBLE_EQ(seeks.last(), duration * 0.75);
-    EXPECT_DOUBLE_EQ(vm.playerVM().currentTime(), duration * 0.75);
     EXPECT_EQ(view.timeLabel()->text(), u"00:02 / 00:03"_s);
 
     // Dragging on: one seek is out until its frame shows; then the latest position goes.
@@ -144,32 +120,26 @@ TEST(VideoSurface, KeepsTheLastFrameAndReportsItsSize)
             seen.insert(shot.pixel(x, shot.height() / 3 + 8));
         return seen;
     };
-    // Nothing shown yet: black only.
-    EXPECT_EQ(colours(), QSet<QRgb> {QColor(Qt::black).rgb()});
+    const QRgb black = QColor(Qt::black).rgb(), white = QColor(Qt::white).rgb();
+    EXPECT_EQ(colours(), QSet<QRgb> {black}); // nothing shown yet
 
+    // Letterboxed exactly: a 16:9 frame on a 16:9 surface fills it; turned a quarter,
+    // the picture is pillarboxed.
     QImage frame(64, 36, QImage::Format_RGB32);
     frame.fill(Qt::white);
     surface.showFrame(frame);
-    const QImage shot = surface.grab().toImage();
-    // Letterboxed exactly: a 16:9 frame on a 16:9 surface fills it.
-    EXPECT_EQ(QColor(shot.pixel(shot.width() / 2, shot.height() / 2)), QColor(Qt::white));
+    EXPECT_EQ(colours(), QSet<QRgb> {white});
     surface.setRotationDegrees(90.0);
     const QImage turned = surface.grab().toImage();
-    // Turned a quarter, the picture is pillarboxed: the left edge is black.
-    EXPECT_EQ(QColor(turned.pixel(2, turned.height() / 2)), QColor(Qt::black));
+    EXPECT_EQ(turned.pixel(2, turned.height() / 2), black);
 
     // Sound without a picture: the placeholder's bars on black, not the last picture.
     surface.showFrame(QImage());
-    EXPECT_TRUE(surface.isSoundOnly());
     const QSet<QRgb> placeholder = colours();
-    EXPECT_TRUE(placeholder.contains(QColor(Qt::black).rgb()));
+    EXPECT_TRUE(placeholder.contains(black));
     EXPECT_GT(placeholder.size(), 1);
-    EXPECT_FALSE(placeholder.contains(QColor(Qt::white).rgb()));
+    EXPECT_FALSE(placeholder.contains(white));
 }
-
-} // namespace
-
-namespace {
 
 TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesAtTheScreensSizeUntilClosed)
 {
@@ -183,7 +153,6 @@ TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesAtTheScreensSizeUntilClosed)
     QImage frame(32, 18, QImage::Format_RGB32);
     frame.fill(Qt::green);
     view.showFrame(frame);
-    EXPECT_EQ(view.fullscreenButton()->toolTip(), u"全屏 (双击视频)"_s);
 
     view.fullscreenButton()->click();
     FullscreenVideoWindow *fullscreen = view.fullscreenWindow();

@@ -29,7 +29,7 @@ protected:
     service::AppState appState {api, settings, [](const QString &) {}};
     service::LoginModel login {api, settings, appState};
     ProjectStore store {media::recordingSummarizer(engine), projectsDir.path()};
-    QList<QString> pickerTitles;
+    int mediaPicks = 0;
     // Where each folder dialog opened.
     QStringList pickerStarts;
     QList<QUrl> filesToPick;
@@ -46,18 +46,24 @@ protected:
         services.settings = &settings;
         services.store = &store;
         services.login = &login;
-        services.pickMedia = [this](const QString &title) {
-            pickerTitles.append(title);
+        services.pickMedia = [this](const QString &) {
+            ++mediaPicks;
             return filesToPick;
         };
-        services.pickFolder = [this](const QString &title, const QString &start) {
-            pickerTitles.append(title);
+        services.pickFolder = [this](const QString &, const QString &start) {
             pickerStarts.append(start);
             return folderToPick;
         };
         services.makeGuidePlayer = makeGuidePlayer;
         services.makeExportFlow = makeExportFlow;
         main = std::make_unique<app::MainWindow>(services);
+    }
+
+    void activateWindow()
+    {
+        main->show();
+        QApplication::setActiveWindow(main.get());
+        ASSERT_TRUE(QTest::qWaitForWindowActive(main.get()));
     }
 
     QString makeProject(const QString &title)

@@ -29,7 +29,7 @@ QList<qsizetype> rowLengths(const QList<FlowRow> &rows)
 
 } // namespace
 
-TEST(FlowLayout, BreaksRowsWhenTheNextWordWouldPassTheWidth)
+TEST(FlowLayout, BreaksRowsWhenTheNextWordWouldPassTheWidthAndAWideWordSitsAlone)
 {
     const FlowLayout flow {4.0, 2.0};
     const QList<FlowRow> rows = flow.breakRows(widths({60, 30, 20}), 100.0);
@@ -43,12 +43,7 @@ TEST(FlowLayout, BreaksRowsWhenTheNextWordWouldPassTheWidth)
     // Without a proposed width everything stays on one row.
     EXPECT_EQ(rowLengths(flow.breakRows(widths({60, 30, 20, 500}), std::nullopt)),
               (QList<qsizetype> {4}));
-}
-
-TEST(FlowLayout, WordWiderThanTheLineSitsAloneOnItsRow)
-{
-    const FlowLayout flow {4.0, 2.0};
-    EXPECT_EQ(rowLengths(flow.breakRows(widths({150}), 100.0)), (QList<qsizetype> {1}));
+    // A word wider than the line sits alone on its row.
     EXPECT_EQ(rowLengths(flow.breakRows(widths({10, 150, 10}), 100.0)),
               (QList<qsizetype> {1, 1, 1}));
     EXPECT_EQ(flow.sizeThatFits(widths({150}), 100.0), QSizeF(100.0, 10.0));

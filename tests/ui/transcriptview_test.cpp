@@ -80,7 +80,6 @@ TEST_F(TranscriptViewTest, ClicksPlaceTheCursorOrSelectTheParagraph)
     EXPECT_EQ(vm.selectedParagraphId(), paragraph(2).id);
     EXPECT_EQ(vm.cursorParagraphId(), paragraph(2).id);
     EXPECT_EQ(vm.cursorPosition(), 0);
-    EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
 
     // Shift extends from the cursor; the anchor stays where the first extension put it.
     click(word(0, 0).center()); // cursor after "alpha"
@@ -88,26 +87,13 @@ TEST_F(TranscriptViewTest, ClicksPlaceTheCursorOrSelectTheParagraph)
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
     click(leftOf(0, 0), Qt::ShiftModifier);
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s}));
-    EXPECT_EQ(vm.selectionAnchor(), 1);
-
-    // The pointer is an I-beam over the words, a hand over a paragraph's grip.
-    sendMouse(surface(), QEvent::MouseMove, word(1, 1).center(), Qt::NoButton);
-    EXPECT_EQ(surface()->cursor().shape(), Qt::IBeamCursor);
-    sendMouse(surface(), QEvent::MouseMove, view->headerRectInViewport(1).center(), Qt::NoButton);
-    EXPECT_EQ(surface()->cursor().shape(), Qt::OpenHandCursor);
 }
 
 TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs)
 {
-    QList<bool> draggingSeen;
-    QObject::connect(&vm, &EditorViewModel::isDraggingChanged, &vm,
-                     [&] { draggingSeen.append(vm.isDragging()); });
-
     drag({leftOf(0, 1), word(0, 2).center(), rightOf(0, 2)});
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
-    EXPECT_EQ(vm.selectionAnchor(), 1);
     EXPECT_EQ(vm.cursorPosition(), 3);
-    EXPECT_EQ(draggingSeen, (QList<bool> {true, false}));
 
     // Downwards into the third paragraph.
     drag({leftOf(0, 1), word(1, 0).center(), rightOf(2, 1)});
@@ -127,7 +113,6 @@ TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs
 TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
 {
     const QUuid first = paragraph(0).id, second = paragraph(1).id, third = paragraph(2).id;
-    const bool couldUndo = vm.undoManager().canUndo();
     const QPointF grip = view->headerRectInViewport(0).center();
 
     sendMouse(surface(), QEvent::MouseButtonPress, grip, Qt::LeftButton);
@@ -150,8 +135,6 @@ TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
 
     sendMouse(surface(), QEvent::MouseButtonRelease, centreOf(2), Qt::NoButton);
     EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
-    EXPECT_EQ(paragraph(2).sortOrder, 2);
-    EXPECT_EQ(vm.undoManager().canUndo(), couldUndo);
 }
 
 TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
@@ -179,7 +162,18 @@ TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
               (QStringList {u"alpha"_s, u"beta"_s, u"gamma-delta"_s}));
 }
 
-TEST_F(TranscriptViewTest, CursorBarStandsAtTheWordFrames)
+TEST_F(TranscriptViewTest, ContextMenuTogglesSentencePlayback)
+{
+    for (const bool playing : {true, false}) {
+        std::unique_ptr<QMenu> menu(view->createContextMenu(paragraph(1).id));
+        ASSERT_FALSE(menu->actions().isEmpty());
+        EXPECT_EQ(menu->actions().first()->isChecked(), !playing);
+        menu->actions().first()->trigger();
+        EXPECT_EQ(vm.playingSentenceId(), playing ? std::optional(paragraph(1).id) : std::nullopt);
+    }
+}
+
+TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBarAtTheWordFrames)
 {
     vm.setCursor(paragraph(0).id, 0);
     auto bar = view->cursorBarInViewport();
@@ -187,41 +181,16 @@ TEST_F(TranscriptViewTest, CursorBarStandsAtTheWordFrames)
     EXPECT_EQ(bar->left(), word(0, 0).left() - 1.0);
     EXPECT_EQ(bar->top(), word(0, 0).top());
 
-    vm.setCursor(paragraph(0).id, 3);
-    bar = view->cursorBarInViewport();
-    ASSERT_TRUE(bar);
-    EXPECT_EQ(bar->left(), word(0, 2).right());
-    EXPECT_EQ(bar->top(), word(0, 2).top());
-    EXPECT_TRUE(view->blinkingCursor().isBlinking());
-
-    // With the words deleted from under it the cursor has no paragraph to stand in.
-    vm.selectAllInParagraph();
-    vm.deleteSelectedWords();
-    EXPECT_FALSE(view->cursorBarInViewport());
-}
-
-TEST_F(TranscriptViewTest, ContextMenuTogglesSentencePlayback)
-{
-    std::unique_ptr<QMenu> menu(view->createContextMenu(paragraph(1).id));
-    ASSERT_FALSE(menu->actions().isEmpty());
-    QAction *play = menu->actions().first();
-    EXPECT_EQ(play->text(), u"播放此句（循环）"_s);
-    play->trigger();
-    EXPECT_EQ(vm.playingSentenceId(), paragraph(1).id);
-
-    menu.reset(view->createContextMenu(paragraph(1).id));
-    EXPECT_TRUE(menu->actions().first()->isChecked());
-    menu->actions().first()->trigger();
-    EXPECT_EQ(vm.playingSentenceId(), std::nullopt);
-}
-
-TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBar)
-{
     vm.setSearchQuery(u"beta"_s);
     vm.performSearch(); // selects the hit too
     vm.selectRange(paragraph(2).id, 0, 1);
     vm.setCursor(paragraph(1).id, 1);
     vm.selectRange(paragraph(1).id, 1, 2);
+    bar = view->cursorBarInViewport();
+    ASSERT_TRUE(bar);
+    EXPECT_EQ(bar->left(), word(1, 1).right());
+    EXPECT_EQ(bar->top(), word(1, 1).top());
+    EXPECT_TRUE(view->blinkingCursor().isBlinking());
     const QImage image = surface()->grab().toImage();
 
     // Sample the token's left padding, where only its background is painted.
@@ -234,13 +203,15 @@ TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBar)
     EXPECT_LT(hit.blue(), hit.green() - 40) << "search hits are yellow";
     const QColor selected = background(1, 1);
     EXPECT_GT(selected.blue(), selected.red() + 40) << "selected words are blue";
-    const QColor plain = background(0, 2);
-    EXPECT_EQ(plain, image.pixelColor(2, 2)) << "other words lie on the plain background";
-
-    const auto bar = view->cursorBarInViewport();
-    ASSERT_TRUE(bar);
+    EXPECT_EQ(background(0, 2), image.pixelColor(2, 2))
+        << "other words lie on the plain background";
     const QColor ink = image.pixelColor(bar->center().toPoint());
     EXPECT_GT(ink.blue(), ink.red() + 100) << "the cursor bar is drawn where it stands";
+
+    // With the words deleted from under it the cursor has no paragraph to stand in.
+    vm.selectAllInParagraph();
+    vm.deleteSelectedWords();
+    EXPECT_FALSE(view->cursorBarInViewport());
 }
 
 // Sixty two-word paragraphs in a window that shows only a few of them.
@@ -261,20 +232,13 @@ protected:
     }
 };
 
-TEST_F(LongTranscriptTest, ScrollsToTheCurrentSearchHit)
+TEST_F(LongTranscriptTest, ScrollsToTheSearchHitAndToTheWordUnderThePlayHeadWhilePlaying)
 {
-    EXPECT_EQ(view->verticalScrollBar()->value(), 0);
-    vm.setSearchQuery(u"word55b"_s);
-    vm.performSearch();
-    EXPECT_GT(view->verticalScrollBar()->value(), 0);
-    const QRectF hit = view->wordRectInViewport(55, 1);
-    EXPECT_GE(hit.top(), 0.0);
-    EXPECT_LE(hit.bottom(), view->viewport()->height());
-}
-
-TEST_F(LongTranscriptTest, FollowsTheWordUnderThePlayHeadWhilePlaying)
-{
-    auto compositionStart = [&](const QString &word) {
+    const auto inView = [this](qsizetype p, qsizetype w) {
+        const QRectF frame = view->wordRectInViewport(p, w);
+        return frame.top() >= 0.0 && frame.bottom() <= view->viewport()->height();
+    };
+    const auto compositionStart = [this](const QString &word) {
         for (const CompositionEntry &entry : vm.playerVM().compositionMap()) {
             if (entry.block.text == word)
                 return entry.compositionStart;
@@ -290,7 +254,10 @@ TEST_F(LongTranscriptTest, FollowsTheWordUnderThePlayHeadWhilePlaying)
     clock.advance(0.2);
     engine.lastPlayer->playTo(compositionStart(u"word50b"_s) + 0.1);
     EXPECT_EQ(vm.playerVM().activeWordBlockId(), id(u"word50b"_s));
-    const QRectF active = view->wordRectInViewport(50, 1);
-    EXPECT_GE(active.top(), 0.0);
-    EXPECT_LE(active.bottom(), view->viewport()->height());
+    EXPECT_TRUE(inView(50, 1));
+    vm.playerVM().togglePlayPause();
+
+    vm.setSearchQuery(u"word5b"_s);
+    vm.performSearch();
+    EXPECT_TRUE(inView(5, 1));
 }
