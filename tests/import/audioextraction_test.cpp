@@ -108,22 +108,9 @@ TEST_F(AudioExtraction, ProgressIsLoggedEveryHalfSecondUntilTheEnd)
     EXPECT_EQ(clock.pendingCalls(), 0) << "the reporter must stop with the conversion";
 }
 
-TEST_F(AudioExtraction, ProjectMediaIsFoundFromSourcesOrElseFromTheMediaFolder)
+// The sources a project lists are followed through the import in importpipeline_test.
+TEST_F(AudioExtraction, UnlistedMediaIsFoundAndOneFailureLeavesNothingBehind)
 {
-    auto project = KavelProject::create(u"P"_s, dir.path());
-    const SourceFile first = project->addSourceFile(QUrl::fromLocalFile(file(u"one.mov"_s)));
-    const SourceFile second = project->addSourceFile(QUrl::fromLocalFile(file(u"two.wav"_s)));
-    QList<ExtractedAudio> audio = runTask(extractor.extractAudio(*project)).get();
-    ASSERT_EQ(audio.size(), 2);
-    EXPECT_EQ(audio[0].sourceFileId, first.id);
-    EXPECT_EQ(audio[1].sourceFileId, second.id);
-    EXPECT_EQ(audio[0].sourceURL, project->sourceFileURL(first.id));
-    for (const ExtractedAudio &entry : audio) {
-        EXPECT_TRUE(entry.isConvertedCopy());
-        EXPECT_EQ(QFileInfo(entry.audioURL.toLocalFile()).absolutePath(),
-                  QFileInfo(project->cacheDirectory()).absoluteFilePath());
-    }
-
     // A bundle whose metadata lists nothing: the folder is listed, and only the media
     // extensions count (ogg is audio, but not one of them).
     auto bare = KavelProject::create(u"Bare"_s, dir.path());
@@ -131,19 +118,18 @@ TEST_F(AudioExtraction, ProjectMediaIsFoundFromSourcesOrElseFromTheMediaFolder)
     writeFile(QDir(bare->mediaDirectory()).filePath(id + u".MP4"_s), "v");
     writeFile(QDir(bare->mediaDirectory()).filePath(u"voice.ogg"_s), "a");
     writeFile(QDir(bare->mediaDirectory()).filePath(u"notes.txt"_s), "t");
-    audio = runTask(extractor.extractAudio(*bare)).get();
+    const QList<ExtractedAudio> audio = runTask(extractor.extractAudio(*bare)).get();
     ASSERT_EQ(audio.size(), 1);
     EXPECT_EQ(audio[0].sourceFileId, QUuid::fromString(id));
     EXPECT_TRUE(audio[0].sourceURL.toLocalFile().endsWith(u".MP4"_s));
 
     // One failure ends it, and nothing converted before it is left behind.
-    converter.refused = {project->sourceFileURL(second.id)->toLocalFile()};
-    auto reordered = KavelProject::create(u"R"_s, dir.path());
-    reordered->addSourceFile(QUrl::fromLocalFile(file(u"ok.mp4"_s)));
-    const SourceFile bad = reordered->addSourceFile(QUrl::fromLocalFile(file(u"bad.mkv"_s)));
-    converter.refused = {reordered->sourceFileURL(bad.id)->toLocalFile()};
-    EXPECT_TRUE(runTask(extractor.extractAudio(*reordered)).error);
-    EXPECT_TRUE(QDir(reordered->cacheDirectory()).isEmpty());
+    auto failing = KavelProject::create(u"F"_s, dir.path());
+    failing->addSourceFile(QUrl::fromLocalFile(file(u"ok.mp4"_s)));
+    const SourceFile bad = failing->addSourceFile(QUrl::fromLocalFile(file(u"bad.mkv"_s)));
+    converter.refused = {failing->sourceFileURL(bad.id)->toLocalFile()};
+    EXPECT_TRUE(runTask(extractor.extractAudio(*failing)).error);
+    EXPECT_TRUE(QDir(failing->cacheDirectory()).isEmpty());
 }
 
 } // namespace

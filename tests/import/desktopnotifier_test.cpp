@@ -60,15 +60,14 @@ TEST_F(PrivateBus, NotificationReachesTheServerOrElseTheFallback)
     EXPECT_EQ(got.body, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
     EXPECT_EQ(got.hints.value(u"sound-name"_s).toString(), u"message-new-instant"_s);
 
-    // Without a notification server on the bus, or without a bus, the fallback shows it.
-    // Answers come in order, so the one delivered above did not reach the fallback too.
+    // Without a notification server on the bus the fallback shows it (without a bus at
+    // all, the command line's import shows it). Answers come in order, so the one
+    // delivered above did not reach the fallback too.
     ASSERT_TRUE(serverSide.unregisterService(u"org.freedesktop.Notifications"_s));
     notifier.deliver(u"Kavel"_s, u"语音识别失败，请重试。"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !fallback.delivered.isEmpty(); }, 5000));
-    EXPECT_EQ(fallback.delivered.first(), qMakePair(u"Kavel"_s, u"语音识别失败，请重试。"_s));
-    DesktopNotifier offline(fallback, QDBusConnection(u"never-connected"_s));
-    offline.deliver(u"Kavel"_s, u"x"_s);
-    EXPECT_EQ(fallback.delivered.size(), 2);
+    EXPECT_EQ(fallback.delivered,
+              (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
     EXPECT_EQ(server.received.size(), 1);
 }
 

@@ -56,7 +56,6 @@ public:
     std::unique_ptr<media::AudioConversion> startM4AConversion(const QString &sourcePath,
                                                                const QString &outputPath) override
     {
-        requests.append(sourcePath);
         if (refused.contains(sourcePath))
             return nullptr;
         auto conversion = std::make_unique<FakeConversion>(outputPath);
@@ -71,7 +70,6 @@ public:
 
     QStringList refused;
     bool completeAtOnce = true;
-    QStringList requests;
 
     // The conversion started last; only valid while the code under test holds it.
     FakeConversion &current() const

@@ -1,47 +1,23 @@
-#include "nodeprocess.h"
+#include "mediatools.h"
 #include "pgcluster.h"
-#include "support/testenvironment.h"
+#include "support/serverprocess.h"
 
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
-#include <csignal>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <map>
-#include <sys/prctl.h>
 
 using namespace kavel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// A short tone as a 16 kHz mono WAV.
-std::string toneWav()
-{
-    std::string wav = "RIFF";
-    const auto put = [&wav](std::uint32_t value, int bytes) {
-        for (int i = 0; i < bytes; ++i)
-            wav.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
-    };
-    const std::uint32_t samples = 8000;
-    put(36 + 2 * samples, 4);
-    wav += "WAVEfmt ";
-    for (const auto &[value, bytes] : std::initializer_list<std::pair<std::uint32_t, int>> {
-             {16, 4}, {1, 2}, {1, 2}, {16000, 4}, {32000, 4}, {2, 2}, {16, 2}})
-        put(value, bytes);
-    wav += "data";
-    put(2 * samples, 4);
-    for (std::uint32_t i = 0; i < samples; ++i)
-        put(static_cast<std::uint16_t>(static_cast<std::int16_t>(3000.0 * std::sin(i * 0.1))), 2);
-    return wav;
-}
 
 class Deployment : public ::testing::TestWithParam<const char *>
 {
@@ -73,33 +49,37 @@ protected:
         script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"HOLD"_s, hold);
+        const QString wav = dir.filePath(u"tone.wav"_s);
+        ASSERT_TRUE(ffmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s, u"sine=frequency=300:duration=0.5"_s,
+                            u"-ar"_s, u"16000"_s, wav}));
+        QFile toneFile(wav);
+        ASSERT_TRUE(toneFile.open(QIODevice::ReadOnly));
+        tone = toneFile.readAll().toStdString();
 
-        QProcess addUser;
-        addUser.start(programPath(u"kavel-server"_s),
-                      {u"add-user"_s, u"--database"_s, database, u"--email"_s, u"c@example.com"_s,
-                       u"--password"_s, u"pw"_s});
-        ASSERT_TRUE(addUser.waitForFinished(30000) && addUser.exitCode() == 0)
-            << addUser.readAllStandardError().toStdString();
+        ServerCommand addUser({u"add-user"_s, u"--database"_s, database, u"--email"_s,
+                               u"c@example.com"_s, u"--password"_s, u"pw"_s});
+        ASSERT_EQ(addUser.exitCode(), 0) << addUser.log().toStdString();
     }
 
-    Node &startApi()
+    ServerCommand &startApi()
     {
-        apis.push_back(std::make_unique<Node>(QStringList {u"serve"_s, u"--workers"_s, u"0"_s,
-                                                           u"--port"_s, u"0"_s, u"--database"_s,
-                                                           database, u"--uploads"_s, uploads},
-                                              environment));
-        const auto match = apis.back()->waitForLog(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s);
+        apis.push_back(std::make_unique<ServerCommand>(
+            QStringList {u"serve"_s, u"--workers"_s, u"0"_s, u"--port"_s, u"0"_s, u"--database"_s,
+                         database, u"--uploads"_s, uploads},
+            environment));
+        const auto match = apis.back()->waitForLog(
+            QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s));
         EXPECT_TRUE(match) << apis.back()->log().toStdString();
         ports.push_back(match ? match->captured(1).toInt() : 0);
         return *apis.back();
     }
-    Node &startWorker()
+    ServerCommand &startWorker()
     {
-        workers.push_back(std::make_unique<Node>(
+        workers.push_back(std::make_unique<ServerCommand>(
             QStringList {u"worker"_s, u"--database"_s, database, u"--uploads"_s, uploads,
                          u"--recognizer-command"_s, recognizer, u"--lease"_s, u"2"_s},
             environment));
-        EXPECT_TRUE(workers.back()->waitForLog(u"worker started"_s))
+        EXPECT_TRUE(workers.back()->waitForLog(QRegularExpression(u"worker started"_s)))
             << workers.back()->log().toStdString();
         return *workers.back();
     }
@@ -121,7 +101,7 @@ protected:
     std::string upload(int api)
     {
         httplib::Client client("127.0.0.1", ports[static_cast<size_t>(api)]);
-        const httplib::MultipartFormDataItems items {{"file", toneWav(), "tone.wav", "audio/wav"}};
+        const httplib::MultipartFormDataItems items {{"file", tone, "tone.wav", "audio/wav"}};
         const auto reply = client.Post("/api/media/transcribe", auth(), items);
         EXPECT_TRUE(reply && reply->status == 200) << (reply ? reply->body : "no answer");
         return reply ? QJsonDocument::fromJson(QByteArray::fromStdString(reply->body))
@@ -164,12 +144,13 @@ protected:
         return texts.join(u' ');
     }
 
-    int completions(const std::string &task)
+    // How many times the workers logged `event` ("claimed", "completed") for `task`.
+    int times(const std::string &task, const QString &event)
     {
         int count = 0;
         for (const auto &worker : workers)
             count += static_cast<int>(
-                worker->log().count(u"task "_s + QString::fromStdString(task) + u" completed"_s));
+                worker->log().count(u"task "_s + QString::fromStdString(task) + u' ' + event));
         return count;
     }
 
@@ -185,9 +166,9 @@ protected:
     std::unique_ptr<PgCluster> cluster;
     QString database, uploads, hold, recognizer;
     QProcessEnvironment environment;
-    std::vector<std::unique_ptr<Node>> apis, workers;
+    std::vector<std::unique_ptr<ServerCommand>> apis, workers;
     std::vector<int> ports;
-    std::string token;
+    std::string token, tone;
 };
 
 } // namespace
@@ -201,7 +182,8 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
     ASSERT_FALSE(::testing::Test::HasFailure());
     signIn(0);
 
-    // Imports spread over both API nodes, recognised by the workers, each exactly once.
+    // Imports spread over both API nodes, claimed and recognised by the workers, each
+    // exactly once.
     std::vector<std::string> tasks;
     for (int i = 0; i < 40; ++i)
         tasks.push_back(upload(i % 2));
@@ -210,7 +192,8 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
     for (const std::string &task : tasks) {
         EXPECT_EQ(ended[task][u"status"_s].toString(), u"completed"_s) << task;
         EXPECT_EQ(words(ended[task]), u"hello world"_s) << task;
-        EXPECT_EQ(completions(task), 1) << task;
+        EXPECT_EQ(times(task, u"claimed"_s), 1) << task;
+        EXPECT_EQ(times(task, u"completed"_s), 1) << task;
     }
 
     // A worker killed in the middle of a task: the other takes it over when the lease
@@ -220,12 +203,12 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
     ASSERT_TRUE(waitForFile(hold + u".seen"_s));
     const bool firstHasIt
         = workers[0]->log().contains(QString::fromStdString(held) + u" claimed"_s);
-    Node &victim = firstHasIt ? *workers[0] : *workers[1];
+    ServerCommand &victim = firstHasIt ? *workers[0] : *workers[1];
     victim.kill();
     QFile::remove(hold);
     ended = waitForAll(1, {held});
     EXPECT_EQ(ended[held][u"status"_s].toString(), u"completed"_s);
-    EXPECT_EQ(completions(held), 1);
+    EXPECT_EQ(times(held, u"completed"_s), 1);
 
     // An API node killed: its clients carry on through the other one.
     QFile(hold).open(QIODevice::WriteOnly);

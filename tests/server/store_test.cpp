@@ -3,12 +3,9 @@
 #include "store.h"
 
 #include <QTemporaryDir>
-#include <atomic>
 #include <gtest/gtest.h>
-#include <set>
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <thread>
 
 using namespace kavel::server;
 using namespace kavel::test;
@@ -120,36 +117,6 @@ TEST_P(StoreBehaviour, LeasesDecideWhoMayFinishATask)
     EXPECT_FALSE(db.claimTask("c", 3200, 100, 1));
     EXPECT_EQ(db.task("t3")->status, "failed");
     EXPECT_TRUE(db.task("t3")->errorMessage->find("interrupted") != std::string::npos);
-}
-
-TEST_P(StoreBehaviour, ConcurrentWorkersClaimEachTaskOnce)
-{
-    const std::string user = store->addUser("w@b.c", std::nullopt, std::nullopt, "hash").id;
-    constexpr int tasks = 40;
-    for (int i = 0; i < tasks; ++i)
-        store->createTask("t" + std::to_string(i), user, "f", i);
-
-    // Separate connections, as separate worker processes would have.
-    std::vector<std::unique_ptr<Store>> workers;
-    for (int i = 0; i < 4; ++i)
-        workers.push_back(openStore(location));
-    std::mutex mutex;
-    std::multiset<std::string> claimed;
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < workers.size(); ++i) {
-        threads.emplace_back([&, i] {
-            const std::string name = "w" + std::to_string(i);
-            while (auto task = workers[i]->claimTask(name, 1000, 60000, 3)) {
-                EXPECT_TRUE(workers[i]->completeTask(task->id, name, "[]"));
-                const std::lock_guard lock(mutex);
-                claimed.insert(task->id);
-            }
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(claimed.size(), size_t {tasks});
-    EXPECT_EQ(std::set<std::string>(claimed.begin(), claimed.end()).size(), size_t {tasks});
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, StoreBehaviour, ::testing::Values("sqlite", "postgresql"),

@@ -4,7 +4,6 @@
 
 #include <QDeadlineTimer>
 #include <QRegularExpression>
-#include <QTest>
 #include <csignal>
 #include <sys/prctl.h>
 
@@ -12,21 +11,68 @@ namespace kavel::test {
 
 using namespace Qt::StringLiterals;
 
-ServerProcess::ServerProcess()
-    : m_directory(QDir::tempPath() + u"/kavel-server-test-XXXXXX"_s)
+ServerCommand::ServerCommand(const QStringList &arguments, const QProcessEnvironment &environment)
 {
     m_process.setProcessChannelMode(QProcess::MergedChannels);
+    m_process.setProcessEnvironment(environment);
     // Should the test program die without running destructors, the server goes with it
     // instead of holding its port and temporary folder.
-    m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
-    QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process,
-                     [this] { readOutput(); });
+    m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    m_process.start(programPath(u"kavel-server"_s), arguments);
 }
 
-ServerProcess::~ServerProcess()
+QString ServerCommand::log()
 {
-    stop();
+    if (m_process.isOpen())
+        m_log += QString::fromUtf8(m_process.readAllStandardOutput());
+    return m_log;
 }
+
+std::optional<QRegularExpressionMatch> ServerCommand::waitForLog(const QRegularExpression &pattern,
+                                                                 qsizetype from,
+                                                                 std::chrono::milliseconds timeout)
+{
+    QDeadlineTimer deadline(timeout);
+    while (true) {
+        QRegularExpressionMatch match = pattern.match(log(), from);
+        if (match.hasMatch())
+            return match;
+        if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
+            return std::nullopt;
+        m_process.waitForReadyRead(50);
+    }
+}
+
+std::optional<int> ServerCommand::exitCode(std::chrono::milliseconds timeout)
+{
+    if (!m_process.waitForFinished(static_cast<int>(timeout.count())))
+        return std::nullopt;
+    log();
+    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+}
+
+void ServerCommand::stop()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.terminate();
+    if (!m_process.waitForFinished(10000))
+        kill();
+    log();
+}
+
+void ServerCommand::kill()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.kill();
+    m_process.waitForFinished(5000);
+    log();
+}
+
+ServerProcess::ServerProcess()
+    : m_directory(QDir::tempPath() + u"/kavel-server-test-XXXXXX"_s)
+{ }
 
 QString ServerProcess::databasePath() const
 {
@@ -46,12 +92,10 @@ bool ServerProcess::addUser(const QString &email, const QString &phone, const QS
         arguments << u"--email"_s << email;
     if (!phone.isEmpty())
         arguments << u"--phone"_s << phone;
-    QProcess command;
-    command.start(programPath(u"kavel-server"_s), arguments);
-    const bool ok = command.waitForFinished(30000) && command.exitStatus() == QProcess::NormalExit
-        && command.exitCode() == 0;
+    ServerCommand command(arguments);
+    const bool ok = command.exitCode() == 0;
     if (!ok && error)
-        *error = QString::fromUtf8(command.readAllStandardError()) + command.errorString();
+        *error = command.log();
     return ok;
 }
 
@@ -62,15 +106,14 @@ bool ServerProcess::start(QString *error)
             *error = u"no temporary folder"_s;
         return false;
     }
-    // A restarted server must be found by its new line, not by the old run's.
-    const qsizetype from = log().size();
-    m_process.start(programPath(u"kavel-server"_s),
-                    {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()});
+    m_server = std::make_unique<ServerCommand>(
+        QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()});
     const auto match
-        = waitForLog(QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s), from);
+        = m_server->waitForLog(QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s),
+                               0, std::chrono::seconds(10));
     if (!match) {
         if (error)
-            *error = u"server did not start: "_s + m_process.errorString() + u"\n"_s + log();
+            *error = u"server did not start:\n"_s + m_server->log();
         stop();
         return false;
     }
@@ -80,42 +123,8 @@ bool ServerProcess::start(QString *error)
 
 void ServerProcess::stop()
 {
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.terminate();
-    if (!m_process.waitForFinished(10000)) {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-    readOutput();
-}
-
-void ServerProcess::readOutput()
-{
-    if (m_process.isOpen())
-        m_log += QString::fromUtf8(m_process.readAllStandardOutput());
-}
-
-QString ServerProcess::log()
-{
-    readOutput();
-    return m_log;
-}
-
-std::optional<QRegularExpressionMatch> ServerProcess::waitForLog(const QRegularExpression &pattern,
-                                                                 qsizetype from,
-                                                                 std::chrono::milliseconds timeout)
-{
-    QDeadlineTimer deadline(timeout);
-    while (true) {
-        readOutput();
-        QRegularExpressionMatch match = pattern.match(m_log, from);
-        if (match.hasMatch())
-            return match;
-        if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
-            return std::nullopt;
-        m_process.waitForReadyRead(50);
-    }
+    if (m_server)
+        m_server->stop();
 }
 
 } // namespace kavel::test

@@ -6,9 +6,41 @@
 #include <QTemporaryDir>
 #include <QUrl>
 #include <chrono>
+#include <memory>
 #include <optional>
 
 namespace kavel::test {
+
+// One kavel-server process with any arguments: an API node, a worker, or a command
+// expected to fail. Killed outright when the object goes away.
+class ServerCommand
+{
+public:
+    explicit ServerCommand(const QStringList &arguments,
+                           const QProcessEnvironment &environment
+                           = QProcessEnvironment::systemEnvironment());
+    ~ServerCommand() { kill(); }
+    ServerCommand(const ServerCommand &) = delete;
+    ServerCommand &operator=(const ServerCommand &) = delete;
+
+    // Everything it has written so far, standard error included.
+    QString log();
+    // Waits for a log line matching `pattern` that appears after `from` characters of
+    // the log; returns the match, or nothing on time-out or exit.
+    std::optional<QRegularExpressionMatch>
+    waitForLog(const QRegularExpression &pattern, qsizetype from = 0,
+               std::chrono::milliseconds timeout = std::chrono::seconds(20));
+    // The exit code once it has ended by itself, or nothing.
+    std::optional<int> exitCode(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+    // SIGTERM, as an operator stops it; then SIGKILL if it does not go.
+    void stop();
+    // SIGKILL: no chance to give anything back.
+    void kill();
+
+private:
+    QProcess m_process;
+    QString m_log;
+};
 
 // A real kavel-server on a free loopback port with a database in a temporary folder.
 // Stopped (and its folder removed) when the object goes away.
@@ -16,9 +48,7 @@ class ServerProcess
 {
 public:
     ServerProcess();
-    ~ServerProcess();
-    ServerProcess(const ServerProcess &) = delete;
-    ServerProcess &operator=(const ServerProcess &) = delete;
+    ~ServerProcess() { stop(); }
 
     // Adds a user through the `add-user` command; call before or after start(). Returns
     // false and fills `error` when the command fails.
@@ -29,25 +59,22 @@ public:
     bool start(QString *error = nullptr);
     void stop();
 
-    int port() const { return m_port; }
     // The API root the client is configured with: http://127.0.0.1:<port>/api
     QUrl apiBaseUrl() const;
     QString databasePath() const;
 
-    // Everything the server has written to standard output so far.
-    QString log();
-    // Waits for a log line matching `pattern` that appears after `from` characters of
-    // the log; returns the match, or nothing on time-out.
+    // What the server has written since it was last started.
+    QString log() { return m_server ? m_server->log() : QString(); }
     std::optional<QRegularExpressionMatch>
     waitForLog(const QRegularExpression &pattern, qsizetype from = 0,
-               std::chrono::milliseconds timeout = std::chrono::seconds(10));
+               std::chrono::milliseconds timeout = std::chrono::seconds(10))
+    {
+        return m_server ? m_server->waitForLog(pattern, from, timeout) : std::nullopt;
+    }
 
 private:
-    void readOutput();
-
     QTemporaryDir m_directory;
-    QProcess m_process;
-    QString m_log;
+    std::unique_ptr<ServerCommand> m_server;
     int m_port = 0;
 };
 

@@ -3,6 +3,7 @@
 #include "service/apiclient.h"
 #include "service/servicelog.h"
 #include "support/serverprocess.h"
+#include "support/taskwait.h"
 
 #include <QStringList>
 #include <gtest/gtest.h>
@@ -40,6 +41,18 @@ public:
             startError = error.isEmpty() ? QStringLiteral("failed") : error;
     }
     static void TearDownTestSuite() { server.reset(); }
+
+    // Signs in with a password (the e-mail field takes a phone number too) and keeps
+    // the access token on `client`.
+    static void signIn(service::APIClient &client, const QString &account, const QString &secret)
+    {
+        const QJsonObject body {{QStringLiteral("email"), account},
+                                {QStringLiteral("password"), secret}};
+        client.setAccessToken(
+            runTask(client.post<service::AuthTokens>(QStringLiteral("/auth/login"), body))
+                .get()
+                .accessToken);
+    }
 
 protected:
     void SetUp() override { ASSERT_TRUE(startError.isEmpty()) << startError.toStdString(); }
