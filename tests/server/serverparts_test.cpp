@@ -232,3 +232,32 @@ TEST(RecognizerCommand, FailuresBecomeTheTasksReason)
     EXPECT_TRUE(QDir(dir.path()).entryList({u"kavel-stretch-*"_s}).isEmpty())
         << "temporary WAV files are removed";
 }
+
+// A decoder must not carry anything from one recording to the next: the same lesson heard
+// twice gives the same words.
+TEST(PocketSphinxWords, ARecordingGivesTheSameWordsWhateverWasHeardBefore)
+{
+    QTemporaryDir dir;
+    const QString lesson = dir.filePath(u"lesson.wav"_s);
+    ASSERT_TRUE(runTool(
+        u"flite"_s,
+        {u"-t"_s,
+         u"Good morning and welcome to the second lesson. Today we look at how an interview is "
+         "edited. First we listen to the whole recording once, without stopping. Then we mark "
+         "the places where the speaker repeats a thought, or pauses for a long time. Most "
+         "editors cut those places first, because they are easy to find. After that we read "
+         "the transcript and remove the sentences that do not help the story. Remember that "
+         "every cut changes the rhythm of speech."_s,
+         u"-o"_s, lesson}));
+    PocketSphinxRecognizer recognizer("/usr/share/pocketsphinx/model/en-us");
+    const std::vector<std::int16_t> samples = decodeAudioForRecognition(lesson.toStdString());
+    const std::atomic<bool> cancel = false;
+    const auto heard = [&] {
+        std::string text;
+        for (const RecognizedWord &word : recognizer.recognize(samples, cancel))
+            text += word.text + ' ';
+        return text;
+    };
+    const std::string first = heard();
+    EXPECT_EQ(heard(), first);
+}
