@@ -120,6 +120,7 @@ TEST_F(Composition, EveryCutIsHeardWhereTheMapPutsIt)
     EXPECT_EQ(composition.playlist().get_playtime(), 45);
 }
 
+// The diff keeps most entries; whatever it makes of an edit must play as a fresh build.
 TEST_F(Composition, EditsAreAppliedInPlaceAndPlayLikeAFreshBuild)
 {
     using Ranges = QList<std::pair<double, double>>;
@@ -160,7 +161,25 @@ TEST_F(Composition, EditsAreAppliedInPlaceAndPlayLikeAFreshBuild)
     apply(joined);
     apply({});
     EXPECT_EQ(live.playlist().get_playtime(), 0);
-    apply(spread);
+    // A word added before the only one lengthens what plays.
+    apply({spread[7]});
+    apply({spread[10], spread[7]});
+
+    // Random deletions and insertions, repeats included, as pasting makes them.
+    apply({});
+    std::mt19937 random(7);
+    Ranges ranges = spread;
+    for (int round = 0; round < 60; ++round) {
+        SCOPED_TRACE(round);
+        for (auto edits = random() % 6; edits > 0; --edits) {
+            if (!ranges.isEmpty() && random() % 2)
+                ranges.removeAt(qsizetype(random() % ranges.size()));
+            else
+                ranges.insert(qsizetype(random() % (ranges.size() + 1)),
+                              spread[qsizetype(random() % spread.size())]);
+        }
+        apply(ranges);
+    }
 }
 
 TEST_F(Composition, JumpCutsDoNotClickAndMutedWordsAreSilent)
