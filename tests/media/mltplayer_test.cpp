@@ -53,8 +53,8 @@ protected:
 
 TEST_F(Preview, UnusableSourcesAreLeftOutWithTheirLogLines)
 {
-    const QUuid truncatedId = QUuid::createUuid(), notMediaId = QUuid::createUuid();
-    const QUuid silentId = QUuid::createUuid();
+    const QUuid truncatedId = QUuid::createUuid(), notMediaId = QUuid::createUuid(),
+                silentId = QUuid::createUuid();
     ::testing::internal::CaptureStdout();
     load({{notMediaId, QUrl::fromLocalFile(s_notMedia)},
           {silentId, QUrl::fromLocalFile(s_silentVideo)},
@@ -74,7 +74,7 @@ TEST_F(Preview, UnusableSourcesAreLeftOutWithTheirLogLines)
     EXPECT_NEAR(model.duration(), 0.4 + 0.3 + 0.2, 1e-9);
 }
 
-TEST_F(Preview, PlaysAcrossCutsPublishesTheActiveWordAndKeepsTheSourceMomentOnEdits)
+TEST_F(Preview, PlaysAcrossCutsKeepsTheSourceMomentOnEditsAndStopsAtARangesEnd)
 {
     load({{videoId, QUrl::fromLocalFile(s_video)}, {secondId, QUrl::fromLocalFile(s_second)}});
     const WordBlock a = word(0.2, 0.9), b = word(1.5, 2.4), c = word(0.5, 1.5, secondId),
@@ -106,26 +106,18 @@ TEST_F(Preview, PlaysAcrossCutsPublishesTheActiveWordAndKeepsTheSourceMomentOnEd
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.activeWordBlockId() == c.id; }, 4000));
     EXPECT_TRUE(model.isPlaying());
     model.pause();
-}
 
-TEST_F(Preview, RangePlayStopsAtTheEndOfItsLastWord)
-{
-    load({{videoId, QUrl::fromLocalFile(s_video)}});
-    const WordBlock a = word(0.2, 0.9), b = word(1.5, 2.0), c = word(3.0, 3.9);
-    push({a, b, c});
-
+    // A range stops at the end of its last word (b, 0.9 s in), never going into the next.
     bool finished = false;
     model.playRange(b.id, b.id, [&] { finished = true; });
     EXPECT_TRUE(model.isPlaying());
     ASSERT_TRUE(QTest::qWaitFor([&] { return finished; }, 4000));
     EXPECT_FALSE(model.isPlaying());
-    // Stopped at the end of b (nothing after it was heard), never into c.
-    EXPECT_NEAR(player().currentTime(), 1.2, 0.05);
-
-    // Paused: a seek shows the new frame.
-    model.seekToBlock(c);
+    EXPECT_NEAR(player().currentTime(), 0.9, 0.05);
+    // Paused, a seek shows its frame: d starts at 1.9 s.
+    model.seekToBlock(d);
     ASSERT_TRUE(
-        QTest::qWaitFor([&] { return std::abs(player().currentTime() - 1.2) < 0.05; }, 2000));
+        QTest::qWaitFor([&] { return std::abs(player().currentTime() - 1.9) < 0.05; }, 2000));
 }
 
 TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDurationAndSignalsAreLeftAlone)
@@ -149,9 +141,7 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDurationAndSignalsAreLeft
     // Playing started the sound output, which must not claim the termination signals:
     // SIGTERM and Ctrl+C still end the editor.
     for (const int signal : {SIGTERM, SIGINT}) {
-        struct sigaction action
-        {
-        };
+        struct sigaction action = {};
         ASSERT_EQ(::sigaction(signal, nullptr, &action), 0);
         EXPECT_EQ(action.sa_handler, SIG_DFL) << "signal " << signal;
     }

@@ -70,31 +70,14 @@ QString makeRampSound(const QString &dir, const QString &name, double seconds, i
 QString makeCountingVideo(const QString &dir, const QString &name, double seconds, int fps)
 {
     const QString path = QDir(dir).filePath(name);
-    const QString d = QString::number(seconds);
-    runFfmpeg({u"-f"_s,
-               u"lavfi"_s,
-               u"-i"_s,
-               u"color=c=black:s=160x90:r=%1:d=%2,format=gray,"
-               u"geq=lum='255*mod(floor(N/pow(2,floor(X*16/W))),2)'"_s.arg(fps)
-                   .arg(d),
-               u"-f"_s,
-               u"lavfi"_s,
-               u"-i"_s,
-               u"aevalsrc=%1|%1:s=48000:d=%2"_s.arg(rampExpression, d),
-               u"-c:v"_s,
-               u"libx264"_s,
-               u"-preset"_s,
-               u"ultrafast"_s,
-               u"-g"_s,
-               u"30"_s,
-               u"-pix_fmt"_s,
-               u"yuv420p"_s,
-               u"-c:a"_s,
-               u"aac"_s,
-               u"-b:a"_s,
-               u"256k"_s,
-               u"-shortest"_s,
-               path});
+    const QString counter = u"color=c=black:s=160x90:r=%1:d=%2,format=gray,"
+                            u"geq=lum='255*mod(floor(N/pow(2,floor(X*16/W))),2)'"_s.arg(fps)
+                                .arg(seconds);
+    const QString ramp = u"aevalsrc=%1|%1:s=48000:d=%2"_s.arg(rampExpression).arg(seconds);
+    runFfmpeg({u"-f"_s,   u"lavfi"_s, u"-i"_s,        counter,      u"-f"_s,      u"lavfi"_s,
+               u"-i"_s,   ramp,       u"-c:v"_s,      u"libx264"_s, u"-preset"_s, u"ultrafast"_s,
+               u"-g"_s,   u"30"_s,    u"-pix_fmt"_s,  u"yuv420p"_s, u"-c:a"_s,    u"aac"_s,
+               u"-b:a"_s, u"256k"_s,  u"-shortest"_s, path});
     return path;
 }
 
@@ -217,36 +200,25 @@ SoundOffsets measureSoundOffsets(const Sound &sound, const EditList &edit)
 {
     SoundOffsets offsets;
     const double rate = sound.rate;
-    const auto offsetIn = [&](const EditSegment &segment, double from, double to) {
-        std::vector<double> errors;
-        for (auto n = std::int64_t(std::ceil(from * rate)); n < std::int64_t(to * rate); ++n) {
-            if (n < 0 || n >= sound.size())
-                continue;
+    for (qsizetype i = 0; i < edit.segments.size(); ++i) {
+        const EditSegment &segment = edit.segments.at(i);
+        // Joins that jump are smoothed over 5 ms; contiguous ones are not.
+        const double from = segment.compositionStart + (edit.continuesPrevious(i) ? 0.0005 : 0.006);
+        const double to
+            = segment.compositionEnd() - (edit.continuesPrevious(i + 1) ? 0.0005 : 0.006);
+        if (to - from < 0.004)
+            continue;
+        ++offsets.segmentsChecked;
+        for (auto n = std::max<std::int64_t>(std::int64_t(std::ceil(from * rate)), 0);
+             n < std::min(std::int64_t(to * rate), sound.size()); ++n) {
             const double expected = segment.sourceStart + (n / rate - segment.compositionStart);
             const double phase = std::fmod(expected, rampPeriod);
             if (phase < wrapMargin || phase > rampPeriod - wrapMargin)
                 continue;
-            errors.push_back(rampDifference(rampTime(sound.left[size_t(n)]), expected));
+            offsets.worstSample
+                = std::max(offsets.worstSample,
+                           std::abs(rampDifference(rampTime(sound.left[size_t(n)]), expected)));
         }
-        return errors;
-    };
-    for (qsizetype i = 0; i < edit.segments.size(); ++i) {
-        const EditSegment &segment = edit.segments.at(i);
-        // Joins that jump are smoothed over 5 ms; contiguous ones are not.
-        const double in = edit.continuesPrevious(i) ? 0.0005 : 0.006;
-        const double out = edit.continuesPrevious(i + 1) ? 0.0005 : 0.006;
-        const double from = segment.compositionStart + in;
-        const double to = segment.compositionEnd() - out;
-        const double window = std::min(0.01, (to - from) / 2);
-        if (window < 0.002)
-            continue;
-        ++offsets.segmentsChecked;
-        const std::vector<double> starts = offsetIn(segment, from, from + window);
-        const std::vector<double> ends = offsetIn(segment, to - window, to);
-        offsets.worstAtStarts = std::max(offsets.worstAtStarts, std::abs(median(starts)));
-        offsets.worstAtEnds = std::max(offsets.worstAtEnds, std::abs(median(ends)));
-        for (double e : offsetIn(segment, from, to))
-            offsets.worstSample = std::max(offsets.worstSample, std::abs(e));
     }
     return offsets;
 }

@@ -39,13 +39,10 @@ std::vector<int> decodeFrameNumbers(const QString &path);
 QList<WordBlock> randomEdit(double seconds, int runs, std::mt19937 &random,
                             const QUuid &source = {});
 
-// How far the sound of `sound` lies from where `edit` puts it, measured in every segment
-// away from its joins' smoothing. Seconds; the worst over all segments.
+// How far the sound of `sound` lies from where `edit` puts it: the worst sample in any
+// segment, away from its joins' smoothing, in seconds.
 struct SoundOffsets
 {
-    double worstAtStarts = 0.0;
-    double worstAtEnds = 0.0;
-    // Worst single sample inside segments.
     double worstSample = 0.0;
     int segmentsChecked = 0;
 };
