@@ -312,7 +312,13 @@ void CompositionPlaylist::settleChunks()
             m_top->remove(c);
             m_chunks.erase(m_chunks.begin() + c);
         } else {
-            m_top->resize_clip(c, 0, chunk.playlist->get_playtime() - 1);
+            // The parent's cut copied the chunk's length when it was made and clamps any
+            // resize to it, so a chunk that grew would be cut short there.
+            const int playtime = chunk.playlist->get_playtime();
+            const std::unique_ptr<Mlt::Producer> cut(m_top->get_clip(c));
+            if (cut && cut->get_length() < playtime)
+                cut->set("length", playtime);
+            m_top->resize_clip(c, 0, playtime - 1);
         }
     }
 }
