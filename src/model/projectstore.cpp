@@ -122,6 +122,13 @@ void ProjectStore::refresh()
                          return a.updatedAt > b.updatedAt;
                      });
     m_projects = std::move(projects);
+    // Pictures of projects that are gone (deleted, or moved away) are not kept.
+    for (auto it = m_thumbnailCache.begin(); it != m_thumbnailCache.end();) {
+        const QUuid id = it.key();
+        const bool listed = std::any_of(m_projects.cbegin(), m_projects.cend(),
+                                        [&](const ProjectReference &p) { return p.id == id; });
+        it = listed ? std::next(it) : m_thumbnailCache.erase(it);
+    }
     Q_EMIT projectsChanged();
 }
 

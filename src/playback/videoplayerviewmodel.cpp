@@ -129,6 +129,7 @@ void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
     for (const PlaybackSource &source : sources)
         m_sourceAssets.append({source.id, source.url.toLocalFile()});
     m_imageGenerators.clear();
+    m_thumbnailCache.clear();
 
     if (m_loadCall)
         m_clock.cancel(*m_loadCall);
@@ -481,7 +482,7 @@ std::optional<QImage> VideoPlayerViewModel::thumbnail(const QUuid &sourceFileId,
 {
     const double r = std::round(2.0 * time) * 0.5;
     const QString key = json::uuidString(sourceFileId) + u':' + QString::asprintf("%.1f", r);
-    if (const auto cached = m_thumbnailCache.constFind(key); cached != m_thumbnailCache.cend())
+    if (const QImage *cached = m_thumbnailCache.object(key))
         return *cached;
 
     std::shared_ptr<media::ThumbnailGenerator> generator = m_imageGenerators.value(sourceFileId);
@@ -505,7 +506,7 @@ std::optional<QImage> VideoPlayerViewModel::thumbnail(const QUuid &sourceFileId,
     std::optional<QImage> image = generator->imageAt(r);
     if (!image || image->isNull())
         return std::nullopt;
-    m_thumbnailCache.insert(key, *image);
+    m_thumbnailCache.insert(key, new QImage(*image), image->sizeInBytes());
     return image;
 }
 

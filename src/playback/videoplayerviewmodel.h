@@ -4,6 +4,7 @@
 #include "media/mediaengine.h"
 #include "playbackclock.h"
 
+#include <QCache>
 #include <QHash>
 #include <QImage>
 #include <QObject>
@@ -161,7 +162,10 @@ private:
     bool m_tracksLoaded = false;
     std::optional<PlaybackClock::CallId> m_loadCall;
     QHash<QUuid, std::shared_ptr<media::ThumbnailGenerator>> m_imageGenerators;
-    QHash<QString, QImage> m_thumbnailCache;
+    // Thumbnails by source and half second, weighed in bytes: an hour's timeline holds
+    // 7,200 of them, far more than are ever on screen at once.
+    static constexpr qsizetype thumbnailCacheBytes = 24 * 1024 * 1024;
+    QCache<QString, QImage> m_thumbnailCache {thumbnailCacheBytes};
     QList<CompositionEntry> m_compositionMap;
     std::optional<PlaybackClock::CallId> m_rebuildWorkItem;
     // The list the preview was last asked to show (shared, not copied), to recognise

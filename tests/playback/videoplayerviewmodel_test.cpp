@@ -422,6 +422,10 @@ TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
         ASSERT_TRUE(model->thumbnail(videoId, t));
     EXPECT_EQ(engine.framesRequested, (QList<double> {10.0, 10.5}));
     EXPECT_EQ(engine.generatorsMade, 1);
+    // Another project's sources start a fresh cache.
+    load();
+    ASSERT_TRUE(model->thumbnail(videoId, 10.2));
+    EXPECT_EQ(engine.framesRequested.size(), 3);
     EXPECT_FALSE(model->thumbnail(videoId, 75.0));
     EXPECT_FALSE(model->thumbnail(audioId, 1.0));
 }
