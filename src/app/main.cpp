@@ -31,7 +31,9 @@
 #include <QLibraryInfo>
 #include <QLocale>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QTranslator>
+#include <malloc.h>
 #include <qcorotask.h>
 
 using namespace Qt::StringLiterals;
@@ -71,6 +73,11 @@ void routeFrames(media::Player &player, View *view, void (View::*sizeChanged)(QS
 
 int main(int argc, char *argv[])
 {
+    // Every decoder thread would otherwise get an arena of its own, each holding on to the
+    // frames it once decoded; and a fixed threshold keeps frame-sized blocks in their own
+    // mappings, which go back to the system as soon as they are freed.
+    mallopt(M_ARENA_MAX, 2);
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024);
     QApplication application(argc, argv);
     QApplication::setOrganizationName(u"Kavel"_s);
     QApplication::setApplicationName(u"Kavel"_s);
@@ -141,6 +148,13 @@ int main(int argc, char *argv[])
     routeFrames(editor.playerVM().player(), playerView, &app::VideoPlayerView::frameSizeChanged,
                 playerView->frameSize(),
                 [playerView](const QImage &frame) { playerView->showFrame(frame); });
+
+    // Back on the home page nothing plays: a good moment to give back what the last
+    // project's playback and export left in the allocator's hands.
+    QObject::connect(&window, &app::MainWindow::navigationSelectionChanged, &window, [&window] {
+        if (window.navigationSelection() == app::NavigationItem::home)
+            QTimer::singleShot(1000, &window, &media::mlt::MltMediaEngine::releaseUnusedMemory);
+    });
 
     window.show();
     // What a file manager's "open with" hands over: a bundle opens at once; media files

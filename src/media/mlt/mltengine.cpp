@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <malloc.h>
 #include <mutex>
 
 extern "C" {
@@ -55,6 +56,14 @@ QString MltMediaEngine::defaultModuleDirectory()
         return fromEnvironment;
     return QDir(QCoreApplication::applicationDirPath())
         .absoluteFilePath(u"../lib/kavel-mlt-modules"_s);
+}
+
+void MltMediaEngine::releaseUnusedMemory()
+{
+    mlt_pool_purge();
+    // Decoded frames are freed in the middle of the heap, between blocks still in use; the
+    // allocator keeps such holes mapped unless asked to return them.
+    malloc_trim(0);
 }
 
 MediaInfo MltMediaEngine::probe(const QString &path)

@@ -19,6 +19,11 @@ public:
     std::unique_ptr<Player> createPlayer() override;
     std::unique_ptr<ThumbnailGenerator>
     createThumbnailGenerator(const QString &path, const ThumbnailOptions &options) override;
+
+    // Hands the frames and buffers MLT and the allocator keep for reuse back to the
+    // system. Cheap enough for a moment the user is not watching anything play, such as
+    // the return to the home page.
+    static void releaseUnusedMemory();
 };
 
 } // namespace kavel::media::mlt
