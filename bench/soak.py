@@ -1,6 +1,7 @@
 """Memory and responsiveness of the Kavel window over a long session.
 
 usage: soak.py BIN_DIR [--minutes N] [--out DIR]   (run through bench/soak.sh)
+       soak.py --summarize soak.csv                  (the figures of an earlier run)
 
 Makes a one-hour project with 10,000 words and two one-minute ones, starts kavel on a
 private X display and repeats, until the time is up, the cycle a user goes through: open
@@ -218,26 +219,52 @@ class Soak:
             csv.write("seconds,resident_mb,threads,phase\n")
             for t, rss, threads, phase in self.samples:
                 csv.write(f"{t:.1f},{rss:.1f},{threads},{phase}\n")
-        print(f"{cycles} cycles in {self.minutes} minutes; the curve (resident MB, every minute):")
-        for minute in range(0, int(self.samples[-1][0] // 60) + 1):
-            near = [s for s in self.samples if minute * 60 <= s[0] < minute * 60 + 60]
-            if near:
-                print(f"  {minute:3d} min  {max(s[1] for s in near):7.1f}  {near[-1][3]}")
-        lecture = [s[1] for s in self.samples if "lecture" in s[3] and not s[3].startswith("home")]
-        after_warm = [s for s in self.samples if warm is not None and s[0] >= warm]
-        print(f"resident with the one-hour project open: max {max(lecture):.1f} MB")
-        if after_warm:
-            growth = after_warm[-1][1] - after_warm[0][1]
-            print(f"growth from the end of the first round ({after_warm[0][1]:.1f} MB at "
-                  f"{after_warm[0][0] / 60:.1f} min) to the end ({after_warm[-1][1]:.1f} MB): "
-                  f"{growth:+.1f} MB; threads {after_warm[0][2]} -> {after_warm[-1][2]}")
+        print(f"{cycles} cycles in {self.minutes} minutes")
+        summarize(self.samples, warm)
         worst = max(self.answers, key=lambda a: a[1])
         print(f"slowest answer: {worst[1]:.2f} s ({worst[0]}); {len(self.answers)} measured")
         print(f"samples in {self.out}/soak.csv; log in {self.work}/kavel.log")
 
 
+def summarize(samples, warm=None):
+    """The curve and the figures the targets are about. Resident memory swings by hundreds
+    of megabytes between an export and the home page, so growth compares like with like:
+    the home page just before each project is opened, and each visit to the long project."""
+    print("the curve (resident MB, highest in each minute, and the phase then):")
+    for minute in range(0, int(samples[-1][0] // 60) + 1):
+        near = [s for s in samples if minute * 60 <= s[0] < minute * 60 + 60]
+        if near:
+            top = max(near, key=lambda s: s[1])
+            print(f"  {minute:3d} min  {top[1]:7.1f}  {top[3]}")
+    visits, home, previous, inside = [], [], None, False
+    for t, rss, threads, phase in samples:
+        if phase.startswith("open") and phase != previous:
+            home.append((t, rss, threads))
+        now_inside = phase.endswith(" lecture") and not phase.startswith(("open", "home"))
+        if now_inside and not inside:
+            visits.append([])
+        if now_inside:
+            visits[-1].append(rss)
+        previous, inside = phase, now_inside
+    if visits:
+        peaks = [max(v) for v in visits]
+        print(f"resident with the one-hour project open: max {max(peaks):.1f} MB; "
+              f"per visit {', '.join(f'{p:.0f}' for p in peaks)}")
+    settled = [h for h in home if warm is None or h[0] >= warm] or home
+    if len(settled) > 1:
+        print(f"home page before each open: {', '.join(f'{h[1]:.0f}' for h in home)} MB")
+        print(f"growth on the home page from {settled[0][0] / 60:.1f} min to "
+              f"{settled[-1][0] / 60:.1f} min: {settled[-1][1] - settled[0][1]:+.1f} MB; "
+              f"threads {settled[0][2]} -> {settled[-1][2]}")
+
+
 if __name__ == "__main__":
     args = sys.argv[1:]
+    if args and args[0] == "--summarize":
+        # Figures from the samples of an earlier run: soak.py --summarize soak.csv
+        rows = [line.rstrip("\n").split(",", 3) for line in open(args[1]).readlines()[1:]]
+        summarize([(float(t), float(m), int(n), p) for t, m, n, p in rows])
+        sys.exit(0)
     minutes = float(args[args.index("--minutes") + 1]) if "--minutes" in args else 30
     out = args[args.index("--out") + 1] if "--out" in args else "soak-results"
     Soak(os.path.abspath(args[0]), minutes, os.path.abspath(out)).main()
