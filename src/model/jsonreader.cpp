@@ -31,9 +31,28 @@ void throwInvalid(std::string_view key, const QString &reason)
     throw DecodeError(keyText(key), reason);
 }
 
-Element parse(QByteArrayView bytes)
+namespace {
+
+simdjson::dom::parser &threadParser()
 {
     thread_local simdjson::dom::parser parser;
+    return parser;
+}
+
+} // namespace
+
+// The parser keeps buffers of about ten times the largest document it has read: after an
+// hour-long transcript that is tens of megabytes, held for as long as the thread lives.
+ParsedDocumentScope::~ParsedDocumentScope()
+{
+    simdjson::dom::parser &parser = threadParser();
+    if (parser.capacity() > 1024 * 1024)
+        parser = simdjson::dom::parser();
+}
+
+Element parse(QByteArrayView bytes)
+{
+    simdjson::dom::parser &parser = threadParser();
     Element root;
     const auto error = parser.parse(bytes.data(), static_cast<size_t>(bytes.size())).get(root);
     if (error)

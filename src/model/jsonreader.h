@@ -17,6 +17,16 @@ using Element = simdjson::dom::element;
 // same thread parses again. Throws DecodeError for malformed JSON.
 Element parse(QByteArrayView bytes);
 
+// Declared before the element it guards: when it goes, the parser's buffers go too if a
+// large document made them large, so a big transcript's parse does not stay resident.
+struct ParsedDocumentScope
+{
+    ParsedDocumentScope() = default;
+    ParsedDocumentScope(const ParsedDocumentScope &) = delete;
+    ParsedDocumentScope &operator=(const ParsedDocumentScope &) = delete;
+    ~ParsedDocumentScope();
+};
+
 simdjson::dom::object object(Element element, QStringView where = {});
 simdjson::dom::array array(Element element, std::string_view key);
 

@@ -49,6 +49,7 @@ QByteArray encodeTimelineDocument(const TimelineV2 &timeline)
 TimelineV2 decodeTimelineDocument(QByteArrayView bytes)
 {
     using namespace jsonread;
+    const ParsedDocumentScope scope;
     const Element root = parse(bytes);
     TimelineV2 timeline;
     bool hasVersion = false, hasParagraphs = false;
@@ -84,6 +85,7 @@ TimelineV2 decodeTimelineDocument(QByteArrayView bytes)
 QList<WordBlock> decodeFlatWordBlocks(QByteArrayView bytes)
 {
     using namespace jsonread;
+    const ParsedDocumentScope scope;
     const Element root = parse(bytes);
     simdjson::dom::array words;
     if (root.get(words))
