@@ -236,10 +236,13 @@ def summarize(samples, warm=None):
         if near:
             top = max(near, key=lambda s: s[1])
             print(f"  {minute:3d} min  {top[1]:7.1f}  {top[3]}")
-    visits, home, previous, inside = [], [], None, False
+    visits, home, previous, inside = [], {}, None, False
     for t, rss, threads, phase in samples:
-        if phase.startswith("open") and phase != previous:
-            home.append((t, rss, threads))
+        # The first sample of "open X" is the home page just before X opens. The page is
+        # sampled at different times after the return (before or after the memory is
+        # given back), so each project's openings are compared among themselves.
+        if phase.startswith("open") and phase != previous and (warm is None or t >= warm):
+            home.setdefault(phase[5:], []).append((t, rss, threads))
         now_inside = phase.endswith(" lecture") and not phase.startswith(("open", "home"))
         if now_inside and not inside:
             visits.append([])
@@ -250,12 +253,12 @@ def summarize(samples, warm=None):
         peaks = [max(v) for v in visits]
         print(f"resident with the one-hour project open: max {max(peaks):.1f} MB; "
               f"per visit {', '.join(f'{p:.0f}' for p in peaks)}")
-    settled = [h for h in home if warm is None or h[0] >= warm] or home
-    if len(settled) > 1:
-        print(f"home page before each open: {', '.join(f'{h[1]:.0f}' for h in home)} MB")
-        print(f"growth on the home page from {settled[0][0] / 60:.1f} min to "
-              f"{settled[-1][0] / 60:.1f} min: {settled[-1][1] - settled[0][1]:+.1f} MB; "
-              f"threads {settled[0][2]} -> {settled[-1][2]}")
+    for title, points in home.items():
+        if len(points) > 1:
+            print(f"home page before opening {title}: {points[0][1]:.0f} MB at "
+                  f"{points[0][0] / 60:.1f} min, {points[-1][1]:.0f} MB at "
+                  f"{points[-1][0] / 60:.1f} min ({points[-1][1] - points[0][1]:+.1f} MB); "
+                  f"threads {points[0][2]} -> {points[-1][2]}")
 
 
 if __name__ == "__main__":
@@ -263,7 +266,11 @@ if __name__ == "__main__":
     if args and args[0] == "--summarize":
         # Figures from the samples of an earlier run: soak.py --summarize soak.csv
         rows = [line.rstrip("\n").split(",", 3) for line in open(args[1]).readlines()[1:]]
-        summarize([(float(t), float(m), int(n), p) for t, m, n, p in rows])
+        samples = [(float(t), float(m), int(n), p) for t, m, n, p in rows]
+        # Without the run's own mark, the first round ends at the fourth opening.
+        opens = [t for i, (t, m, n, p) in enumerate(samples)
+                 if p.startswith("open") and (i == 0 or samples[i - 1][3] != p)]
+        summarize(samples, opens[3] if len(opens) > 3 else None)
         sys.exit(0)
     minutes = float(args[args.index("--minutes") + 1]) if "--minutes" in args else 30
     out = args[args.index("--out") + 1] if "--out" in args else "soak-results"
