@@ -5,7 +5,7 @@
 //  - playing at 1x across cuts must show every frame (30 fps, none dropped);
 //  - deleting a word while playing must keep the play head on the same source moment.
 #include "benchmedia.h"
-#include "media/mlt/compositionplaylist.h"
+#include "media/mlt/compositionproducer.h"
 #include "media/mlt/mltengine.h"
 #include "media/mlt/mltplayer.h"
 #include "playback/videoplayerviewmodel.h"

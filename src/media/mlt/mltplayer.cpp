@@ -1,6 +1,6 @@
 #include "mltplayer.h"
 
-#include "compositionplaylist.h"
+#include "compositionproducer.h"
 #include "mediaprobe.h"
 
 #include <Mlt.h>
@@ -182,14 +182,20 @@ void MltPlayer::play(Mlt::Producer *producer)
 // After an edit the root's entry still has the composition's old length.
 void MltPlayer::syncRootLength()
 {
-    const int frames = m_composition->playlist().get_playtime();
+    const int frames = m_composition->producer().get_playtime();
     mlt_service_lock(m_root->get_service());
     if (m_root->count() == 0 && frames > 0)
-        m_root->append(m_composition->playlist());
+        m_root->append(m_composition->producer());
     else if (m_root->count() > 0 && frames == 0)
         m_root->remove(0);
-    else if (frames > 0)
+    else if (frames > 0) {
+        // The root's cut took the composition's length when it was made and clamps any
+        // resize to it, so a composition that grew would be cut short there.
+        const std::unique_ptr<Mlt::Producer> cut(m_root->get_clip(0));
+        if (cut && cut->get_length() < frames)
+            cut->set("length", frames);
         m_root->resize_clip(0, 0, frames - 1);
+    }
     mlt_service_unlock(m_root->get_service());
 }
 
@@ -286,7 +292,7 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
     const QList<SegmentFailure> failures = m_composition->apply(editList);
     if (!m_playingComposition) {
         m_playingComposition = true;
-        play(&m_composition->playlist());
+        play(&m_composition->producer());
         m_raw.reset();
     } else {
         syncRootLength();
@@ -301,7 +307,7 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
 void MltPlayer::ensureComposition()
 {
     if (!m_composition)
-        m_composition = std::make_unique<CompositionPlaylist>(*m_profile);
+        m_composition = std::make_unique<CompositionProducer>(*m_profile);
 }
 
 void MltPlayer::prepareSources(const QStringList &paths)

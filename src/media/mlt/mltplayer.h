@@ -18,7 +18,7 @@ class Profile;
 
 namespace kavel::media::mlt {
 
-class CompositionPlaylist;
+class CompositionProducer;
 
 // Plays through MLT's sdl2_audio consumer, which keeps real time by the sound card and
 // hands each due frame to a listener. The consumer runs from the first item on; pausing
@@ -56,10 +56,10 @@ public:
     void setVideoSize(const QSize &size);
     // Frames the consumer has shown since the player was made.
     qint64 framesShown() const { return m_framesShown.load(); }
-    // The playlist frame last shown.
+    // The composition frame last shown.
     int shownFrame() const { return m_shownFrame.load(); }
     double frameRate() const;
-    CompositionPlaylist *composition() { return m_composition.get(); }
+    CompositionProducer *composition() { return m_composition.get(); }
 
 Q_SIGNALS:
     void frameShown(const QImage &image, double time);
@@ -90,7 +90,7 @@ private:
 
     std::unique_ptr<Mlt::Profile> m_profile;
     bool m_profileSet = false;
-    std::unique_ptr<CompositionPlaylist> m_composition;
+    std::unique_ptr<CompositionProducer> m_composition;
     std::unique_ptr<Mlt::Producer> m_raw;
     bool m_playingComposition = false;
     std::unique_ptr<Mlt::Playlist> m_root;

@@ -36,7 +36,7 @@ int getAudio(mlt_frame frame, void **buffer, mlt_audio_format *format, int *freq
 
 mlt_frame process(mlt_filter filter, mlt_frame frame)
 {
-    // The frame's own position is the playlist's, taken here because the audio is pulled
+    // The frame's own position is the composition's, taken here because the audio is pulled
     // later, when the position may have moved on.
     mlt_properties properties = MLT_FRAME_PROPERTIES(frame);
     mlt_properties_set_int(properties, positionKey,
@@ -90,7 +90,7 @@ void SoundFilter::render(int position, float *planes, int channels, int samples,
         m_audioEdit = m_edit;
     }
     // MLT hands out sound frame by frame; the frame's first sample is where its count of
-    // samples so far says, on the same grid the playlist was laid on.
+    // samples so far says, on the same grid the composition was laid on.
     const std::int64_t first
         = mlt_audio_calculate_samples_to_position(float(m_fps), frequency, position);
     m_left.assign(size_t(samples), 0.0f);

@@ -18,7 +18,7 @@ class AudioSource;
 namespace kavel::media::mlt {
 
 // The preview's sound. MLT cuts sound frame by frame and its per-cut seeking drifts by
-// tens of milliseconds, so this filter on the composition replaces whatever the playlist
+// tens of milliseconds, so this filter on the composition replaces whatever the sources
 // would play with the export's own sample-exact rendering of the same map: the preview is
 // heard exactly as the file will be, with every word's volume, mute and fades and the
 // smoothing at cuts. MLT still decides which frame plays when.
@@ -31,13 +31,13 @@ public:
     SoundFilter &operator=(const SoundFilter &) = delete;
 
     Mlt::Filter &filter() { return *m_filter; }
-    // The map the playlist was laid from, on a grid of `fps` frames per second. Takes
+    // The map the composition was laid from, on a grid of `fps` frames per second. Takes
     // effect from the next frame the consumer asks for.
     void setEdit(const EditList &edit, double fps);
     // Nothing at or after `seconds` of the composition is heard; none for no limit.
     void setStopAt(std::optional<double> seconds);
 
-    // Fills `samples` frames of planar float sound for playlist frame `position`.
+    // Fills `samples` frames of planar float sound for composition frame `position`.
     void render(int position, float *planes, int channels, int samples, int frequency);
 
 private:
