@@ -43,17 +43,13 @@ TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
         QList<Paragraph> document;
         bool exact = true;
     };
-    QList<Shadow> undoShadow;
-    QList<Shadow> redoShadow;
-    int checkedUndos = 0;
-    int checkedRedos = 0;
+    QList<Shadow> undoShadow, redoShadow;
+    int checkedUndos = 0, checkedRedos = 0;
 
     for (int step = 0; step < 3000; ++step) {
         const QList<Paragraph> before = vm.paragraphs();
         const qsizetype undoCountBefore = vm.undoManager().undoCount();
-        bool isUndo = false;
-        bool isRedo = false;
-        bool isMove = false;
+        bool isUndo = false, isRedo = false, isMove = false;
         // Edits only ever remove paragraphs; undo when the document gets thin so that
         // the walk keeps working on a document with many paragraphs.
         if (vm.paragraphs().size() < 12 && vm.undoManager().canUndo()) {
@@ -143,8 +139,6 @@ TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
             ASSERT_FALSE(doc[i].wordBlocks.isEmpty()) << "step " << step;
         }
         ASSERT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(doc)) << "step " << step;
-        ASSERT_EQ(vm.undoManager().canUndo(), vm.undoManager().undoCount() > 0);
-        ASSERT_EQ(vm.undoManager().canRedo(), vm.undoManager().redoCount() > 0);
     }
     // The walk must really have exercised the history.
     EXPECT_GT(checkedUndos, 200);

@@ -13,9 +13,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-WordBlock cue(const QString &text, double start, double end, qint64 sortOrder)
+WordBlock cue(const QString &text, double start, double end, qint64 order)
 {
-    return test::timedWord(start, end, sortOrder, {}, text);
+    return test::timedWord(start, end, order, {}, text);
 }
 
 // Written over a longer file: whatever is left of it shows as trailing bytes.
@@ -31,17 +31,14 @@ QByteArray written(const QList<WordBlock> &blocks, double trackDuration = 0.0, b
 
 } // namespace
 
-TEST(Subtitles, TimestampsTruncateMilliseconds)
-{
-    EXPECT_EQ(subRipTimestamp(0.0), u"00:00:00,000"_s);
-    EXPECT_EQ(subRipTimestamp(3725.5), u"01:02:05,500"_s);
-    EXPECT_EQ(subRipTimestamp(0.9999), u"00:00:00,999"_s);
-    EXPECT_EQ(subRipTimestamp(0.3 + 0.6), u"00:00:00,900"_s);
-    EXPECT_EQ(subRipTimestamp(360000.25), u"100:00:00,250"_s);
-}
-
 TEST(Subtitles, FilesFollowTheMapInSortOrderAsUtf8WithoutBom)
 {
+    // Milliseconds are truncated, never rounded up into the next word.
+    for (const auto &[seconds, stamp] : {std::pair {3725.5, u"01:02:05,500"_s},
+                                         {0.9999, u"00:00:00,999"_s},
+                                         {0.3 + 0.6, u"00:00:00,900"_s},
+                                         {360000.25, u"100:00:00,250"_s}})
+        EXPECT_EQ(subRipTimestamp(seconds), stamp);
     // Given out of order: sortOrder decides, and the 2.5 s gap disappears.
     EXPECT_EQ(written({cue(u"世界"_s, 4.00, 4.25, 1), cue(u"你好"_s, 1.20, 1.50, 0)}),
               "1\n00:00:00,000 --> 00:00:00,300\n你好\n\n2\n00:00:00,300 --> 00:00:00,550\n世界\n");
