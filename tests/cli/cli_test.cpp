@@ -41,14 +41,16 @@ void expectRefusal(const CliResult &result, const QString &named = {})
         << result.err.toStdString();
 }
 
-// "hello big world" / "um yes" / "bye", with "um" a filler.
-QString bundleWithTranscript(const QString &title)
+// "hello big world" / "um yes" / "bye", with "um" a filler, 0.5 s a word.
+QString bundleWithTranscript(const QString &title, bool storedReversed = false)
 {
     const QString bundle = runCli({u"new"_s, title}).out.trimmed();
     auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     QList<Paragraph> paragraphs
         = test::transcript({{u"hello"_s, u"big"_s, u"world"_s}, {u"um"_s, u"yes"_s}, {u"bye"_s}});
     paragraphs[1].wordBlocks[0].isFiller = true;
+    if (storedReversed)
+        std::reverse(paragraphs.begin(), paragraphs.end());
     project->setParagraphs(paragraphs);
     project->saveTimeline();
     return bundle;
@@ -123,28 +125,18 @@ TEST(Cli, AddMediaCopiesMediaAndRefusesWhatIsNot)
 
 TEST(Cli, InfoListsWordsInPlaybackOrderAndReportsDamagedFiles)
 {
-    const QString bundle = runCli({u"new"_s, u"Info"_s}).out.trimmed();
-    QList<Paragraph> paragraphs = test::transcript({{u"hello"_s, u"there"_s}, {u"world"_s}});
-    paragraphs.swapItemsAt(0, 1); // stored out of order: the sort orders decide
-    auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
-    project->setParagraphs(paragraphs);
-    project->saveTimeline();
-
+    // Stored out of order: the sort orders decide.
+    const QString bundle = bundleWithTranscript(u"Info"_s, true);
     const CliResult text = runCli({u"info"_s, bundle});
     ASSERT_EQ(text.exitCode, 0) << text.err.toStdString();
-    EXPECT_TRUE(text.out.contains(u"Words:       3"_s));
-    EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  there"_s))
-        << text.out.toStdString();
-    EXPECT_LT(text.out.indexOf(u"there"_s), text.out.indexOf(u"world"_s));
-    const QJsonObject last
-        = QJsonDocument::fromJson(runCli({u"info"_s, bundle, u"--json"_s}).out.toUtf8())
-              .object()
-              .value("words"_L1)
-              .toArray()
-              .at(2)
-              .toObject();
-    EXPECT_EQ(last.value("text"_L1).toString(), u"world"_s);
-    EXPECT_EQ(last.value("mediaStart"_L1).toDouble(), 1.0);
+    EXPECT_TRUE(text.out.contains(u"Words:       6"_s));
+    EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  big"_s)) << text.out.toStdString();
+    EXPECT_LT(text.out.indexOf(u"big"_s), text.out.indexOf(u"bye"_s));
+    const QJsonDocument json
+        = QJsonDocument::fromJson(runCli({u"info"_s, bundle, u"--json"_s}).out.toUtf8());
+    const QJsonObject last = json["words"_L1].toArray().last().toObject();
+    EXPECT_EQ(last["text"_L1].toString(), u"bye"_s);
+    EXPECT_EQ(last["mediaStart"_L1].toDouble(), 2.5);
 
     // A garbage timeline only warns; garbage metadata fails, naming the file.
     test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");

@@ -73,7 +73,7 @@ protected:
     QList<Paragraph> paragraphs;
 };
 
-TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureInOrder)
+TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
 {
     auto flow = makeFlow();
     auto empty = KavelProject::create(u"空"_s, dir.filePath(u"projects"_s));
@@ -94,13 +94,10 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureInOrder)
     EXPECT_FALSE(flow->exportComplete());
     EXPECT_TRUE(renderer.requests.isEmpty());
     EXPECT_FALSE(QDir(out()).exists());
-}
 
-TEST_F(ExportFlowTest, StartsInTheDefaultFolderElseInTheLastOneUsed)
-{
+    // A new export starts in the default folder, else in the last one used.
     EXPECT_FALSE(makeFlow()->settings().outputPath);
     const QString used = dir.filePath(u"上次"_s);
-    auto flow = makeFlow();
     QObject::connect(flow.get(), &ExportFlow::exportStarted, flow.get(),
                      [this](const QString &folder) { preferences.setLastExportPath(folder); });
     flow->setSettings(outputsInto(used));
@@ -111,64 +108,24 @@ TEST_F(ExportFlowTest, StartsInTheDefaultFolderElseInTheLastOneUsed)
     EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), paragraphs, false}), 0.75);
 }
 
-TEST_F(ExportFlowTest, RunsEveryEnabledStepAndNamesFilesAfterTheTitle)
+// Failed steps are collected without stopping the others; the next start clears them and
+// names every file after the title.
+TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
 {
     auto flow = makeFlow();
     ExportSettings settings = outputsInto(out());
     settings.videoFormat = VideoFormat::mov;
     settings.codec = VideoCodec::hevc;
     flow->setSettings(settings);
-    QDir(project->exportsDirectory()).removeRecursively();
-
-    run(*flow, {project.get(), paragraphs, true});
-
-    EXPECT_TRUE(flow->exportComplete());
-    EXPECT_FALSE(flow->exportError() || flow->exportNotice());
-    EXPECT_TRUE(fileio::readFile(out(u"成片.srt"_s)).startsWith("1\n00:00:00,000"));
-    EXPECT_EQ(flow->writtenFiles(),
-              (QStringList {out(u"成片.srt"_s), out(u"成片.wav"_s), out(u"成片.mov"_s)}));
-    EXPECT_EQ(fileio::readFile(out(u"成片.mov"_s)), "rendered");
-    EXPECT_TRUE(QDir(project->exportsDirectory()).exists());
-
-    ASSERT_EQ(renderer.requests.size(), 2);
-    EXPECT_EQ(renderer.requests[0].format, media::RenderFormat::wav);
-    EXPECT_EQ(renderer.requests[1].format, media::RenderFormat::mov);
-    EXPECT_EQ(renderer.requests[1].videoEncoding, media::VideoEncoding::hevc);
-    // A muted audio track keeps every stretch, silent; the cut is the preview's.
-    for (const media::RenderRequest &request : renderer.requests) {
-        ASSERT_EQ(request.editList.segments.size(), 2);
-        EXPECT_EQ(request.editList.segments.at(0).sourcePath, sourcePath);
-        EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
-        for (const media::EditSegment &segment : request.editList.segments)
-            EXPECT_TRUE(segment.audio.muted);
-    }
-
-    // Sound alone has no movie: the video step is skipped with a notice.
-    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
-    settings.subtitleEnabled = settings.audioEnabled = false;
-    flow->setSettings(settings);
-    run(*flow);
-    EXPECT_TRUE(flow->exportComplete());
-    EXPECT_EQ(flow->exportNotice(), u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
-    EXPECT_TRUE(flow->writtenFiles().isEmpty());
-    EXPECT_EQ(renderer.requests.size(), 2);
-}
-
-TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
-{
-    auto flow = makeFlow();
-    ExportSettings settings = outputsInto(out());
-    flow->setSettings(settings);
     QDir().mkpath(out(u"成片.srt"_s)); // a folder takes the subtitle path
     renderer.failing = true;
-    test::writeFile(out(u"成片.mp4"_s), "previous export");
+    test::writeFile(out(u"成片.mov"_s), "previous export");
     run(*flow);
     EXPECT_EQ(flow->exportError(),
               u"字幕导出失败，音频导出失败: 磁盘已满，视频导出失败: 导出失败"_s);
-    EXPECT_EQ(renderer.requests.size(), 2);
     // A failed render leaves the earlier file and no partial one.
-    EXPECT_EQ(QDir(out()).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mp4"_s});
-    EXPECT_EQ(fileio::readFile(out(u"成片.mp4"_s)), "previous export");
+    EXPECT_EQ(QDir(out()).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mov"_s});
+    EXPECT_EQ(fileio::readFile(out(u"成片.mov"_s)), "previous export");
 
     // A step that ends well but leaves an empty file has not exported anything.
     renderer.failing = false;
@@ -179,15 +136,40 @@ TEST_F(ExportFlowTest, FailingStepsAreCollectedWithoutStoppingTheOthers)
     EXPECT_EQ(flow->exportError(), u"音频导出失败: 未生成有效的文件"_s);
     EXPECT_TRUE(flow->writtenFiles().isEmpty());
 
-    // A new start clears the outcome of the last one.
     renderer.bytes = "rendered";
-    flow->setSettings(outputsInto(out()));
+    renderer.requests.clear();
+    settings.subtitleEnabled = settings.videoEnabled = true;
+    flow->setSettings(settings);
     QDir(out(u"成片.srt"_s)).removeRecursively();
+    QDir(project->exportsDirectory()).removeRecursively();
     QSignalSpy completeChanges(flow.get(), &ExportFlow::exportCompleteChanged);
-    run(*flow);
-    EXPECT_FALSE(flow->exportError().has_value());
+    run(*flow, {project.get(), paragraphs, true});
+    EXPECT_FALSE(flow->exportError() || flow->exportNotice());
     EXPECT_EQ(completeChanges.size(), 2);
-    EXPECT_EQ(fileio::readFile(out(u"成片.mp4"_s)), "rendered");
+    EXPECT_EQ(flow->writtenFiles(),
+              (QStringList {out(u"成片.srt"_s), out(u"成片.wav"_s), out(u"成片.mov"_s)}));
+    EXPECT_TRUE(fileio::readFile(out(u"成片.srt"_s)).startsWith("1\n00:00:00,000"));
+    EXPECT_EQ(fileio::readFile(out(u"成片.mov"_s)), "rendered");
+    EXPECT_TRUE(QDir(project->exportsDirectory()).exists());
+    ASSERT_EQ(renderer.requests.size(), 2);
+    EXPECT_EQ(renderer.requests[0].format, media::RenderFormat::wav);
+    EXPECT_EQ(renderer.requests[1].videoEncoding, media::VideoEncoding::hevc);
+    // A muted audio track keeps every stretch, silent; the cut is the preview's.
+    for (const media::RenderRequest &request : renderer.requests) {
+        ASSERT_EQ(request.editList.segments.size(), 2);
+        EXPECT_EQ(request.editList.segments.at(0).sourcePath, sourcePath);
+        EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
+        EXPECT_TRUE(request.editList.segments.at(0).audio.muted);
+    }
+
+    // Sound alone has no movie: the video step is skipped with a notice.
+    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
+    settings.subtitleEnabled = settings.audioEnabled = false;
+    flow->setSettings(settings);
+    run(*flow);
+    EXPECT_TRUE(flow->exportComplete());
+    EXPECT_EQ(flow->exportNotice(), u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
+    EXPECT_TRUE(flow->writtenFiles().isEmpty());
 }
 
 TEST_F(ExportFlowTest, EngineFailuresBecomeRenderErrorsAndAGoneServiceEndsItsExport)

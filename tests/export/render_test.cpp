@@ -28,11 +28,6 @@ namespace {
 
 constexpr double frame = 1.0 / 30.0;
 
-WordBlock word(double start, double end, qint64 order)
-{
-    return test::timedWord(start, end, order, {}, u"词"_s);
-}
-
 struct Probe
 {
     QJsonObject format;
@@ -79,42 +74,18 @@ QStringList topLevelBoxes(const QString &path)
     return boxes;
 }
 
-class RenderTest : public ::testing::Test
-{
-protected:
-    static void SetUpTestSuite()
-    {
-        s_dir = new QTemporaryDir;
-        s_engine = new media::mlt::MltMediaEngine;
-        s_renderer = new media::ffmpeg::FfmpegRenderer;
-        s_video = test::makeVideoWithAudio(s_dir->path(), u"video.mp4"_s, 4.0);
-        s_tone = test::makeTone(s_dir->path(), u"tone.wav"_s, 4.0);
-    }
-
-    void SetUp() override
-    {
-        service = std::make_unique<LocalRenderService>(*s_engine, *s_renderer);
-        service->setLogSink([](const QString &) {});
-    }
-
-    QString out(const QString &name) const { return QDir(dir.path()).filePath(name); }
-    static QList<PlaybackSource> sourcesOf(const QString &path)
-    {
-        return {{QUuid(), QUrl::fromLocalFile(path)}};
-    }
-
-    static inline QTemporaryDir *s_dir = nullptr;
-    static inline media::mlt::MltMediaEngine *s_engine = nullptr;
-    static inline media::ffmpeg::FfmpegRenderer *s_renderer = nullptr;
-    static inline QString s_video, s_tone;
-    QTemporaryDir dir;
-    std::unique_ptr<LocalRenderService> service;
-};
-
 // Without an encoder the M4A is kept under the chosen name.
-TEST_F(RenderTest, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
+TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
 {
-    const QList<WordBlock> blocks {word(0.0, 0.6, 0), word(1.0, 1.6, 1)};
+    QTemporaryDir dir;
+    const auto out = [&](const QString &name) { return dir.filePath(name); };
+    media::mlt::MltMediaEngine engine;
+    media::ffmpeg::FfmpegRenderer renderer;
+    LocalRenderService service(engine, renderer);
+    service.setLogSink([](const QString &) {});
+    const QList<PlaybackSource> tone {
+        {QUuid(), QUrl::fromLocalFile(test::makeTone(dir.path(), u"tone.wav"_s, 4.0))}};
+    const QList<WordBlock> blocks {test::timedWord(0.0, 0.6, 0), test::timedWord(1.0, 1.6, 1)};
     const QString bin = out(u"bin/"_s);
     QDir().mkpath(bin);
     EncoderSearch search {{}, {bin}};
@@ -139,15 +110,15 @@ TEST_F(RenderTest, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         }
         search.baseTimeLimit
             = c.cancelled ? std::chrono::minutes(10) : std::chrono::milliseconds(1500);
-        service->setEncoderSearch(search);
+        service.setEncoderSearch(search);
         if (c.cancelled)
-            QTimer::singleShot(1000, service.get(), [&] { service->cancel(); });
+            QTimer::singleShot(1000, &service, [&] { service.cancel(); });
         const QString target = out(u"声音.mp3"_s);
         QElapsedTimer clock;
         clock.start();
-        auto outcome = test::runTask(
-            service->renderAudioOnly(sourcesOf(s_tone), blocks, false, AudioFormat::mp3, target),
-            std::chrono::seconds(60));
+        auto outcome
+            = test::runTask(service.renderAudioOnly(tone, blocks, false, AudioFormat::mp3, target),
+                            std::chrono::seconds(60));
         EXPECT_LT(clock.elapsed(), 20'000);
         EXPECT_EQ(!outcome.error, !c.codec.isEmpty());
         EXPECT_EQ(QDir(dir.path()).entryList({u"*.m4a"_s}, QDir::Files | QDir::Hidden),
@@ -167,17 +138,20 @@ TEST_F(RenderTest, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
     // An encoder shipped with the application wins over the system's.
     test::writeFile(out(u"bundle/lame.bin"_s), "#!/bin/sh\n");
     QFile::setPermissions(out(u"bundle/lame.bin"_s), QFile::ReadOwner | QFile::ExeOwner);
-    service->setEncoderSearch({out(u"bundle"_s), {u"/usr/bin/"_s}});
-    EXPECT_EQ(service->findEncoder(u"lame"_s), out(u"bundle/lame.bin"_s));
-    EXPECT_EQ(service->findEncoder(u"ffmpeg"_s), u"/usr/bin/ffmpeg"_s);
+    service.setEncoderSearch({out(u"bundle"_s), {u"/usr/bin/"_s}});
+    EXPECT_EQ(service.findEncoder(u"lame"_s), out(u"bundle/lame.bin"_s));
+    EXPECT_EQ(service.findEncoder(u"ffmpeg"_s), u"/usr/bin/ffmpeg"_s);
 }
 
 // One project read by every command that takes a bundle. Its exports go through the
 // application's render service, so this is where the movies' codecs and sizes are checked.
-TEST_F(RenderTest, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
+TEST(Render, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
 {
+    QTemporaryDir dir;
+    const auto out = [&](const QString &name) { return dir.filePath(name); };
     auto project = KavelProject::create(u"访谈"_s, dir.path());
-    const SourceFile source = project->addSourceFile(QUrl::fromLocalFile(s_video));
+    const SourceFile source = project->addSourceFile(
+        QUrl::fromLocalFile(test::makeVideoWithAudio(dir.path(), u"video.mp4"_s, 4.0)));
     Paragraph paragraph {QUuid::createUuid(), {}, 0, {}};
     for (const auto &[from, to] : {std::pair {0.5, 1.0}, {1.0, 1.4}, {2.5, 3.0}})
         paragraph.wordBlocks.append(
