@@ -74,7 +74,7 @@ void makeSound(const QString &path, const QStringList &options)
 
 // The test main gives every program a private HOME, so the projects folder is
 // Documents/Kavel below it.
-TEST(Cli, NewCreatesABundleInTheProjectsFolderAndRefusesBadTitles)
+TEST(Cli, NewMakesABundleThatAddMediaFillsAndBothRefuseWhatIsWrong)
 {
     const QDir projects(QDir(test::homeDirectory()).filePath(u"Documents/Kavel"_s));
     const CliResult created = runCli({u"new"_s, u"课程 01"_s});
@@ -88,11 +88,8 @@ TEST(Cli, NewCreatesABundleInTheProjectsFolderAndRefusesBadTitles)
     EXPECT_EQ(projects.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
     EXPECT_EQ(runCli({u"new"_s}).exitCode, 2);
     EXPECT_EQ(runCli({u"frobnicate"_s}).exitCode, 2);
-}
 
-TEST(Cli, AddMediaCopiesMediaAndRefusesWhatIsNot)
-{
-    const QString bundle = runCli({u"new"_s, u"Media"_s}).out.trimmed();
+    const QString bundle = created.out.trimmed();
     QTemporaryDir inputs;
     const QDir in(inputs.path());
     const QString clip = in.filePath(u"Talk.MOV"_s);

@@ -32,31 +32,6 @@ TEST_F(Editor, CursorAndSelectionMoveThePlayHeadAndStayInTheParagraph)
     EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {id(u"c"_s)}) << "out of range keeps it";
 }
 
-// Toggling itself is the context menu's; here the playback also ends with the player.
-TEST_F(Editor, SentencePlaybackEndsWhenThePlayerStops)
-{
-    openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}});
-    vm.toggleSentencePlayback(paragraph(1));
-    EXPECT_TRUE(vm.playerVM().isPlaying());
-    vm.playerVM().pause();
-    EXPECT_FALSE(vm.playingSentenceId().has_value());
-}
-
-// What a save writes is checked where the window saves on leaving; here, what it shows.
-TEST_F(Editor, SaveShowsTheConfirmationForTwoSecondsEvenWhenTheWriteFails)
-{
-    openTranscript({{u"a"_s, u"b"_s}});
-    vm.save();
-    EXPECT_TRUE(vm.showSaveConfirmation());
-    clock.advance(1.5);
-    vm.save(); // the first save's timer still hides it
-    clock.advance(0.6);
-    EXPECT_FALSE(vm.showSaveConfirmation());
-    QDir(vm.project()->bundlePath()).removeRecursively();
-    vm.save();
-    EXPECT_TRUE(vm.showSaveConfirmation());
-}
-
 // Each hit reads "paragraph:word+word", so that a hit with a word too many or too few, or
 // in the wrong paragraph, shows in the failure.
 TEST_F(Editor, SearchMatchesJoinedWordsOfOneParagraphIgnoringCaseAndStepsRound)
@@ -148,27 +123,6 @@ TEST_F(Editor, DeletingWordsKeepsTheCursorAndIsUndoneStepByStep)
     vm.undoManager().undo();
     EXPECT_EQ(text(), u"a"_s);
     expectPlayerHasDocument();
-}
-
-// A delete briefly holds back player notifications, and one arriving while another is
-// applied is dropped.
-TEST_F(Editor, KeyboardDeleteHoldsBackThePlayerAndDropsReentrantDeletes)
-{
-    openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s}});
-    vm.setCursor(paragraph(0).id, 4);
-    QObject::connect(
-        &vm, &EditorViewModel::paragraphsChanged, &vm, [this] { vm.deleteAtCursor(); },
-        Qt::SingleShotConnection);
-    QSignalSpy forwarded(&vm, &EditorViewModel::playerStateChanged);
-    vm.deleteAtCursor();
-    EXPECT_EQ(text(), u"a b c"_s);
-    vm.playerVM().togglePlayPause();
-    EXPECT_EQ(forwarded.count(), 0);
-    clock.advance(EditorViewModel::deleteForwardingPauseSeconds);
-    EXPECT_EQ(forwarded.count(), 1) << "what changed meanwhile is announced once";
-
-    vm.deleteAtCursor();
-    EXPECT_EQ(text(), u"a b"_s) << "the guard is released after each delete";
 }
 
 TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsNotUndoable)
@@ -282,13 +236,46 @@ TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)
     EXPECT_FALSE(vm.undoManager().canUndo());
 }
 
-TEST_F(Editor, ThePauseLimitIsClampedAndStoredWithTheProject)
+// One session: a sentence played until the player stops; a keyboard delete that briefly
+// holds back player notifications and drops a delete arriving meanwhile; the pause limit,
+// clamped and stored with the project; and a save whose confirmation shows for two
+// seconds, even when the write fails.
+TEST_F(Editor, PlayDeleteAndSaveInOneSession)
 {
-    openTranscript({{u"a"_s, u"b"_s}});
+    openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s}, {u"e"_s}});
+    vm.toggleSentencePlayback(paragraph(1));
+    EXPECT_TRUE(vm.playerVM().isPlaying());
+    vm.playerVM().pause();
+    EXPECT_FALSE(vm.playingSentenceId().has_value());
+
+    vm.setCursor(paragraph(0).id, 4);
+    QObject::connect(
+        &vm, &EditorViewModel::paragraphsChanged, &vm, [this] { vm.deleteAtCursor(); },
+        Qt::SingleShotConnection);
+    QSignalSpy forwarded(&vm, &EditorViewModel::playerStateChanged);
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a b c | e"_s);
+    vm.playerVM().togglePlayPause();
+    EXPECT_EQ(forwarded.count(), 0);
+    clock.advance(EditorViewModel::deleteForwardingPauseSeconds);
+    EXPECT_EQ(forwarded.count(), 1) << "what changed meanwhile is announced once";
+    vm.deleteAtCursor();
+    EXPECT_EQ(text(), u"a b | e"_s) << "the guard is released after each delete";
+
     for (const auto &[limit, kept] :
          {std::pair {5.0, maxPauseLimit}, {0.05, minPauseLimit}, {0.0, 0.0}}) {
         vm.setPauseLimit(limit);
         EXPECT_EQ(vm.playerVM().pauseLimit(), kept);
         EXPECT_EQ(KavelProject::load(vm.project()->bundleURL())->metadata().pauseLimit, kept);
     }
+
+    vm.save();
+    EXPECT_TRUE(vm.showSaveConfirmation());
+    clock.advance(1.5);
+    vm.save(); // the first save's timer still hides it
+    clock.advance(0.6);
+    EXPECT_FALSE(vm.showSaveConfirmation());
+    QDir(vm.project()->bundlePath()).removeRecursively();
+    vm.save();
+    EXPECT_TRUE(vm.showSaveConfirmation());
 }

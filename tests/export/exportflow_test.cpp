@@ -116,6 +116,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     ExportSettings settings = outputsInto(out());
     settings.videoFormat = VideoFormat::mov;
     settings.codec = VideoCodec::hevc;
+    settings.resolution = Resolution::p4k;
     flow->setSettings(settings);
     QDir().mkpath(out(u"成片.srt"_s)); // a folder takes the subtitle path
     renderer.failing = true;
@@ -154,6 +155,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     ASSERT_EQ(renderer.requests.size(), 2);
     EXPECT_EQ(renderer.requests[0].format, media::RenderFormat::wav);
     EXPECT_EQ(renderer.requests[1].videoEncoding, media::VideoEncoding::hevc);
+    EXPECT_EQ(renderer.requests[1].frameSize, QSize(3840, 2160));
     // A muted audio track keeps every stretch, silent; the cut is the preview's.
     for (const media::RenderRequest &request : renderer.requests) {
         ASSERT_EQ(request.editList.segments.size(), 2);
@@ -197,25 +199,6 @@ TEST_F(ExportFlowTest, EngineFailuresBecomeRenderErrorsAndAGoneServiceEndsItsExp
     ASSERT_TRUE(outcome.error);
     EXPECT_FALSE(outcome.errorAs<Error>());
     EXPECT_EQ(QDir(dir.path()).entryList({u"*.wav"_s}, QDir::Files | QDir::Hidden), QStringList {});
-}
-
-TEST(ExportSettings, PresetFollowsCodecAndResolution)
-{
-    const struct
-    {
-        VideoCodec codec;
-        Resolution resolution;
-        QSize frame;
-    } cases[] = {{VideoCodec::h264, Resolution::p720, {1280, 720}},
-                 {VideoCodec::h264, Resolution::p4k, {3840, 2160}},
-                 {VideoCodec::hevc, Resolution::p720, {1920, 1080}},
-                 {VideoCodec::hevc, Resolution::p1080, {1920, 1080}}};
-    for (const auto &c : cases) {
-        ExportSettings s;
-        s.codec = c.codec;
-        s.resolution = c.resolution;
-        EXPECT_EQ(s.preset(), (ExportPreset {c.codec, c.frame}));
-    }
 }
 
 TEST(ExportDuration, FormatsMinutesOrHours)
