@@ -30,9 +30,7 @@ constexpr double frame = 1.0 / 30.0;
 
 struct Probe
 {
-    QJsonObject format;
-    QJsonObject video;
-    QJsonObject audio;
+    QJsonObject format, video, audio;
     double duration() const { return format.value(u"duration"_s).toString().toDouble(); }
 };
 
