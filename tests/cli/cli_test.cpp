@@ -19,8 +19,7 @@ namespace {
 struct CliResult
 {
     int exitCode = -1;
-    QString out;
-    QString err;
+    QString out, err;
 };
 
 CliResult runCli(const QStringList &arguments)
@@ -32,133 +31,26 @@ CliResult runCli(const QStringList &arguments)
             QString::fromUtf8(process.readAllStandardError())};
 }
 
-// The test main gives every program a private HOME, so the CLI's projects folder is
-// Documents/Kavel below it.
-QString projectsFolder()
-{
-    return QDir(test::homeDirectory()).filePath(u"Documents/Kavel"_s);
-}
-
-void expectOneLineError(const CliResult &result)
+// A refusal is one line on stderr that names what was wrong, and nothing on stdout.
+void expectRefusal(const CliResult &result, const QString &named = {})
 {
     EXPECT_NE(result.exitCode, 0);
     EXPECT_TRUE(result.out.isEmpty()) << result.out.toStdString();
-    EXPECT_TRUE(result.err.startsWith(u"kavel-cli: "_s)) << result.err.toStdString();
-    EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
+    EXPECT_TRUE(result.err.startsWith(u"kavel-cli: "_s) && result.err.count(u'\n') == 1
+                && result.err.contains(named))
+        << result.err.toStdString();
 }
 
-} // namespace
-
-TEST(Cli, NewCreatesABundleInTheProjectsFolderAndRefusesBadTitles)
-{
-    const CliResult created = runCli({u"new"_s, u"课程 01"_s});
-    ASSERT_EQ(created.exitCode, 0) << created.err.toStdString();
-    const QString bundle = created.out.trimmed();
-    EXPECT_EQ(bundle, QDir(projectsFolder()).filePath(u"课程 01.kavel"_s));
-    EXPECT_TRUE(QFileInfo::exists(QDir(bundle).filePath(u"project.json"_s)));
-
-    expectOneLineError(runCli({u"new"_s, u"课程 01"_s}));
-
-    const QStringList before
-        = QDir(projectsFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
-    expectOneLineError(runCli({u"new"_s, u"a/b"_s}));
-    EXPECT_EQ(QDir(projectsFolder()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
-
-    EXPECT_EQ(runCli({u"new"_s}).exitCode, 2);
-    EXPECT_EQ(runCli({u"frobnicate"_s}).exitCode, 2);
-}
-
-TEST(Cli, AddMediaCopiesMediaAndRefusesWhatIsNot)
-{
-    const QString bundle = runCli({u"new"_s, u"Media"_s}).out.trimmed();
-    QTemporaryDir inputs;
-    const QDir in(inputs.path());
-    const QString clip = in.filePath(u"Talk.MOV"_s);
-    ASSERT_EQ(QProcess::execute(u"ffmpeg"_s,
-                                {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s, u"sine=d=1"_s,
-                                 u"-f"_s, u"mov"_s, clip}),
-              0);
-
-    const CliResult added = runCli({u"add-media"_s, bundle, clip});
-    ASSERT_EQ(added.exitCode, 0) << added.err.toStdString();
-    const QStringList fields = added.out.trimmed().split(u'\t');
-    ASSERT_EQ(fields.size(), 3);
-    EXPECT_TRUE(fields[1].endsWith(u".MOV"_s));
-    EXPECT_EQ(fields[2], u"Talk"_s);
-    EXPECT_EQ(fileio::readFile(QDir(bundle).filePath(u"media/"_s + fields[1])),
-              fileio::readFile(clip));
-
-    // Refused with a reason that names the file, and nothing is recorded.
-    test::writeFile(in.filePath(u"empty.mp4"_s), {});
-    test::writeFile(in.filePath(u"notes.mp4"_s), "these are not frames");
-    const QByteArray whole = fileio::readFile(clip);
-    test::writeFile(in.filePath(u"cut.mov"_s), whole.right(whole.size() / 2));
-    // Its index at the front promises data that a copy cut short no longer holds.
-    const QString indexed = in.filePath(u"indexed.mp4"_s);
-    ASSERT_EQ(QProcess::execute(u"ffmpeg"_s,
-                                {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s, u"sine=d=4"_s,
-                                 u"-movflags"_s, u"+faststart"_s, indexed}),
-              0);
-    const QByteArray full = fileio::readFile(indexed);
-    test::writeFile(in.filePath(u"short.mp4"_s), full.left(full.size() / 2));
-    for (const QString &name :
-         {u"gone.mp4"_s, u"empty.mp4"_s, u"notes.mp4"_s, u"cut.mov"_s, u"short.mp4"_s}) {
-        const CliResult refused = runCli({u"add-media"_s, bundle, in.filePath(name)});
-        expectOneLineError(refused);
-        EXPECT_TRUE(refused.err.contains(name)) << refused.err.toStdString();
-    }
-    EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().sourceFiles.size(), 1);
-
-    expectOneLineError(runCli({u"add-media"_s, u"/no/such.kavel"_s, clip}));
-}
-
-TEST(Cli, InfoListsWordsInPlaybackOrderAndReportsDamagedFiles)
-{
-    const QString bundle = runCli({u"new"_s, u"Info"_s}).out.trimmed();
-    auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
-    // Stored out of order: the sort orders decide.
-    QList<Paragraph> paragraphs = test::transcript({{u"hello"_s, u"there"_s}, {u"world"_s}});
-    paragraphs.swapItemsAt(0, 1);
-    project->setParagraphs(paragraphs);
-    project->saveTimeline();
-
-    const CliResult text = runCli({u"info"_s, bundle});
-    ASSERT_EQ(text.exitCode, 0) << text.err.toStdString();
-    EXPECT_TRUE(text.out.contains(u"Words:       3"_s));
-    EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  there"_s))
-        << text.out.toStdString();
-    EXPECT_LT(text.out.indexOf(u"there"_s), text.out.indexOf(u"world"_s));
-
-    const CliResult json = runCli({u"info"_s, bundle, u"--json"_s});
-    ASSERT_EQ(json.exitCode, 0);
-    const QJsonArray words
-        = QJsonDocument::fromJson(json.out.toUtf8()).object().value("words"_L1).toArray();
-    ASSERT_EQ(words.size(), 3);
-    EXPECT_EQ(words[2].toObject().value("text"_L1).toString(), u"world"_s);
-    EXPECT_EQ(words[2].toObject().value("mediaStart"_L1).toDouble(), 1.0);
-
-    // A garbage timeline only warns; garbage metadata fails, naming the file.
-    test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");
-    const CliResult warned = runCli({u"info"_s, bundle});
-    EXPECT_EQ(warned.exitCode, 0);
-    EXPECT_TRUE(warned.err.startsWith(u"warning: "_s)) << warned.err.toStdString();
-    EXPECT_TRUE(warned.out.contains(u"Words:       0"_s));
-    test::writeFile(QDir(bundle).filePath(u"project.json"_s), "{ broken");
-    const CliResult failed = runCli({u"info"_s, bundle});
-    expectOneLineError(failed);
-    EXPECT_TRUE(failed.err.contains(u"project.json"_s)) << failed.err.toStdString();
-}
-
-namespace {
-
-// A bundle whose transcript is three paragraphs: "hello big world" / "um yes" / "bye".
-QString bundleWithTranscript(const QString &title)
+// "hello big world" / "um yes" / "bye", with "um" a filler, 0.5 s a word.
+QString bundleWithTranscript(const QString &title, bool storedReversed = false)
 {
     const QString bundle = runCli({u"new"_s, title}).out.trimmed();
     auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     QList<Paragraph> paragraphs
         = test::transcript({{u"hello"_s, u"big"_s, u"world"_s}, {u"um"_s, u"yes"_s}, {u"bye"_s}});
     paragraphs[1].wordBlocks[0].isFiller = true;
+    if (storedReversed)
+        std::reverse(paragraphs.begin(), paragraphs.end());
     project->setParagraphs(paragraphs);
     project->saveTimeline();
     return bundle;
@@ -169,37 +61,128 @@ QString savedText(const QString &bundle)
     return test::documentText(KavelProject::load(QUrl::fromLocalFile(bundle))->paragraphs());
 }
 
+void makeSound(const QString &path, const QStringList &options)
+{
+    ASSERT_EQ(QProcess::execute(
+                  u"ffmpeg"_s,
+                  QStringList {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s, u"sine=d=4"_s}
+                      + options + QStringList {path}),
+              0);
+}
+
 } // namespace
+
+// The test main gives every program a private HOME, so the projects folder is
+// Documents/Kavel below it.
+TEST(Cli, NewMakesABundleThatAddMediaFillsAndBothRefuseWhatIsWrong)
+{
+    const QDir projects(QDir(test::homeDirectory()).filePath(u"Documents/Kavel"_s));
+    const CliResult created = runCli({u"new"_s, u"课程 01"_s});
+    ASSERT_EQ(created.exitCode, 0) << created.err.toStdString();
+    EXPECT_EQ(created.out.trimmed(), projects.filePath(u"课程 01.kavel"_s));
+    EXPECT_TRUE(QFileInfo::exists(projects.filePath(u"课程 01.kavel/project.json"_s)));
+
+    const QStringList before = projects.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    expectRefusal(runCli({u"new"_s, u"课程 01"_s}));
+    expectRefusal(runCli({u"new"_s, u"a/b"_s}));
+    EXPECT_EQ(projects.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
+    EXPECT_EQ(runCli({u"new"_s}).exitCode, 2);
+    EXPECT_EQ(runCli({u"frobnicate"_s}).exitCode, 2);
+
+    const QString bundle = created.out.trimmed();
+    QTemporaryDir inputs;
+    const QDir in(inputs.path());
+    const QString clip = in.filePath(u"Talk.MOV"_s);
+    makeSound(clip, {u"-f"_s, u"mov"_s});
+    const CliResult added = runCli({u"add-media"_s, bundle, clip});
+    ASSERT_EQ(added.exitCode, 0) << added.err.toStdString();
+    const QStringList fields = added.out.trimmed().split(u'\t');
+    ASSERT_EQ(fields.size(), 3);
+    EXPECT_TRUE(fields[1].endsWith(u".MOV"_s));
+    EXPECT_EQ(fields[2], u"Talk"_s);
+    EXPECT_EQ(fileio::readFile(QDir(bundle).filePath(u"media/"_s + fields[1])),
+              fileio::readFile(clip));
+
+    // Empty, not media, cut at the front, or cut short behind an index at the front that
+    // promises more data than is there: refused, and nothing is recorded.
+    test::writeFile(in.filePath(u"empty.mp4"_s), {});
+    test::writeFile(in.filePath(u"notes.mp4"_s), "these are not frames");
+    const QByteArray whole = fileio::readFile(clip);
+    test::writeFile(in.filePath(u"cut.mov"_s), whole.right(whole.size() / 2));
+    const QString indexed = in.filePath(u"indexed.mp4"_s);
+    makeSound(indexed, {u"-movflags"_s, u"+faststart"_s});
+    const QByteArray full = fileio::readFile(indexed);
+    test::writeFile(in.filePath(u"short.mp4"_s), full.left(full.size() / 2));
+    for (const QString &name :
+         {u"gone.mp4"_s, u"empty.mp4"_s, u"notes.mp4"_s, u"cut.mov"_s, u"short.mp4"_s})
+        expectRefusal(runCli({u"add-media"_s, bundle, in.filePath(name)}), name);
+    EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().sourceFiles.size(), 1);
+    expectRefusal(runCli({u"add-media"_s, u"/no/such.kavel"_s, clip}));
+}
+
+TEST(Cli, InfoListsWordsInPlaybackOrderAndReportsDamagedFiles)
+{
+    // Stored out of order: the sort orders decide.
+    const QString bundle = bundleWithTranscript(u"Info"_s, true);
+    const CliResult text = runCli({u"info"_s, bundle});
+    ASSERT_EQ(text.exitCode, 0) << text.err.toStdString();
+    EXPECT_TRUE(text.out.contains(u"Words:       6"_s));
+    EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  big"_s)) << text.out.toStdString();
+    EXPECT_LT(text.out.indexOf(u"big"_s), text.out.indexOf(u"bye"_s));
+    const QJsonDocument json
+        = QJsonDocument::fromJson(runCli({u"info"_s, bundle, u"--json"_s}).out.toUtf8());
+    const QJsonObject last = json["words"_L1].toArray().last().toObject();
+    EXPECT_EQ(last["text"_L1].toString(), u"bye"_s);
+    EXPECT_EQ(last["mediaStart"_L1].toDouble(), 2.5);
+
+    // A garbage timeline only warns; garbage metadata fails, naming the file.
+    test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");
+    const CliResult warned = runCli({u"info"_s, bundle});
+    EXPECT_EQ(warned.exitCode, 0);
+    EXPECT_TRUE(warned.err.startsWith(u"warning: "_s)) << warned.err.toStdString();
+    EXPECT_TRUE(warned.out.contains(u"Words:       0"_s));
+    test::writeFile(QDir(bundle).filePath(u"project.json"_s), "{ broken");
+    expectRefusal(runCli({u"info"_s, bundle}), u"project.json"_s);
+}
 
 TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
 {
     const QString bundle = bundleWithTranscript(u"Batch"_s);
     const CliResult dry = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--dry-run"_s});
-    EXPECT_EQ(dry.exitCode, 0);
     EXPECT_TRUE(dry.out.contains(u"Deleted 1 words"_s)) << dry.out.toStdString();
     EXPECT_EQ(savedText(bundle), u"hello big world | um yes | bye"_s) << "a dry run saves nothing";
 
+    // "gw" spans the join of "big" and "world"; paragraph numbers are the original ones.
     const CliResult edited = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--delete-text"_s,
                                      u"GW"_s, u"--move-paragraph"_s, u"3:1"_s});
     ASSERT_EQ(edited.exitCode, 0) << edited.err.toStdString();
-    // "gw" spans the join of "big" and "world"; paragraph numbers are the original ones.
     EXPECT_EQ(savedText(bundle), u"bye | hello | yes"_s);
-
-    const CliResult deleted = runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"2"_s});
-    ASSERT_EQ(deleted.exitCode, 0);
+    EXPECT_EQ(runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"2"_s}).exitCode, 0);
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 
     for (const QString &bad : {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s,
                                u"--replace-text=bye"_s, u"--keep-pauses=3"_s})
-        expectOneLineError(runCli({u"edit"_s, bundle, bad}));
+        expectRefusal(runCli({u"edit"_s, bundle, bad}));
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 }
 
-TEST(Cli, EditCorrectsTextKeepingTimesAndSetsThePauseLimit)
+TEST(Cli, SearchFindsAcrossWordsAndCorrectionsKeepTheirTimes)
 {
     const QString bundle = bundleWithTranscript(u"Fix"_s);
-    const auto before = KavelProject::load(QUrl::fromLocalFile(bundle))->paragraphs();
+    const CliResult found = runCli({u"search"_s, bundle, u"OBIG"_s});
+    ASSERT_EQ(found.exitCode, 0) << found.err.toStdString();
+    EXPECT_TRUE(found.out.contains(u"paragraph 1  00:00:00.000 - 00:00:00.900  hello big"_s))
+        << found.out.toStdString();
+    EXPECT_TRUE(found.out.trimmed().endsWith(u"1 hit"_s));
+    const QJsonArray hits
+        = QJsonDocument::fromJson(runCli({u"search"_s, bundle, u"e"_s, u"--json"_s}).out.toUtf8())
+              .array();
+    ASSERT_EQ(hits.size(), 3); // hello, yes, bye
+    EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 2.0);
+    EXPECT_EQ(runCli({u"search"_s, bundle, u"zzz"_s}).out.trimmed(), u"0 hits"_s);
+
     // "gw" touches two words: they become one, "big wide world", over both their times.
+    const auto before = KavelProject::load(QUrl::fromLocalFile(bundle))->paragraphs();
     const CliResult fixed
         = runCli({u"edit"_s, bundle, u"--replace-text"_s, u"GW=g wide w"_s, u"--replace-text"_s,
                   u"bye=goodbye"_s, u"--keep-pauses"_s, u"0.3"_s});
@@ -212,20 +195,4 @@ TEST(Cli, EditCorrectsTextKeepingTimesAndSetsThePauseLimit)
     EXPECT_EQ(merged.mediaStart, before[0].wordBlocks[1].mediaStart);
     EXPECT_EQ(merged.mediaEnd, before[0].wordBlocks[2].mediaEnd);
     EXPECT_EQ(project->metadata().pauseLimit, 0.3);
-}
-
-TEST(Cli, SearchPrintsHitsWithParagraphAndTimes)
-{
-    const QString bundle = bundleWithTranscript(u"Find"_s);
-    const CliResult found = runCli({u"search"_s, bundle, u"OBIG"_s});
-    ASSERT_EQ(found.exitCode, 0) << found.err.toStdString();
-    EXPECT_TRUE(found.out.contains(u"paragraph 1  00:00:00.000 - 00:00:00.900  hello big"_s))
-        << found.out.toStdString();
-    EXPECT_TRUE(found.out.trimmed().endsWith(u"1 hit"_s));
-
-    const CliResult json = runCli({u"search"_s, bundle, u"e"_s, u"--json"_s});
-    const QJsonArray hits = QJsonDocument::fromJson(json.out.toUtf8()).array();
-    ASSERT_EQ(hits.size(), 3); // hello, yes, bye
-    EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 2.0);
-    EXPECT_EQ(runCli({u"search"_s, bundle, u"zzz"_s}).out.trimmed(), u"0 hits"_s);
 }

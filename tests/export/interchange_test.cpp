@@ -1,6 +1,7 @@
 // The hand-off files read back: every frame of the edited timeline must come from the
 // source frame the composition map shows there, in each format and at NTSC and PAL rates.
 #include "export/interchange.h"
+#include "support/transcriptbuilder.h"
 
 #include <QRegularExpression>
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A source frame and the timeline frames it starts, as a file states them.
+// The timeline frames [recordIn, recordOut) that a file says play from sourceIn on.
 struct Event
 {
     std::int64_t recordIn = 0, recordOut = 0, sourceIn = 0;
@@ -72,13 +73,9 @@ EditList randomEdit(std::mt19937 &random)
     for (int run = 0; run < 150; ++run) {
         double t = start(random);
         for (int w = 0; w < 3; ++w) {
-            WordBlock block;
-            block.id = QUuid::createUuid();
-            block.mediaStart = t;
-            block.mediaEnd = t += length(random);
-            block.sortOrder = blocks.size();
-            blocks.append(block);
-            t += w == 1 ? 0.0 : 0.05;
+            const double end = t + length(random);
+            blocks.append(test::timedWord(t, end, blocks.size()));
+            t = end + (w == 1 ? 0.0 : 0.05);
         }
     }
     return planComposition(blocks, {{{}, u"/media/talk.mov"_s, true, 600.0}}).editList;
