@@ -70,16 +70,14 @@ TEST_F(HomePageTest, SearchKeepsTheMatchingCardsInGridAndList)
         EXPECT_EQ(cardTitles(), shown) << query.toStdString();
     }
 
+    // Rows are flatter than cards (the thumbnail sits beside the title) and keep the search.
     const int gridCardHeight = home->cards().first()->sizeHint().height();
     home->searchField()->setText(u" INTER"_s);
     home->listButton()->click();
-    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::list);
     EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
-    // Rows are flatter than cards: the thumbnail sits beside the title.
     EXPECT_LT(home->cards().first()->sizeHint().height(), gridCardHeight);
     home->gridButton()->click();
-    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::grid);
-    EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
+    EXPECT_EQ(home->cards().first()->sizeHint().height(), gridCardHeight);
 }
 
 TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmation)
@@ -89,12 +87,12 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     const QList<QUrl> files {QUrl::fromLocalFile(u"/media/one.mp4"_s),
                              QUrl::fromLocalFile(u"/media/two.mp3"_s)};
     signedIn = false;
-    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+    for (const bool drop : {false, true}) {
+        vm.setShowLoginRequired(false);
+        drop ? deliverDrop(files) : QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+        EXPECT_TRUE(vm.showLoginRequired()) << drop;
+    }
     EXPECT_EQ(mediaPicks, 0);
-    EXPECT_TRUE(vm.showLoginRequired());
-    vm.setShowLoginRequired(false);
-    deliverDrop(files);
-    EXPECT_TRUE(vm.showLoginRequired());
     EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
     home->finishImportAfterSignIn();
     signedIn = true;
@@ -122,12 +120,8 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
 
 TEST_F(HomePageTest, CardMenuDeletesAProjectAndOpensOneInTheEditor)
 {
-    ProjectCard *card = nullptr;
-    for (ProjectCard *c : home->cards()) {
-        if (c->reference().title == u"Interview"_s)
-            card = c;
-    }
-    ASSERT_NE(card, nullptr);
+    home->searchField()->setText(u"Interview"_s);
+    ProjectCard *card = home->cards().first();
     const QList<QAction *> actions = card->createContextMenu()->actions();
     ASSERT_EQ(actions.size(), 3); // open, reveal, delete
     const QString bundle = card->reference().bundlePath;
@@ -139,16 +133,15 @@ TEST_F(HomePageTest, CardMenuDeletesAProjectAndOpensOneInTheEditor)
     actions.at(2)->trigger();
     QDir::setCurrent(workingFolder);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    home->searchField()->clear();
     EXPECT_FALSE(QFileInfo::exists(bundle));
     EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
 
     makeWindow();
     ProjectCard *first = main->homePage()->cards().first();
-    const QString opened = first->reference().bundlePath;
     first->createContextMenu()->actions().first()->trigger();
     EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
-    ASSERT_NE(vm.project(), nullptr);
-    EXPECT_EQ(vm.project()->bundlePath(), opened);
+    EXPECT_EQ(vm.project() ? vm.project()->bundlePath() : QString(), first->reference().bundlePath);
 }
 
 // Stands for the desktop's file manager on the bus.

@@ -1,3 +1,4 @@
+#include "ui/timeline/audiowaveformview.h"
 #include "ui/timeline/pinchzoomdetector.h"
 #include "ui/timeline/timelinecanvas.h"
 #include "ui/timeline/timelinescale.h"
@@ -6,19 +7,22 @@
 #include "uifixture.h"
 
 #include <QGestureEvent>
+#include <QImage>
 #include <QNativeGestureEvent>
+#include <QPainter>
 #include <QPinchGesture>
 #include <QPointingDevice>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QToolButton>
-#include <QVBoxLayout>
 
 using namespace kavel;
 using namespace kavel::ui;
 using namespace Qt::StringLiterals;
 
 namespace {
+
+const QUuid someId = QUuid::fromString(QStringLiteral("{6f1d2c9a-93b4-4c1e-8a57-0d4b6e2f7a11}"));
 
 QStringList labels(const QList<RulerTick> &ticks)
 {
@@ -61,11 +65,7 @@ protected:
         // Paragraph durations (0.4 s per word): 1.2 s, 0.8 s, 1.6 s.
         openTranscript(
             {{u"a"_s, u"b"_s, u"c"_s}, {u"d"_s, u"e"_s}, {u"f"_s, u"g"_s, u"h"_s, u"i"_s}});
-        auto *layout = new QVBoxLayout(&window);
-        layout->setContentsMargins(0, 0, 0, 0);
-        timeline = new TimelineView(vm, &window);
-        layout->addWidget(timeline);
-        showWindow({700, 220});
+        timeline = showAlone(new TimelineView(vm, &window), {700, 220});
     }
 
     TimelineCanvas *canvas() const { return timeline->canvas(); }
@@ -80,9 +80,7 @@ protected:
 
     void mouse(QEvent::Type type, QPointF pos, Qt::MouseButtons buttons)
     {
-        const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-        QMouseEvent event(type, pos, canvas()->mapToGlobal(pos), button, buttons, {});
-        QApplication::sendEvent(canvas(), &event);
+        test::sendMouse(canvas(), type, pos, buttons);
     }
 
     QList<QUuid> order() const
@@ -105,19 +103,14 @@ TEST(TimelineScale, RulerTicksFollowTheScale)
     EXPECT_EQ(labels(coarse),
               (QStringList {u"0s"_s, u"10s"_s, u"20s"_s, u"30s"_s, u"40s"_s, u"50s"_s, u"1:00"_s}));
     EXPECT_DOUBLE_EQ(coarse.at(3).x, 15.0 * 99.0);
-
-    // From 100 on: every second, labels every 2 s.
+    // From 100 on: every second, labels every 2 s; below 40: every 10 s.
     const QList<RulerTick> fine = rulerTicks(100.0, 5.0, 0.0, 1e9);
     EXPECT_EQ(times(fine), (QList<double> {0, 1, 2, 3, 4, 5}));
     EXPECT_EQ(labels(fine), (QStringList {u"0s"_s, u"2s"_s, u"4s"_s}));
-
-    // Below 40: every 10 s.
     EXPECT_EQ(times(rulerTicks(39.0, 35.0, 0.0, 1e9)), (QList<double> {0, 10, 20, 30}));
     // Only the visible stretch, and nothing for media without length.
     EXPECT_EQ(times(rulerTicks(100.0, 600.0, 250.0, 520.0)), (QList<double> {3, 4, 5}));
     EXPECT_TRUE(rulerTicks(100.0, 0.0, 0.0, 1e9).isEmpty());
-
-    EXPECT_EQ(rulerLabel(59.9), u"59s"_s);
     EXPECT_EQ(rulerLabel(605.0), u"10:05"_s);
 }
 
@@ -281,4 +274,49 @@ TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsAndTheRulerMovesThePlayhead)
     timeline->applyZoom(-1.0);
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return std::abs(canvas()->playheadX() - bar->value() - onScreen) <= 1.0; }));
+}
+
+TEST(Waveform, BarsAreCenteredNeverFlatAndTheirPatternBelongsToTheParagraph)
+{
+    const WaveformGeometry g = waveformGeometry({someId, false, false, 1.0f}, 100.0, 30.0);
+    ASSERT_EQ(g.bars.size(), 33);
+    for (const QRectF &bar : g.bars) {
+        EXPECT_NEAR(bar.center().y(), 15.0, 1e-9);
+        EXPECT_LE(bar.height(), 30.0 * 0.85 + 1e-9);
+    }
+    // A strip too low for its pattern still shows 2-point bars.
+    for (const QRectF &bar : waveformGeometry({someId}, 100.0, 1.0).bars)
+        EXPECT_EQ(bar.height(), 2.0);
+    // Flags and levels leave the pattern alone, a height scales it, another paragraph
+    // looks different.
+    EXPECT_EQ(waveformGeometry({someId, true, true, 0.2f}, 100.0, 30.0).bars, g.bars);
+    const WaveformGeometry tall = waveformGeometry({someId}, 100.0, 60.0);
+    for (qsizetype i = 0; i < g.bars.size(); ++i) {
+        if (g.bars.at(i).height() > 2.0) {
+            EXPECT_NEAR(tall.bars.at(i).height(), g.bars.at(i).height() * 2.0, 1e-9) << i;
+        }
+    }
+    EXPECT_NE(waveformGeometry({QUuid::createUuid()}, 100.0, 30.0).bars, g.bars);
+}
+
+TEST(Waveform, VolumeLineStandsAtTheLevelAndMutedSoundIsDrawnApart)
+{
+    const auto overlay = [](bool muted, float volume) {
+        return waveformGeometry({someId, false, muted, volume}, 60.0, 20.0).overlay;
+    };
+    EXPECT_EQ(overlay(false, 1.0f), QLineF(0, 0, 60, 0));
+    EXPECT_EQ(overlay(false, 0.25f), QLineF(0, 15, 60, 15));
+    EXPECT_EQ(overlay(false, 0.0f), QLineF(0, 20, 60, 20));
+    EXPECT_EQ(overlay(true, 1.0f), QLineF(0, 10, 60, 10)) << "muted: a line through the middle";
+    EXPECT_NE(waveformGeometry({someId, false, true, 1.0f}, 60.0, 20.0).barColor,
+              waveformGeometry({someId, false, false, 1.0f}, 60.0, 20.0).barColor);
+
+    // The first bar's middle is painted, the gap after it is not.
+    QImage image(60, 20, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::black);
+    QPainter painter(&image);
+    paintWaveform(painter, QRectF(0, 0, 60, 20), {someId, false, false, 0.5f});
+    painter.end();
+    EXPECT_GT(image.pixelColor(1, 10).green(), 100);
+    EXPECT_EQ(image.pixelColor(2, 3), QColor(Qt::black));
 }
