@@ -269,21 +269,6 @@ TEST(FlowLayout, WrapsBeforeTheWordThatWouldPassTheWidthAndStacksRowsWithLineSpa
                               QRectF(5, 7 + 14 + 3, 20, 8)}));
 }
 
-TEST(TranscriptLayout, GapUnderThePointerFollowsWordMiddlesAndNearestRow)
-{
-    // Words 0 and 1 on the first row, word 2 on the second. Past the end of a line: the
-    // gap after it; below or above every row: the last or the first.
-    const QList<QRectF> frames {QRectF(0, 0, 40, 20), QRectF(44, 0, 40, 20), QRectF(0, 26, 40, 20)};
-    const std::pair<QPointF, qsizetype> gaps[]
-        = {{{5, 10}, 0},  {{25, 10}, 1},  {{70, 10}, 2}, {{300, 10}, 2},
-           {{30, 40}, 3}, {{30, 500}, 3}, {{5, -50}, 0}};
-    for (const auto &[at, gap] : gaps)
-        EXPECT_EQ(TranscriptLayout::gapAt(frames, at), gap) << at.x() << "," << at.y();
-    EXPECT_EQ(TranscriptLayout::gapAt({}, {5, 5}), 0);
-    EXPECT_EQ(TranscriptLayout::wordAt(frames, {50, 5}), 1);
-    EXPECT_EQ(TranscriptLayout::wordAt(frames, {42, 5}), -1); // between two words
-}
-
 TEST(TranscriptLayout, EditsLayOutOnlyTheParagraphsWhoseWordsChanged)
 {
     TranscriptLayout layout(QApplication::font());
