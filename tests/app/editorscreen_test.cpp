@@ -223,15 +223,12 @@ TEST_F(PlayerViewTest, ControlsAndTheProgressBarDriveThePreview)
               QRectF(40.0, 0.0, 20.0, VideoProgressBar::barHeight));
 }
 
-TEST(VideoSurface, KeepsTheLastFrameAndReportsItsSize)
+// The size the surface reports for frames is walked by the full-screen test below.
+TEST(VideoSurface, LetterboxesTheLastFrameAndShowsAPlaceholderWithoutOne)
 {
     VideoSurface surface;
-    QSignalSpy sizes(&surface, &VideoSurface::sizeChanged);
     surface.resize(320, 180);
     surface.show();
-    QCoreApplication::processEvents();
-    ASSERT_FALSE(sizes.isEmpty());
-    EXPECT_EQ(sizes.last().first().toSize(), QSize(320, 180) * surface.devicePixelRatioF());
 
     const auto colours = [&surface] {
         const QImage shot = surface.grab().toImage();

@@ -177,48 +177,8 @@ TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)
     EXPECT_FALSE(vm.showImportConfirm());
 }
 
-TEST_F(MainWindowTest, SettingsPageKeepsTheDefaultExportFolder)
-{
-    main->navigate(NavigationItem::settings);
-    auto *page = qobject_cast<SettingsPage *>(main->currentScreen());
-    ASSERT_NE(page, nullptr);
-    for (const QString &picked : {u"/exports/here"_s, QString()}) { // the second is cancelled
-        folderToPick = picked;
-        page->chooseButton()->click();
-        EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
-        EXPECT_EQ(page->pathLabel()->text(), u"/exports/here"_s);
-    }
-    EXPECT_EQ(pickerStarts.last(), u"/exports/here"_s);
-    page->clearButton()->click();
-    EXPECT_EQ(settings.defaultExportPath(), QString());
-}
-
-TEST_F(MainWindowTest, SignInSheetShowsTheModeOfTheAccountAndItsFailure)
-{
-    main->sidebarButton(NavigationItem::account)->click();
-    qobject_cast<AccountPage *>(main->currentScreen())->signInButton()->click();
-    LoginDialog *sheet = main->loginDialog();
-    ASSERT_NE(sheet, nullptr);
-
-    // A phone number asks for a texted code; anything else for a password.
-    const std::pair<QString, bool> accounts[] = {{u"13800138000"_s, true}, {u"me@x.com"_s, false}};
-    for (const auto &[account, texted] : accounts) {
-        sheet->accountField()->setText(account);
-        EXPECT_EQ(sheet->sendCodeButton()->isHidden(), !texted);
-        EXPECT_EQ(sheet->secretField()->echoMode(),
-                  texted ? QLineEdit::Normal : QLineEdit::Password);
-    }
-
-    // Nothing listens at the session's address, so the sign-in fails.
-    sheet->secretField()->setText(u"secret"_s);
-    sheet->submitButton()->click();
-    QTRY_COMPARE(sheet->errorLabel()->text(), u"登录失败：用户名或密码错误"_s);
-    EXPECT_TRUE(sheet->submitButton()->isEnabled());
-    EXPECT_TRUE(sheet->isVisible());
-    EXPECT_FALSE(appState.isAuthenticated());
-}
-
-TEST_F(MainWindowTest, TheGuidePlaysItsDemonstrationOnlyWhileShown)
+// A walk through the sidebar's other screens: the guide, the settings and the account.
+TEST_F(MainWindowTest, TheGuideSettingsAndAccountScreensDoTheirJobs)
 {
     main->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(main.get()));
@@ -226,7 +186,6 @@ TEST_F(MainWindowTest, TheGuidePlaysItsDemonstrationOnlyWhileShown)
     GuidePage *guide = showGuide();
     ASSERT_TRUE(guide && guide->player());
     EXPECT_EQ(guideFramesGoTo, guide->surface());
-
     test::FakePlayer *player = engine.lastPlayer;
     player->makeSourceReady(3725.0);
     player->reportTime(61.7);
@@ -241,11 +200,42 @@ TEST_F(MainWindowTest, TheGuidePlaysItsDemonstrationOnlyWhileShown)
     EXPECT_EQ(player->rate(), 1.0);
     EXPECT_EQ(guidePlayersMade, 1);
 
-    // Paused by the user, it stays paused across a visit elsewhere.
+    // Paused by the user, it stays paused across a visit to the settings, which keep the
+    // default export folder (the second choice is cancelled).
     guide->playButton()->click();
-    main->sidebarButton(NavigationItem::account)->click();
+    main->navigate(NavigationItem::settings);
+    auto *page = qobject_cast<SettingsPage *>(main->currentScreen());
+    ASSERT_NE(page, nullptr);
+    for (const QString &picked : {u"/exports/here"_s, QString()}) {
+        folderToPick = picked;
+        page->chooseButton()->click();
+        EXPECT_EQ(settings.defaultExportPath(), u"/exports/here"_s);
+        EXPECT_EQ(page->pathLabel()->text(), u"/exports/here"_s);
+    }
+    EXPECT_EQ(pickerStarts.last(), u"/exports/here"_s);
+    page->clearButton()->click();
+    EXPECT_EQ(settings.defaultExportPath(), QString());
     showGuide();
     EXPECT_EQ(player->rate(), 0.0);
+
+    // The account's sign-in sheet asks a phone number for a texted code, anything else for
+    // a password. Nothing listens at the session's address, so the sign-in fails.
+    main->sidebarButton(NavigationItem::account)->click();
+    qobject_cast<AccountPage *>(main->currentScreen())->signInButton()->click();
+    LoginDialog *sheet = main->loginDialog();
+    ASSERT_NE(sheet, nullptr);
+    const std::pair<QString, bool> accounts[] = {{u"13800138000"_s, true}, {u"me@x.com"_s, false}};
+    for (const auto &[account, texted] : accounts) {
+        sheet->accountField()->setText(account);
+        EXPECT_EQ(sheet->sendCodeButton()->isHidden(), !texted);
+        EXPECT_EQ(sheet->secretField()->echoMode(),
+                  texted ? QLineEdit::Normal : QLineEdit::Password);
+    }
+    sheet->secretField()->setText(u"secret"_s);
+    sheet->submitButton()->click();
+    QTRY_COMPARE(sheet->errorLabel()->text(), u"登录失败：用户名或密码错误"_s);
+    EXPECT_TRUE(sheet->submitButton()->isEnabled() && sheet->isVisible());
+    EXPECT_FALSE(appState.isAuthenticated());
 }
 
 TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)

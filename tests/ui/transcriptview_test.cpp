@@ -22,10 +22,11 @@ QList<QSizeF> widths(std::initializer_list<qreal> ws)
     return sizes;
 }
 
-QList<qsizetype> rowLengths(const QList<FlowRow> &rows)
+// How many of the words, 10 points high and of the given widths, go on each row.
+QList<qsizetype> rowLengths(std::initializer_list<qreal> ws, std::optional<qreal> width)
 {
     QList<qsizetype> counts;
-    for (const FlowRow &row : rows)
+    for (const FlowRow &row : FlowLayout {4.0, 3.0}.breakRows(widths(ws), width))
         counts.append(row.count);
     return counts;
 }
@@ -243,17 +244,15 @@ TEST(FlowLayout, WrapsBeforeTheWordThatWouldPassTheWidthAndStacksRowsWithLineSpa
 {
     const FlowLayout flow {4.0, 3.0};
     const QList<FlowRow> rows = flow.breakRows(widths({60, 30, 20}), 100.0);
-    EXPECT_EQ(rowLengths(rows), (QList<qsizetype> {2, 1}));
     EXPECT_EQ(rows.at(0).width, 94.0);
     EXPECT_EQ(rows.at(1).first, 2);
     // Exactly filling the line still fits; one point more wraps; a word wider than the
     // line sits alone on its row; without a proposed width everything stays on one row.
-    EXPECT_EQ(rowLengths(flow.breakRows(widths({60, 36}), 100.0)), (QList<qsizetype> {2}));
-    EXPECT_EQ(rowLengths(flow.breakRows(widths({60, 37}), 100.0)), (QList<qsizetype> {1, 1}));
-    EXPECT_EQ(rowLengths(flow.breakRows(widths({10, 150, 10}), 100.0)),
-              (QList<qsizetype> {1, 1, 1}));
-    EXPECT_EQ(rowLengths(flow.breakRows(widths({60, 30, 20, 500}), std::nullopt)),
-              (QList<qsizetype> {4}));
+    EXPECT_EQ(rowLengths({60, 30, 20}, 100.0), (QList<qsizetype> {2, 1}));
+    EXPECT_EQ(rowLengths({60, 36}, 100.0), (QList<qsizetype> {2}));
+    EXPECT_EQ(rowLengths({60, 37}, 100.0), (QList<qsizetype> {1, 1}));
+    EXPECT_EQ(rowLengths({10, 150, 10}, 100.0), (QList<qsizetype> {1, 1, 1}));
+    EXPECT_EQ(rowLengths({60, 30, 20, 500}, std::nullopt), (QList<qsizetype> {4}));
 
     // Rows are as tall as their tallest word; unbounded, the widest row with its gaps.
     QList<QSizeF> sizes {{60, 10}, {30, 14}, {20, 8}};
