@@ -57,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(HomePageTest, SearchKeepsTheMatchingCardsInGridAndList)
+TEST_F(HomePageTest, CardsAreFoundByTitleInGridOrListAndTheirMenuDeletesOrOpens)
 {
     // Trimmed and case-blind, the query is matched as typed: inner spaces count.
     const std::pair<QString, QStringList> searches[] = {
@@ -78,6 +78,29 @@ TEST_F(HomePageTest, SearchKeepsTheMatchingCardsInGridAndList)
     EXPECT_LT(home->cards().first()->sizeHint().height(), gridCardHeight);
     home->gridButton()->click();
     EXPECT_EQ(home->cards().first()->sizeHint().height(), gridCardHeight);
+
+    // The card's menu deletes its project; on the window's home page one opens a project.
+    ProjectCard *card = home->cards().first();
+    const QList<QAction *> actions = card->createContextMenu()->actions();
+    ASSERT_EQ(actions.size(), 3); // open, reveal, delete
+    const QString bundle = card->reference().bundlePath;
+    // In the test environment the trash can resolve relative to the working folder; keep
+    // it out of the checkout.
+    const QString workingFolder = QDir::currentPath();
+    QTemporaryDir trashHost;
+    QDir::setCurrent(trashHost.path());
+    actions.at(2)->trigger();
+    QDir::setCurrent(workingFolder);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    home->searchField()->clear();
+    EXPECT_FALSE(QFileInfo::exists(bundle));
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
+
+    makeWindow();
+    ProjectCard *first = main->homePage()->cards().first();
+    first->createContextMenu()->actions().first()->trigger();
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
+    EXPECT_EQ(vm.project() ? vm.project()->bundlePath() : QString(), first->reference().bundlePath);
 }
 
 TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmation)
@@ -116,32 +139,6 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     EXPECT_TRUE(vm.showImportConfirm());
     deliverDrop(files);
     EXPECT_EQ(vm.pendingImportURLs(), files);
-}
-
-TEST_F(HomePageTest, CardMenuDeletesAProjectAndOpensOneInTheEditor)
-{
-    home->searchField()->setText(u"Interview"_s);
-    ProjectCard *card = home->cards().first();
-    const QList<QAction *> actions = card->createContextMenu()->actions();
-    ASSERT_EQ(actions.size(), 3); // open, reveal, delete
-    const QString bundle = card->reference().bundlePath;
-    // In the test environment the trash can resolve relative to the working folder; keep
-    // it out of the checkout.
-    const QString workingFolder = QDir::currentPath();
-    QTemporaryDir trashHost;
-    QDir::setCurrent(trashHost.path());
-    actions.at(2)->trigger();
-    QDir::setCurrent(workingFolder);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    home->searchField()->clear();
-    EXPECT_FALSE(QFileInfo::exists(bundle));
-    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
-
-    makeWindow();
-    ProjectCard *first = main->homePage()->cards().first();
-    first->createContextMenu()->actions().first()->trigger();
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
-    EXPECT_EQ(vm.project() ? vm.project()->bundlePath() : QString(), first->reference().bundlePath);
 }
 
 // Stands for the desktop's file manager on the bus.

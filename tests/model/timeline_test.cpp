@@ -51,7 +51,7 @@ WordBlock sampleBlock()
 
 } // namespace
 
-TEST(Flatten, OrdersByParagraphSortOrderStablyAndRenumbersWords)
+TEST(Timeline, FlattensByParagraphOrderAndGroupsOnSpeakerChangesAndLongGaps)
 {
     WordBlock deleted = word(u"c"_s, 2, 3);
     deleted.isDeleted = true;
@@ -64,11 +64,10 @@ TEST(Flatten, OrdersByParagraphSortOrderStablyAndRenumbersWords)
     EXPECT_EQ(texts(flat), (QStringList {u"a"_s, u"b"_s, u"c"_s, u"tied"_s, u"x"_s, u"y"_s}));
     for (qsizetype i = 0; i < flat.size(); ++i)
         EXPECT_EQ(flat[i].sortOrder, i);
-}
 
-// The plain speaker-and-gap split is walked by the project test that opens an old timeline.
-TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSecondsInSortOrder)
-{
+    // Grouping goes the other way: a new paragraph on a change of speaker or a gap longer
+    // than two seconds, in sort order. The plain case is walked by the project test that
+    // opens an old timeline.
     const std::optional<QString> none;
     const struct
     {
@@ -90,12 +89,12 @@ TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSecondsInSortOrder)
         {"nothing", {}, {}},
     };
     for (const auto &c : cases) {
-        const QList<Paragraph> paragraphs = groupWordBlocks(c.words);
+        const QList<Paragraph> grouped = groupWordBlocks(c.words);
         QList<QStringList> got;
-        for (qsizetype i = 0; i < paragraphs.size(); ++i) {
-            got.append(texts(paragraphs[i].wordBlocks));
-            EXPECT_EQ(paragraphs[i].sortOrder, i) << c.name;
-            EXPECT_EQ(paragraphs[i].speakerLabel, paragraphs[i].wordBlocks[0].speakerLabel);
+        for (qsizetype i = 0; i < grouped.size(); ++i) {
+            got.append(texts(grouped[i].wordBlocks));
+            EXPECT_EQ(grouped[i].sortOrder, i) << c.name;
+            EXPECT_EQ(grouped[i].speakerLabel, grouped[i].wordBlocks[0].speakerLabel);
         }
         EXPECT_EQ(got, c.paragraphs) << c.name;
     }

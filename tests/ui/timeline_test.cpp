@@ -61,12 +61,12 @@ protected:
 
     TimelineCanvas *canvas() const { return timeline->canvas(); }
 
-    bool wheel(QPoint delta, Qt::KeyboardModifiers modifiers)
+    void wheel(QPoint delta, Qt::KeyboardModifiers modifiers)
     {
         const QPointF pos(40, 60);
         QWheelEvent event(pos, canvas()->mapToGlobal(pos), QPoint(), delta, Qt::NoButton, modifiers,
                           Qt::NoScrollPhase, false);
-        return QApplication::sendEvent(canvas(), &event);
+        QApplication::sendEvent(canvas(), &event);
     }
 
     void mouse(QEvent::Type type, QPointF pos, Qt::MouseButtons buttons)
@@ -104,44 +104,38 @@ TEST(TimelineScale, RulerTicksFollowTheScale)
 
 TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoom)
 {
+    const auto factor = [&](const std::function<void()> &zoom) {
+        const double before = timeline->pixelsPerSecond();
+        zoom();
+        return timeline->pixelsPerSecond() / before;
+    };
     timeline->setPixelsPerSecond(100.0);
-    timeline->zoomInButton()->click();
-    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 110.0);
-    timeline->zoomOutButton()->click();
-    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 99.0);
-    EXPECT_TRUE(wheel({0, 120}, Qt::ControlModifier));
-    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 99.0 * 1.1);
-    EXPECT_TRUE(wheel({0, -360}, Qt::ControlModifier)) << "one step per event, however far";
-    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), 99.0 * 1.1 * 0.9);
-
-    // Half a notch is not enough to zoom, and the event is still consumed.
     WheelCounter counter;
     canvas()->installEventFilter(&counter);
-    const double before = timeline->pixelsPerSecond();
-    wheel({0, 60}, Qt::ControlModifier);
-    EXPECT_EQ(timeline->pixelsPerSecond(), before);
+    EXPECT_DOUBLE_EQ(factor([&] { timeline->zoomInButton()->click(); }), 1.1);
+    EXPECT_DOUBLE_EQ(factor([&] { timeline->zoomOutButton()->click(); }), 0.9);
+    EXPECT_DOUBLE_EQ(factor([&] { wheel({0, 120}, Qt::ControlModifier); }), 1.1);
+    // One step per event however far it goes, none for half a notch; all are consumed.
+    EXPECT_DOUBLE_EQ(factor([&] { wheel({0, -360}, Qt::ControlModifier); }), 0.9);
+    EXPECT_DOUBLE_EQ(factor([&] { wheel({0, 60}, Qt::ControlModifier); }), 1.0);
     EXPECT_EQ(counter.count, 0);
     // Without Ctrl the wheel is left to the timeline.
-    wheel({0, 120}, {});
-    EXPECT_EQ(timeline->pixelsPerSecond(), before);
+    EXPECT_DOUBLE_EQ(factor([&] { wheel({0, 120}, {}); }), 1.0);
     EXPECT_EQ(counter.count, 1);
 
-    // A pinch arrives at the window, which hands it to the widget under the fingers.
+    // A pinch arrives at the window, which hands it to the widget under the fingers; a
+    // touchpad without native gestures delivers Qt's own pinch gesture instead.
     const QPointF inside = timeline->zoomDetector()->mapTo(&window, QPointF(40, 60));
     QNativeGestureEvent pinch(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(), 2,
                               inside, inside, window.mapToGlobal(inside), 0.05, QPointF(), 0);
-    QApplication::sendEvent(window.windowHandle(), &pinch);
-    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), before * 1.04);
-
-    // Qt's own pinch gesture, as a touchpad without native gestures delivers it.
-    const double beforeGesture = timeline->pixelsPerSecond();
+    EXPECT_DOUBLE_EQ(factor([&] { QApplication::sendEvent(window.windowHandle(), &pinch); }), 1.04);
     QPinchGesture gesture;
     gesture.setChangeFlags(QPinchGesture::ScaleFactorChanged);
     gesture.setScaleFactor(0.975);
     gesture.setHotSpot(canvas()->mapToGlobal(QPointF(40, 60)));
     QGestureEvent gestureEvent({&gesture});
-    QApplication::sendEvent(timeline->scrollArea(), &gestureEvent);
-    EXPECT_DOUBLE_EQ(timeline->pixelsPerSecond(), beforeGesture * 0.98);
+    EXPECT_DOUBLE_EQ(
+        factor([&] { QApplication::sendEvent(timeline->scrollArea(), &gestureEvent); }), 0.98);
 
     // The scale stops at its ends, also when a step would pass them.
     timeline->setPixelsPerSecond(minPixelsPerSecond + 1.0);
