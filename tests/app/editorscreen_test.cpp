@@ -1,11 +1,16 @@
 #include "app/maineditorview.h"
+#include "app/videoplayerview.h"
 #include "ui/uifixture.h"
 
 #include <QApplication>
 #include <QClipboard>
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QSlider>
 #include <QToolButton>
 
 using namespace kavel;
@@ -22,7 +27,7 @@ protected:
     void SetUp() override
     {
         QList<Paragraph> doc = test::transcript(
-            {{u"嗯"_s, u"we"_s, u"go"_s, u"go"_s}, {u"then"_s, u"呃"_s, u"stop"_s}});
+            {{u"嗯"_s, u"we"_s, u"go"_s, u"Go"_s}, {u"then"_s, u"呃"_s, u"stop"_s}});
         doc[0].wordBlocks[0].isFiller = true;
         doc[1].wordBlocks[1].isFiller = true;
         openParagraphs(doc);
@@ -39,26 +44,24 @@ protected:
 
 TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditor)
 {
+    const QString original = u"嗯 we go Go | then 呃 stop"_s, plain = u"we go Go | then stop"_s;
+    const auto press = [&](const QString &tooltip, const QString &after) {
+        tool(tooltip)->click();
+        EXPECT_EQ(text(), after) << tooltip.toStdString();
+    };
     EXPECT_FALSE(tool(u"撤销"_s)->isEnabled());
-    tool(u"删除语气词"_s)->click();
-    EXPECT_EQ(text(), u"we go go | then stop"_s);
-    tool(u"撤销"_s)->click();
-    EXPECT_EQ(text(), u"嗯 we go go | then 呃 stop"_s);
-    tool(u"重做"_s)->click();
-    EXPECT_EQ(text(), u"we go go | then stop"_s);
-    tool(u"撤销"_s)->click();
-
+    press(u"删除语气词"_s, plain);
+    press(u"撤销"_s, original);
+    press(u"重做"_s, plain);
+    press(u"撤销"_s, original);
     vm.selectRange(paragraph(0).id, 1, 3);
-    tool(u"拷贝"_s)->click();
+    press(u"拷贝"_s, original);
     EXPECT_EQ(QApplication::clipboard()->text(), u"wego"_s);
-    tool(u"剪切"_s)->click();
-    EXPECT_EQ(text(), u"嗯 go | then 呃 stop"_s);
+    press(u"剪切"_s, u"嗯 Go | then 呃 stop"_s);
     vm.setCursor(paragraph(1).id, 3);
-    tool(u"粘贴"_s)->click();
-    EXPECT_EQ(text(), u"嗯 go | then 呃 stop we go"_s);
+    press(u"粘贴"_s, u"嗯 Go | then 呃 stop we go"_s);
     vm.selectRange(paragraph(1).id, 0, 1);
-    tool(u"删除 (Delete)"_s)->click();
-    EXPECT_EQ(text(), u"嗯 go | 呃 stop we go"_s);
+    press(u"删除 (Delete)"_s, u"嗯 Go | 呃 stop we go"_s);
 
     // Saving shows its confirmation for a while.
     EXPECT_TRUE(view->savedIndicator()->isHidden());
@@ -87,17 +90,16 @@ TEST_F(EditorScreenTest, SearchCountsAndStepsThroughMatches)
     EXPECT_NE(QApplication::focusWidget(), view->searchField());
     EXPECT_FALSE(vm.showSearchBar());
 
-    view->searchField()->setText(u"go"_s);
+    // The counter follows the steps; with nothing found, there is nowhere to step.
+    view->searchField()->setText(u"go"_s); // "Go" is found too
     EXPECT_EQ(view->searchCounter()->text(), u"1/2"_s);
     view->nextMatchButton()->click();
     EXPECT_EQ(view->searchCounter()->text(), u"2/2"_s);
     view->previousMatchButton()->click();
     EXPECT_EQ(view->searchCounter()->text(), u"1/2"_s);
-
     view->searchField()->setText(u"absent"_s);
     EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
-    EXPECT_FALSE(view->nextMatchButton()->isEnabled());
-    EXPECT_FALSE(view->previousMatchButton()->isEnabled());
+    EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
 }
 
 // The import pipeline is the only writer of the processing state; a subclass stands in,
@@ -159,6 +161,138 @@ TEST(EditorScreenOverlay, ShowsTheStepWhileProcessingAndAFailureUntilClosed)
     }
     editor.run(u"提取音频"_s, u"正在提取音频..."_s);
     EXPECT_TRUE(shown(u"正在提取音频..."_s, u"提取音频"_s, false));
+}
+
+using PlayerViewTest = test::UiFixture;
+
+TEST_F(PlayerViewTest, ControlsAndTheProgressBarDriveThePreview)
+{
+    openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s, u"f"_s, u"g"_s, u"h"_s}});
+    VideoPlayerView view(vm.playerVM());
+    VideoPlayerViewModel &player = vm.playerVM();
+    test::FakePlayer *engineSide = engine.lastPlayer;
+    for (int turn = 1; turn <= 4; ++turn) {
+        view.rotateButton()->click();
+        EXPECT_DOUBLE_EQ(player.videoRotationDegrees(), (turn % 4) * 90.0);
+    }
+    view.volumeSlider()->setValue(40);
+    EXPECT_FLOAT_EQ(engineSide->volume(), 0.4f);
+    const int fast = view.speedBox()->findData(1.5);
+    view.speedBox()->setCurrentIndex(fast);
+    Q_EMIT view.speedBox()->activated(fast);
+    view.playButton()->click();
+    EXPECT_TRUE(player.isPlaying());
+    EXPECT_EQ(engineSide->rate(), 1.5);
+    view.playButton()->click();
+    EXPECT_FALSE(player.isPlaying());
+    // A speed set elsewhere shows in the box, even one it does not offer.
+    player.setPlaybackSpeed(3.0f);
+    EXPECT_EQ(view.speedBox()->currentText(), u"3x"_s);
+
+    VideoProgressBar *bar = view.progressBar();
+    bar->resize(400 + 2 * VideoProgressBar::horizontalInset, VideoProgressBar::barHeight);
+    const double duration = player.duration();
+    ASSERT_GT(duration, 3.0);
+    const auto point = [](int x) {
+        return QPoint(VideoProgressBar::horizontalInset + x, VideoProgressBar::barHeight / 2);
+    };
+    const QList<double> &seeks = engineSide->seeks;
+    QTest::mouseClick(bar, Qt::LeftButton, {}, point(300));
+    EXPECT_DOUBLE_EQ(seeks.last(), duration * 0.75);
+    EXPECT_EQ(view.timeLabel()->text(), u"00:02 / 00:03"_s);
+
+    // Dragging on: one seek is out until its frame shows; then the latest position goes.
+    const qsizetype before = seeks.size();
+    QTest::mousePress(bar, Qt::LeftButton, {}, point(100));
+    QTest::mouseMove(bar, point(240));
+    EXPECT_EQ(seeks.size(), before);
+    view.showFrame(QImage(16, 9, QImage::Format_RGB32));
+    ASSERT_EQ(seeks.size(), before + 1);
+    EXPECT_DOUBLE_EQ(seeks.last(), duration * 0.6);
+    // A frame that never comes holds the next seek back only for a moment; past the end of
+    // the track the seek stops at the end, and a click where a drag ended seeks all the same.
+    QTest::mouseMove(bar, point(320));
+    QTest::mouseRelease(bar, Qt::LeftButton, {}, point(600));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return seeks.last() == duration; }, 2000));
+    const qsizetype afterDrag = seeks.size();
+    QTest::mouseClick(bar, Qt::LeftButton, {}, point(600));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return seeks.size() > afterDrag; }, 2000));
+    // Deleted stretches of the recording are drawn in their place along the track.
+    bar->setDuration(100.0);
+    EXPECT_EQ(bar->rangeRect({10.0, 15.0}).translated(-VideoProgressBar::horizontalInset, 0),
+              QRectF(40.0, 0.0, 20.0, VideoProgressBar::barHeight));
+}
+
+// The size the surface reports for frames is walked by the full-screen test below.
+TEST(VideoSurface, LetterboxesTheLastFrameAndShowsAPlaceholderWithoutOne)
+{
+    VideoSurface surface;
+    surface.resize(320, 180);
+    surface.show();
+
+    const auto colours = [&surface] {
+        const QImage shot = surface.grab().toImage();
+        QSet<QRgb> seen;
+        for (int x = 0; x < shot.width(); x += 4)
+            seen.insert(shot.pixel(x, shot.height() / 3 + 8));
+        return seen;
+    };
+    const QRgb black = QColor(Qt::black).rgb(), white = QColor(Qt::white).rgb();
+    EXPECT_EQ(colours(), QSet<QRgb> {black}); // nothing shown yet
+
+    // Letterboxed exactly: a 16:9 frame on a 16:9 surface fills it; turned a quarter,
+    // the picture is pillarboxed.
+    QImage frame(64, 36, QImage::Format_RGB32);
+    frame.fill(Qt::white);
+    surface.showFrame(frame);
+    EXPECT_EQ(colours(), QSet<QRgb> {white});
+    surface.setRotationDegrees(90.0);
+    const QImage turned = surface.grab().toImage();
+    EXPECT_EQ(turned.pixel(2, turned.height() / 2), black);
+
+    // Sound without a picture: the placeholder's bars on black, not the last picture.
+    surface.showFrame(QImage());
+    const QSet<QRgb> placeholder = colours();
+    EXPECT_TRUE(placeholder.contains(black) && placeholder.size() > 1);
+    EXPECT_FALSE(placeholder.contains(white));
+}
+
+TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesAtTheScreensSizeUntilClosed)
+{
+    openTranscript({{u"a"_s, u"b"_s}});
+    VideoPlayerView view(vm.playerVM());
+    view.resize(480, 360);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    QSignalSpy frameSizes(&view, &VideoPlayerView::frameSizeChanged);
+    const QSize inWindow = view.frameSize();
+    QImage frame(32, 18, QImage::Format_RGB32);
+    frame.fill(Qt::green);
+    view.showFrame(frame);
+
+    view.fullscreenButton()->click();
+    FullscreenVideoWindow *fullscreen = view.fullscreenWindow();
+    ASSERT_TRUE(fullscreen && QTest::qWaitForWindowExposed(fullscreen));
+    // The engine is asked for frames as big as the screen, not the small surface's.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !frameSizes.isEmpty(); }));
+    EXPECT_EQ(frameSizes.last().first().toSize(),
+              view.screen()->size() * fullscreen->devicePixelRatioF());
+    EXPECT_EQ(fullscreen->surface()->frame(), frame); // the last frame, before the next arrives
+    frame.fill(Qt::blue);
+    view.showFrame(frame);
+    EXPECT_EQ(fullscreen->surface()->frame(), frame);
+    QTest::keyClick(fullscreen, Qt::Key_Space);
+    EXPECT_TRUE(vm.playerVM().isPlaying());
+
+    fullscreen->closeButton()->click();
+    EXPECT_FALSE(view.isFullscreen());
+    EXPECT_EQ(frameSizes.last().first().toSize(), inWindow);
+
+    // A double click on the video opens it too, and Escape closes it.
+    QTest::mouseDClick(view.surface(), Qt::LeftButton);
+    ASSERT_TRUE(view.isFullscreen());
+    QTest::keyClick(view.fullscreenWindow(), Qt::Key_Escape);
+    EXPECT_FALSE(view.isFullscreen());
 }
 
 } // namespace

@@ -57,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(HomePageTest, SearchKeepsTheMatchingCardsInGridAndList)
+TEST_F(HomePageTest, CardsAreFoundByTitleInGridOrListAndTheirMenuDeletesOrOpens)
 {
     // Trimmed and case-blind, the query is matched as typed: inner spaces count.
     const std::pair<QString, QStringList> searches[] = {
@@ -70,16 +70,37 @@ TEST_F(HomePageTest, SearchKeepsTheMatchingCardsInGridAndList)
         EXPECT_EQ(cardTitles(), shown) << query.toStdString();
     }
 
+    // Rows are flatter than cards (the thumbnail sits beside the title) and keep the search.
     const int gridCardHeight = home->cards().first()->sizeHint().height();
     home->searchField()->setText(u" INTER"_s);
     home->listButton()->click();
-    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::list);
     EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
-    // Rows are flatter than cards: the thumbnail sits beside the title.
     EXPECT_LT(home->cards().first()->sizeHint().height(), gridCardHeight);
     home->gridButton()->click();
-    EXPECT_EQ(home->viewMode(), HomePage::ViewMode::grid);
-    EXPECT_EQ(cardTitles(), QStringList({u"Interview"_s}));
+    EXPECT_EQ(home->cards().first()->sizeHint().height(), gridCardHeight);
+
+    // The card's menu deletes its project; on the window's home page one opens a project.
+    ProjectCard *card = home->cards().first();
+    const QList<QAction *> actions = card->createContextMenu()->actions();
+    ASSERT_EQ(actions.size(), 3); // open, reveal, delete
+    const QString bundle = card->reference().bundlePath;
+    // In the test environment the trash can resolve relative to the working folder; keep
+    // it out of the checkout.
+    const QString workingFolder = QDir::currentPath();
+    QTemporaryDir trashHost;
+    QDir::setCurrent(trashHost.path());
+    actions.at(2)->trigger();
+    QDir::setCurrent(workingFolder);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    home->searchField()->clear();
+    EXPECT_FALSE(QFileInfo::exists(bundle));
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
+
+    makeWindow();
+    ProjectCard *first = main->homePage()->cards().first();
+    first->createContextMenu()->actions().first()->trigger();
+    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
+    EXPECT_EQ(vm.project() ? vm.project()->bundlePath() : QString(), first->reference().bundlePath);
 }
 
 TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmation)
@@ -89,12 +110,12 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     const QList<QUrl> files {QUrl::fromLocalFile(u"/media/one.mp4"_s),
                              QUrl::fromLocalFile(u"/media/two.mp3"_s)};
     signedIn = false;
-    QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+    for (const bool drop : {false, true}) {
+        vm.setShowLoginRequired(false);
+        drop ? deliverDrop(files) : QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
+        EXPECT_TRUE(vm.showLoginRequired()) << drop;
+    }
     EXPECT_EQ(mediaPicks, 0);
-    EXPECT_TRUE(vm.showLoginRequired());
-    vm.setShowLoginRequired(false);
-    deliverDrop(files);
-    EXPECT_TRUE(vm.showLoginRequired());
     EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
     home->finishImportAfterSignIn();
     signedIn = true;
@@ -118,37 +139,6 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     EXPECT_TRUE(vm.showImportConfirm());
     deliverDrop(files);
     EXPECT_EQ(vm.pendingImportURLs(), files);
-}
-
-TEST_F(HomePageTest, CardMenuDeletesAProjectAndOpensOneInTheEditor)
-{
-    ProjectCard *card = nullptr;
-    for (ProjectCard *c : home->cards()) {
-        if (c->reference().title == u"Interview"_s)
-            card = c;
-    }
-    ASSERT_NE(card, nullptr);
-    const QList<QAction *> actions = card->createContextMenu()->actions();
-    ASSERT_EQ(actions.size(), 3); // open, reveal, delete
-    const QString bundle = card->reference().bundlePath;
-    // In the test environment the trash can resolve relative to the working folder; keep
-    // it out of the checkout.
-    const QString workingFolder = QDir::currentPath();
-    QTemporaryDir trashHost;
-    QDir::setCurrent(trashHost.path());
-    actions.at(2)->trigger();
-    QDir::setCurrent(workingFolder);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_FALSE(QFileInfo::exists(bundle));
-    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
-
-    makeWindow();
-    ProjectCard *first = main->homePage()->cards().first();
-    const QString opened = first->reference().bundlePath;
-    first->createContextMenu()->actions().first()->trigger();
-    EXPECT_EQ(main->navigationSelection(), NavigationItem::editor);
-    ASSERT_NE(vm.project(), nullptr);
-    EXPECT_EQ(vm.project()->bundlePath(), opened);
 }
 
 // Stands for the desktop's file manager on the bus.

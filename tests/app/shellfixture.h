@@ -73,13 +73,16 @@ protected:
         return project->bundlePath();
     }
 
-    static QPushButton *alertButton(QMessageBox *box, const QString &text)
+    // The alert on show must say `text`; `button` answers it.
+    void answerAlert(const QString &text, const QString &button)
     {
+        QMessageBox *box = main->currentAlert();
+        ASSERT_NE(box, nullptr);
+        EXPECT_EQ(box->text(), text);
         for (QAbstractButton *b : box->buttons()) {
-            if (b->text() == text)
-                return qobject_cast<QPushButton *>(b);
+            if (b->text() == button)
+                b->click();
         }
-        return nullptr;
     }
 };
 

@@ -28,36 +28,46 @@ Paragraph paragraph(qint64 sortOrder, QList<WordBlock> words)
 
 QStringList texts(const QList<WordBlock> &blocks)
 {
-    Paragraph p;
-    p.wordBlocks = blocks;
-    return test::wordTexts(p);
+    return test::wordTexts(paragraph(0, blocks));
+}
+
+const QByteArray idKey = R"("id":"6C1D2E3F-0000-4000-8000-0000000000E2")";
+
+// A word object with the four required keys followed by `extra` keys.
+QByteArray wordJson(const QByteArray &extra = {})
+{
+    return "{" + idKey + R"(,"text":"a","mediaStart":0,"mediaEnd":1)" + extra + "}";
+}
+
+WordBlock sampleBlock()
+{
+    WordBlock b = word(u"say \"hi\"\\\n\t\u0001 😀"_s, 1.25, 1.5, u"1"_s, 7);
+    b.sourceFileId = QUuid::createUuid();
+    b.isFiller = true;
+    b.volumeLevel = 0.8f;
+    b.fadeInDuration = 0.1;
+    return b;
 }
 
 } // namespace
 
-TEST(Flatten, OrdersByParagraphSortOrderStablyAndRenumbersWords)
+TEST(Timeline, FlattensByParagraphOrderAndGroupsOnSpeakerChangesAndLongGaps)
 {
     WordBlock deleted = word(u"c"_s, 2, 3);
     deleted.isDeleted = true;
     const QList<Paragraph> paragraphs {
         paragraph(5, {word(u"x"_s, 10, 11, {}, 40), word(u"y"_s, 11, 12, {}, 41)}),
-        paragraph(1, {word(u"a"_s, 0, 1, {}, 99), word(u"b"_s, 1, 2), deleted}),
-        paragraph(3, {}),
+        paragraph(1, {word(u"a"_s, 0, 1, {}, 99), word(u"b"_s, 1, 2), deleted}), paragraph(3, {}),
+        paragraph(1, {word(u"tied"_s, 9, 10)}), // equal sort orders keep the input order
     };
     const QList<WordBlock> flat = flattenParagraphs(paragraphs);
-    EXPECT_EQ(texts(flat), (QStringList {u"a"_s, u"b"_s, u"c"_s, u"x"_s, u"y"_s}));
+    EXPECT_EQ(texts(flat), (QStringList {u"a"_s, u"b"_s, u"c"_s, u"tied"_s, u"x"_s, u"y"_s}));
     for (qsizetype i = 0; i < flat.size(); ++i)
         EXPECT_EQ(flat[i].sortOrder, i);
 
-    // Equal sort orders keep the input order.
-    const QList<Paragraph> tied {paragraph(0, {word(u"first"_s, 0, 1)}),
-                                 paragraph(0, {word(u"second"_s, 5, 6)}),
-                                 paragraph(-1, {word(u"zeroth"_s, 9, 10)})};
-    EXPECT_EQ(texts(flattenParagraphs(tied)), (QStringList {u"zeroth"_s, u"first"_s, u"second"_s}));
-}
-
-TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSecondsInSortOrder)
-{
+    // Grouping goes the other way: a new paragraph on a change of speaker or a gap longer
+    // than two seconds, in sort order. The plain case is walked by the project test that
+    // opens an old timeline.
     const std::optional<QString> none;
     const struct
     {
@@ -65,10 +75,6 @@ TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSecondsInSortOrder)
         QList<WordBlock> words;
         QList<QStringList> paragraphs;
     } cases[] = {
-        {"speaker and gap",
-         {word(u"A"_s, 0.0, 0.5, u"1"_s, 0), word(u"B"_s, 2.5, 3.0, u"1"_s, 1),
-          word(u"C"_s, 5.1, 5.4, u"1"_s, 2), word(u"D"_s, 5.5, 6.0, u"2"_s, 3)},
-         {{u"A"_s, u"B"_s}, {u"C"_s}, {u"D"_s}}},
         // Given out of order; overlap joins; nil never matches a present label.
         {"sort order and nil speakers",
          {word(u"c"_s, 10.0, 10.5, none, 2), word(u"a"_s, 0.0, 1.0, none, 0),
@@ -83,30 +89,102 @@ TEST(Group, SplitsOnSpeakerChangeAndGapsLongerThanTwoSecondsInSortOrder)
         {"nothing", {}, {}},
     };
     for (const auto &c : cases) {
-        const QList<Paragraph> paragraphs = groupWordBlocks(c.words);
+        const QList<Paragraph> grouped = groupWordBlocks(c.words);
         QList<QStringList> got;
-        for (qsizetype i = 0; i < paragraphs.size(); ++i) {
-            got.append(texts(paragraphs[i].wordBlocks));
-            EXPECT_EQ(paragraphs[i].sortOrder, i) << c.name;
-            EXPECT_EQ(paragraphs[i].speakerLabel, paragraphs[i].wordBlocks[0].speakerLabel);
+        for (qsizetype i = 0; i < grouped.size(); ++i) {
+            got.append(texts(grouped[i].wordBlocks));
+            EXPECT_EQ(grouped[i].sortOrder, i) << c.name;
+            EXPECT_EQ(grouped[i].speakerLabel, grouped[i].wordBlocks[0].speakerLabel);
         }
         EXPECT_EQ(got, c.paragraphs) << c.name;
     }
 }
 
-TEST(TimelineDocument, WritesSortedKeysReadsBackAndRejectsWhatIsNotATimeline)
+TEST(WordBlockJson, RoundTripsEveryFieldAndFillsDefaults)
 {
-    TimelineV2 timeline;
-    timeline.paragraphs = {paragraph(0, {word(u"hello"_s, 0, 0.4, u"S"_s)}),
-                           paragraph(1, {word(u"world"_s, 0.5, 0.9)})};
-    const QByteArray bytes = encodeTimelineDocument(timeline);
-    EXPECT_EQ(decodeTimelineDocument(bytes), timeline);
-    // Keys in alphabetical order at every level, so saved files diff cleanly.
-    EXPECT_LT(bytes.indexOf("\"paragraphs\""), bytes.indexOf("\"version\": 2"));
-    EXPECT_LT(bytes.indexOf("\"fadeInDuration\""), bytes.indexOf("\"mediaEnd\""));
+    const WordBlock b = decodeWordBlock(wordJson());
+    EXPECT_EQ(b.volumeLevel, 1.0f);
+    EXPECT_FALSE(b.speakerLabel.has_value());
+    // A missing source id is a fresh random one each time, never a fixed value.
+    EXPECT_FALSE(b.sourceFileId.isNull());
+    EXPECT_NE(decodeWordBlock(wordJson()).sourceFileId, b.sourceFileId);
 
-    for (const char *bad : {"not json", R"({"paragraphs": []})", R"({"version": 2})",
-                            R"({"version": "2", "paragraphs": []})", "[]"})
-        EXPECT_THROW(decodeTimelineDocument(bad), DecodeError) << bad;
-    EXPECT_THROW(decodeFlatWordBlocks("[1]"), DecodeError);
+    const WordBlock full = sampleBlock();
+    const QByteArray bytes = encodeWordBlock(full);
+    // The 32-bit volume is written as the short decimal a person would expect.
+    EXPECT_TRUE(bytes.contains("\"volumeLevel\": 0.8\n")) << bytes.toStdString();
+    EXPECT_EQ(decodeWordBlock(bytes), full);
+    Paragraph p = paragraph(3, {full, sampleBlock()});
+    // Keys in alphabetical order at every level, so saved files diff cleanly.
+    const QByteArray document = encodeTimelineDocument({2, {p}});
+    EXPECT_EQ(decodeTimelineDocument(document).paragraphs, QList<Paragraph> {p});
+    EXPECT_LT(document.indexOf("\"paragraphs\""), document.indexOf("\"version\": 2"));
+    EXPECT_LT(document.indexOf("\"fadeInDuration\""), document.indexOf("\"mediaEnd\""));
+    p.speakerLabel = u"2"_s;
+    EXPECT_EQ(decodeParagraph(encodeParagraph(p)), p);
+}
+
+TEST(WordBlockJson, MissingKeysWrongTypesAndImpossibleTimesFail)
+{
+    const QByteArray bad[] = {
+        R"({"text":"a","mediaStart":0,"mediaEnd":1})",
+        "{" + idKey + R"(,"mediaStart":0,"mediaEnd":1})",
+        "{" + idKey + R"(,"text":"a","mediaEnd":1})",
+        "{" + idKey + R"(,"text":"a","mediaStart":0})",
+        R"({"id":"not-a-uuid","text":"a","mediaStart":0,"mediaEnd":1})",
+        "{" + idKey + R"(,"text":5,"mediaStart":0,"mediaEnd":1})",
+        "{" + idKey + R"(,"text":"a","mediaStart":"0","mediaEnd":1})",
+        wordJson(R"(,"isMuted":"yes")"),
+        wordJson(R"(,"sortOrder":1.5)"),
+        // Times no recording has: they would otherwise reach the subtitle writer's stop.
+        "{" + idKey + R"(,"text":"a","mediaStart":0,"mediaEnd":1e300})",
+        "{" + idKey + R"(,"text":"a","mediaStart":-4e5,"mediaEnd":1})",
+        "{" + idKey + R"(,"text":"a","mediaStart":0,"mediaEnd":360001})",
+    };
+    for (const QByteArray &text : bad)
+        EXPECT_THROW(decodeWordBlock(text), DecodeError) << text.toStdString();
+    EXPECT_THROW(decodeParagraph(QByteArray("{" + idKey + R"(,"wordBlocks":[]})")), DecodeError);
+
+    // Unknown keys are ignored, explicit nulls of optional keys mean "absent", and a
+    // whole-number float is an acceptable integer.
+    const WordBlock lenient
+        = decodeWordBlock(wordJson(R"(,"future":{"x":1},"speakerLabel":null,"sortOrder":3.0)"));
+    EXPECT_FALSE(lenient.speakerLabel.has_value());
+    EXPECT_EQ(lenient.sortOrder, 3);
+
+    // Errors name where they happened.
+    try {
+        const QByteArray second = "{" + idKey + R"(,"text":"b","mediaStart":0})";
+        decodeParagraph(QByteArray("{" + idKey + R"(,"sortOrder":0,"wordBlocks":[)" + wordJson()
+                                   + "," + second + "]}"));
+        FAIL() << "expected a decode error";
+    } catch (const DecodeError &error) {
+        EXPECT_EQ(error.where(), u"wordBlocks[1].mediaEnd"_s);
+    }
+}
+
+// Undo, the player's rebuild check and the save all compare words by value: a field left
+// out of equality would make an edit of it invisible to them.
+TEST(WordBlockIdentity, EqualityAndHashCoverEveryField)
+{
+    const WordBlock a = sampleBlock();
+    const std::function<void(WordBlock &)> changes[] = {
+        [](WordBlock &b) { b.isDeleted = true; },
+        [](WordBlock &b) { b.speakerLabel.reset(); },
+        [](WordBlock &b) { b.speakerLabel = QString(); },
+        [](WordBlock &b) { b.fadeOutDuration = 0.01; },
+        [](WordBlock &b) { b.volumeLevel = 0.5f; },
+    };
+    for (const auto &change : changes) {
+        WordBlock b = a;
+        change(b);
+        EXPECT_NE(a, b);
+        EXPECT_NE(qHash(a), qHash(b));
+    }
+    // Signed zeros are one time (and hash alike).
+    WordBlock zero = a, negativeZero = a;
+    zero.mediaStart = 0.0;
+    negativeZero.mediaStart = -0.0;
+    EXPECT_EQ(zero, negativeZero);
+    EXPECT_EQ(qHash(zero), qHash(negativeZero));
 }

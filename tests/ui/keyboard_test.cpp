@@ -61,10 +61,12 @@ protected:
     }
 
     // Types into whatever has the focus, then lets the queued actions run.
-    void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
+    void press(const QList<QKeyCombination> &keys)
     {
-        QTest::keyClick(QApplication::focusWidget(), key, modifiers);
-        QCoreApplication::processEvents();
+        for (const QKeyCombination key : keys) {
+            QTest::keyClick(QApplication::focusWidget(), key.key(), key.keyboardModifiers());
+            QCoreApplication::processEvents();
+        }
     }
 };
 
@@ -73,20 +75,18 @@ protected:
 TEST_F(KeyboardTest, ArrowsMoveTheCursorAndShiftArrowsExtendFromTheAnchor)
 {
     vm.setCursor(paragraph(0).id, 1);
-    press(Qt::Key_Right);
+    press({Qt::Key_Right});
     EXPECT_EQ(vm.cursorPosition(), 2);
-    press(Qt::Key_Left);
+    press({Qt::Key_Left});
     EXPECT_EQ(vm.cursorPosition(), 1);
 
     vm.setCursor(paragraph(0).id, 2);
-    press(Qt::Key_Left, Qt::ShiftModifier);
-    press(Qt::Key_Left, Qt::ShiftModifier);
+    press({Qt::ShiftModifier | Qt::Key_Left, Qt::ShiftModifier | Qt::Key_Left});
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"a"_s, u"b"_s}));
 
-    for (int i = 0; i < 5; ++i)
-        press(Qt::Key_Right, Qt::ShiftModifier);
+    press(QList<QKeyCombination>(5, Qt::ShiftModifier | Qt::Key_Right));
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"c"_s})) << "Shift+Right stops at the paragraph's end";
-    press(Qt::Key_Right);
+    press({Qt::Key_Right});
     EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id) << "the cursor stays in its paragraph";
     EXPECT_EQ(vm.cursorPosition(), 3);
     EXPECT_TRUE(vm.selectedBlockIds().isEmpty()) << "a plain arrow ends the selection";
@@ -96,26 +96,25 @@ TEST_F(KeyboardTest, ArrowsMoveTheCursorAndShiftArrowsExtendFromTheAnchor)
 TEST_F(KeyboardTest, ControlShortcutsRunTheEditorCommands)
 {
     vm.setCursor(paragraph(0).id, 0);
-    press(Qt::Key_A, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_A});
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"a"_s, u"b"_s, u"c"_s}));
 
-    press(Qt::Key_C, Qt::ControlModifier);
-    press(Qt::Key_X, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_C, Qt::ControlModifier | Qt::Key_X});
     EXPECT_EQ(text(), u"d e"_s);
-    press(Qt::Key_Z, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_Z});
     EXPECT_EQ(text(), u"a b c | d e"_s);
-    press(Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    press({Qt::ControlModifier | Qt::ShiftModifier | Qt::Key_Z});
     EXPECT_EQ(text(), u"d e"_s);
     EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs()) << "undo and redo refresh the project";
 
     vm.setCursor(paragraph(0).id, 2);
-    press(Qt::Key_V, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_V});
     EXPECT_EQ(text(), u"d e a b c"_s);
     EXPECT_EQ(vm.cursorPosition(), 5) << "after the pasted words";
 
-    press(Qt::Key_F, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_F});
     EXPECT_TRUE(vm.showSearchBar());
-    press(Qt::Key_S, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_S});
     EXPECT_TRUE(vm.lastSavedAt().has_value());
     EXPECT_TRUE(probe->received.isEmpty());
 }
@@ -123,7 +122,7 @@ TEST_F(KeyboardTest, ControlShortcutsRunTheEditorCommands)
 TEST_F(KeyboardTest, SpacePlaysAndPausesAndOtherKeysReachTheFocusedWidget)
 {
     vm.setCursor(paragraph(0).id, 1);
-    press(Qt::Key_Space);
+    press({Qt::Key_Space});
     EXPECT_TRUE(vm.playerVM().isPlaying());
     QTest::keyPress(QApplication::focusWidget(), Qt::Key_Space, {}, -1);
     QKeyEvent held(QEvent::KeyPress, Qt::Key_Space, Qt::NoModifier, u" "_s, true);
@@ -131,40 +130,36 @@ TEST_F(KeyboardTest, SpacePlaysAndPausesAndOtherKeysReachTheFocusedWidget)
     QCoreApplication::processEvents();
     EXPECT_FALSE(vm.playerVM().isPlaying()) << "a held Space toggles once";
 
-    press(Qt::Key_B, Qt::ControlModifier);
-    press(Qt::Key_Up);
-    press(Qt::Key_Return);
-    press(Qt::Key_Space, Qt::ShiftModifier);
-    press(Qt::Key_Escape);
-    EXPECT_EQ(probe->received,
-              (QList<QKeyCombination> {Qt::ControlModifier | Qt::Key_B, Qt::Key_Up, Qt::Key_Return,
-                                       Qt::ShiftModifier | Qt::Key_Space, Qt::Key_Escape}));
+    const QList<QKeyCombination> others {Qt::ControlModifier | Qt::Key_B, Qt::Key_Up,
+                                         Qt::Key_Return, Qt::ShiftModifier | Qt::Key_Space,
+                                         Qt::Key_Escape};
+    press(others);
+    EXPECT_EQ(probe->received, others);
     EXPECT_EQ(vm.cursorPosition(), 1);
     EXPECT_EQ(text(), u"a b c | d e"_s);
 }
 
 TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteBeforeTheCursorWhileShown)
 {
-    press(Qt::Key_Delete);
+    press({Qt::Key_Delete});
     EXPECT_EQ(deletes, 1) << "consumed even with nothing to delete";
     EXPECT_EQ(text(), u"a b c | d e"_s);
     vm.setCursor(paragraph(0).id, 2);
-    press(Qt::Key_Backspace);
+    press({Qt::Key_Backspace});
     EXPECT_EQ(text(), u"a c | d e"_s);
-    press(Qt::Key_Delete);
+    press({Qt::Key_Delete});
     EXPECT_EQ(text(), u"c | d e"_s);
     EXPECT_TRUE(probe->received.isEmpty());
 
     // Hidden, the handlers let the keys through to the focused widget.
     shortcuts->hide();
     deleteKey->hide();
-    press(Qt::Key_F, Qt::ControlModifier);
-    press(Qt::Key_Backspace);
+    press({Qt::ControlModifier | Qt::Key_F, Qt::Key_Backspace});
     EXPECT_FALSE(vm.showSearchBar());
     EXPECT_EQ(deletes, 3);
     EXPECT_EQ(probe->received.size(), 2);
     shortcuts->show();
-    press(Qt::Key_F, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_F});
     EXPECT_TRUE(vm.showSearchBar());
 }
 
@@ -173,15 +168,13 @@ TEST_F(KeyboardTest, KeysForATextFieldOrAnotherWindowStayThere)
     vm.setCursor(paragraph(0).id, 2);
     search->setFocus();
     QTest::keyClicks(search, u"x yz"_s);
-    press(Qt::Key_Left);
-    press(Qt::Key_Backspace);
+    press({Qt::Key_Left, Qt::Key_Backspace});
     EXPECT_EQ(search->text(), u"x z"_s);
-    press(Qt::Key_Z, Qt::ControlModifier);
+    press({Qt::ControlModifier | Qt::Key_Z});
     EXPECT_EQ(search->text(), u"x yz"_s) << "the field's own undo";
-    press(Qt::Key_A, Qt::ControlModifier);
-    press(Qt::Key_Delete);
+    press({Qt::ControlModifier | Qt::Key_A, Qt::Key_Delete});
     EXPECT_EQ(search->text(), QString());
-    press(Qt::Key_Space);
+    press({Qt::Key_Space});
     EXPECT_FALSE(vm.playerVM().isPlaying());
 
     // A dialog over the editor, its focus on a widget that is not a text field.
@@ -193,14 +186,11 @@ TEST_F(KeyboardTest, KeysForATextFieldOrAnotherWindowStayThere)
     ASSERT_TRUE(QTest::qWaitForWindowActive(&dialog));
     button->setFocus();
     ASSERT_EQ(QApplication::focusWidget(), button);
-    press(Qt::Key_Backspace);
-    press(Qt::Key_Delete);
-    press(Qt::Key_Left, Qt::ShiftModifier);
-    press(Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(button->received,
-              (QList<QKeyCombination> {Qt::Key_Backspace, Qt::Key_Delete,
-                                       Qt::ShiftModifier | Qt::Key_Left,
-                                       Qt::ControlModifier | Qt::Key_Z}));
+    const QList<QKeyCombination> editing {Qt::Key_Backspace, Qt::Key_Delete,
+                                          Qt::ShiftModifier | Qt::Key_Left,
+                                          Qt::ControlModifier | Qt::Key_Z};
+    press(editing);
+    EXPECT_EQ(button->received, editing);
 
     EXPECT_EQ(deletes, 0);
     EXPECT_EQ(text(), u"a b c | d e"_s);

@@ -1,25 +1,38 @@
+#include "ui/transcript/flowlayout.h"
 #include "ui/transcript/magnetictextstripview.h"
+#include "ui/transcript/transcriptlayout.h"
 #include "uifixture.h"
 
 #include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
-#include <QVBoxLayout>
 
 using namespace kavel;
 using namespace kavel::ui;
 using namespace Qt::StringLiterals;
+using kavel::test::sendMouse;
 
 namespace {
 
-void sendMouse(QWidget *target, QEvent::Type type, QPointF pos, Qt::MouseButtons buttons,
-               Qt::KeyboardModifiers modifiers = {})
+QList<QSizeF> widths(std::initializer_list<qreal> ws)
 {
-    const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
-    QMouseEvent event(type, pos, target->mapToGlobal(pos), button, buttons, modifiers);
-    QApplication::sendEvent(target, &event);
+    QList<QSizeF> sizes;
+    for (qreal w : ws)
+        sizes.append(QSizeF(w, 10.0));
+    return sizes;
 }
 
+// How many of the words, 10 points high and of the given widths, go on each row.
+QList<qsizetype> rowLengths(std::initializer_list<qreal> ws, std::optional<qreal> width)
+{
+    QList<qsizetype> counts;
+    for (const FlowRow &row : FlowLayout {4.0, 3.0}.breakRows(widths(ws), width))
+        counts.append(row.count);
+    return counts;
+}
+
+// Three short paragraphs on top, then enough two-word ones ("word3a word3b" and on, each
+// in the paragraph of its number) that the view has to scroll.
 class TranscriptViewTest : public test::UiFixture
 {
 protected:
@@ -27,14 +40,13 @@ protected:
 
     void SetUp() override
     {
-        openTranscript({{u"alpha"_s, u"beta"_s, u"gamma"_s, u"delta"_s},
-                        {u"epsilon"_s, u"zeta"_s},
-                        {u"eta"_s, u"theta"_s, u"iota"_s}});
-        auto *layout = new QVBoxLayout(&window);
-        layout->setContentsMargins(0, 0, 0, 0);
-        view = new MagneticTextStripView(vm, &window);
-        layout->addWidget(view);
-        showWindow({520, 640});
+        QList<QStringList> words {{u"alpha"_s, u"beta"_s, u"gamma"_s, u"delta"_s},
+                                  {u"epsilon"_s, u"zeta"_s},
+                                  {u"eta"_s, u"theta"_s, u"iota"_s}};
+        for (int i = 3; i < 60; ++i)
+            words.append({u"word%1a"_s.arg(i), u"word%1b"_s.arg(i)});
+        openTranscript(words);
+        view = showAlone(new MagneticTextStripView(vm, &window), {520, 640});
     }
 
     QWidget *surface() const { return view->viewport(); }
@@ -60,53 +72,43 @@ protected:
             sendMouse(surface(), QEvent::MouseMove, path.at(i), Qt::LeftButton);
         sendMouse(surface(), QEvent::MouseButtonRelease, path.last(), Qt::NoButton);
     }
+    void expectCursor(qsizetype p, qsizetype position, const QStringList &selected)
+    {
+        EXPECT_EQ(std::pair(vm.cursorParagraphId(), vm.cursorPosition()),
+                  std::pair(std::optional(paragraph(p).id), position));
+        EXPECT_EQ(vm.selectedBlockIds(), ids(selected));
+    }
 };
 
 } // namespace
 
-TEST_F(TranscriptViewTest, ClicksPlaceTheCursorOrSelectTheParagraph)
+TEST_F(TranscriptViewTest, ClicksAndDragsPlaceTheCursorAndSelectWords)
 {
     click(word(0, 1).center());
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
-    EXPECT_EQ(vm.cursorPosition(), 2) << "a click on a word puts the cursor after it";
-    EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
-
+    expectCursor(0, 2, {}); // after the word clicked
     // Past the last word of a line: the gap at the end of the paragraph.
     click(QPointF(word(0, 3).right() + 40.0, word(0, 3).center().y()));
-    EXPECT_EQ(vm.cursorPosition(), 4);
-
+    expectCursor(0, 4, {});
     // The header line selects the paragraph and puts the cursor at its start.
     click(view->headerRectInViewport(2).center());
     EXPECT_EQ(vm.selectedParagraphId(), paragraph(2).id);
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(2).id);
-    EXPECT_EQ(vm.cursorPosition(), 0);
+    expectCursor(2, 0, {});
 
     // Shift extends from the cursor; the anchor stays where the first extension put it.
-    click(word(0, 0).center()); // cursor after "alpha"
+    click(word(0, 0).center());
     click(rightOf(0, 2), Qt::ShiftModifier);
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
     click(leftOf(0, 0), Qt::ShiftModifier);
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s}));
-}
 
-TEST_F(TranscriptViewTest, DraggingOverWordsSelectsThemWithinAndAcrossParagraphs)
-{
+    // Dragging selects within a paragraph, and across them downwards or upwards.
     drag({leftOf(0, 1), word(0, 2).center(), rightOf(0, 2)});
-    EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
-    EXPECT_EQ(vm.cursorPosition(), 3);
-
-    // Downwards into the third paragraph.
+    expectCursor(0, 3, {u"beta"_s, u"gamma"_s});
     drag({leftOf(0, 1), word(1, 0).center(), rightOf(2, 1)});
-    EXPECT_EQ(
-        vm.selectedBlockIds(),
-        ids({u"beta"_s, u"gamma"_s, u"delta"_s, u"epsilon"_s, u"zeta"_s, u"eta"_s, u"theta"_s}));
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(2).id);
-    EXPECT_EQ(vm.cursorPosition(), 2);
-
-    // Upwards: from before "theta" back to after "gamma".
+    expectCursor(
+        2, 2, {u"beta"_s, u"gamma"_s, u"delta"_s, u"epsilon"_s, u"zeta"_s, u"eta"_s, u"theta"_s});
     drag({leftOf(2, 1), word(1, 1).center(), rightOf(0, 2)});
-    EXPECT_EQ(vm.selectedBlockIds(), ids({u"delta"_s, u"epsilon"_s, u"zeta"_s, u"eta"_s}));
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
+    expectCursor(0, 3, {u"delta"_s, u"epsilon"_s, u"zeta"_s, u"eta"_s});
     EXPECT_FALSE(vm.isDragging());
 }
 
@@ -114,25 +116,24 @@ TEST_F(TranscriptViewTest, DraggingAParagraphReordersLiveAndDropClearsTheDrag)
 {
     const QUuid first = paragraph(0).id, second = paragraph(1).id, third = paragraph(2).id;
     const QPointF grip = view->headerRectInViewport(0).center();
+    const auto centreOf = [&](qsizetype i) {
+        return view->transcriptLayout().sectionRect(i).center()
+            - QPointF(0, view->verticalScrollBar()->value());
+    };
+    const auto order = [&] {
+        return QList<QUuid> {paragraph(0).id, paragraph(1).id, paragraph(2).id};
+    };
 
     sendMouse(surface(), QEvent::MouseButtonPress, grip, Qt::LeftButton);
     // Wobbling over itself moves nothing.
     sendMouse(surface(), QEvent::MouseMove, grip + QPointF(0, 12), Qt::LeftButton);
     EXPECT_EQ(view->draggedParagraphId(), first);
-    EXPECT_EQ(paragraph(0).id, first);
-
-    auto centreOf = [&](qsizetype i) {
-        return view->transcriptLayout().sectionRect(i).center()
-            - QPointF(0, view->verticalScrollBar()->value());
-    };
+    EXPECT_EQ(order(), (QList<QUuid> {first, second, third}));
+    // Reordered while the pointer passes.
     sendMouse(surface(), QEvent::MouseMove, centreOf(1), Qt::LeftButton);
-    EXPECT_EQ(paragraph(0).id, second);
-    EXPECT_EQ(paragraph(1).id, first) << "reordered while the pointer passes";
-
+    EXPECT_EQ(order(), (QList<QUuid> {second, first, third}));
     sendMouse(surface(), QEvent::MouseMove, centreOf(2), Qt::LeftButton);
-    EXPECT_EQ((QList<QUuid> {paragraph(0).id, paragraph(1).id, paragraph(2).id}),
-              (QList<QUuid> {second, third, first}));
-
+    EXPECT_EQ(order(), (QList<QUuid> {second, third, first}));
     sendMouse(surface(), QEvent::MouseButtonRelease, centreOf(2), Qt::NoButton);
     EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
 }
@@ -147,10 +148,10 @@ TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
     EXPECT_TRUE(field->geometry().intersects(word(0, 1).toAlignedRect()));
     QTest::keyClick(field, Qt::Key_Escape);
     EXPECT_EQ(view->wordEditor(), nullptr);
-    EXPECT_EQ(test::wordTexts(vm.paragraphs()[0])[1], u"beta"_s);
+    EXPECT_EQ(test::wordTexts(paragraph(0))[1], u"beta"_s);
 
     // F2 on a selection of two words; Enter commits them as one corrected word.
-    vm.selectRange(vm.paragraphs()[0].id, 2, 4);
+    vm.selectRange(paragraph(0).id, 2, 4);
     vm.requestWordCorrection();
     field = view->wordEditor();
     ASSERT_NE(field, nullptr);
@@ -158,12 +159,10 @@ TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
     field->setText(u"gamma-delta"_s);
     QTest::keyClick(field, Qt::Key_Return);
     EXPECT_EQ(view->wordEditor(), nullptr);
-    EXPECT_EQ(test::wordTexts(vm.paragraphs()[0]),
+    EXPECT_EQ(test::wordTexts(paragraph(0)),
               (QStringList {u"alpha"_s, u"beta"_s, u"gamma-delta"_s}));
-}
 
-TEST_F(TranscriptViewTest, ContextMenuTogglesSentencePlayback)
-{
+    // The context menu plays the sentence, or stops it when it is playing.
     for (const bool playing : {true, false}) {
         std::unique_ptr<QMenu> menu(view->createContextMenu(paragraph(1).id));
         ASSERT_FALSE(menu->actions().isEmpty());
@@ -178,8 +177,7 @@ TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBarAtTheWordFram
     vm.setCursor(paragraph(0).id, 0);
     auto bar = view->cursorBarInViewport();
     ASSERT_TRUE(bar);
-    EXPECT_EQ(bar->left(), word(0, 0).left() - 1.0);
-    EXPECT_EQ(bar->top(), word(0, 0).top());
+    EXPECT_EQ(bar->topLeft(), QPointF(word(0, 0).left() - 1.0, word(0, 0).top()));
 
     vm.setSearchQuery(u"beta"_s);
     vm.performSearch(); // selects the hit too
@@ -188,8 +186,7 @@ TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBarAtTheWordFram
     vm.selectRange(paragraph(1).id, 1, 2);
     bar = view->cursorBarInViewport();
     ASSERT_TRUE(bar);
-    EXPECT_EQ(bar->left(), word(1, 1).right());
-    EXPECT_EQ(bar->top(), word(1, 1).top());
+    EXPECT_EQ(bar->topLeft(), QPointF(word(1, 1).right(), word(1, 1).top()));
     EXPECT_TRUE(view->blinkingCursor().isBlinking());
     const QImage image = surface()->grab().toImage();
 
@@ -214,33 +211,14 @@ TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBarAtTheWordFram
     EXPECT_FALSE(view->cursorBarInViewport());
 }
 
-// Sixty two-word paragraphs in a window that shows only a few of them.
-class LongTranscriptTest : public test::UiFixture
-{
-protected:
-    MagneticTextStripView *view = nullptr;
-
-    void SetUp() override
-    {
-        QList<QStringList> words;
-        for (int i = 0; i < 60; ++i)
-            words.append({u"word%1a"_s.arg(i), u"word%1b"_s.arg(i)});
-        openTranscript(words);
-        view = new MagneticTextStripView(vm, &window);
-        view->resize(400, 300);
-        showWindow({400, 300});
-    }
-};
-
-TEST_F(LongTranscriptTest, ScrollsToTheSearchHitAndToTheWordUnderThePlayHeadWhilePlaying)
+TEST_F(TranscriptViewTest, ScrollsToTheSearchHitAndToTheWordUnderThePlayHeadWhilePlaying)
 {
     const auto inView = [this](qsizetype p, qsizetype w) {
-        const QRectF frame = view->wordRectInViewport(p, w);
-        return frame.top() >= 0.0 && frame.bottom() <= view->viewport()->height();
+        return word(p, w).top() >= 0.0 && word(p, w).bottom() <= surface()->height();
     };
-    const auto compositionStart = [this](const QString &word) {
+    const auto compositionStart = [this](const QString &text) {
         for (const CompositionEntry &entry : vm.playerVM().compositionMap()) {
-            if (entry.block.text == word)
+            if (entry.block.text == text)
                 return entry.compositionStart;
         }
         return -1.0;
@@ -260,4 +238,75 @@ TEST_F(LongTranscriptTest, ScrollsToTheSearchHitAndToTheWordUnderThePlayHeadWhil
     vm.setSearchQuery(u"word5b"_s);
     vm.performSearch();
     EXPECT_TRUE(inView(5, 1));
+}
+
+TEST(FlowLayout, WrapsBeforeTheWordThatWouldPassTheWidthAndStacksRowsWithLineSpacing)
+{
+    const FlowLayout flow {4.0, 3.0};
+    const QList<FlowRow> rows = flow.breakRows(widths({60, 30, 20}), 100.0);
+    EXPECT_EQ(rows.at(0).width, 94.0);
+    EXPECT_EQ(rows.at(1).first, 2);
+    // Exactly filling the line still fits; one point more wraps; a word wider than the
+    // line sits alone on its row; without a proposed width everything stays on one row.
+    EXPECT_EQ(rowLengths({60, 30, 20}, 100.0), (QList<qsizetype> {2, 1}));
+    EXPECT_EQ(rowLengths({60, 36}, 100.0), (QList<qsizetype> {2}));
+    EXPECT_EQ(rowLengths({60, 37}, 100.0), (QList<qsizetype> {1, 1}));
+    EXPECT_EQ(rowLengths({10, 150, 10}, 100.0), (QList<qsizetype> {1, 1, 1}));
+    EXPECT_EQ(rowLengths({60, 30, 20, 500}, std::nullopt), (QList<qsizetype> {4}));
+
+    // Rows are as tall as their tallest word; unbounded, the widest row with its gaps.
+    QList<QSizeF> sizes {{60, 10}, {30, 14}, {20, 8}};
+    EXPECT_EQ(flow.sizeThatFits(sizes, 100.0), QSizeF(100.0, 14.0 + 3.0 + 8.0));
+    EXPECT_EQ(flow.sizeThatFits(sizes, std::nullopt), QSizeF(60 + 30 + 20 + 2 * 4.0, 14.0));
+    EXPECT_EQ(flow.sizeThatFits(widths({150}), 100.0), QSizeF(100.0, 10.0));
+    EXPECT_EQ(flow.sizeThatFits(widths({150}), std::nullopt), QSizeF(150.0, 10.0));
+    // An empty paragraph is one empty row: no height, and the proposed width.
+    EXPECT_EQ(flow.sizeThatFits({}, 100.0), QSizeF(100.0, 0.0));
+    EXPECT_EQ(flow.sizeThatFits({}, std::nullopt), QSizeF(0.0, 0.0));
+    EXPECT_EQ(flow.place(sizes, QPointF(5.0, 7.0), 100.0),
+              (QList<QRectF> {QRectF(5, 7, 60, 10), QRectF(5 + 64, 7, 30, 14),
+                              QRectF(5, 7 + 14 + 3, 20, 8)}));
+}
+
+TEST(TranscriptLayout, EditsLayOutOnlyTheParagraphsWhoseWordsChanged)
+{
+    TranscriptLayout layout(QApplication::font());
+    QList<Paragraph> doc
+        = test::transcript({{u"one"_s, u"two"_s, u"three"_s}, {u"four"_s, u"five"_s}, {u"six"_s}});
+    EXPECT_EQ(layout.update(doc, 400.0), 3);
+    const qreal firstHeight = layout.paragraph(0).height;
+
+    // Deleting a word from the middle paragraph: one paragraph re-laid out, the one
+    // below it only moves.
+    doc[1].wordBlocks.removeAt(0);
+    EXPECT_EQ(layout.update(doc, 400.0), 1);
+    EXPECT_EQ(layout.paragraph(1).wordFrames.size(), 1);
+    EXPECT_EQ(layout.paragraph(2).top,
+              layout.paragraph(1).top + layout.paragraph(1).height
+                  + layout.metrics().sectionSpacing);
+
+    // Reordering paragraphs lays out nothing; a new width lays out everything.
+    doc.swapItemsAt(0, 2);
+    EXPECT_EQ(layout.update(doc, 400.0), 0);
+    EXPECT_EQ(layout.indexOf(doc.at(2).id), 2);
+    EXPECT_EQ(layout.paragraph(2).height, firstHeight);
+    EXPECT_EQ(layout.update(doc, 300.0), 3);
+    // Below the last section: no paragraph, but the last is the nearest.
+    EXPECT_EQ(layout.paragraphAt(layout.totalHeight() + 10.0), -1);
+    EXPECT_EQ(layout.nearestParagraph(layout.totalHeight() + 10.0), 2);
+}
+
+TEST(TranscriptLayout, MeasuredWordsAreNeverNarrowerThanTheirDrawnText)
+{
+    QFont font = QApplication::font();
+    font.setPixelSize(15);
+    WordMeasurer measurer(font, 2.0, 1.0);
+    const QFontMetricsF metrics(font);
+    for (const QString &word : {u"AVATAR"_s, u"office"_s, u"Tyrannosaurus"_s, u"WAVE,"_s,
+                                u"剪辑视频"_s, u"。"_s, u"naïve"_s, u"مرحبا"_s, u"e\u0301"_s}) {
+        const qreal textWidth = measurer.measure(word).width() - 4.0;
+        EXPECT_GE(textWidth + 0.5, metrics.horizontalAdvance(word)) << word.toStdString();
+        EXPECT_LE(textWidth, metrics.horizontalAdvance(word) * 1.15 + 2.0) << word.toStdString();
+    }
+    EXPECT_EQ(measurer.measure(u"abc"_s).height(), std::ceil(metrics.height()) + 2.0);
 }

@@ -1,10 +1,17 @@
+#include "model/fileio.h"
 #include "model/jsonfields.h"
+#include "playback/compositionplan.h"
+#include "playback/guideplayerviewmodel.h"
 #include "playback/videoplayerviewmodel.h"
 #include "support/fakeclock.h"
 #include "support/fakemediaengine.h"
+#include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
 
+#include <QDir>
 #include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -12,6 +19,7 @@ using namespace kavel;
 using kavel::test::FakeClock;
 using kavel::test::FakeMediaEngine;
 using kavel::test::FakePlayer;
+using kavel::test::timedWord;
 
 namespace {
 
@@ -21,13 +29,6 @@ const QUuid audioId = QUuid::fromString(u"{22222222-0000-0000-0000-000000000002}
 WordBlock word(double start, double end, QUuid source = videoId)
 {
     return test::timedWord(start, end, 0, source);
-}
-
-QList<WordBlock> numbered(QList<WordBlock> blocks)
-{
-    for (qsizetype i = 0; i < blocks.size(); ++i)
-        blocks[i].sortOrder = i;
-    return blocks;
 }
 
 class PlayerModel : public ::testing::Test
@@ -51,44 +52,50 @@ protected:
     }
 
     // The editor's way of pushing an edit.
-    void push(const QList<WordBlock> &blocks)
+    void push(QList<WordBlock> blocks)
     {
-        model->setWordBlocks(numbered(blocks));
+        for (qsizetype i = 0; i < blocks.size(); ++i)
+            blocks[i].sortOrder = i;
+        model->setWordBlocks(blocks);
         model->scheduleRebuild();
+    }
+
+    // Three one-second words with a second between them, built and placed.
+    void loadThree()
+    {
+        load();
+        push({a, b, c});
+        player->completeSeeks();
     }
 
     FakeMediaEngine engine;
     FakeClock clock;
     std::unique_ptr<VideoPlayerViewModel> model;
     FakePlayer *player = nullptr;
+    const WordBlock a = word(1.0, 2.0), b = word(3.0, 4.0), c = word(5.0, 6.0);
 };
 
 TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
 {
-    // Nothing is built before the tracks are loaded; loading builds.
-    const QList<WordBlock> blocks {word(1.0, 2.0), word(2.0, 3.0), word(4.0, 5.0)};
-    push(blocks);
-    EXPECT_TRUE(player->compositions.isEmpty());
+    push({a, b, c});
+    EXPECT_TRUE(player->compositions.isEmpty()) << "nothing is built before the tracks load";
     load();
     ASSERT_EQ(player->compositions.size(), 1);
     EXPECT_DOUBLE_EQ(model->duration(), 3.0);
-
-    // A deletion changes the count: built without waiting.
-    push({blocks[0], blocks[2]});
+    push({a, c});
     EXPECT_EQ(player->compositions.size(), 2);
 
     // Two moves 0.1 s apart: one rebuild 0.15 s after the second.
-    push({blocks[2], blocks[0]});
+    push({c, a});
     clock.advance(0.1);
-    push({blocks[0], blocks[2]});
+    push({a, c});
     clock.advance(0.149);
     EXPECT_EQ(player->compositions.size(), 2);
     clock.advance(0.002);
-    ASSERT_EQ(player->compositions.size(), 3);
-    EXPECT_EQ(clock.pendingCalls(), 0);
+    EXPECT_EQ(player->compositions.size(), 3);
 
     // A time edit of the same count is debounced too; a text change is not an edit.
-    QList<WordBlock> edited {blocks[0], blocks[2]};
+    QList<WordBlock> edited {a, c};
     edited[0].text = u"changed"_s;
     push(edited);
     clock.advance(1.0);
@@ -100,69 +107,33 @@ TEST_F(PlayerModel, DeletionsRebuildAtOnceReordersAfterTheLastOfABurst)
     EXPECT_EQ(player->compositions.size(), 4);
 }
 
-TEST_F(PlayerModel, RebuildClampsSkipsAndLaysBlocksEndToEnd)
-{
-    load();
-    WordBlock negative = word(-0.5, 0.5);
-    WordBlock pastEnd = word(59.5, 61.0);
-    WordBlock atEnd = word(59.995, 60.5);
-    WordBlock inverted = word(5.0, 4.0);
-    WordBlock tiny = word(7.0, 7.005);
-    WordBlock speech = word(10.0, 10.25, audioId);
-    push({negative, pastEnd, atEnd, inverted, tiny, speech});
-
-    const media::EditList &list = player->compositions.last();
-    const struct
-    {
-        QUuid id;
-        double start, end, at;
-        QString path;
-    } laid[] = {{negative.id, 0.0, 0.5, 0.0, u"/m/video.mp4"_s},
-                {pastEnd.id, 59.5, 60.0, 0.5, u"/m/video.mp4"_s},
-                {speech.id, 10.0, 10.25, 1.0, u"/m/speech.wav"_s}};
-    ASSERT_EQ(list.segments.size(), 3);
-    ASSERT_EQ(model->compositionMap().size(), 3);
-    EXPECT_TRUE(list.hasVideo);
-    for (qsizetype i = 0; i < 3; ++i) {
-        const media::EditSegment &segment = list.segments[i];
-        EXPECT_EQ(model->compositionMap()[i].block.id, laid[i].id) << i;
-        EXPECT_EQ(std::tuple(segment.sourceStart, segment.sourceEnd, segment.compositionStart),
-                  std::tuple(laid[i].start, laid[i].end, laid[i].at))
-            << i;
-        EXPECT_EQ(segment.sourcePath, laid[i].path);
-        EXPECT_EQ(segment.withVideo, i < 2);
-    }
-    EXPECT_DOUBLE_EQ(model->duration(), 1.25);
-}
-
-TEST_F(PlayerModel, SegmentsThatFailAreLoggedAndStillTakeTheirTime)
+TEST_F(PlayerModel, EachWordPlaysFromItsOwnSourceAndAFailedOneIsLoggedButKeepsItsTime)
 {
     load();
     player->failSegmentsOf(u"/m/video.mp4"_s, u"decoder gone"_s);
-    const WordBlock bad = word(1.2345, 1.5);
-    const WordBlock good = word(2.0, 2.5, audioId);
-
+    const WordBlock bad = word(1.2345, 1.5), speech = word(10.0, 10.25, audioId);
     ::testing::internal::CaptureStdout();
-    push({bad, good});
-    const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
-
-    EXPECT_EQ(log,
+    push({bad, speech});
+    EXPECT_EQ(QString::fromStdString(::testing::internal::GetCapturedStdout()),
               u"[PlayerVM] Failed to insert segment for "_s + json::uuidString(bad.id)
                   + u" [1.2345-1.5] trackDur=60.0: decoder gone\n"_s);
+
+    const QList<media::EditSegment> &laid = player->compositions.last().segments;
+    ASSERT_EQ(laid.size(), 2);
+    EXPECT_EQ(std::tuple(laid[0].sourcePath, laid[0].withVideo),
+              std::tuple(u"/m/video.mp4"_s, true));
+    EXPECT_EQ(std::tuple(laid[1].sourcePath, laid[1].withVideo, laid[1].sourceStart),
+              std::tuple(u"/m/speech.wav"_s, false, 10.0));
     ASSERT_EQ(model->compositionMap().size(), 2);
+    EXPECT_EQ(model->compositionMap()[1].block.id, speech.id);
     EXPECT_DOUBLE_EQ(model->compositionMap()[1].compositionStart, 0.2655);
-    EXPECT_DOUBLE_EQ(model->duration(), 0.7655);
+    EXPECT_DOUBLE_EQ(model->duration(), 0.5155);
 }
 
-TEST_F(PlayerModel, EditsKeepThePlayHeadOnTheSameSourceMomentAndResumePlaying)
+TEST_F(PlayerModel, EditsKeepThePlayHeadOnItsSourceMomentOrTheWordAskedFor)
 {
-    load();
-    const WordBlock a = word(1.0, 2.0), b = word(3.0, 4.0), c = word(5.0, 6.0);
-    push({a, b, c});
-    player->completeSeeks();
+    loadThree();
     model->togglePlayPause();
-    EXPECT_EQ(player->rate(), 1.0);
-
     // Play head at source 5.5 (edited 2.5); deleting a moves it to edited 1.5.
     player->playTo(2.5);
     clock.advance(0.2);
@@ -173,33 +144,24 @@ TEST_F(PlayerModel, EditsKeepThePlayHeadOnTheSameSourceMomentAndResumePlaying)
     EXPECT_DOUBLE_EQ(player->seeks.last(), 1.5);
     player->completeSeeks();
     EXPECT_DOUBLE_EQ(model->currentTime(), 1.5);
-    EXPECT_EQ(player->rate(), 1.0);
-    EXPECT_TRUE(model->isPlaying());
-
+    EXPECT_TRUE(model->isPlaying() && player->rate() == 1.0);
     // The moment under the play head is deleted: the head lands at the end.
     push({b});
     player->completeSeeks();
     EXPECT_DOUBLE_EQ(model->currentTime(), 1.0);
-}
 
-TEST_F(PlayerModel, PendingSeekBlockPlacesThePlayHeadOnceThenIsCleared)
-{
-    load();
-    const WordBlock a = word(1.0, 2.0), b = word(3.0, 4.0), c = word(8.0, 9.0);
-    push({a, b, c});
-    player->completeSeeks();
-
+    // A word asked for is placed once. For one that is gone, the entry whose start is
+    // nearest the play head's source moment (5.0), not the next word as an edit would.
+    model->pause();
     model->setPendingSeekBlockId(c.id);
     push({a, c});
     player->completeSeeks();
     EXPECT_DOUBLE_EQ(model->currentTime(), 1.0);
     EXPECT_FALSE(model->pendingSeekBlockId());
-
-    // A block that is gone: the entry whose start is nearest the old moment (source 8.0).
     model->setPendingSeekBlockId(b.id);
-    push({a, word(6.0, 7.0), word(9.5, 10.0)});
+    push({a, word(4.6, 4.8), word(5.8, 6.0)});
     player->completeSeeks();
-    EXPECT_DOUBLE_EQ(model->currentTime(), 2.0);
+    EXPECT_DOUBLE_EQ(model->currentTime(), 1.0);
 }
 
 TEST_F(PlayerModel, TimeMappingsFollowTheBlocksOwnTimes)
@@ -207,31 +169,25 @@ TEST_F(PlayerModel, TimeMappingsFollowTheBlocksOwnTimes)
     load();
     // Played as 10-11, 2-3, 20-20.5 (edited 0-1, 1-2, 2-2.5).
     push({word(10.0, 11.0), word(2.0, 3.0), word(20.0, 20.5)});
-
-    const struct
-    {
-        double t, source;
-    } toSource[] = {{0.25, 10.25}, {1.5, 2.5}, {-1.0, 10.0}, {9.0, 27.0}};
-    for (const auto &c : toSource)
-        EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(c.t), c.source) << c.t;
+    const std::pair<double, double> toSource[]
+        = {{0.25, 10.25}, {1.5, 2.5}, {-1.0, 10.0}, {9.0, 27.0}};
+    for (const auto &[t, source] : toSource)
+        EXPECT_DOUBLE_EQ(model->compositionTimeToSourceTime(t), source) << t;
     // Outside every kept word: the next word in the recording, the end after the last.
-    const struct
-    {
-        double source, t;
-    } toComposition[] = {{2.5, 1.5}, {10.75, 0.75}, {0.0, 1.0}, {5.0, 0.0}, {15.0, 2.0}, {99.0, 2.5}};
-    for (const auto &c : toComposition)
-        EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(c.source), c.t) << c.source;
+    const std::pair<double, double> toComposition[]
+        = {{2.5, 1.5}, {10.75, 0.75}, {0.0, 1.0}, {5.0, 0.0}, {15.0, 2.0}, {99.0, 2.5}};
+    for (const auto &[source, t] : toComposition)
+        EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(source), t) << source;
 }
 
 TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
 {
     load();
-    const WordBlock a = word(1.0, 2.0), b = word(5.0, 6.0);
-    push({a, b});
+    const WordBlock far = word(5.0, 6.0);
+    push({a, far});
     player->completeSeeks();
     QSignalSpy timeSpy(model.get(), &VideoPlayerViewModel::currentTimeChanged);
     QSignalSpy activeSpy(model.get(), &VideoPlayerViewModel::activeWordBlockIdChanged);
-
     const struct
     {
         double after, report, time;
@@ -242,16 +198,16 @@ TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
         {0.05, 0.3005, 0.3, a.id}, // moved less than a millisecond
         {0.1, 0.4, 0.4, a.id}, // same word: the id is not written again
         {0.1, std::nan(""), 0.4, a.id},
-        {0.1, 1.5, 1.5, b.id},
+        {0.1, 1.5, 1.5, far.id},
         {0.1, 2.5, 2.5, QUuid()}, // past the end: no word
     };
     for (const auto &r : reports) {
         clock.advance(r.after);
         player->reportTime(r.report);
-        EXPECT_EQ(model->currentTime(), r.time) << r.report;
-        EXPECT_EQ(model->activeWordBlockId(), r.active) << r.report;
+        EXPECT_EQ(std::pair(model->currentTime(), model->activeWordBlockId()),
+                  std::pair(r.time, r.active))
+            << r.report;
     }
-
     EXPECT_EQ(timeSpy.count(), 4);
     EXPECT_EQ(activeSpy.count(), 3);
 }
@@ -275,7 +231,6 @@ TEST_F(PlayerModel, DeletedRangesMarkTheUnplayedSourceStretches)
     unknownLength.duration = std::nan("");
     engine.addMedia(u"/m/stream.ts"_s, unknownLength);
     load({{videoId, QUrl::fromLocalFile(u"/m/stream.ts"_s)}});
-    EXPECT_EQ(model->sourceDuration(), 0.0);
     push({word(1.0, 2.0), word(4.0, 5.0)});
     EXPECT_EQ(model->deletedTimeRanges(),
               (QList<DeletedTimeRange> {{0.0, 1.0}, {2.0, 4.0}, {5.0, 6.0}}));
@@ -285,63 +240,56 @@ TEST_F(PlayerModel, SeekingMovesThePlayHeadOverThePendingPlacementOfARebuild)
 {
     load();
     // Speech starts late: the first build still starts at the first word, not the end.
-    const WordBlock a = word(4.0, 5.0), b = word(6.0, 7.0);
-    push({a, b});
+    const WordBlock late = word(4.0, 5.0), later = word(6.0, 7.0);
+    push({late, later});
     EXPECT_DOUBLE_EQ(player->seeks.last(), 0.0);
-
+    const auto expectAt = [&](double at, QUuid active, const char *asked) {
+        EXPECT_EQ(
+            std::tuple(player->seeks.last(), model->currentTime(), model->activeWordBlockId()),
+            std::tuple(at, at, active))
+            << asked;
+    };
     const struct
     {
         double asked, at;
         QUuid active;
-    } cases[] = {{1.5, 1.5, b.id}, {-3.0, 0.0, a.id}, {99.0, 2.0, QUuid()}, {0.5, 0.5, a.id}};
-    for (const auto &c : cases) {
-        model->seek(c.asked);
-        EXPECT_DOUBLE_EQ(player->seeks.last(), c.at) << c.asked;
-        EXPECT_DOUBLE_EQ(model->currentTime(), c.at) << c.asked;
-        EXPECT_EQ(model->activeWordBlockId(), c.active) << c.asked;
+    } cases[] = {{1.5, 1.5, later.id}, {-3.0, 0.0, late.id}, {99.0, 2.0, {}}, {0.5, 0.5, late.id}};
+    for (const auto &step : cases) {
+        model->seek(step.asked);
+        expectAt(step.at, step.active, "time");
     }
     // The build's own placement, completing late, does not pull the head back.
     player->completeSeeks();
     EXPECT_DOUBLE_EQ(model->currentTime(), 0.5);
     model->setCurrentTime(0.0);
-    push({b});
+    push({later});
     model->setCurrentTime(0.25);
     player->completeSeeks();
     EXPECT_DOUBLE_EQ(model->currentTime(), 0.25);
 
     // To a word: where it starts, or for a deleted one the next kept word's start.
-    push({a, b});
-    const struct
-    {
-        WordBlock block;
-        double at;
-    } toWords[] = {{b, 1.0}, {word(5.0, 5.5), 1.0}, {a, 0.0}};
-    for (const auto &c : toWords) {
-        model->seekToBlock(c.block);
-        EXPECT_DOUBLE_EQ(player->seeks.last(), c.at);
-        EXPECT_DOUBLE_EQ(model->currentTime(), c.at);
-        EXPECT_EQ(model->activeWordBlockId(), c.block.id);
+    push({late, later});
+    const WordBlock between = word(5.0, 5.5);
+    for (const auto &[block, at] :
+         {std::pair(later, 1.0), std::pair(between, 1.0), std::pair(late, 0.0)}) {
+        model->seekToBlock(block);
+        expectAt(at, block.id, "word");
     }
 }
 
-TEST_F(PlayerModel, PlaybackStopsAtTheEndAndOnlyPlaybackStillWantedResumesAfterAnEdit)
+TEST_F(PlayerModel, PlaybackStopsAtTheEndAndOnlyPlaybackStillWantedResumes)
 {
-    load();
-    const WordBlock a = word(1.0, 2.0), b = word(3.0, 4.0), c = word(5.0, 6.0);
-    push({a, b, c});
-    player->completeSeeks();
+    loadThree();
     const auto playing = [&] { return model->isPlaying() && player->rate() == 1.0; };
-
+    const auto stopped = [&] { return !model->isPlaying() && player->rate() == 0.0; };
     model->togglePlayPause();
     player->playTo(2.99);
     EXPECT_TRUE(playing());
     player->playTo(3.0); // the end: the model pauses and stays paused through an edit
-    EXPECT_FALSE(model->isPlaying());
-    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_TRUE(stopped());
     push({a, b});
     player->completeSeeks();
-    EXPECT_FALSE(model->isPlaying());
-    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_TRUE(stopped());
     // Play there starts the result over; in the middle it plays on from where it is.
     for (const double at : {model->duration() - 0.02, 1.5}) {
         model->setCurrentTime(at);
@@ -358,8 +306,7 @@ TEST_F(PlayerModel, PlaybackStopsAtTheEndAndOnlyPlaybackStillWantedResumesAfterA
     push({a});
     model->pause();
     player->completeSeeks();
-    EXPECT_FALSE(model->isPlaying());
-    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_TRUE(stopped());
 
     // An engine that never shows the last frame: a play head standing just short of the
     // end ends playback; one standing anywhere else is only a slow frame.
@@ -376,17 +323,10 @@ TEST_F(PlayerModel, PlaybackStopsAtTheEndAndOnlyPlaybackStillWantedResumesAfterA
         EXPECT_EQ(playing(), stand < 2.0) << stand;
         model->pause();
     }
-}
 
-// The real engine's Preview test plays a range to its end; here, what it cannot reach.
-TEST_F(PlayerModel, PlayRangeIgnoresUnknownWordsAndAPauseCancelsItsEnd)
-{
-    load();
-    const WordBlock a = word(1.0, 2.0), b = word(3.0, 4.0), c = word(5.0, 6.0);
-    push({a, b, c});
-    player->completeSeeks();
+    // The real engine's Preview test plays a range to its end; here, what it cannot reach:
+    // unknown words are ignored, and a pause cancels the range's end.
     const qsizetype seeksBefore = player->seeks.size();
-
     int finished = 0;
     model->playRange(a.id, QUuid::createUuid(), [&] { ++finished; });
     model->playRange(QUuid::createUuid(), c.id, [&] { ++finished; });
@@ -403,22 +343,10 @@ TEST_F(PlayerModel, PlayRangeIgnoresUnknownWordsAndAPauseCancelsItsEnd)
     EXPECT_EQ(player->boundaryObserverCount(), 0);
 }
 
-TEST_F(PlayerModel, SpeedAndVolumeReachThePlayer)
-{
-    load();
-    model->setPlaybackSpeed(1.5f);
-    model->togglePlayPause();
-    EXPECT_EQ(player->rate(), 1.5);
-    model->setVolume(0.25f);
-    EXPECT_EQ(player->volume(), 0.25f);
-}
-
 TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
 {
     load();
-    const std::optional<QImage> first = model->thumbnail(videoId, 10.2);
-    ASSERT_TRUE(first);
-    for (const double t : {10.4, 10.1, 10.25})
+    for (const double t : {10.2, 10.4, 10.1, 10.25})
         ASSERT_TRUE(model->thumbnail(videoId, t));
     EXPECT_EQ(engine.framesRequested, (QList<double> {10.0, 10.5}));
     EXPECT_EQ(engine.generatorsMade, 1);
@@ -428,6 +356,127 @@ TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
     EXPECT_EQ(engine.framesRequested.size(), 3);
     EXPECT_FALSE(model->thumbnail(videoId, 75.0));
     EXPECT_FALSE(model->thumbnail(audioId, 1.0));
+}
+
+TEST(CompositionMap, FollowsSortOrderClampsAndSkipsAsThePreviewDoes)
+{
+    const QUuid source = QUuid::createUuid();
+    WordBlock gained = timedWord(5.0, 6.0, 1, source);
+    gained.volumeLevel = 0.5f;
+    gained.isMuted = true;
+    gained.fadeInDuration = 0.2;
+    gained.fadeOutDuration = 0.3;
+    const QList<WordBlock> blocks {
+        gained,
+        timedWord(-0.5, 0.25, 0, source), // starts before the recording: from 0
+        timedWord(9.8, 10.6, 2, source), // runs past its 10 s end: cut there
+        timedWord(9.995, 10.2, 3, source), // starts within 0.01 s of the end: skipped
+        timedWord(3.0, 3.009, 4, source), // too short to play: skipped
+        timedWord(1.0, 2.0, 5, QUuid::createUuid()) // unknown source: the first one
+    };
+    const CompositionPlan plan = planComposition(blocks, {{source, u"/a.mp4"_s, true, 10.0}});
+
+    const QList<std::pair<double, double>> ranges {
+        {0.0, 0.25}, {5.0, 6.0}, {9.8, 10.0}, {1.0, 2.0}};
+    ASSERT_EQ(plan.editList.segments.size(), ranges.size());
+    double at = 0.0;
+    for (qsizetype i = 0; i < ranges.size(); ++i) {
+        const EditSegment &s = plan.editList.segments[i];
+        EXPECT_EQ(std::tuple(s.sourceStart, s.sourceEnd, s.compositionStart, s.sourcePath),
+                  std::tuple(ranges[i].first, ranges[i].second, at, u"/a.mp4"_s))
+            << i;
+        EXPECT_EQ(plan.map[i].compositionStart, at);
+        at += ranges[i].second - ranges[i].first;
+    }
+    EXPECT_EQ(plan.map[1].block.id, gained.id);
+    EXPECT_EQ(plan.editList.segments[1].audio, (SegmentAudio {0.5f, true, 0.2, 0.3}));
+    EXPECT_DOUBLE_EQ(plan.duration, 2.45);
+    EXPECT_TRUE(plan.editList.hasVideo);
+    EXPECT_TRUE(planComposition(blocks, {}).map.isEmpty());
+
+    // Levels and single fades are heard in the exact-export renders; where a fade in and
+    // a fade out overlap, the lower ramp wins.
+    const SegmentAudio both {1.0f, false, 1.0, 1.0};
+    EXPECT_NEAR(both.gainAt(0.4, 1.0), 0.4, 1e-6);
+    EXPECT_NEAR(both.gainAt(0.7, 1.0), 0.3, 1e-6);
+}
+
+// The model over a clip that exists as a plain file, its player ready with 4 s.
+class GuidePlayer : public ::testing::Test
+{
+protected:
+    GuidePlayer()
+    {
+        test::writeFile(clip, QByteArray(5000, 'c'));
+        model = std::make_unique<GuidePlayerViewModel>(
+            engine, clip, [this](const QString &line) { log.append(line); });
+        player = engine.lastPlayer;
+        player->makeSourceReady(4.0);
+    }
+
+    QTemporaryDir dir;
+    const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+    FakeMediaEngine engine;
+    QStringList log;
+    std::unique_ptr<GuidePlayerViewModel> model;
+    FakePlayer *player = nullptr;
+};
+
+TEST_F(GuidePlayer, PlaysACachedCopyOfTheClipInALoop)
+{
+    const QString cached
+        = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + u"/guide/demo.MOV"_s;
+    EXPECT_EQ(player->rawSources, QStringList {cached});
+    EXPECT_EQ(fileio::readFile(cached), fileio::readFile(clip));
+    EXPECT_TRUE(log.isEmpty());
+    EXPECT_EQ(model->duration(), 4.0);
+    player->reportTime(1.25);
+    EXPECT_EQ(model->currentTime(), 1.25);
+
+    // Reaching the end starts again from the beginning.
+    model->play();
+    player->playTo(2.0);
+    player->reportTime(2.0); // standing still in the middle is no end
+    EXPECT_TRUE(player->seeks.isEmpty());
+
+    player->playTo(4.0);
+    EXPECT_EQ(player->seeks, QList<double> {0.0});
+    EXPECT_EQ(model->currentTime(), 0.0);
+    player->setRate(0.0); // an engine that stops at the end
+    player->completeSeeks();
+    EXPECT_TRUE(model->isPlaying() && player->rate() == 1.0);
+
+    // Last frames that never show: the time stands still just short of the end.
+    player->playTo(3.9);
+    player->reportTime(3.9);
+    EXPECT_EQ(player->seeks, (QList<double> {0.0, 0.0}));
+    player->completeSeeks();
+
+    // Paused before the seek is done: the seek does not start playing again, and nothing
+    // watches for the end while paused.
+    player->playTo(4.0);
+    model->pause();
+    player->completeSeeks();
+    EXPECT_EQ(player->rate(), 0.0);
+    EXPECT_EQ(player->boundaryObserverCount(), 0);
+    player->reportTime(3.9);
+    player->reportTime(3.9);
+    EXPECT_EQ(player->seeks.size(), 3);
+
+    // A new clip replaces the copy, also when it happens to be just as long.
+    for (const char fill : {'n', 'm'}) {
+        test::writeFile(clip, QByteArray(7000, fill));
+        GuidePlayerViewModel again(engine, clip, [](const QString &) {});
+        EXPECT_EQ(fileio::readFile(cached), QByteArray(7000, fill));
+    }
+
+    // The default place: no clip is compiled into the tests.
+    GuidePlayerViewModel missing(engine, GuidePlayerViewModel::defaultResourcePath(),
+                                 [this](const QString &line) { log.append(line); });
+    EXPECT_EQ(log, QStringList {u"[Guide] demo.MOV not found in bundle"_s});
+    EXPECT_TRUE(engine.lastPlayer->rawSources.isEmpty());
+    missing.togglePlayPause();
+    EXPECT_FALSE(missing.isPlaying());
 }
 
 } // namespace
