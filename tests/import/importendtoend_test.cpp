@@ -119,9 +119,11 @@ protected:
 
 void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
 {
+    const QList<WordBlock> words = flattenParagraphs(paragraphs);
+    ASSERT_FALSE(words.isEmpty());
     QStringList heard;
     double previousEnd = 0.0;
-    for (const WordBlock &word : flattenParagraphs(paragraphs)) {
+    for (const WordBlock &word : words) {
         heard.append(word.text);
         EXPECT_EQ(word.sourceFileId, source);
         // The recogniser's silence and noise markers are not words.
@@ -133,9 +135,7 @@ void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
     const QStringList expected = spokenWords();
     EXPECT_GE(wordsInOrder(expected, heard), expected.size() * 6 / 10)
         << heard.join(u' ').toStdString();
-    ASSERT_FALSE(heard.isEmpty());
     // flite speaks the sentence in about five seconds from the very start.
-    const QList<WordBlock> words = flattenParagraphs(paragraphs);
     EXPECT_LT(words.first().mediaStart, 1.0);
     EXPECT_GT(words.last().mediaEnd, 3.5);
     EXPECT_LT(words.last().mediaEnd, 6.0);
@@ -228,42 +228,51 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
         u"[AudioExtract] No compatible preset for .wav, using source directly"_s));
 }
 
-QProcessEnvironment cliEnvironment(const QString &projects)
+struct CliRun
+{
+    int exitCode = -1;
+    QString output, errors;
+};
+
+// `kavel-cli import` with its projects in `projects`, away from any desktop bus. The
+// event loop runs meanwhile, since a stand-in service answers from it.
+CliRun importWithCli(const QString &projects, const QStringList &arguments)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"KAVEL_PROJECTS_DIR"_s, projects);
     environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
-    return environment;
+    QProcess cli;
+    cli.setProcessEnvironment(environment);
+    cli.start(programPath(u"kavel-cli"_s), QStringList {u"import"_s} + arguments);
+    QElapsedTimer waited;
+    waited.start();
+    while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    if (cli.state() != QProcess::NotRunning)
+        return {-1, {}, u"kavel-cli hung"_s};
+    return {cli.exitStatus() == QProcess::NormalExit ? cli.exitCode() : -1,
+            QString::fromUtf8(cli.readAllStandardOutput()),
+            QString::fromUtf8(cli.readAllStandardError())};
 }
 
 TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
 {
-    QProcess cli;
-    const QProcessEnvironment environment = cliEnvironment(projects.path());
-    cli.setProcessEnvironment(environment);
-    cli.start(programPath(u"kavel-cli"_s),
-              {u"import"_s, media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s,
-               server->apiBaseUrl().toString(), u"--email"_s, email, u"--password"_s, password});
-    ASSERT_TRUE(cli.waitForFinished(60000));
-    const QString errors = QString::fromUtf8(cli.readAllStandardError());
-    ASSERT_EQ(cli.exitCode(), 0) << errors.toStdString();
+    const QString url = server->apiBaseUrl().toString();
+    const CliRun run = importWithCli(projects.path(),
+                                     {media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s, url,
+                                      u"--email"_s, email, u"--password"_s, password});
+    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
     EXPECT_TRUE(
-        errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
-        << errors.toStdString();
-
-    const QString bundle = QString::fromUtf8(cli.readAllStandardOutput()).trimmed();
+        run.errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
+        << run.errors.toStdString();
+    const QString bundle = run.output.trimmed();
     EXPECT_TRUE(bundle.startsWith(projects.path() + u"/项目_"_s)) << bundle.toStdString();
     const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     expectSpeech(project->paragraphs(), project->metadata().sourceFiles.first().id);
 
     // Without a session or credentials nothing is created.
-    QProcess signedOut;
-    signedOut.setProcessEnvironment(environment);
-    signedOut.start(programPath(u"kavel-cli"_s),
-                    {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
-                     server->apiBaseUrl().toString()});
-    ASSERT_TRUE(signedOut.waitForFinished(60000));
-    EXPECT_EQ(signedOut.exitCode(), 1);
+    const QStringList signedOut {media(u"speech.wav"_s).toLocalFile(), u"--server"_s, url};
+    EXPECT_EQ(importWithCli(projects.path(), signedOut).exitCode, 1);
     EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
 }
 
@@ -299,24 +308,16 @@ TEST_F(ImportEndToEnd, CommandLineImportNeverHangsOnABrokenService)
         QUrl base = stub.apiBaseUrl();
         if (c.status == 0 && c.behaviour == B::reply)
             base.setPort(1); // nothing listens there
-        QProcess cli;
-        cli.setProcessEnvironment(cliEnvironment(folder.path()));
-        cli.start(programPath(u"kavel-cli"_s),
-                  {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
-                   base.toString(), u"--email"_s, email, u"--password"_s, password, u"--timeout"_s,
-                   u"4"_s});
-        // The stub answers from this process's event loop.
-        QElapsedTimer waited;
-        waited.start();
-        while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        ASSERT_EQ(cli.state(), QProcess::NotRunning) << c.name;
-        const QString errors = QString::fromUtf8(cli.readAllStandardError());
-        EXPECT_EQ(cli.exitCode(), 1) << c.name;
-        EXPECT_TRUE(errors.contains(u"kavel-cli: "_s + c.says)) << c.name << errors.toStdString();
+        const CliRun run = importWithCli(folder.path(),
+                                         {media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
+                                          base.toString(), u"--email"_s, email, u"--password"_s,
+                                          password, u"--timeout"_s, u"4"_s});
+        EXPECT_EQ(run.exitCode, 1) << c.name;
+        EXPECT_TRUE(run.errors.contains(u"kavel-cli: "_s + c.says))
+            << c.name << run.errors.toStdString();
         EXPECT_TRUE(QDir(folder.path()).isEmpty()) << c.name;
         for (const QString &secret : {password, u"access_token"_s})
-            EXPECT_FALSE(errors.contains(secret)) << c.name;
+            EXPECT_FALSE(run.errors.contains(secret)) << c.name;
     }
 }
 
