@@ -87,28 +87,8 @@ TEST_F(AudioExtraction, AudioThatCannotBeConvertedGoesUpAsItIsAndVideoFails)
             EXPECT_EQ(*log.lines, QStringList {c.logLine});
         }
         EXPECT_FALSE(!partial.isEmpty() && QFileInfo::exists(partial)) << "the partial output goes";
+        EXPECT_EQ(clock.pendingCalls(), 0) << "progress reports end with the conversion";
     }
-}
-
-TEST_F(AudioExtraction, ProgressIsLoggedEveryHalfSecondUntilTheEnd)
-{
-    converter.completeAtOnce = false;
-    auto task = extractor.convertToM4A(QUrl::fromLocalFile(file(u"a.mp4"_s)), dir.path());
-    const auto progress = [this] {
-        return log.lines->filter(QRegularExpression(u"^\\[AudioExtract\\] Progress"_s));
-    };
-    converter.current().setProgress(0.379);
-    clock.advance(0.4);
-    EXPECT_TRUE(progress().isEmpty());
-    clock.advance(0.6);
-    converter.current().setProgress(0.999);
-    clock.advance(0.5);
-    EXPECT_EQ(progress(),
-              (QStringList {u"[AudioExtract] Progress: 37%"_s, u"[AudioExtract] Progress: 37%"_s,
-                            u"[AudioExtract] Progress: 99%"_s}));
-    converter.current().finish(media::ConversionStatus::completed);
-    runTask(std::move(task)).get();
-    EXPECT_EQ(clock.pendingCalls(), 0) << "the reporter must stop with the conversion";
 }
 
 // The sources a project lists are followed through the import in importpipeline_test.

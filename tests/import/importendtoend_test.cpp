@@ -53,17 +53,16 @@ protected:
     {
         RealServerSuite::SetUpTestSuite();
         s_media = new QTemporaryDir;
-        const QDir d(s_media->path());
-        QProcess flite;
-        flite.start(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, d.filePath(u"speech.wav"_s)});
-        flite.waitForFinished(60000);
-        runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s, u"color=c=navy:s=160x90:r=25"_s, u"-i"_s,
-                   d.filePath(u"speech.wav"_s), u"-shortest"_s, u"-c:v"_s, u"libx264"_s,
-                   u"-preset"_s, u"ultrafast"_s, u"-pix_fmt"_s, u"yuv420p"_s, u"-c:a"_s, u"aac"_s,
-                   d.filePath(u"Interview.mp4"_s)});
+        const QString speech = s_media->filePath(u"speech.wav"_s);
+        QProcess::execute(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech});
+        // The folder's path has no spaces, so the command lines split at them.
+        const auto ffmpeg = [](const QString &arguments) {
+            runFfmpeg(arguments.arg(s_media->path()).split(u' '));
+        };
+        ffmpeg(u"-f lavfi -i color=c=navy:s=160x90:r=25 -i %1/speech.wav -shortest -c:v libx264 "
+               "-preset ultrafast -pix_fmt yuv420p -c:a aac %1/Interview.mp4"_s);
         // At the WAV's own 8 kHz, lame keeps too little of the voice to be recognised well.
-        runFfmpeg({u"-i"_s, d.filePath(u"speech.wav"_s), u"-ar"_s, u"22050"_s, u"-c:a"_s,
-                   u"libmp3lame"_s, u"-b:a"_s, u"64k"_s, d.filePath(u"speech.mp3"_s)});
+        ffmpeg(u"-i %1/speech.wav -ar 22050 -c:a libmp3lame -b:a 64k %1/speech.mp3"_s);
         s_engine = new media::mlt::MltMediaEngine;
     }
 
@@ -159,10 +158,7 @@ TEST_F(ImportEndToEnd, SpokenAudioFilesBecomeTranscriptsOfTheirOwnProjects)
         EXPECT_TRUE(QDir(vm->project()->cacheDirectory()).isEmpty(QDir::Files))
             << "the upload copy is removed";
     }
-    EXPECT_EQ(
-        log.lines->filter(QRegularExpression(u"^\\[AudioExtract\\] Completed: audio_.*\\.m4a$"_s))
-            .size(),
-        2);
+    EXPECT_EQ(log.lines->filter(u"[AudioExtract] Completed: audio_"_s).size(), 2) << "converted";
     const QPair<QString, QString> ready {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s};
     EXPECT_EQ(notifier.delivered, (QList<QPair<QString, QString>> {ready, ready}));
 }
@@ -187,21 +183,25 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
         EXPECT_EQ(sqlite3_exec(db, "DELETE FROM tasks", nullptr, nullptr, nullptr), SQLITE_OK);
         sqlite3_close(db);
     };
-    const QString failed = u"语音识别失败: "_s;
     const struct
     {
         const char *name;
         QUrl file;
         service::APIClient *client;
         std::function<void()> whilePolling;
-        QString status; // the exact text, or else the failure prefix with a reason after it
-        int minimumReason; // characters of that reason
+        QString status; // a pattern: the reason must say something
         bool announced;
     } cases[] = {
-        {"undecodable", QUrl::fromLocalFile(broken), api.get(), {}, {}, 5, true},
+        {"undecodable",
+         QUrl::fromLocalFile(broken),
+         api.get(),
+         {},
+         u"^语音识别失败: .{5,}"_s,
+         true},
         {"forgotten", media(u"speech.wav"_s), api.get(), forgetTasks,
-         u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s, 0, false},
-        {"server gone", media(u"speech.wav"_s), &ownClient, [&own] { own.stop(); }, {}, 1, false},
+         u"^语音识别任务已失效（可能服务器已重启），请重新导入视频再试。$"_s, false},
+        {"server gone", media(u"speech.wav"_s), &ownClient, [&own] { own.stop(); },
+         u"^语音识别失败: .+"_s, false},
     };
     for (const auto &c : cases) {
         notifier.delivered.clear();
@@ -209,20 +209,13 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
         if (c.whilePolling)
             whenPolling(*vm, c.whilePolling);
         import(*vm, {c.file});
-        const QString status = vm->processingStatus();
         EXPECT_EQ(vm->project()->status(), ProjectStatus::failed) << c.name;
-        EXPECT_FALSE(vm->isProcessing()) << c.name;
-        EXPECT_TRUE(vm->transcriptionStep().isEmpty()) << c.name;
-        if (!c.status.isEmpty()) {
-            EXPECT_EQ(status, c.status) << c.name;
-        } else {
-            EXPECT_TRUE(status.startsWith(failed)) << c.name << status.toStdString();
-            EXPECT_GE(status.size() - failed.size(), c.minimumReason)
-                << c.name << ": " << status.toStdString();
-        }
-        using Notes = QList<QPair<QString, QString>>;
-        const Notes announced {{u"Kavel"_s, u"语音识别失败，请重试。"_s}};
-        EXPECT_EQ(notifier.delivered, c.announced ? announced : Notes {}) << c.name;
+        EXPECT_FALSE(vm->isProcessing() || !vm->transcriptionStep().isEmpty()) << c.name;
+        EXPECT_TRUE(QRegularExpression(c.status).match(vm->processingStatus()).hasMatch())
+            << c.name << ": " << vm->processingStatus().toStdString();
+        EXPECT_EQ(notifier.delivered.size(), c.announced ? 1 : 0) << c.name;
+        EXPECT_TRUE(!c.announced || notifier.delivered.value(0).second == u"语音识别失败，请重试。")
+            << c.name;
     }
     EXPECT_TRUE(log.lines->contains(
         u"[AudioExtract] No compatible preset for .wav, using source directly"_s));
