@@ -1,6 +1,6 @@
 #include "editor/audioextraction.h"
-#include "fakeaudioconverter.h"
 #include "generatedmedia.h"
+#include "importfakes.h"
 #include "media/mlt/mediaprobe.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"

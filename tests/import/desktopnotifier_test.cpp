@@ -1,5 +1,5 @@
 #include "editor/desktopnotifier.h"
-#include "recordingnotifier.h"
+#include "importfakes.h"
 #include "support/privatebus.h"
 
 #include <QDBusConnectionInterface>

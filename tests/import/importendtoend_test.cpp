@@ -3,11 +3,11 @@
 
 #include "editor/editorviewmodel.h"
 #include "generatedmedia.h"
+#include "importfakes.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "model/timeline.h"
 #include "playback/playbackclock.h"
-#include "recordingnotifier.h"
 #include "service/apiclient.h"
 #include "service/httpstub.h"
 #include "support/servicefixture.h"

@@ -1,7 +1,6 @@
 #include "editor/editorviewmodel.h"
-#include "fakeaudioconverter.h"
+#include "importfakes.h"
 #include "model/timeline.h"
-#include "recordingnotifier.h"
 #include "service/apiclient.h"
 #include "service/httpstub.h"
 #include "support/fakeclock.h"
@@ -150,9 +149,18 @@ protected:
 
 // Saving, announcing and removing the upload copy are followed against the real server
 // in importendtoend_test; here, each step in order, on a clock the test moves.
-TEST_F(ImportPipeline, TranscriptArrivesNumberedAndInThePlayer)
+TEST_F(ImportPipeline, PickedFilesArriveAsATranscriptNumberedAndInThePlayer)
 {
-    auto task = start({media(u"first.mp4"_s), media(u"second.mov"_s)});
+    // The signed-out side is shown by the home page's and the main window's tests.
+    vm.openFilePickerForImport(true);
+    EXPECT_FALSE(vm.showImportConfirm()) << "a cancelled picker changes nothing";
+    picked = {media(u"first.mp4"_s), media(u"second.mov"_s)};
+    vm.openFilePickerForImport(true);
+    ASSERT_EQ(pickerRequests.size(), 2);
+    EXPECT_TRUE(pickerRequests.first().allowsMultipleSelection);
+    EXPECT_TRUE(vm.showImportConfirm());
+
+    auto task = start(vm.pendingImportURLs());
     ASSERT_TRUE(vm.project());
     EXPECT_TRUE(vm.navigateToEditor());
     const QList<SourceFile> sources = vm.project()->metadata().sourceFiles;
@@ -233,8 +241,20 @@ TEST_F(ImportPipeline, TheTranscriptGoesToTheImportsOwnBundleWhateverIsOpen)
     EXPECT_FALSE(vm.undoManager().canUndo());
 }
 
-TEST_F(ImportPipeline, EstimateCountsDownThenAFailedResultSaysWhy)
+// The service's own failures (a forgotten task, a dropped connection) are covered against
+// a real server in importendtoend_test.
+TEST_F(ImportPipeline, FailedExtractionOrRecognitionSaysWhyAfterTheEstimateRunsOut)
 {
+    // A video whose sound cannot be extracted never reaches the service.
+    converter.completeAtOnce = false;
+    auto extraction = vm.importAndTranscribe({media(u"film.mkv"_s)});
+    converter.current().finish(media::ConversionStatus::failed);
+    runTask(std::move(extraction)).get();
+    expectFailed(u"语音识别失败: 音频提取失败"_s);
+    EXPECT_TRUE(stub.requests().isEmpty());
+    EXPECT_TRUE(notifier.delivered.isEmpty()) << "only a failed result is announced";
+
+    converter.completeAtOnce = true;
     auto task = start({media(u"talk.wav"_s)});
     for (int i = 0; i < 35; ++i)
         poll();
@@ -250,34 +270,6 @@ TEST_F(ImportPipeline, EstimateCountsDownThenAFailedResultSaysWhy)
     expectFailed(u"语音识别失败: 未知错误"_s);
     EXPECT_EQ(notifier.delivered,
               (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
-}
-
-// The service's own failures (a failed task, a forgotten one, a dropped connection) are
-// covered against a real server in importendtoend_test.
-TEST_F(ImportPipeline, VideoWhoseSoundCannotBeExtractedNeverReachesTheService)
-{
-    converter.completeAtOnce = false;
-    auto task = vm.importAndTranscribe({media(u"film.mkv"_s)});
-    converter.current().finish(media::ConversionStatus::failed);
-    runTask(std::move(task)).get();
-    expectFailed(u"语音识别失败: 音频提取失败"_s);
-    EXPECT_TRUE(stub.requests().isEmpty());
-    EXPECT_TRUE(notifier.delivered.isEmpty()) << "only a failed result is announced";
-}
-
-// The signed-out side is shown by the home page's and the main window's tests.
-TEST_F(ImportPipeline, PickedFilesWaitForConfirmation)
-{
-    vm.openFilePickerForImport(true);
-    ASSERT_EQ(pickerRequests.size(), 1);
-    EXPECT_TRUE(pickerRequests.first().allowsMultipleSelection);
-    EXPECT_FALSE(vm.showImportConfirm()) << "a cancelled picker changes nothing";
-    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
-
-    picked = {media(u"x.mp4"_s), media(u"y.wav"_s)};
-    vm.openFilePickerForImport(true);
-    EXPECT_EQ(vm.pendingImportURLs(), picked);
-    EXPECT_TRUE(vm.showImportConfirm());
 }
 
 } // namespace

@@ -1,13 +1,18 @@
 #pragma once
 
+#include "editor/usernotifier.h"
 #include "media/audioconverter.h"
 
 #include <QFile>
+#include <QList>
+#include <QPair>
 #include <QStringList>
 #include <QTimer>
 #include <stdexcept>
 
 namespace kavel::test {
+
+// Stand-ins for the parts of an import that belong to the desktop and the media engine.
 
 // A conversion whose end the test decides; completing writes the output, as an engine would.
 class FakeConversion final : public media::AudioConversion
@@ -72,6 +77,15 @@ public:
 
 private:
     FakeConversion *m_last = nullptr;
+};
+
+struct RecordingNotifier final : UserNotifier
+{
+    void deliver(const QString &title, const QString &body) override
+    {
+        delivered.append({title, body});
+    }
+    QList<QPair<QString, QString>> delivered;
 };
 
 } // namespace kavel::test
