@@ -19,23 +19,17 @@ class ExposedServer : public ::testing::Test
 protected:
     void SetUp() override
     {
-        database = dir.filePath(u"k.db"_s);
-        ServerCommand addUser({u"add-user"_s, u"--database"_s, database, u"--email"_s,
-                               u"e@example.com"_s, u"--password"_s, u"pw"_s});
-        ASSERT_EQ(addUser.exitCode(), 0) << addUser.log().toStdString();
+        QString error;
+        ASSERT_TRUE(server.addUser(u"e@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
     }
 
     // Starts `serve` with `extra` and returns its port, or 0.
-    int start(const QStringList &extra = {}, const QString &scheme = u"http"_s)
+    int start(const QStringList &extra = {})
     {
-        server = std::make_unique<ServerCommand>(QStringList {u"serve"_s, u"--port"_s, u"0"_s,
-                                                              u"--workers"_s, u"0"_s,
-                                                              u"--database"_s, database}
-                                                 + extra);
-        const auto match
-            = server->waitForLog(QRegularExpression(scheme + u"://127\\.0\\.0\\.1:(\\d+)"_s));
-        EXPECT_TRUE(match) << server->log().toStdString();
-        return match ? match->captured(1).toInt() : 0;
+        QString error;
+        EXPECT_TRUE(server.start(&error, QStringList {u"--workers"_s, u"0"_s} + extra))
+            << error.toStdString();
+        return server.apiBaseUrl().port(0);
     }
 
     // What the server answers to raw request bytes, without sending any body; empty
@@ -55,8 +49,7 @@ protected:
     }
 
     QTemporaryDir dir;
-    QString database;
-    std::unique_ptr<ServerCommand> server;
+    ServerProcess server;
 };
 
 std::string loginBody(const std::string &account, const std::string &password)
@@ -68,6 +61,7 @@ std::string loginBody(const std::string &account, const std::string &password)
 
 TEST_F(ExposedServer, CommandsRefuseWhatIsUnsafeOrIncomplete)
 {
+    const QString database = server.databasePath();
     const QStringList serve {u"serve"_s, u"--port"_s, u"0"_s, u"--database"_s, database};
     const QStringList addUser {u"add-user"_s, u"--database"_s, database, u"--password"_s, u"x"_s};
     const struct
@@ -109,7 +103,8 @@ TEST_F(ExposedServer, ServesHttpsWithTheGivenCertificate)
                                 "-addext subjectAltName=IP:127.0.0.1"_s.split(u' ')
                                     << u"-keyout"_s << key << u"-out"_s << cert),
               0);
-    const int port = start({u"--tls-cert"_s, cert, u"--tls-key"_s, key}, u"https"_s);
+    const int port = start({u"--tls-cert"_s, cert, u"--tls-key"_s, key});
+    EXPECT_EQ(server.apiBaseUrl().scheme(), u"https"_s);
     ASSERT_NE(port, 0);
 
     httplib::SSLClient client("127.0.0.1", port);

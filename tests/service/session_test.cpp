@@ -71,20 +71,12 @@ TEST(SettingsStore, KeepsTokensUnderTheirKeysAndResolvesTheBaseUrl)
 class Session : public RealServerSuite
 {
 protected:
-    void SetUp() override
-    {
-        RealServerSuite::SetUp();
-        auto timerOwner = std::make_unique<ManualTimer>();
-        timer = timerOwner.get();
-        login = std::make_unique<LoginModel>(*client, *settings, appState, std::move(timerOwner));
-    }
-
     void signInWith(LoginMode mode, const QString &secret, const QString &failure = {})
     {
-        login->setLoginMode(mode);
-        (mode == LoginMode::email ? login->password : login->smsCode) = secret;
-        runTask(login->signIn()).get();
-        EXPECT_EQ(login->errorMessage().value_or(QString()), failure);
+        login.setLoginMode(mode);
+        (mode == LoginMode::email ? login.password : login.smsCode) = secret;
+        runTask(login.signIn()).get();
+        EXPECT_EQ(login.errorMessage().value_or(QString()), failure);
         EXPECT_EQ(appState.isAuthenticated(), failure.isEmpty());
     }
 
@@ -101,8 +93,8 @@ protected:
     std::unique_ptr<APIClient> client = makeClient();
     LogRecorder appLog;
     AppState appState {*client, *settings, appLog.sink()};
-    ManualTimer *timer = nullptr;
-    std::unique_ptr<LoginModel> login;
+    ManualTimer *timer = new ManualTimer; // owned by the login model
+    LoginModel login {*client, *settings, appState, std::unique_ptr<RepeatingTimer>(timer)};
 };
 
 TEST_F(Session, EmailSignInIsKeptAcrossStartsUntilSignOutOrRejection)
@@ -115,12 +107,12 @@ TEST_F(Session, EmailSignInIsKeptAcrossStartsUntilSignOutOrRejection)
     EXPECT_FALSE(first.isAuthenticated());
     EXPECT_TRUE(clientLog.lines->isEmpty()) << "no request may be made";
 
-    login->email = email;
+    login.email = email;
     signInWith(LoginMode::email, u"wrong"_s, u"登录失败：用户名或密码错误"_s);
     expectSignedOut();
-    QSignalSpy loading(login.get(), &LoginModel::isLoadingChanged);
+    QSignalSpy loading(&login, &LoginModel::isLoadingChanged);
     signInWith(LoginMode::email, password);
-    EXPECT_FALSE(login->isLoading());
+    EXPECT_FALSE(login.isLoading());
     EXPECT_EQ(loading.count(), 2);
     EXPECT_EQ(appState.currentUser().value().email, email);
     EXPECT_EQ(client->accessToken(), settings->accessToken());
@@ -145,36 +137,36 @@ TEST_F(Session, EmailSignInIsKeptAcrossStartsUntilSignOutOrRejection)
 
 TEST_F(Session, PhoneSignInWithTextedCodeResendCountdownAndSignUpPage)
 {
-    login->phone = phone;
+    login.phone = phone;
     signInWith(LoginMode::phone, u"000000x"_s, u"登录失败"_s);
 
     // A number without an account is answered as any other; asking again within the
     // minute is refused, and says so.
-    login->phone = u"19999999999"_s;
-    runTask(login->sendCode()).get();
-    EXPECT_FALSE(login->errorMessage());
-    runTask(login->sendCode()).get();
-    EXPECT_EQ(login->errorMessage(), u"发送验证码失败"_s);
+    login.phone = u"19999999999"_s;
+    runTask(login.sendCode()).get();
+    EXPECT_FALSE(login.errorMessage());
+    runTask(login.sendCode()).get();
+    EXPECT_EQ(login.errorMessage(), u"发送验证码失败"_s);
     EXPECT_FALSE(server->log().contains(u"SMS code for 19999999999"_s)) << "no text is sent";
 
-    login->phone = phone;
+    login.phone = phone;
     const qsizetype logFrom = server->log().size();
-    runTask(login->sendCode()).get();
-    ASSERT_FALSE(login->errorMessage()) << login->errorMessage()->toStdString();
-    EXPECT_TRUE(login->smsSent());
+    runTask(login.sendCode()).get();
+    ASSERT_FALSE(login.errorMessage()) << login.errorMessage()->toStdString();
+    EXPECT_TRUE(login.smsSent());
     EXPECT_EQ(timer->interval, std::chrono::seconds(1));
-    QSignalSpy countdown(login.get(), &LoginModel::smsCountdownChanged);
+    QSignalSpy countdown(&login, &LoginModel::smsCountdownChanged);
     for (int left = 60; left > 0; --left) {
-        ASSERT_EQ(login->smsCountdown(), left);
+        ASSERT_EQ(login.smsCountdown(), left);
         ASSERT_TRUE(timer->isActive());
         timer->fire();
     }
-    EXPECT_EQ(login->smsCountdown(), 0);
+    EXPECT_EQ(login.smsCountdown(), 0);
     EXPECT_FALSE(timer->isActive());
     EXPECT_EQ(countdown.count(), 60);
     // The service has its own minute: asking again sooner is refused, and texts nothing.
-    runTask(login->sendCode()).get();
-    EXPECT_EQ(login->errorMessage(), u"发送验证码失败"_s);
+    runTask(login.sendCode()).get();
+    EXPECT_EQ(login.errorMessage(), u"发送验证码失败"_s);
 
     const auto sms = server->waitForLog(
         QRegularExpression(u"SMS code for "_s + phone + u": (\\d{6})"_s), logFrom);
@@ -185,15 +177,15 @@ TEST_F(Session, PhoneSignInWithTextedCodeResendCountdownAndSignUpPage)
     signInWith(LoginMode::phone, sms->captured(1), u"登录失败"_s); // the code is spent
 
     // The sign-up link leads to the service's own page, which is really there.
-    EXPECT_EQ(login->signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
+    EXPECT_EQ(login.signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
     QUrl opened;
-    login->openSignUpPage([&](const QUrl &url) { return (opened = url).isValid(); });
-    EXPECT_EQ(opened, login->signUpUrl());
+    login.openSignUpPage([&](const QUrl &url) { return (opened = url).isValid(); });
+    EXPECT_EQ(opened, login.signUpUrl());
     LogRecorder pageLog;
     APIClient site(opened.adjusted(QUrl::RemoveFilename), {}, pageLog.sink());
     runTask(site.get<wire::EmptyResponse>(u"/signup"_s));
     EXPECT_TRUE(pageLog.lines->value(1).startsWith(u"[APIClient] GET Response: 200 ("_s))
         << pageLog.lines->join(u'\n').toStdString();
-    login->openSignUpPage([](const QUrl &) { return false; });
-    EXPECT_EQ(login->errorMessage(), u"无法打开官网注册页"_s);
+    login.openSignUpPage([](const QUrl &) { return false; });
+    EXPECT_EQ(login.errorMessage(), u"无法打开官网注册页"_s);
 }

@@ -70,11 +70,6 @@ void ServerCommand::kill()
     log();
 }
 
-QUrl ServerProcess::apiBaseUrl() const
-{
-    return QUrl(u"http://127.0.0.1:%1/api"_s.arg(m_port));
-}
-
 bool ServerProcess::addUser(const QString &email, const QString &phone, const QString &password,
                             QString *error)
 {
@@ -90,18 +85,18 @@ bool ServerProcess::addUser(const QString &email, const QString &phone, const QS
     return ok;
 }
 
-bool ServerProcess::start(QString *error)
+bool ServerProcess::start(QString *error, const QStringList &extra)
 {
     m_server = std::make_unique<ServerCommand>(
-        QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()});
-    const auto match
-        = m_server->waitForLog(QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s),
-                               0, std::chrono::seconds(10));
+        QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()} + extra);
+    const auto match = m_server->waitForLog(
+        QRegularExpression(u"listening on (https?://127\\.0\\.0\\.1:\\d+)"_s), 0,
+        std::chrono::seconds(10));
     if (!match && error)
         *error = u"server did not start:\n"_s + m_server->log();
     if (!match)
         stop();
-    m_port = match ? match->captured(1).toInt() : 0;
+    m_apiBaseUrl = match ? QUrl(match->captured(1) + u"/api"_s) : QUrl();
     return match.has_value();
 }
 

@@ -52,8 +52,8 @@ public:
     // Runs `add-user`, before or after start(); on failure fills `error` with its log.
     bool addUser(const QString &email, const QString &phone, const QString &password,
                  QString *error = nullptr);
-    // Starts `serve --port 0` and waits until it names its port.
-    bool start(QString *error = nullptr);
+    // Starts `serve --port 0` with `extra` and waits until it names its address.
+    bool start(QString *error = nullptr, const QStringList &extra = {});
     void stop()
     {
         if (m_server)
@@ -61,7 +61,7 @@ public:
     }
 
     // The API root the client is configured with: http://127.0.0.1:<port>/api
-    QUrl apiBaseUrl() const;
+    QUrl apiBaseUrl() const { return m_apiBaseUrl; }
     QString databasePath() const { return m_directory.filePath(QStringLiteral("kavel.db")); }
 
     // What the server has written since it was last started.
@@ -76,7 +76,7 @@ public:
 private:
     QTemporaryDir m_directory;
     std::unique_ptr<ServerCommand> m_server;
-    int m_port = 0;
+    QUrl m_apiBaseUrl;
 };
 
 } // namespace kavel::test
