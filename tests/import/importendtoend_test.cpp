@@ -97,11 +97,9 @@ protected:
     static void whenPolling(EditorViewModel &vm, std::function<void()> action)
     {
         QObject::connect(&vm, &EditorViewModel::transcriptionStepChanged, &vm,
-                         [&vm, action = std::move(action), done = false]() mutable {
-                             if (!done && vm.transcriptionStep() == u"语音识别中"_s) {
-                                 done = true;
-                                 action();
-                             }
+                         [&vm, action = std::move(action)]() mutable {
+                             if (action && vm.transcriptionStep() == u"语音识别中"_s)
+                                 std::exchange(action, nullptr)();
                          });
     }
 
@@ -167,8 +165,8 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
 {
     // Not sound at all: the converter cannot open it, so it goes up as it is, and the
     // server cannot decode it.
-    const QString broken = projects.filePath(u"broken.wav"_s);
-    writeFile(broken, QByteArray(4096, 'x'));
+    const QUrl broken = QUrl::fromLocalFile(projects.filePath(u"broken.wav"_s));
+    writeFile(broken.toLocalFile(), QByteArray(4096, 'x'));
     ServerProcess own;
     QString error;
     ASSERT_TRUE(own.addUser(u"b@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
@@ -192,12 +190,7 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
         QString status; // a pattern: the reason must say something
         bool announced;
     } cases[] = {
-        {"undecodable",
-         QUrl::fromLocalFile(broken),
-         api.get(),
-         {},
-         u"^语音识别失败: .{5,}"_s,
-         true},
+        {"undecodable", broken, api.get(), {}, u"^语音识别失败: .{5,}"_s, true},
         {"forgotten", media(u"speech.wav"_s), api.get(), forgetTasks,
          u"^语音识别任务已失效（可能服务器已重启），请重新导入视频再试。$"_s, false},
         {"server gone", media(u"speech.wav"_s), &ownClient, [&own] { own.stop(); },

@@ -1,6 +1,7 @@
 #include "generatedmedia.h"
 #include "pgcluster.h"
 #include "support/serverprocess.h"
+#include "support/testenvironment.h"
 
 #include <QDeadlineTimer>
 #include <QFile>
@@ -42,15 +43,11 @@ protected:
         // Answers at once, unless the hold file exists: then it says so and waits for the
         // file to go, which keeps a task in hand for as long as the test needs.
         const QString recognizer = dir.filePath(u"recognize.sh"_s);
-        QFile script(recognizer);
-        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\n"
-                     "if [ -e \"$HOLD\" ]; then touch \"$HOLD.seen\";"
-                     " while [ -e \"$HOLD\" ]; do sleep 0.05; done; fi\n"
-                     "echo '{\"words\":[{\"text\":\"hello\",\"start\":0.1,\"end\":0.3},"
-                     "{\"text\":\"world\",\"start\":0.35,\"end\":0.5}]}'\n");
-        script.close();
-        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        writeFile(recognizer, R"sh(#!/bin/sh
+if [ -e "$HOLD" ]; then touch "$HOLD.seen"; while [ -e "$HOLD" ]; do sleep 0.05; done; fi
+echo '{"words":[{"text":"hello","start":0.1,"end":0.3},{"text":"world","start":0.35,"end":0.5}]}'
+)sh");
+        QFile::setPermissions(recognizer, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         environment.insert(u"HOLD"_s, holdFile);
         QFile toneFile(makeTone(dir.path(), u"tone.wav"_s, 0.5));
         ASSERT_TRUE(toneFile.open(QIODevice::ReadOnly));

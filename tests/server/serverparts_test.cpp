@@ -21,15 +21,6 @@ using namespace kavel::server;
 using namespace kavel::test;
 using namespace Qt::StringLiterals;
 
-namespace {
-
-std::string path(const QTemporaryDir &dir, const char *name)
-{
-    return dir.filePath(QString::fromLatin1(name)).toStdString();
-}
-
-} // namespace
-
 TEST(Credentials, PasswordsAndTokensAreNeverStoredAsGiven)
 {
     credentials::initialise();
@@ -107,7 +98,8 @@ TEST(AudioDecoding, AnyCommonFormatBecomes16kHzMono)
     const QString garbage = dir.filePath(u"garbage.m4a"_s);
     writeFile(garbage, "definitely not audio");
     EXPECT_THROW(decodeAudioForRecognition(garbage.toStdString()), AudioDecodeError);
-    EXPECT_THROW(decodeAudioForRecognition(path(dir, "absent.wav")), AudioDecodeError);
+    EXPECT_THROW(decodeAudioForRecognition(dir.filePath(u"absent.wav"_s).toStdString()),
+                 AudioDecodeError);
 }
 
 namespace {
@@ -115,13 +107,10 @@ namespace {
 // A recognizer command written as a shell script in `dir`.
 std::string script(const QTemporaryDir &dir, const char *name, const std::string &body)
 {
-    const std::string file = path(dir, name);
-    QFile out(QString::fromStdString(file));
-    EXPECT_TRUE(out.open(QIODevice::WriteOnly));
-    out.write(QByteArray::fromStdString("#!/bin/sh\n" + body + "\n"));
-    out.close();
-    out.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    return file;
+    const QString file = dir.filePath(QString::fromLatin1(name));
+    writeFile(file, QByteArray::fromStdString("#!/bin/sh\n" + body + "\n"));
+    QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return file.toStdString();
 }
 
 // Names the WAV file's size and format, so a test sees what the command was given.

@@ -22,9 +22,7 @@ std::optional<int> postStatus(APIClient &client, const QString &path, const QJso
 
 } // namespace
 
-class APIClientAgainstServer : public RealServerSuite
-{
-};
+using APIClientAgainstServer = RealServerSuite;
 
 TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
 {
