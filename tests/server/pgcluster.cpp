@@ -16,18 +16,16 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The newest installed server's programs.
+// The newest installed server's programs (versions since 10 sort as text).
 QString serverBinaries()
 {
-    QString found;
     const QDir versions(u"/usr/lib/postgresql"_s);
-    for (const QString &version : versions.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString bin = versions.filePath(version + u"/bin"_s);
-        if (QFileInfo::exists(bin + u"/initdb"_s)
-            && (found.isEmpty() || version.toInt() > QFileInfo(found).dir().dirName().toInt()))
-            found = bin;
+    for (const QString &version :
+         versions.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name | QDir::Reversed)) {
+        if (QFileInfo::exists(versions.filePath(version + u"/bin/initdb"_s)))
+            return versions.filePath(version + u"/bin"_s);
     }
-    return found;
+    return {};
 }
 
 // Runs as `user` (when the tests are root) and dies with the test program.

@@ -113,15 +113,6 @@ std::string script(const QTemporaryDir &dir, const char *name, const std::string
     return file.toStdString();
 }
 
-// Names the WAV file's size and format, so a test sees what the command was given.
-std::string describingCommand(const QTemporaryDir &dir)
-{
-    return script(
-        dir, "bytes.sh",
-        R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5}]}' \
-             "$(stat -c %s "$1")-$(head -c 4 "$1")-$(od -An -tu4 -j24 -N4 "$1" | tr -d ' ')")sh");
-}
-
 // Words with their times to the microsecond and a * on fillers, to compare in one go.
 QString shown(const std::vector<RecognizedWord> &words)
 {
@@ -146,10 +137,14 @@ std::vector<std::int16_t> humWithPauses()
 
 } // namespace
 
-TEST(RecognizerCommand, EachStretchIsAWavWhoseWordsAreShiftedToItsPlaceAlsoWhenRecognisedAtOnce)
+TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGiveTheReason)
 {
     QTemporaryDir dir;
-    const std::string command = describingCommand(dir);
+    // Names the WAV file's size and format, so the test sees what the command was given.
+    const std::string command = script(
+        dir, "bytes.sh",
+        R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5}]}' \
+             "$(stat -c %s "$1")-$(head -c 4 "$1")-$(od -An -tu4 -j24 -N4 "$1" | tr -d ' ')")sh");
     const auto make = [&command] {
         return std::make_unique<CommandRecognizer>(command, std::chrono::seconds(20));
     };
@@ -173,11 +168,7 @@ TEST(RecognizerCommand, EachStretchIsAWavWhoseWordsAreShiftedToItsPlaceAlsoWhenR
                   expected.join(u' '))
             << threads << " threads";
     }
-}
 
-TEST(RecognizerCommand, FailuresBecomeTheTasksReason)
-{
-    QTemporaryDir dir;
     const struct
     {
         const char *body;
@@ -189,20 +180,19 @@ TEST(RecognizerCommand, FailuresBecomeTheTasksReason)
         {R"sh(echo '{"words":[{"text":"a","start":2,"end":1}]}')sh", "did not print"},
         {"exec sleep 30", "took longer than 1 s"},
     };
-    const std::atomic<bool> cancel = false;
     for (const auto &[body, reason] : cases) {
-        const std::string command = script(dir, "fails.sh", body);
-        const auto make = [&] {
-            return std::make_unique<CommandRecognizer>(command, std::chrono::seconds(1),
+        const std::string failing = script(dir, "fails.sh", body);
+        const auto makeFailing = [&] {
+            return std::make_unique<CommandRecognizer>(failing, std::chrono::seconds(1),
                                                        dir.path().toStdString());
         };
         // One failed stretch fails the whole recording, also among several at once.
         for (const bool parallel : {false, true}) {
             const std::unique_ptr<SpeechRecognizer> recognizer = parallel
-                ? std::make_unique<ParallelRecognizer>(make, 2)
-                : std::unique_ptr<SpeechRecognizer>(make());
+                ? std::make_unique<ParallelRecognizer>(makeFailing, 2)
+                : std::unique_ptr<SpeechRecognizer>(makeFailing());
             try {
-                recognizer->recognize(humWithPauses(), cancel);
+                recognizer->recognize(samples, cancel);
                 ADD_FAILURE() << body;
             } catch (const RecognitionError &error) {
                 EXPECT_NE(std::string(error.what()).find(reason), std::string::npos)

@@ -15,29 +15,21 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Ticks only when the test says so.
-class ManualTimer final : public RepeatingTimer
+// Ticks only when the test calls `tick`.
+struct ManualTimer final : RepeatingTimer
 {
-public:
     void start(std::chrono::milliseconds every, std::function<void()> onTick) override
     {
         interval = every;
-        m_onTick = std::move(onTick);
+        tick = std::move(onTick);
         active = true;
     }
     void stop() override { active = false; }
     bool isActive() const override { return active; }
-    void fire()
-    {
-        if (active)
-            m_onTick();
-    }
 
     bool active = false;
     std::chrono::milliseconds interval {0};
-
-private:
-    std::function<void()> m_onTick;
+    std::function<void()> tick;
 };
 
 std::unique_ptr<Settings> settingsIn(const QTemporaryDir &dir)
@@ -159,7 +151,7 @@ TEST_F(Session, PhoneSignInWithTextedCodeResendCountdownAndSignUpPage)
     for (int left = 60; left > 0; --left) {
         ASSERT_EQ(login.smsCountdown(), left);
         ASSERT_TRUE(timer->isActive());
-        timer->fire();
+        timer->tick();
     }
     EXPECT_EQ(login.smsCountdown(), 0);
     EXPECT_FALSE(timer->isActive());
