@@ -23,6 +23,7 @@ protected:
     void SetUp() override
     {
         credentials::initialise();
+        std::string location;
         if (std::string(GetParam()) == "sqlite") {
             location = dir.filePath(QStringLiteral("k.db")).toStdString();
         } else {
@@ -36,7 +37,6 @@ protected:
 
     static inline std::unique_ptr<PgCluster> cluster;
     QTemporaryDir dir;
-    std::string location;
     std::unique_ptr<Store> store;
 };
 
@@ -154,9 +154,7 @@ TEST(SqliteStore, FilesAreTheOwnersAloneAndOldFilesAreAdopted)
     store = openStore(fresh);
     store->addUser("p@b.c", std::nullopt, std::nullopt, "hash");
     for (const std::string &file : {fresh, fresh + "-wal"}) {
-        struct stat info
-        {
-        };
+        struct stat info = {};
         ASSERT_EQ(::stat(file.c_str(), &info), 0) << file;
         EXPECT_EQ(info.st_mode & 0777, 0600u) << file;
     }
