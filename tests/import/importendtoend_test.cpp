@@ -3,11 +3,11 @@
 
 #include "editor/editorviewmodel.h"
 #include "generatedmedia.h"
+#include "importfakes.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
 #include "model/timeline.h"
 #include "playback/playbackclock.h"
-#include "recordingnotifier.h"
 #include "service/apiclient.h"
 #include "service/httpstub.h"
 #include "support/servicefixture.h"
@@ -53,17 +53,16 @@ protected:
     {
         RealServerSuite::SetUpTestSuite();
         s_media = new QTemporaryDir;
-        const QDir d(s_media->path());
-        QProcess flite;
-        flite.start(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, d.filePath(u"speech.wav"_s)});
-        flite.waitForFinished(60000);
-        runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s, u"color=c=navy:s=160x90:r=25"_s, u"-i"_s,
-                   d.filePath(u"speech.wav"_s), u"-shortest"_s, u"-c:v"_s, u"libx264"_s,
-                   u"-preset"_s, u"ultrafast"_s, u"-pix_fmt"_s, u"yuv420p"_s, u"-c:a"_s, u"aac"_s,
-                   d.filePath(u"Interview.mp4"_s)});
+        const QString speech = s_media->filePath(u"speech.wav"_s);
+        QProcess::execute(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech});
+        // The folder's path has no spaces, so the command lines split at them.
+        const auto ffmpeg = [](const QString &arguments) {
+            runFfmpeg(arguments.arg(s_media->path()).split(u' '));
+        };
+        ffmpeg(u"-f lavfi -i color=c=navy:s=160x90:r=25 -i %1/speech.wav -shortest -c:v libx264 "
+               "-preset ultrafast -pix_fmt yuv420p -c:a aac %1/Interview.mp4"_s);
         // At the WAV's own 8 kHz, lame keeps too little of the voice to be recognised well.
-        runFfmpeg({u"-i"_s, d.filePath(u"speech.wav"_s), u"-ar"_s, u"22050"_s, u"-c:a"_s,
-                   u"libmp3lame"_s, u"-b:a"_s, u"64k"_s, d.filePath(u"speech.mp3"_s)});
+        ffmpeg(u"-i %1/speech.wav -ar 22050 -c:a libmp3lame -b:a 64k %1/speech.mp3"_s);
         s_engine = new media::mlt::MltMediaEngine;
     }
 
@@ -98,11 +97,9 @@ protected:
     static void whenPolling(EditorViewModel &vm, std::function<void()> action)
     {
         QObject::connect(&vm, &EditorViewModel::transcriptionStepChanged, &vm,
-                         [&vm, action = std::move(action), done = false]() mutable {
-                             if (!done && vm.transcriptionStep() == u"语音识别中"_s) {
-                                 done = true;
-                                 action();
-                             }
+                         [&vm, action = std::move(action)]() mutable {
+                             if (action && vm.transcriptionStep() == u"语音识别中"_s)
+                                 std::exchange(action, nullptr)();
                          });
     }
 
@@ -119,9 +116,11 @@ protected:
 
 void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
 {
+    const QList<WordBlock> words = flattenParagraphs(paragraphs);
+    ASSERT_FALSE(words.isEmpty());
     QStringList heard;
     double previousEnd = 0.0;
-    for (const WordBlock &word : flattenParagraphs(paragraphs)) {
+    for (const WordBlock &word : words) {
         heard.append(word.text);
         EXPECT_EQ(word.sourceFileId, source);
         // The recogniser's silence and noise markers are not words.
@@ -133,9 +132,7 @@ void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
     const QStringList expected = spokenWords();
     EXPECT_GE(wordsInOrder(expected, heard), expected.size() * 6 / 10)
         << heard.join(u' ').toStdString();
-    ASSERT_FALSE(heard.isEmpty());
     // flite speaks the sentence in about five seconds from the very start.
-    const QList<WordBlock> words = flattenParagraphs(paragraphs);
     EXPECT_LT(words.first().mediaStart, 1.0);
     EXPECT_GT(words.last().mediaEnd, 3.5);
     EXPECT_LT(words.last().mediaEnd, 6.0);
@@ -159,10 +156,7 @@ TEST_F(ImportEndToEnd, SpokenAudioFilesBecomeTranscriptsOfTheirOwnProjects)
         EXPECT_TRUE(QDir(vm->project()->cacheDirectory()).isEmpty(QDir::Files))
             << "the upload copy is removed";
     }
-    EXPECT_EQ(
-        log.lines->filter(QRegularExpression(u"^\\[AudioExtract\\] Completed: audio_.*\\.m4a$"_s))
-            .size(),
-        2);
+    EXPECT_EQ(log.lines->filter(u"[AudioExtract] Completed: audio_"_s).size(), 2) << "converted";
     const QPair<QString, QString> ready {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s};
     EXPECT_EQ(notifier.delivered, (QList<QPair<QString, QString>> {ready, ready}));
 }
@@ -171,8 +165,8 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
 {
     // Not sound at all: the converter cannot open it, so it goes up as it is, and the
     // server cannot decode it.
-    const QString broken = projects.filePath(u"broken.wav"_s);
-    writeFile(broken, QByteArray(4096, 'x'));
+    const QUrl broken = QUrl::fromLocalFile(projects.filePath(u"broken.wav"_s));
+    writeFile(broken.toLocalFile(), QByteArray(4096, 'x'));
     ServerProcess own;
     QString error;
     ASSERT_TRUE(own.addUser(u"b@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
@@ -187,21 +181,20 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
         EXPECT_EQ(sqlite3_exec(db, "DELETE FROM tasks", nullptr, nullptr, nullptr), SQLITE_OK);
         sqlite3_close(db);
     };
-    const QString failed = u"语音识别失败: "_s;
     const struct
     {
         const char *name;
         QUrl file;
         service::APIClient *client;
         std::function<void()> whilePolling;
-        QString status; // the exact text, or else the failure prefix with a reason after it
-        int minimumReason; // characters of that reason
+        QString status; // a pattern: the reason must say something
         bool announced;
     } cases[] = {
-        {"undecodable", QUrl::fromLocalFile(broken), api.get(), {}, {}, 5, true},
+        {"undecodable", broken, api.get(), {}, u"^语音识别失败: .{5,}"_s, true},
         {"forgotten", media(u"speech.wav"_s), api.get(), forgetTasks,
-         u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s, 0, false},
-        {"server gone", media(u"speech.wav"_s), &ownClient, [&own] { own.stop(); }, {}, 1, false},
+         u"^语音识别任务已失效（可能服务器已重启），请重新导入视频再试。$"_s, false},
+        {"server gone", media(u"speech.wav"_s), &ownClient, [&own] { own.stop(); },
+         u"^语音识别失败: .+"_s, false},
     };
     for (const auto &c : cases) {
         notifier.delivered.clear();
@@ -209,61 +202,63 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
         if (c.whilePolling)
             whenPolling(*vm, c.whilePolling);
         import(*vm, {c.file});
-        const QString status = vm->processingStatus();
         EXPECT_EQ(vm->project()->status(), ProjectStatus::failed) << c.name;
-        EXPECT_FALSE(vm->isProcessing()) << c.name;
-        EXPECT_TRUE(vm->transcriptionStep().isEmpty()) << c.name;
-        if (!c.status.isEmpty()) {
-            EXPECT_EQ(status, c.status) << c.name;
-        } else {
-            EXPECT_TRUE(status.startsWith(failed)) << c.name << status.toStdString();
-            EXPECT_GE(status.size() - failed.size(), c.minimumReason)
-                << c.name << ": " << status.toStdString();
-        }
-        using Notes = QList<QPair<QString, QString>>;
-        const Notes announced {{u"Kavel"_s, u"语音识别失败，请重试。"_s}};
-        EXPECT_EQ(notifier.delivered, c.announced ? announced : Notes {}) << c.name;
+        EXPECT_FALSE(vm->isProcessing() || !vm->transcriptionStep().isEmpty()) << c.name;
+        EXPECT_TRUE(QRegularExpression(c.status).match(vm->processingStatus()).hasMatch())
+            << c.name << ": " << vm->processingStatus().toStdString();
+        EXPECT_EQ(notifier.delivered.size(), c.announced ? 1 : 0) << c.name;
+        EXPECT_TRUE(!c.announced || notifier.delivered.value(0).second == u"语音识别失败，请重试。")
+            << c.name;
     }
     EXPECT_TRUE(log.lines->contains(
         u"[AudioExtract] No compatible preset for .wav, using source directly"_s));
 }
 
-QProcessEnvironment cliEnvironment(const QString &projects)
+struct CliRun
+{
+    int exitCode = -1;
+    QString output, errors;
+};
+
+// `kavel-cli import` with its projects in `projects`, away from any desktop bus. The
+// event loop runs meanwhile, since a stand-in service answers from it.
+CliRun importWithCli(const QString &projects, const QStringList &arguments)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"KAVEL_PROJECTS_DIR"_s, projects);
     environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
-    return environment;
+    QProcess cli;
+    cli.setProcessEnvironment(environment);
+    cli.start(programPath(u"kavel-cli"_s), QStringList {u"import"_s} + arguments);
+    QElapsedTimer waited;
+    waited.start();
+    while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    if (cli.state() != QProcess::NotRunning)
+        return {-1, {}, u"kavel-cli hung"_s};
+    return {cli.exitStatus() == QProcess::NormalExit ? cli.exitCode() : -1,
+            QString::fromUtf8(cli.readAllStandardOutput()),
+            QString::fromUtf8(cli.readAllStandardError())};
 }
 
 TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
 {
-    QProcess cli;
-    const QProcessEnvironment environment = cliEnvironment(projects.path());
-    cli.setProcessEnvironment(environment);
-    cli.start(programPath(u"kavel-cli"_s),
-              {u"import"_s, media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s,
-               server->apiBaseUrl().toString(), u"--email"_s, email, u"--password"_s, password});
-    ASSERT_TRUE(cli.waitForFinished(60000));
-    const QString errors = QString::fromUtf8(cli.readAllStandardError());
-    ASSERT_EQ(cli.exitCode(), 0) << errors.toStdString();
+    const QString url = server->apiBaseUrl().toString();
+    const CliRun run = importWithCli(projects.path(),
+                                     {media(u"Interview.mp4"_s).toLocalFile(), u"--server"_s, url,
+                                      u"--email"_s, email, u"--password"_s, password});
+    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
     EXPECT_TRUE(
-        errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
-        << errors.toStdString();
-
-    const QString bundle = QString::fromUtf8(cli.readAllStandardOutput()).trimmed();
+        run.errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
+        << run.errors.toStdString();
+    const QString bundle = run.output.trimmed();
     EXPECT_TRUE(bundle.startsWith(projects.path() + u"/项目_"_s)) << bundle.toStdString();
     const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     expectSpeech(project->paragraphs(), project->metadata().sourceFiles.first().id);
 
     // Without a session or credentials nothing is created.
-    QProcess signedOut;
-    signedOut.setProcessEnvironment(environment);
-    signedOut.start(programPath(u"kavel-cli"_s),
-                    {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
-                     server->apiBaseUrl().toString()});
-    ASSERT_TRUE(signedOut.waitForFinished(60000));
-    EXPECT_EQ(signedOut.exitCode(), 1);
+    const QStringList signedOut {media(u"speech.wav"_s).toLocalFile(), u"--server"_s, url};
+    EXPECT_EQ(importWithCli(projects.path(), signedOut).exitCode, 1);
     EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
 }
 
@@ -299,24 +294,16 @@ TEST_F(ImportEndToEnd, CommandLineImportNeverHangsOnABrokenService)
         QUrl base = stub.apiBaseUrl();
         if (c.status == 0 && c.behaviour == B::reply)
             base.setPort(1); // nothing listens there
-        QProcess cli;
-        cli.setProcessEnvironment(cliEnvironment(folder.path()));
-        cli.start(programPath(u"kavel-cli"_s),
-                  {u"import"_s, media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
-                   base.toString(), u"--email"_s, email, u"--password"_s, password, u"--timeout"_s,
-                   u"4"_s});
-        // The stub answers from this process's event loop.
-        QElapsedTimer waited;
-        waited.start();
-        while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        ASSERT_EQ(cli.state(), QProcess::NotRunning) << c.name;
-        const QString errors = QString::fromUtf8(cli.readAllStandardError());
-        EXPECT_EQ(cli.exitCode(), 1) << c.name;
-        EXPECT_TRUE(errors.contains(u"kavel-cli: "_s + c.says)) << c.name << errors.toStdString();
+        const CliRun run = importWithCli(folder.path(),
+                                         {media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
+                                          base.toString(), u"--email"_s, email, u"--password"_s,
+                                          password, u"--timeout"_s, u"4"_s});
+        EXPECT_EQ(run.exitCode, 1) << c.name;
+        EXPECT_TRUE(run.errors.contains(u"kavel-cli: "_s + c.says))
+            << c.name << run.errors.toStdString();
         EXPECT_TRUE(QDir(folder.path()).isEmpty()) << c.name;
         for (const QString &secret : {password, u"access_token"_s})
-            EXPECT_FALSE(errors.contains(secret)) << c.name;
+            EXPECT_FALSE(run.errors.contains(secret)) << c.name;
     }
 }
 

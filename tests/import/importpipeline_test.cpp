@@ -1,7 +1,6 @@
 #include "editor/editorviewmodel.h"
-#include "fakeaudioconverter.h"
+#include "importfakes.h"
 #include "model/timeline.h"
-#include "recordingnotifier.h"
 #include "service/apiclient.h"
 #include "service/httpstub.h"
 #include "support/fakeclock.h"
@@ -24,21 +23,36 @@ namespace {
 
 const QByteArray pending = R"({"task_id": "t-1", "status": "pending"})";
 
+// Paragraphs of "hello um" three seconds apart, numbered as no editor would number them.
 QByteArray completed(int paragraphs)
 {
-    QByteArray body = R"({"task_id": "t-1", "status": "completed", "paragraphs": [)";
-    for (int p = 0; p < paragraphs; ++p) {
-        const double at = p * 3.0;
-        body += QStringLiteral(R"(%1{"paragraph_id": "x", "speaker_label": "1", "word_blocks": [
-            {"text": "hello", "media_start": %2, "media_end": %3, "is_filler": false, "sort_order": 9},
-            {"text": "um", "media_start": %3, "media_end": %4, "is_filler": true, "sort_order": 9}]})")
-                    .arg(p ? u","_s : QString())
+    QStringList list;
+    for (double at = 0.0; at < paragraphs * 3.0; at += 3.0) {
+        list << uR"({"paragraph_id": "x", "speaker_label": "1", "word_blocks": [
+            {"text": "hello", "media_start": %1, "media_end": %2, "is_filler": false, "sort_order": 9},
+            {"text": "um", "media_start": %2, "media_end": %3, "is_filler": true, "sort_order": 9}]})"_s
                     .arg(at + 0.5)
                     .arg(at + 0.9)
-                    .arg(at + 1.2)
-                    .toUtf8();
+                    .arg(at + 1.2);
     }
-    return body + "]}";
+    return (uR"({"task_id": "t-1", "status": "completed", "paragraphs": [)"_s + list.join(u',')
+            + u"]}")
+        .toUtf8();
+}
+
+// Each paragraph as "order speaker: word@start/order ...", fillers starred.
+QStringList shown(const QList<Paragraph> &paragraphs)
+{
+    QStringList lines;
+    for (const Paragraph &paragraph : paragraphs) {
+        QString line = QString::number(paragraph.sortOrder) + u' '
+            + paragraph.speakerLabel.value_or(u"-"_s) + u':';
+        for (const WordBlock &w : paragraph.wordBlocks)
+            line += u' ' + w.text + u'@' + QString::number(w.mediaStart) + u'/'
+                + QString::number(w.sortOrder) + (w.isFiller ? u"*"_s : QString());
+        lines << line;
+    }
+    return lines;
 }
 
 // The editor over a stand-in service that answers every request alike, a converter that
@@ -101,9 +115,9 @@ protected:
     }
 
     // One poll interval passes; the next poll is answered with `reply`.
-    void poll(const QByteArray &reply = pending, int status = 200)
+    void poll(const QByteArray &reply = pending)
     {
-        stub.setReply(status, reply);
+        stub.setReply(200, reply);
         clock.advance(EditorViewModel::transcriptionPollSeconds);
         waitForNextSleep();
     }
@@ -123,13 +137,30 @@ protected:
     QStringList statuses;
     QStringList steps;
     QList<ProjectStatus> projectStates;
+
+    void expectFailed(const QString &status)
+    {
+        EXPECT_EQ(vm.processingStatus(), status);
+        EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
+        EXPECT_FALSE(vm.isProcessing());
+        EXPECT_TRUE(vm.transcriptionStep().isEmpty());
+    }
 };
 
 // Saving, announcing and removing the upload copy are followed against the real server
 // in importendtoend_test; here, each step in order, on a clock the test moves.
-TEST_F(ImportPipeline, TranscriptArrivesNumberedAndInThePlayer)
+TEST_F(ImportPipeline, PickedFilesArriveAsATranscriptNumberedAndInThePlayer)
 {
-    auto task = start({media(u"first.mp4"_s), media(u"second.mov"_s)});
+    // The signed-out side is shown by the home page's and the main window's tests.
+    vm.openFilePickerForImport(true);
+    EXPECT_FALSE(vm.showImportConfirm()) << "a cancelled picker changes nothing";
+    picked = {media(u"first.mp4"_s), media(u"second.mov"_s)};
+    vm.openFilePickerForImport(true);
+    ASSERT_EQ(pickerRequests.size(), 2);
+    EXPECT_TRUE(pickerRequests.first().allowsMultipleSelection);
+    EXPECT_TRUE(vm.showImportConfirm());
+
+    auto task = start(vm.pendingImportURLs());
     ASSERT_TRUE(vm.project());
     EXPECT_TRUE(vm.navigateToEditor());
     const QList<SourceFile> sources = vm.project()->metadata().sourceFiles;
@@ -138,9 +169,9 @@ TEST_F(ImportPipeline, TranscriptArrivesNumberedAndInThePlayer)
 
     // Only the first source is recognised, from its converted copy.
     ASSERT_EQ(stub.requests().size(), 2);
-    EXPECT_TRUE(stub.requests().first().startsWith("POST /api/media/transcribe "));
-    EXPECT_TRUE(stub.requests().first().contains("filename=\"audio_"));
-    EXPECT_TRUE(stub.requests().first().contains("converted audio"));
+    const QByteArray upload = stub.requests().first();
+    EXPECT_TRUE(upload.startsWith("POST /api/media/transcribe ") && upload.contains("audio_")
+                && upload.contains("converted audio"));
     EXPECT_TRUE(stub.requests().at(1).startsWith("GET /api/media/transcribe/t-1 "));
 
     poll();
@@ -161,22 +192,16 @@ TEST_F(ImportPipeline, TranscriptArrivesNumberedAndInThePlayer)
     EXPECT_FALSE(vm.isProcessing());
 
     // The service's paragraphs, numbered in order, with fresh ids for every paragraph and word.
-    ASSERT_EQ(vm.paragraphs().size(), 2);
+    EXPECT_EQ(shown(vm.paragraphs()),
+              (QStringList {u"0 1: hello@0.5/0 um@0.9/1*"_s, u"1 1: hello@3.5/0 um@3.9/1*"_s}));
     QSet<QUuid> ids;
-    for (qsizetype p = 0; p < 2; ++p) {
-        EXPECT_EQ(vm.paragraphs().at(p).sortOrder, p);
-        EXPECT_EQ(vm.paragraphs().at(p).speakerLabel, u"1"_s);
-        ids.insert(vm.paragraphs().at(p).id);
-        for (const WordBlock &w : vm.paragraphs().at(p).wordBlocks)
-            ids.insert(w.id);
+    for (const Paragraph &paragraph : vm.paragraphs())
+        ids.insert(paragraph.id);
+    for (const WordBlock &word : flattenParagraphs(vm.paragraphs())) {
+        ids.insert(word.id);
+        EXPECT_EQ(word.sourceFileId, sources.first().id);
     }
     EXPECT_EQ(ids.size(), 2 + 4);
-    const WordBlock &um = vm.paragraphs().at(1).wordBlocks.at(1);
-    EXPECT_EQ(um.text, u"um"_s);
-    EXPECT_TRUE(um.isFiller);
-    EXPECT_DOUBLE_EQ(um.mediaStart, 3.9);
-    EXPECT_EQ(um.sortOrder, 1);
-    EXPECT_EQ(um.sourceFileId, sources.first().id);
     EXPECT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(vm.paragraphs()));
 }
 
@@ -197,18 +222,17 @@ TEST_F(ImportPipeline, TheTranscriptGoesToTheImportsOwnBundleWhateverIsOpen)
 
     // The user opens the earlier project again while recognition runs.
     vm.openProject(earlier->bundleURL());
-    const QList<Paragraph> shown = vm.paragraphs();
+    const QList<Paragraph> onScreen = vm.paragraphs();
     poll(completed(1));
     runTask(std::move(task)).get();
 
     EXPECT_EQ(vm.project()->bundleURL(), earlier->bundleURL());
-    EXPECT_EQ(vm.paragraphs(), shown);
+    EXPECT_EQ(vm.paragraphs(), onScreen);
     EXPECT_EQ(KavelProject::load(earlier->bundleURL())->paragraphs(), earlier->paragraphs());
     const auto bundle = KavelProject::load(imported);
-    ASSERT_EQ(bundle->paragraphs().size(), 1);
-    EXPECT_EQ(bundle->paragraphs().first().wordBlocks.first().text, u"hello"_s);
+    EXPECT_EQ(shown(bundle->paragraphs()), QStringList {u"0 1: hello@0.5/0 um@0.9/1*"_s});
     // Every word names a recording of its own bundle.
-    for (const WordBlock &w : bundle->paragraphs().first().wordBlocks)
+    for (const WordBlock &w : flattenParagraphs(bundle->paragraphs()))
         EXPECT_TRUE(bundle->sourceFileURL(w.sourceFileId)) << w.text.toStdString();
 
     // Back in the imported project, the transcript is there and undo has nothing to undo.
@@ -217,8 +241,20 @@ TEST_F(ImportPipeline, TheTranscriptGoesToTheImportsOwnBundleWhateverIsOpen)
     EXPECT_FALSE(vm.undoManager().canUndo());
 }
 
-TEST_F(ImportPipeline, EstimateCountsDownThenAFailedResultSaysWhy)
+// The service's own failures (a forgotten task, a dropped connection) are covered against
+// a real server in importendtoend_test.
+TEST_F(ImportPipeline, FailedExtractionOrRecognitionSaysWhyAfterTheEstimateRunsOut)
 {
+    // A video whose sound cannot be extracted never reaches the service.
+    converter.completeAtOnce = false;
+    auto extraction = vm.importAndTranscribe({media(u"film.mkv"_s)});
+    converter.current().finish(media::ConversionStatus::failed);
+    runTask(std::move(extraction)).get();
+    expectFailed(u"语音识别失败: 音频提取失败"_s);
+    EXPECT_TRUE(stub.requests().isEmpty());
+    EXPECT_TRUE(notifier.delivered.isEmpty()) << "only a failed result is announced";
+
+    converter.completeAtOnce = true;
     auto task = start({media(u"talk.wav"_s)});
     for (int i = 0; i < 35; ++i)
         poll();
@@ -231,42 +267,9 @@ TEST_F(ImportPipeline, EstimateCountsDownThenAFailedResultSaysWhy)
 
     poll(R"({"task_id": "t-1", "status": "failed"})");
     runTask(std::move(task)).get();
-    EXPECT_EQ(vm.processingStatus(), u"语音识别失败: 未知错误"_s);
-    EXPECT_FALSE(vm.isProcessing());
-    EXPECT_TRUE(vm.transcriptionStep().isEmpty());
-    EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
+    expectFailed(u"语音识别失败: 未知错误"_s);
     EXPECT_EQ(notifier.delivered,
               (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
-}
-
-// The service's own failures (a failed task, a forgotten one, a dropped connection) are
-// covered against a real server in importendtoend_test.
-TEST_F(ImportPipeline, VideoWhoseSoundCannotBeExtractedNeverReachesTheService)
-{
-    converter.completeAtOnce = false;
-    auto task = vm.importAndTranscribe({media(u"film.mkv"_s)});
-    converter.current().finish(media::ConversionStatus::failed);
-    runTask(std::move(task)).get();
-    EXPECT_EQ(vm.processingStatus(), u"语音识别失败: 音频提取失败"_s);
-    EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
-    EXPECT_TRUE(vm.transcriptionStep().isEmpty());
-    EXPECT_TRUE(stub.requests().isEmpty());
-    EXPECT_TRUE(notifier.delivered.isEmpty()) << "only a failed result is announced";
-}
-
-// The signed-out side is shown by the home page's and the main window's tests.
-TEST_F(ImportPipeline, PickedFilesWaitForConfirmation)
-{
-    vm.openFilePickerForImport(true);
-    ASSERT_EQ(pickerRequests.size(), 1);
-    EXPECT_TRUE(pickerRequests.first().allowsMultipleSelection);
-    EXPECT_FALSE(vm.showImportConfirm()) << "a cancelled picker changes nothing";
-    EXPECT_TRUE(vm.pendingImportURLs().isEmpty());
-
-    picked = {media(u"x.mp4"_s), media(u"y.wav"_s)};
-    vm.openFilePickerForImport(true);
-    EXPECT_EQ(vm.pendingImportURLs(), picked);
-    EXPECT_TRUE(vm.showImportConfirm());
 }
 
 } // namespace

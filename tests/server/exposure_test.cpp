@@ -19,23 +19,17 @@ class ExposedServer : public ::testing::Test
 protected:
     void SetUp() override
     {
-        database = dir.filePath(u"k.db"_s);
-        ServerCommand addUser({u"add-user"_s, u"--database"_s, database, u"--email"_s,
-                               u"e@example.com"_s, u"--password"_s, u"pw"_s});
-        ASSERT_EQ(addUser.exitCode(), 0) << addUser.log().toStdString();
+        QString error;
+        ASSERT_TRUE(server.addUser(u"e@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
     }
 
     // Starts `serve` with `extra` and returns its port, or 0.
-    int start(const QStringList &extra = {}, const QString &scheme = u"http"_s)
+    int start(const QStringList &extra = {})
     {
-        server = std::make_unique<ServerCommand>(QStringList {u"serve"_s, u"--port"_s, u"0"_s,
-                                                              u"--workers"_s, u"0"_s,
-                                                              u"--database"_s, database}
-                                                 + extra);
-        const auto match
-            = server->waitForLog(QRegularExpression(scheme + u"://127\\.0\\.0\\.1:(\\d+)"_s));
-        EXPECT_TRUE(match) << server->log().toStdString();
-        return match ? match->captured(1).toInt() : 0;
+        QString error;
+        EXPECT_TRUE(server.start(&error, QStringList {u"--workers"_s, u"0"_s} + extra))
+            << error.toStdString();
+        return server.apiBaseUrl().port(0);
     }
 
     // What the server answers to raw request bytes, without sending any body; empty
@@ -55,8 +49,7 @@ protected:
     }
 
     QTemporaryDir dir;
-    QString database;
-    std::unique_ptr<ServerCommand> server;
+    ServerProcess server;
 };
 
 std::string loginBody(const std::string &account, const std::string &password)
@@ -68,6 +61,7 @@ std::string loginBody(const std::string &account, const std::string &password)
 
 TEST_F(ExposedServer, CommandsRefuseWhatIsUnsafeOrIncomplete)
 {
+    const QString database = server.databasePath();
     const QStringList serve {u"serve"_s, u"--port"_s, u"0"_s, u"--database"_s, database};
     const QStringList addUser {u"add-user"_s, u"--database"_s, database, u"--password"_s, u"x"_s};
     const struct
@@ -104,14 +98,13 @@ TEST_F(ExposedServer, ServesHttpsWithTheGivenCertificate)
 {
     const QString cert = dir.filePath(u"cert.pem"_s);
     const QString key = dir.filePath(u"key.pem"_s);
-    QProcess openssl;
-    openssl.start(u"openssl"_s,
-                  {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s,
-                   u"1"_s, u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s,
-                   u"subjectAltName=IP:127.0.0.1"_s, u"-keyout"_s, key, u"-out"_s, cert});
-    ASSERT_TRUE(openssl.waitForFinished(60000) && openssl.exitCode() == 0)
-        << openssl.readAllStandardError().toStdString();
-    const int port = start({u"--tls-cert"_s, cert, u"--tls-key"_s, key}, u"https"_s);
+    ASSERT_EQ(QProcess::execute(u"openssl"_s,
+                                u"req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 "
+                                "-addext subjectAltName=IP:127.0.0.1"_s.split(u' ')
+                                    << u"-keyout"_s << key << u"-out"_s << cert),
+              0);
+    const int port = start({u"--tls-cert"_s, cert, u"--tls-key"_s, key});
+    EXPECT_EQ(server.apiBaseUrl().scheme(), u"https"_s);
     ASSERT_NE(port, 0);
 
     httplib::SSLClient client("127.0.0.1", port);
@@ -134,10 +127,10 @@ TEST_F(ExposedServer, BodiesAreRefusedFromTheirHeadersAlone)
     const auto signIn
         = client.Post("/api/auth/login", loginBody("e@example.com", "pw"), "application/json");
     ASSERT_TRUE(signIn && signIn->status == 200);
-    const QByteArray token = QJsonDocument::fromJson(QByteArray::fromStdString(signIn->body))
-                                 .object()[u"access_token"_s]
-                                 .toString()
-                                 .toUtf8();
+    const QByteArray token
+        = QJsonDocument::fromJson(QByteArray::fromStdString(signIn->body))[u"access_token"_s]
+              .toString()
+              .toUtf8();
 
     const QByteArray upload = "POST /api/media/transcribe HTTP/1.1\r\nHost: k\r\n"
                               "Content-Type: multipart/form-data; boundary=b\r\n";
@@ -175,8 +168,7 @@ TEST_F(ExposedServer, SignInsAreRateLimitedPerAccountAndPerAddress)
         ASSERT_TRUE(reply);
         if (reply->status == 429) {
             const int retryAfter = std::atoi(reply->get_header_value("Retry-After").c_str());
-            EXPECT_GE(retryAfter, 1);
-            EXPECT_LE(retryAfter, 60);
+            EXPECT_TRUE(retryAfter >= 1 && retryAfter <= 60) << retryAfter;
             break;
         }
         EXPECT_EQ(reply->status, 401);

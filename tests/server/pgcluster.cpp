@@ -6,10 +6,8 @@
 #include <csignal>
 #include <filesystem>
 #include <libpq-fe.h>
-#include <netinet/in.h>
 #include <pwd.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace kavel::test {
@@ -18,33 +16,16 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The newest installed server's programs.
+// The newest installed server's programs (versions since 10 sort as text).
 QString serverBinaries()
 {
-    QString found;
     const QDir versions(u"/usr/lib/postgresql"_s);
-    for (const QString &version : versions.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString bin = versions.filePath(version + u"/bin"_s);
-        if (QFileInfo::exists(bin + u"/initdb"_s)
-            && (found.isEmpty() || version.toInt() > QFileInfo(found).dir().dirName().toInt()))
-            found = bin;
+    for (const QString &version :
+         versions.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name | QDir::Reversed)) {
+        if (QFileInfo::exists(versions.filePath(version + u"/bin/initdb"_s)))
+            return versions.filePath(version + u"/bin"_s);
     }
-    return found;
-}
-
-int freeLoopbackPort()
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0
-        && ::getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0)
-        port = ntohs(address.sin_port);
-    ::close(fd);
-    return port;
+    return {};
 }
 
 // Runs as `user` (when the tests are root) and dies with the test program.
@@ -93,13 +74,11 @@ PgCluster::PgCluster()
         m_error = u"initdb failed: "_s + QString::fromLocal8Bit(initdb.readAll());
         return;
     }
-    m_port = freeLoopbackPort();
     prepareChild(m_server, user);
     m_server.setProcessChannelMode(QProcess::MergedChannels);
     m_server.start(bin + u"/postgres"_s,
-                   {u"-D"_s, data, u"-p"_s, QString::number(m_port), u"-k"_s, m_directory.path(),
-                    u"-c"_s, u"listen_addresses=127.0.0.1"_s, u"-c"_s, u"fsync=off"_s, u"-c"_s,
-                    u"max_connections=60"_s});
+                   {u"-D"_s, data, u"-k"_s, m_directory.path(), u"-c"_s, u"listen_addresses="_s,
+                    u"-c"_s, u"fsync=off"_s, u"-c"_s, u"max_connections=60"_s});
     const std::string probe = url("postgres");
     QDeadlineTimer deadline(30000);
     while (PQping(probe.c_str()) != PQPING_OK) {
@@ -125,7 +104,8 @@ PgCluster::~PgCluster()
 
 std::string PgCluster::url(const std::string &database) const
 {
-    return "postgresql://kavel@127.0.0.1:" + std::to_string(m_port) + "/" + database;
+    // Only on a socket in the cluster's own folder, so clusters never compete for a port.
+    return "postgresql://kavel@/" + database + "?host=" + m_directory.path().toStdString();
 }
 
 std::string PgCluster::newDatabase()

@@ -7,8 +7,8 @@
 
 namespace kavel::test {
 
-// A throwaway PostgreSQL server in a temporary folder, listening on a free loopback
-// port and trusting local connections. Run as an ordinary user even when the tests run
+// A throwaway PostgreSQL server in a temporary folder, listening on a socket there and
+// trusting local connections. Run as an ordinary user even when the tests run
 // as root, since PostgreSQL refuses root. Stopped and removed when the object goes away.
 class PgCluster
 {
@@ -33,7 +33,6 @@ private:
     QProcess m_server;
     QString m_error;
     bool m_missing = false;
-    int m_port = 0;
     int m_databases = 0;
 };
 

@@ -1,4 +1,4 @@
-#include "mediatools.h"
+#include "generatedmedia.h"
 #include "support/servicefixture.h"
 #include "support/speechcheck.h"
 #include "support/taskwait.h"
@@ -17,19 +17,20 @@ using namespace Qt::StringLiterals;
 TEST(Recognition, LongRecordingsSurviveARestartAndKeepTheirTimes)
 {
     ServerProcess server;
-    ASSERT_TRUE(server.addUser(u"r@example.com"_s, {}, u"pw"_s));
     QString error;
-    ASSERT_TRUE(server.start(&error)) << error.toStdString();
+    ASSERT_TRUE(server.addUser(u"r@example.com"_s, {}, u"pw"_s) && server.start(&error))
+        << error.toStdString();
     // The sentence at 0 s, 20 s and 40 s of a 46 s recording: long enough to be decoded
     // in more than one stretch, with speech on both sides of every cut.
     QTemporaryDir dir;
     const QString speech = dir.filePath(u"speech.wav"_s);
     const QString recording = dir.filePath(u"long.wav"_s);
-    ASSERT_TRUE(runTool(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech}));
-    ASSERT_TRUE(ffmpeg({u"-i"_s, speech, u"-i"_s, speech, u"-i"_s, speech, u"-filter_complex"_s,
-                        u"[1]adelay=20000[b];[2]adelay=40000[c];[0][b][c]amix=inputs=3:"
-                        "normalize=0,apad=whole_dur=46"_s,
-                        u"-ar"_s, u"16000"_s, recording}));
+    ASSERT_EQ(QProcess::execute(u"flite"_s, {u"-t"_s, spokenSentence, u"-o"_s, speech}), 0);
+    ASSERT_NO_FATAL_FAILURE(
+        runFfmpeg({u"-i"_s, speech, u"-i"_s, speech, u"-i"_s, speech, u"-filter_complex"_s,
+                   u"[1]adelay=20000[b];[2]adelay=40000[c];[0][b][c]amix=inputs=3:"
+                   "normalize=0,apad=whole_dur=46"_s,
+                   u"-ar"_s, u"16000"_s, recording}));
 
     auto client = std::make_unique<APIClient>(server.apiBaseUrl(), SessionTimeouts {}, LogSink {});
     RealServerSuite::signIn(*client, u"r@example.com"_s, u"pw"_s);
@@ -57,12 +58,10 @@ TEST(Recognition, LongRecordingsSurviveARestartAndKeepTheirTimes)
         const QStringList expected = spokenWords();
         for (double offset : {0.0, 20.0, 40.0}) {
             QStringList texts;
-            for (const ParagraphPayload &paragraph : *result.paragraphs) {
-                for (const WordBlockPayload &word : paragraph.wordBlocks) {
+            for (const ParagraphPayload &paragraph : *result.paragraphs)
+                for (const WordBlockPayload &word : paragraph.wordBlocks)
                     if (word.mediaStart >= offset && word.mediaEnd <= offset + 6.0)
                         texts.append(word.text);
-                }
-            }
             EXPECT_GE(wordsInOrder(expected, texts), expected.size() / 2)
                 << "at " << offset << " s: " << texts.join(u' ').toStdString();
         }

@@ -15,29 +15,21 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Ticks only when the test says so.
-class ManualTimer final : public RepeatingTimer
+// Ticks only when the test calls `tick`.
+struct ManualTimer final : RepeatingTimer
 {
-public:
     void start(std::chrono::milliseconds every, std::function<void()> onTick) override
     {
         interval = every;
-        m_onTick = std::move(onTick);
+        tick = std::move(onTick);
         active = true;
     }
     void stop() override { active = false; }
     bool isActive() const override { return active; }
-    void fire()
-    {
-        if (active)
-            m_onTick();
-    }
 
     bool active = false;
     std::chrono::milliseconds interval {0};
-
-private:
-    std::function<void()> m_onTick;
+    std::function<void()> tick;
 };
 
 std::unique_ptr<Settings> settingsIn(const QTemporaryDir &dir)
@@ -71,27 +63,33 @@ TEST(SettingsStore, KeepsTokensUnderTheirKeysAndResolvesTheBaseUrl)
 class Session : public RealServerSuite
 {
 protected:
-    void SetUp() override
+    void signInWith(LoginMode mode, const QString &secret, const QString &failure = {})
     {
-        RealServerSuite::SetUp();
-        settings = settingsIn(dir);
-        client = makeClient();
-        appState = std::make_unique<AppState>(*client, *settings, appLog.sink());
-        auto timerOwner = std::make_unique<ManualTimer>();
-        timer = timerOwner.get();
-        login = std::make_unique<LoginModel>(*client, *settings, *appState, std::move(timerOwner));
+        login.setLoginMode(mode);
+        (mode == LoginMode::email ? login.password : login.smsCode) = secret;
+        runTask(login.signIn()).get();
+        EXPECT_EQ(login.errorMessage().value_or(QString()), failure);
+        EXPECT_EQ(appState.isAuthenticated(), failure.isEmpty());
+    }
+
+    void expectSignedOut()
+    {
+        EXPECT_FALSE(appState.isAuthenticated());
+        EXPECT_FALSE(client->accessToken());
+        EXPECT_FALSE(settings->accessToken());
+        EXPECT_FALSE(settings->refreshToken());
     }
 
     QTemporaryDir dir;
-    std::unique_ptr<Settings> settings;
-    std::unique_ptr<APIClient> client;
+    std::unique_ptr<Settings> settings = settingsIn(dir);
+    std::unique_ptr<APIClient> client = makeClient();
     LogRecorder appLog;
-    std::unique_ptr<AppState> appState;
-    ManualTimer *timer = nullptr;
-    std::unique_ptr<LoginModel> login;
+    AppState appState {*client, *settings, appLog.sink()};
+    ManualTimer *timer = new ManualTimer; // owned by the login model
+    LoginModel login {*client, *settings, appState, std::unique_ptr<RepeatingTimer>(timer)};
 };
 
-TEST_F(Session, SignInIsKeptAcrossStartsUntilSignOutOrRejection)
+TEST_F(Session, EmailSignInIsKeptAcrossStartsUntilSignOutOrRejection)
 {
     // Nothing stored: nothing is asked.
     LogRecorder clientLog;
@@ -101,18 +99,14 @@ TEST_F(Session, SignInIsKeptAcrossStartsUntilSignOutOrRejection)
     EXPECT_FALSE(first.isAuthenticated());
     EXPECT_TRUE(clientLog.lines->isEmpty()) << "no request may be made";
 
-    login->setLoginMode(LoginMode::email);
-    login->email = email;
-    login->password = password;
-    QSignalSpy loading(login.get(), &LoginModel::isLoadingChanged);
-    runTask(login->signIn()).get();
-    EXPECT_FALSE(login->errorMessage());
-    EXPECT_FALSE(login->isLoading());
+    login.email = email;
+    signInWith(LoginMode::email, u"wrong"_s, u"登录失败：用户名或密码错误"_s);
+    expectSignedOut();
+    QSignalSpy loading(&login, &LoginModel::isLoadingChanged);
+    signInWith(LoginMode::email, password);
+    EXPECT_FALSE(login.isLoading());
     EXPECT_EQ(loading.count(), 2);
-    EXPECT_TRUE(appState->isAuthenticated());
-    ASSERT_TRUE(appState->currentUser());
-    EXPECT_EQ(appState->currentUser()->email, email);
-    EXPECT_TRUE(settings->refreshToken());
+    EXPECT_EQ(appState.currentUser().value().email, email);
     EXPECT_EQ(client->accessToken(), settings->accessToken());
 
     // A new start restores the same session from the store alone.
@@ -121,105 +115,69 @@ TEST_F(Session, SignInIsKeptAcrossStartsUntilSignOutOrRejection)
     runTask(restarted.restoreSession()).get();
     EXPECT_TRUE(restarted.isAuthenticated());
 
-    appState->signOut();
-    EXPECT_FALSE(appState->isAuthenticated());
-    EXPECT_FALSE(appState->currentUser());
-    EXPECT_FALSE(client->accessToken());
-    EXPECT_FALSE(settings->accessToken());
-    EXPECT_FALSE(settings->refreshToken());
+    appState.signOut();
+    EXPECT_FALSE(appState.currentUser());
+    expectSignedOut();
 
     // A token the service no longer accepts is forgotten, quietly.
     settings->storeTokens(u"expired"_s, u"refresh"_s);
-    QSignalSpy authenticated(appState.get(), &AppState::authenticationChanged);
-    runTask(appState->restoreSession()).get();
-    EXPECT_FALSE(appState->isAuthenticated());
+    QSignalSpy authenticated(&appState, &AppState::authenticationChanged);
+    runTask(appState.restoreSession()).get();
     EXPECT_EQ(authenticated.count(), 0);
-    EXPECT_FALSE(settings->accessToken());
-    EXPECT_FALSE(settings->refreshToken());
-    EXPECT_FALSE(client->accessToken());
+    expectSignedOut();
 }
 
-TEST_F(Session, FailedSignInsShowTheFixedTexts)
+TEST_F(Session, PhoneSignInWithTextedCodeResendCountdownAndSignUpPage)
 {
-    login->setLoginMode(LoginMode::email);
-    login->email = email;
-    login->password = u"wrong"_s;
-    runTask(login->signIn()).get();
-    EXPECT_EQ(login->errorMessage(), u"登录失败：用户名或密码错误"_s);
-    EXPECT_FALSE(login->isLoading());
-    EXPECT_FALSE(appState->isAuthenticated());
-    EXPECT_FALSE(settings->accessToken());
-
-    login->setLoginMode(LoginMode::phone);
-    login->phone = phone;
-    login->smsCode = u"000000x"_s;
-    runTask(login->signIn()).get();
-    EXPECT_EQ(login->errorMessage(), u"登录失败"_s);
-
-    // The sign-up link leads to the service's own page, which is really there.
-    EXPECT_EQ(login->signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
-    QUrl opened;
-    login->openSignUpPage([&](const QUrl &url) {
-        opened = url;
-        return true;
-    });
-    EXPECT_EQ(opened, login->signUpUrl());
-    LogRecorder pageLog;
-    APIClient site(opened.adjusted(QUrl::RemoveFilename), {}, pageLog.sink());
-    runTask(site.get<wire::EmptyResponse>(u"/signup"_s));
-    EXPECT_TRUE(pageLog.lines->value(1).startsWith(u"[APIClient] GET Response: 200 ("_s))
-        << pageLog.lines->join(u'\n').toStdString();
-    login->openSignUpPage([](const QUrl &) { return false; });
-    EXPECT_EQ(login->errorMessage(), u"无法打开官网注册页"_s);
+    login.phone = phone;
+    signInWith(LoginMode::phone, u"000000x"_s, u"登录失败"_s);
 
     // A number without an account is answered as any other; asking again within the
     // minute is refused, and says so.
-    login->phone = u"19999999999"_s;
-    runTask(login->sendCode()).get();
-    EXPECT_FALSE(login->errorMessage());
-    runTask(login->sendCode()).get();
-    EXPECT_EQ(login->errorMessage(), u"发送验证码失败"_s);
+    login.phone = u"19999999999"_s;
+    runTask(login.sendCode()).get();
+    EXPECT_FALSE(login.errorMessage());
+    runTask(login.sendCode()).get();
+    EXPECT_EQ(login.errorMessage(), u"发送验证码失败"_s);
     EXPECT_FALSE(server->log().contains(u"SMS code for 19999999999"_s)) << "no text is sent";
-}
 
-TEST_F(Session, PhoneSignInWithTextedCodeAndResendCountdown)
-{
-    login->setLoginMode(LoginMode::phone);
-    login->phone = phone;
+    login.phone = phone;
     const qsizetype logFrom = server->log().size();
-    runTask(login->sendCode()).get();
-    ASSERT_FALSE(login->errorMessage()) << login->errorMessage()->toStdString();
-    EXPECT_TRUE(login->smsSent());
-    EXPECT_EQ(login->smsCountdown(), 60);
-    EXPECT_TRUE(timer->isActive());
+    runTask(login.sendCode()).get();
+    ASSERT_FALSE(login.errorMessage()) << login.errorMessage()->toStdString();
+    EXPECT_TRUE(login.smsSent());
     EXPECT_EQ(timer->interval, std::chrono::seconds(1));
-
-    QSignalSpy countdown(login.get(), &LoginModel::smsCountdownChanged);
-    for (int second = 1; second <= 59; ++second) {
-        timer->fire();
-        ASSERT_EQ(login->smsCountdown(), 60 - second);
+    QSignalSpy countdown(&login, &LoginModel::smsCountdownChanged);
+    for (int left = 60; left > 0; --left) {
+        ASSERT_EQ(login.smsCountdown(), left);
         ASSERT_TRUE(timer->isActive());
+        timer->tick();
     }
-    timer->fire();
-    EXPECT_EQ(login->smsCountdown(), 0);
+    EXPECT_EQ(login.smsCountdown(), 0);
     EXPECT_FALSE(timer->isActive());
     EXPECT_EQ(countdown.count(), 60);
     // The service has its own minute: asking again sooner is refused, and texts nothing.
-    runTask(login->sendCode()).get();
-    EXPECT_EQ(login->errorMessage(), u"发送验证码失败"_s);
+    runTask(login.sendCode()).get();
+    EXPECT_EQ(login.errorMessage(), u"发送验证码失败"_s);
 
     const auto sms = server->waitForLog(
         QRegularExpression(u"SMS code for "_s + phone + u": (\\d{6})"_s), logFrom);
     ASSERT_TRUE(sms) << server->log().toStdString();
     EXPECT_EQ(server->log().mid(logFrom).count(u"SMS code for "_s), 1);
-    login->smsCode = sms->captured(1);
-    runTask(login->signIn()).get();
-    EXPECT_FALSE(login->errorMessage());
-    EXPECT_TRUE(appState->isAuthenticated());
+    signInWith(LoginMode::phone, sms->captured(1));
+    appState.signOut();
+    signInWith(LoginMode::phone, sms->captured(1), u"登录失败"_s); // the code is spent
 
-    // The code is spent.
-    appState->signOut();
-    runTask(login->signIn()).get();
-    EXPECT_EQ(login->errorMessage(), u"登录失败"_s);
-    EXPECT_FALSE(appState->isAuthenticated());
+    // The sign-up link leads to the service's own page, which is really there.
+    EXPECT_EQ(login.signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
+    QUrl opened;
+    login.openSignUpPage([&](const QUrl &url) { return (opened = url).isValid(); });
+    EXPECT_EQ(opened, login.signUpUrl());
+    LogRecorder pageLog;
+    APIClient site(opened.adjusted(QUrl::RemoveFilename), {}, pageLog.sink());
+    runTask(site.get<wire::EmptyResponse>(u"/signup"_s));
+    EXPECT_TRUE(pageLog.lines->value(1).startsWith(u"[APIClient] GET Response: 200 ("_s))
+        << pageLog.lines->join(u'\n').toStdString();
+    login.openSignUpPage([](const QUrl &) { return false; });
+    EXPECT_EQ(login.errorMessage(), u"无法打开官网注册页"_s);
 }

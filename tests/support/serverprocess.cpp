@@ -70,20 +70,6 @@ void ServerCommand::kill()
     log();
 }
 
-ServerProcess::ServerProcess()
-    : m_directory(QDir::tempPath() + u"/kavel-server-test-XXXXXX"_s)
-{ }
-
-QString ServerProcess::databasePath() const
-{
-    return m_directory.filePath(u"kavel.db"_s);
-}
-
-QUrl ServerProcess::apiBaseUrl() const
-{
-    return QUrl(u"http://127.0.0.1:%1/api"_s.arg(m_port));
-}
-
 bool ServerProcess::addUser(const QString &email, const QString &phone, const QString &password,
                             QString *error)
 {
@@ -99,32 +85,19 @@ bool ServerProcess::addUser(const QString &email, const QString &phone, const QS
     return ok;
 }
 
-bool ServerProcess::start(QString *error)
+bool ServerProcess::start(QString *error, const QStringList &extra)
 {
-    if (!m_directory.isValid()) {
-        if (error)
-            *error = u"no temporary folder"_s;
-        return false;
-    }
     m_server = std::make_unique<ServerCommand>(
-        QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()});
-    const auto match
-        = m_server->waitForLog(QRegularExpression(u"listening on http://127\\.0\\.0\\.1:(\\d+)"_s),
-                               0, std::chrono::seconds(10));
-    if (!match) {
-        if (error)
-            *error = u"server did not start:\n"_s + m_server->log();
+        QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()} + extra);
+    const auto match = m_server->waitForLog(
+        QRegularExpression(u"listening on (https?://127\\.0\\.0\\.1:\\d+)"_s), 0,
+        std::chrono::seconds(10));
+    if (!match && error)
+        *error = u"server did not start:\n"_s + m_server->log();
+    if (!match)
         stop();
-        return false;
-    }
-    m_port = match->captured(1).toInt();
-    return true;
-}
-
-void ServerProcess::stop()
-{
-    if (m_server)
-        m_server->stop();
+    m_apiBaseUrl = match ? QUrl(match->captured(1) + u"/api"_s) : QUrl();
+    return match.has_value();
 }
 
 } // namespace kavel::test

@@ -47,21 +47,22 @@ private:
 class ServerProcess
 {
 public:
-    ServerProcess();
     ~ServerProcess() { stop(); }
 
-    // Adds a user through the `add-user` command; call before or after start(). Returns
-    // false and fills `error` when the command fails.
+    // Runs `add-user`, before or after start(); on failure fills `error` with its log.
     bool addUser(const QString &email, const QString &phone, const QString &password,
                  QString *error = nullptr);
-
-    // Starts `serve --port 0` and waits until it names its port.
-    bool start(QString *error = nullptr);
-    void stop();
+    // Starts `serve --port 0` with `extra` and waits until it names its address.
+    bool start(QString *error = nullptr, const QStringList &extra = {});
+    void stop()
+    {
+        if (m_server)
+            m_server->stop();
+    }
 
     // The API root the client is configured with: http://127.0.0.1:<port>/api
-    QUrl apiBaseUrl() const;
-    QString databasePath() const;
+    QUrl apiBaseUrl() const { return m_apiBaseUrl; }
+    QString databasePath() const { return m_directory.filePath(QStringLiteral("kavel.db")); }
 
     // What the server has written since it was last started.
     QString log() { return m_server ? m_server->log() : QString(); }
@@ -75,7 +76,7 @@ public:
 private:
     QTemporaryDir m_directory;
     std::unique_ptr<ServerCommand> m_server;
-    int m_port = 0;
+    QUrl m_apiBaseUrl;
 };
 
 } // namespace kavel::test

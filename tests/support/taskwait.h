@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QCoroTask>
-#include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QTimer>
 #include <chrono>
@@ -30,10 +29,9 @@ template<typename T> struct TaskOutcome
     // The exception as `E`, or nothing when the task succeeded or threw something else.
     template<typename E> std::optional<E> errorAs() const
     {
-        if (!error)
-            return std::nullopt;
         try {
-            std::rethrow_exception(error);
+            if (error)
+                std::rethrow_exception(error);
         } catch (const E &e) {
             return e;
         } catch (...) { }
@@ -66,12 +64,6 @@ template<typename T> QCoro::Task<> capture(QCoro::Task<T> task, std::shared_ptr<
     if (state->loop)
         state->loop->quit();
 }
-
-inline QCoro::Task<Done> asDone(QCoro::Task<> task)
-{
-    co_await std::move(task);
-    co_return Done {};
-}
 } // namespace detail
 
 // Runs the event loop until the task finishes; throws std::runtime_error on time-out,
@@ -97,7 +89,12 @@ TaskOutcome<T> runTask(QCoro::Task<T> task,
 inline TaskOutcome<Done> runTask(QCoro::Task<> task,
                                  std::chrono::milliseconds timeout = std::chrono::seconds(30))
 {
-    return runTask(detail::asDone(std::move(task)), timeout);
+    return runTask(
+        [](QCoro::Task<> inner) -> QCoro::Task<Done> {
+            co_await std::move(inner);
+            co_return Done {};
+        }(std::move(task)),
+        timeout);
 }
 
 } // namespace kavel::test

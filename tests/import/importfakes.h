@@ -1,16 +1,20 @@
 #pragma once
 
+#include "editor/usernotifier.h"
 #include "media/audioconverter.h"
 
 #include <QFile>
-#include <QHash>
+#include <QList>
+#include <QPair>
 #include <QStringList>
 #include <QTimer>
 #include <stdexcept>
 
 namespace kavel::test {
 
-// A conversion whose end the test decides: it stays running until finish() is called.
+// Stand-ins for the parts of an import that belong to the desktop and the media engine.
+
+// A conversion whose end the test decides; completing writes the output, as an engine would.
 class FakeConversion final : public media::AudioConversion
 {
 public:
@@ -20,32 +24,26 @@ public:
 
     media::ConversionStatus status() const override { return m_status; }
     double progress() const override { return m_progress; }
-    std::exception_ptr error() const override { return m_error; }
+    std::exception_ptr error() const override { return nullptr; }
     void cancel() override { finish(media::ConversionStatus::cancelled); }
 
     void setProgress(double progress) { m_progress = progress; }
-    // Completing writes the output file, as an engine would.
-    void finish(media::ConversionStatus status, std::exception_ptr error = nullptr)
+    void finish(media::ConversionStatus status)
     {
         if (m_status != media::ConversionStatus::running)
             return;
-        if (status == media::ConversionStatus::completed) {
-            QFile file(m_output);
-            if (file.open(QIODevice::WriteOnly))
-                file.write("converted audio");
-        }
+        QFile file(m_output);
+        if (status == media::ConversionStatus::completed && file.open(QIODevice::WriteOnly))
+            file.write("converted audio");
         m_status = status;
-        m_error = std::move(error);
         Q_EMIT finished();
     }
-
     const QString &output() const { return m_output; }
 
 private:
     QString m_output;
     media::ConversionStatus m_status = media::ConversionStatus::running;
     double m_progress = 0.0;
-    std::exception_ptr m_error;
 };
 
 // Refuses the sources it is told to refuse; every other conversion either completes on
@@ -60,16 +58,11 @@ public:
             return nullptr;
         auto conversion = std::make_unique<FakeConversion>(outputPath);
         m_last = conversion.get();
-        if (completeAtOnce) {
-            QTimer::singleShot(0, conversion.get(), [c = conversion.get()] {
-                c->finish(media::ConversionStatus::completed);
-            });
-        }
+        if (completeAtOnce)
+            QTimer::singleShot(0, m_last,
+                               [c = m_last] { c->finish(media::ConversionStatus::completed); });
         return conversion;
     }
-
-    QStringList refused;
-    bool completeAtOnce = true;
 
     // The conversion started last; only valid while the code under test holds it.
     FakeConversion &current() const
@@ -79,8 +72,20 @@ public:
         return *m_last;
     }
 
+    QStringList refused;
+    bool completeAtOnce = true;
+
 private:
     FakeConversion *m_last = nullptr;
+};
+
+struct RecordingNotifier final : UserNotifier
+{
+    void deliver(const QString &title, const QString &body) override
+    {
+        delivered.append({title, body});
+    }
+    QList<QPair<QString, QString>> delivered;
 };
 
 } // namespace kavel::test
