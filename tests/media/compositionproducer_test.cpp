@@ -1,6 +1,7 @@
 #include "media/mlt/compositionproducer.h"
 #include "mediafixture.h"
 #include "positionmedia.h"
+#include "support/transcriptbuilder.h"
 
 #include <Mlt.h>
 #include <cmath>
@@ -26,26 +27,17 @@ protected:
         profile.set_progressive(1);
     }
 
-    // Segments laid end to end as the composition plan lays them.
-    static EditList editList(const QString &path, const QList<std::pair<double, double>> &ranges,
-                             const QList<SegmentAudio> &audio = {})
+    // Words laid end to end as the editor lays them: (start, end, level, muted) each.
+    static EditList lay(const QString &path,
+                        std::initializer_list<std::tuple<double, double, float, bool>> cuts)
     {
-        EditList list;
-        list.hasVideo = true;
-        double at = 0.0;
-        for (qsizetype i = 0; i < ranges.size(); ++i) {
-            EditSegment segment;
-            segment.blockId = QUuid::createUuid();
-            segment.sourcePath = path;
-            segment.sourceStart = ranges[i].first;
-            segment.sourceEnd = ranges[i].second;
-            segment.compositionStart = at;
-            if (i < audio.size())
-                segment.audio = audio[i];
-            at += segment.length();
-            list.segments.append(segment);
+        QList<WordBlock> words;
+        for (const auto &[start, end, level, muted] : cuts) {
+            words.append(test::timedWord(start, end, words.size()));
+            words.last().volumeLevel = level;
+            words.last().isMuted = muted;
         }
-        return list;
+        return planComposition(words, {{{}, path, true, 60.0}}).editList;
     }
 
     // The frame number each picture of the composition carries, read from its 16 columns.
@@ -116,7 +108,7 @@ TEST_F(Composition, EveryCutIsHeardWhereTheMapPutsIt)
 
     // A source that cannot be opened is reported and keeps its time, blank.
     const QList<SegmentFailure> failures
-        = composition.apply(editList(s_notMedia, {{0.0, 1.0}, {2.0, 2.5}}));
+        = composition.apply(lay(s_notMedia, {{0.0, 1.0, 1, false}, {2.0, 2.5, 1, false}}));
     ASSERT_EQ(failures.size(), 2);
     EXPECT_EQ(failures.first().index, 0);
     EXPECT_EQ(composition.producer().get_playtime(), 45);
@@ -156,13 +148,14 @@ TEST_F(Composition, EveryPictureIsTheSourceFrameTheMapPutsThere)
 TEST_F(Composition, JumpCutsDoNotClickAndMutedWordsAreSilent)
 {
     CompositionProducer composition(profile);
-    const SegmentAudio normal;
-    const SegmentAudio muted {1.0f, true, 0.0, 0.0};
-    const SegmentAudio quiet {0.25f, false, 0.0, 0.0};
     // Cut points chosen so the sine's phase jumps at every non-contiguous join.
-    const EditList list = editList(
-        s_tone, {{0.5, 1.0}, {1.0, 1.3}, {2.0113, 2.6}, {2.6, 3.0}, {0.2117, 0.45}, {3.3, 3.7}},
-        {normal, normal, normal, muted, normal, quiet});
+    const EditList list = lay(s_tone,
+                              {{0.5, 1.0, 1, false},
+                               {1.0, 1.3, 1, false},
+                               {2.0113, 2.6, 1, false},
+                               {2.6, 3.0, 1, true},
+                               {0.2117, 0.45, 1, false},
+                               {3.3, 3.7, 0.25f, false}});
     composition.apply(list);
     const std::vector<float> pcm = render(composition);
     ASSERT_GT(pcm.size(), 48000u * 2);

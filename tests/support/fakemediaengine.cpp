@@ -178,12 +178,4 @@ media::MediaInfo FakeMediaEngine::audioOnly(double duration)
     return info;
 }
 
-media::MediaInfo FakeMediaEngine::videoOnly(double duration)
-{
-    media::MediaInfo info = videoWithAudio(duration);
-    info.hasAudio = false;
-    info.audioDuration = 0.0;
-    return info;
-}
-
 } // namespace kavel::test

@@ -25,7 +25,7 @@ public:
     ObserverId addBoundaryTimeObserver(const QList<double> &times,
                                        std::function<void()> callback) override;
     void removeTimeObserver(ObserverId id) override;
-    void setStopTime(std::optional<double> seconds) override { stopTime = seconds; }
+    void setStopTime(std::optional<double>) override { }
 
     // Test controls.
     void completeSeeks();
@@ -39,7 +39,6 @@ public:
     QList<media::EditList> compositions;
     QStringList rawSources;
     QList<double> seeks;
-    std::optional<double> stopTime;
     float volume() const { return m_volume; }
     qsizetype boundaryObserverCount() const;
 
@@ -74,10 +73,9 @@ public:
     createThumbnailGenerator(const QString &path, const media::ThumbnailOptions &options) override;
 
     void addMedia(const QString &path, const media::MediaInfo &info) { m_media.insert(path, info); }
-    // A file that has no audio: video only, of `duration` seconds.
+    // Files of `duration` seconds: video with sound, or sound alone.
     static media::MediaInfo videoWithAudio(double duration);
     static media::MediaInfo audioOnly(double duration);
-    static media::MediaInfo videoOnly(double duration);
 
     FakePlayer *lastPlayer = nullptr;
     int generatorsMade = 0;
