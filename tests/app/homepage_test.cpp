@@ -25,13 +25,7 @@ protected:
         makeProject(u"Interview"_s);
         makeProject(u"beach walk"_s);
         store.refresh();
-        home = std::make_unique<HomePage>(
-            vm, store,
-            [this] {
-                ++mediaPicks;
-                return filesToPick;
-            },
-            [this] { return signedIn; });
+        home = std::make_unique<HomePage>(vm, store, pickMedia, [this] { return signedIn; });
     }
 
     QStringList cardTitles() const

@@ -264,13 +264,13 @@ TEST(Waveform, VolumeLineStandsAtTheLevelAndMutedSoundIsDrawnApart)
     for (const QRectF &bar : waveformGeometry({someId}, 100.0, 1.0).bars)
         EXPECT_EQ(bar.height(), 2.0) << "a strip too low for its pattern still shows bars";
 
-    const auto overlay = [](bool muted, float volume) {
-        return waveformGeometry({someId, false, muted, volume}, 60.0, 20.0).overlay;
-    };
-    EXPECT_EQ(overlay(false, 1.0f), QLineF(0, 0, 60, 0));
-    EXPECT_EQ(overlay(false, 0.25f), QLineF(0, 15, 60, 15));
-    EXPECT_EQ(overlay(false, 0.0f), QLineF(0, 20, 60, 20));
-    EXPECT_EQ(overlay(true, 1.0f), QLineF(0, 10, 60, 10)) << "muted: a line through the middle";
+    // Muted, the line runs through the middle.
+    const std::tuple<bool, float, qreal> volumeLines[]
+        = {{false, 1.0f, 0.0}, {false, 0.25f, 15.0}, {false, 0.0f, 20.0}, {true, 1.0f, 10.0}};
+    for (const auto &[muted, volume, y] : volumeLines)
+        EXPECT_EQ(waveformGeometry({someId, false, muted, volume}, 60.0, 20.0).overlay,
+                  QLineF(0, y, 60, y))
+            << volume;
     EXPECT_NE(waveformGeometry({someId, false, true, 1.0f}, 60.0, 20.0).barColor,
               waveformGeometry({someId, false, false, 1.0f}, 60.0, 20.0).barColor);
 
