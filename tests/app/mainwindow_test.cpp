@@ -154,26 +154,6 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
     EXPECT_TRUE(vm.hasUnsavedChanges());
 }
 
-TEST_F(MainWindowTest, ImportConfirmationEditsThePendingFiles)
-{
-    const QUrl a = QUrl::fromLocalFile(u"/media/a.mp4"_s),
-               b = QUrl::fromLocalFile(u"/media/b.wav"_s),
-               c = QUrl::fromLocalFile(u"/media/c.mov"_s);
-    vm.setPendingImportURLs({a, b});
-    vm.setShowImportConfirm(true);
-    ImportConfirmDialog *confirm = main->importConfirm();
-    ASSERT_NE(confirm, nullptr);
-    confirm->removeButtons().first()->click();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_EQ(vm.pendingImportURLs(), QList<QUrl>({b}));
-    EXPECT_EQ(confirm->removeButtons().size(), 1);
-    filesToPick = {c};
-    confirm->addButton()->click();
-    EXPECT_EQ(vm.pendingImportURLs(), QList<QUrl>({b, c}));
-    confirm->cancelButton()->click();
-    EXPECT_FALSE(vm.showImportConfirm());
-}
-
 // A walk through the sidebar's other screens: the guide, the settings and the account.
 TEST_F(MainWindowTest, TheGuideSettingsAndAccountScreensDoTheirJobs)
 {

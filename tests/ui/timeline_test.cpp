@@ -201,15 +201,12 @@ TEST_F(TimelineTest, EveryZoomStepKeepsTheStartLabelTheRulerAndTheScrollBarInPla
                 labelPixels += isLabel(ruler.pixel(x, y));
         EXPECT_GT(labelPixels, 3) << scale;
 
+        // The scroll bar lies outside the viewport, so tracks inside it are above the bar.
         EXPECT_GE(canvas()->width(), area->viewport()->width()) << scale;
-        const QScrollBar *bar = area->horizontalScrollBar();
         const int tracksEnd
             = canvas()
                   ->mapTo(area, QPoint(0, int(canvas()->trackRect(TrackType::audio).bottom())))
                   .y();
-        if (bar->isVisible()) {
-            EXPECT_LE(tracksEnd, bar->mapTo(area, QPoint(0, 0)).y()) << scale;
-        }
         EXPECT_LE(tracksEnd, area->viewport()->height()) << scale;
     }
 }

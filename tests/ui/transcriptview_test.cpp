@@ -191,11 +191,9 @@ TEST_F(TranscriptViewTest, ScrollsToTheSearchHitAndToTheWordUnderThePlayHeadWhil
         return word(p, w).top() >= 0.0 && word(p, w).bottom() <= surface()->height();
     };
     const auto compositionStart = [this](const QString &text) {
-        for (const CompositionEntry &entry : vm.playerVM().compositionMap()) {
-            if (entry.block.text == text)
-                return entry.compositionStart;
-        }
-        return -1.0;
+        const QList<CompositionEntry> &map = vm.playerVM().compositionMap();
+        return std::ranges::find(map, text, [](auto &entry) { return entry.block.text; })
+            ->compositionStart;
     };
     // Paused, the play head may move without dragging the text along.
     engine.lastPlayer->playTo(compositionStart(u"word40a"_s) + 0.1);
@@ -251,7 +249,7 @@ TEST(FlowLayout, WrapsBeforeTheWordThatWouldPassTheWidthAndStacksRowsWithLineSpa
                               QRectF(5, 7 + 14 + 3, 20, 8)}));
 }
 
-TEST(TranscriptLayout, EditsLayOutOnlyTheParagraphsWhoseWordsChanged)
+TEST(TranscriptLayout, EditsLayOutOnlyChangedParagraphsOfWordsAsWideAsTheirText)
 {
     TranscriptLayout layout(QApplication::font());
     QList<Paragraph> doc
@@ -277,10 +275,8 @@ TEST(TranscriptLayout, EditsLayOutOnlyTheParagraphsWhoseWordsChanged)
     // Below the last section: no paragraph, but the last is the nearest.
     EXPECT_EQ(layout.paragraphAt(layout.totalHeight() + 10.0), -1);
     EXPECT_EQ(layout.nearestParagraph(layout.totalHeight() + 10.0), 2);
-}
 
-TEST(TranscriptLayout, MeasuredWordsAreNeverNarrowerThanTheirDrawnText)
-{
+    // Measured words are never narrower than their drawn text.
     QFont font = QApplication::font();
     font.setPixelSize(15);
     WordMeasurer measurer(font, 2.0, 1.0);
