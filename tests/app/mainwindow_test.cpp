@@ -257,11 +257,6 @@ TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
 
     dialog->reject();
     EXPECT_FALSE(vm.showExportSheet());
-
-    // Without an export flow there is no export to offer.
-    makeExportFlow = nullptr;
-    makeWindow();
-    EXPECT_TRUE(main->editorView()->exportButton()->isHidden());
 }
 
 } // namespace

@@ -233,7 +233,6 @@ TEST(FlowLayout, WrapsBeforeTheWordThatWouldPassTheWidthAndStacksRowsWithLineSpa
             counts.append(row.count);
         EXPECT_EQ(counts, lengths) << ws.size();
     }
-    EXPECT_EQ(flow.breakRows(tenHigh({60, 30, 20}), 100.0).at(0).width, 94.0);
 
     // Rows are as tall as their tallest word; unbounded, the widest row with its gaps. An
     // empty paragraph is one empty row: no height, and the proposed width.
