@@ -405,7 +405,6 @@ TEST(GuidePlayer, PlaysACachedCopyOfTheClipInALoop)
         = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + u"/guide/demo.MOV"_s;
     EXPECT_EQ(player->rawSources, QStringList {cached});
     EXPECT_EQ(fileio::readFile(cached), fileio::readFile(clip));
-    EXPECT_TRUE(log.isEmpty());
     EXPECT_EQ(model.duration(), 4.0);
     player->reportTime(1.25);
     EXPECT_EQ(model.currentTime(), 1.25);
