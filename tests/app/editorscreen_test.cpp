@@ -42,7 +42,7 @@ protected:
     }
 };
 
-TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditor)
+TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThroughMatches)
 {
     const QString original = u"嗯 we go Go | then 呃 stop"_s, plain = u"we go Go | then stop"_s;
     const auto press = [&](const QString &tooltip, const QString &after) {
@@ -69,10 +69,7 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditor)
     EXPECT_FALSE(view->savedIndicator()->isHidden());
     clock.advance(EditorViewModel::saveConfirmationSeconds + 0.1);
     EXPECT_TRUE(view->savedIndicator()->isHidden());
-}
 
-TEST_F(EditorScreenTest, SearchCountsAndStepsThroughMatches)
-{
     // Ctrl+F asks for the search bar: the field takes the cursor with its text selected,
     // each time it is asked again after the cursor went elsewhere.
     view->show();
@@ -163,9 +160,43 @@ TEST(EditorScreenOverlay, ShowsTheStepWhileProcessingAndAFailureUntilClosed)
     EXPECT_TRUE(shown(u"正在提取音频..."_s, u"提取音频"_s, false));
 }
 
+// The size the surface reports for frames is walked by the full-screen part below.
+TEST(VideoSurface, LetterboxesTheLastFrameAndShowsAPlaceholderWithoutOne)
+{
+    VideoSurface surface;
+    surface.resize(320, 180);
+    surface.show();
+
+    const auto colours = [&surface] {
+        const QImage shot = surface.grab().toImage();
+        QSet<QRgb> seen;
+        for (int x = 0; x < shot.width(); x += 4)
+            seen.insert(shot.pixel(x, shot.height() / 3 + 8));
+        return seen;
+    };
+    const QRgb black = QColor(Qt::black).rgb(), white = QColor(Qt::white).rgb();
+    EXPECT_EQ(colours(), QSet<QRgb> {black}); // nothing shown yet
+
+    // Letterboxed exactly: a 16:9 frame on a 16:9 surface fills it; turned a quarter,
+    // the picture is pillarboxed.
+    QImage frame(64, 36, QImage::Format_RGB32);
+    frame.fill(Qt::white);
+    surface.showFrame(frame);
+    EXPECT_EQ(colours(), QSet<QRgb> {white});
+    surface.setRotationDegrees(90.0);
+    const QImage turned = surface.grab().toImage();
+    EXPECT_EQ(turned.pixel(2, turned.height() / 2), black);
+
+    // Sound without a picture: the placeholder's bars on black, not the last picture.
+    surface.showFrame(QImage());
+    const QSet<QRgb> placeholder = colours();
+    EXPECT_TRUE(placeholder.contains(black) && placeholder.size() > 1);
+    EXPECT_FALSE(placeholder.contains(white));
+}
+
 using PlayerViewTest = test::UiFixture;
 
-TEST_F(PlayerViewTest, ControlsAndTheProgressBarDriveThePreview)
+TEST_F(PlayerViewTest, ControlsTheProgressBarAndFullScreenDriveThePreview)
 {
     openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s, u"f"_s, u"g"_s, u"h"_s}});
     VideoPlayerView view(vm.playerVM());
@@ -221,46 +252,8 @@ TEST_F(PlayerViewTest, ControlsAndTheProgressBarDriveThePreview)
     bar->setDuration(100.0);
     EXPECT_EQ(bar->rangeRect({10.0, 15.0}).translated(-VideoProgressBar::horizontalInset, 0),
               QRectF(40.0, 0.0, 20.0, VideoProgressBar::barHeight));
-}
 
-// The size the surface reports for frames is walked by the full-screen test below.
-TEST(VideoSurface, LetterboxesTheLastFrameAndShowsAPlaceholderWithoutOne)
-{
-    VideoSurface surface;
-    surface.resize(320, 180);
-    surface.show();
-
-    const auto colours = [&surface] {
-        const QImage shot = surface.grab().toImage();
-        QSet<QRgb> seen;
-        for (int x = 0; x < shot.width(); x += 4)
-            seen.insert(shot.pixel(x, shot.height() / 3 + 8));
-        return seen;
-    };
-    const QRgb black = QColor(Qt::black).rgb(), white = QColor(Qt::white).rgb();
-    EXPECT_EQ(colours(), QSet<QRgb> {black}); // nothing shown yet
-
-    // Letterboxed exactly: a 16:9 frame on a 16:9 surface fills it; turned a quarter,
-    // the picture is pillarboxed.
-    QImage frame(64, 36, QImage::Format_RGB32);
-    frame.fill(Qt::white);
-    surface.showFrame(frame);
-    EXPECT_EQ(colours(), QSet<QRgb> {white});
-    surface.setRotationDegrees(90.0);
-    const QImage turned = surface.grab().toImage();
-    EXPECT_EQ(turned.pixel(2, turned.height() / 2), black);
-
-    // Sound without a picture: the placeholder's bars on black, not the last picture.
-    surface.showFrame(QImage());
-    const QSet<QRgb> placeholder = colours();
-    EXPECT_TRUE(placeholder.contains(black) && placeholder.size() > 1);
-    EXPECT_FALSE(placeholder.contains(white));
-}
-
-TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesAtTheScreensSizeUntilClosed)
-{
-    openTranscript({{u"a"_s, u"b"_s}});
-    VideoPlayerView view(vm.playerVM());
+    // Full screen shows the same frames, asked for at the screen's size, until closed.
     view.resize(480, 360);
     view.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
@@ -282,7 +275,7 @@ TEST_F(PlayerViewTest, FullScreenShowsTheSameFramesAtTheScreensSizeUntilClosed)
     view.showFrame(frame);
     EXPECT_EQ(fullscreen->surface()->frame(), frame);
     QTest::keyClick(fullscreen, Qt::Key_Space);
-    EXPECT_TRUE(vm.playerVM().isPlaying());
+    EXPECT_TRUE(player.isPlaying());
 
     fullscreen->closeButton()->click();
     EXPECT_FALSE(view.isFullscreen());

@@ -1,4 +1,5 @@
 #include "app/filemanager.h"
+#include "app/screens.h"
 #include "shellfixture.h"
 #include "support/privatebus.h"
 
@@ -25,13 +26,7 @@ protected:
         makeProject(u"Interview"_s);
         makeProject(u"beach walk"_s);
         store.refresh();
-        home = std::make_unique<HomePage>(
-            vm, store,
-            [this] {
-                ++mediaPicks;
-                return filesToPick;
-            },
-            [this] { return signedIn; });
+        home = std::make_unique<HomePage>(vm, store, pickMedia, [this] { return signedIn; });
     }
 
     QStringList cardTitles() const
@@ -128,7 +123,9 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     EXPECT_EQ(vm.pendingImportURLs(), files);
     EXPECT_TRUE(vm.showImportConfirm());
 
-    // Signed in, a click asks for files and a drop brings its own.
+    // Signed in, a click asks for files and a drop brings its own, which the window's
+    // confirmation then edits.
+    makeWindow();
     vm.setShowImportConfirm(false);
     QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
     EXPECT_EQ(mediaPicks, 1);
@@ -139,6 +136,16 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     EXPECT_TRUE(vm.showImportConfirm());
     deliverDrop(files);
     EXPECT_EQ(vm.pendingImportURLs(), files);
+    ImportConfirmDialog *confirm = main->importConfirm();
+    ASSERT_NE(confirm, nullptr);
+    confirm->removeButtons().first()->click();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(vm.pendingImportURLs(), files.mid(1));
+    EXPECT_EQ(confirm->removeButtons().size(), 1);
+    confirm->addButton()->click();
+    EXPECT_EQ(vm.pendingImportURLs(), files.mid(1) + filesToPick);
+    confirm->cancelButton()->click();
+    EXPECT_FALSE(vm.showImportConfirm());
 }
 
 // Stands for the desktop's file manager on the bus.

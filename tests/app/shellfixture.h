@@ -30,9 +30,10 @@ protected:
     service::LoginModel login {api, settings, appState};
     ProjectStore store {media::recordingSummarizer(engine), projectsDir.path()};
     int mediaPicks = 0;
+    QList<QUrl> filesToPick;
+    const std::function<QList<QUrl>()> pickMedia = [this] { return ++mediaPicks, filesToPick; };
     // Where each folder dialog opened.
     QStringList pickerStarts;
-    QList<QUrl> filesToPick;
     QString folderToPick;
     app::GuidePlayerFactory makeGuidePlayer;
     std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
@@ -40,23 +41,21 @@ protected:
 
     void makeWindow()
     {
-        app::ShellServices services;
-        services.editor = &vm;
-        services.appState = &appState;
-        services.settings = &settings;
-        services.store = &store;
-        services.login = &login;
-        services.pickMedia = [this](const QString &) {
-            ++mediaPicks;
-            return filesToPick;
-        };
-        services.pickFolder = [this](const QString &, const QString &start) {
-            pickerStarts.append(start);
-            return folderToPick;
-        };
-        services.makeGuidePlayer = makeGuidePlayer;
-        services.makeExportFlow = makeExportFlow;
-        main = std::make_unique<app::MainWindow>(services);
+        main = std::make_unique<app::MainWindow>(app::ShellServices {
+            .editor = &vm,
+            .appState = &appState,
+            .settings = &settings,
+            .store = &store,
+            .login = &login,
+            .pickMedia = [this](const QString &) { return pickMedia(); },
+            .pickFolder =
+                [this](const QString &, const QString &start) {
+                    pickerStarts.append(start);
+                    return folderToPick;
+                },
+            .makeExportFlow = makeExportFlow,
+            .makeGuidePlayer = makeGuidePlayer,
+        });
     }
 
     void activateWindow()

@@ -125,7 +125,6 @@ TEST_F(PlayerModel, EachWordPlaysFromItsOwnSourceAndAFailedOneIsLoggedButKeepsIt
     EXPECT_EQ(std::tuple(laid[1].sourcePath, laid[1].withVideo, laid[1].sourceStart),
               std::tuple(u"/m/speech.wav"_s, false, 10.0));
     ASSERT_EQ(model->compositionMap().size(), 2);
-    EXPECT_EQ(model->compositionMap()[1].block.id, speech.id);
     EXPECT_DOUBLE_EQ(model->compositionMap()[1].compositionStart, 0.2655);
     EXPECT_DOUBLE_EQ(model->duration(), 0.5155);
 }
@@ -164,9 +163,38 @@ TEST_F(PlayerModel, EditsKeepThePlayHeadOnItsSourceMomentOrTheWordAskedFor)
     EXPECT_DOUBLE_EQ(model->currentTime(), 1.0);
 }
 
-TEST_F(PlayerModel, TimeMappingsFollowTheBlocksOwnTimes)
+TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
 {
     load();
+    const WordBlock far = word(5.0, 6.0);
+    push({a, far});
+    player->completeSeeks();
+    QSignalSpy timeSpy(model.get(), &VideoPlayerViewModel::currentTimeChanged);
+    QSignalSpy activeSpy(model.get(), &VideoPlayerViewModel::activeWordBlockIdChanged);
+    // After so long, the engine reports a time: the model's time and word then.
+    const std::tuple<double, double, double, QUuid> reports[] = {
+        {0.0, 0.3, 0.3, a.id},
+        {0.05, 1.2, 0.3, a.id}, // too soon after the last publication
+        {0.05, 0.3005, 0.3, a.id}, // moved less than a millisecond
+        {0.1, 0.4, 0.4, a.id}, // same word: the id is not written again
+        {0.1, std::nan(""), 0.4, a.id},
+        {0.1, 1.5, 1.5, far.id},
+        {0.1, 2.5, 2.5, QUuid()}, // past the end: no word
+    };
+    for (const auto &[after, report, time, active] : reports) {
+        clock.advance(after);
+        player->reportTime(report);
+        EXPECT_EQ(std::pair(model->currentTime(), model->activeWordBlockId()),
+                  std::pair(time, active))
+            << report;
+    }
+    EXPECT_EQ(timeSpy.count(), 4);
+    EXPECT_EQ(activeSpy.count(), 3);
+}
+
+TEST_F(PlayerModel, TimesMapThroughTheBlocksOwnTimesAndDeletedRangesMarkTheUnplayedRest)
+{
+    load({{videoId, QUrl::fromLocalFile(u"/m/video.mp4"_s)}});
     // Played as 10-11, 2-3, 20-20.5 (edited 0-1, 1-2, 2-2.5).
     push({word(10.0, 11.0), word(2.0, 3.0), word(20.0, 20.5)});
     const std::pair<double, double> toSource[]
@@ -178,43 +206,8 @@ TEST_F(PlayerModel, TimeMappingsFollowTheBlocksOwnTimes)
         = {{2.5, 1.5}, {10.75, 0.75}, {0.0, 1.0}, {5.0, 0.0}, {15.0, 2.0}, {99.0, 2.5}};
     for (const auto &[source, t] : toComposition)
         EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(source), t) << source;
-}
 
-TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
-{
-    load();
-    const WordBlock far = word(5.0, 6.0);
-    push({a, far});
-    player->completeSeeks();
-    QSignalSpy timeSpy(model.get(), &VideoPlayerViewModel::currentTimeChanged);
-    QSignalSpy activeSpy(model.get(), &VideoPlayerViewModel::activeWordBlockIdChanged);
-    const struct
-    {
-        double after, report, time;
-        QUuid active;
-    } reports[] = {
-        {0.0, 0.3, 0.3, a.id},
-        {0.05, 1.2, 0.3, a.id}, // too soon after the last publication
-        {0.05, 0.3005, 0.3, a.id}, // moved less than a millisecond
-        {0.1, 0.4, 0.4, a.id}, // same word: the id is not written again
-        {0.1, std::nan(""), 0.4, a.id},
-        {0.1, 1.5, 1.5, far.id},
-        {0.1, 2.5, 2.5, QUuid()}, // past the end: no word
-    };
-    for (const auto &r : reports) {
-        clock.advance(r.after);
-        player->reportTime(r.report);
-        EXPECT_EQ(std::pair(model->currentTime(), model->activeWordBlockId()),
-                  std::pair(r.time, r.active))
-            << r.report;
-    }
-    EXPECT_EQ(timeSpy.count(), 4);
-    EXPECT_EQ(activeSpy.count(), 3);
-}
-
-TEST_F(PlayerModel, DeletedRangesMarkTheUnplayedSourceStretches)
-{
-    load({{videoId, QUrl::fromLocalFile(u"/m/video.mp4"_s)}});
+    // The stretches of the source no kept word plays.
     push({word(0.04, 1.0), word(1.04, 2.0), word(5.0, 6.0), word(2.0, 3.0), word(59.95, 59.97)});
     EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange> {{3.0, 5.0}, {6.0, 59.95}}));
     push({word(0.1, 1.0), word(1.0, 59.0)});
@@ -249,14 +242,11 @@ TEST_F(PlayerModel, SeekingMovesThePlayHeadOverThePendingPlacementOfARebuild)
             std::tuple(at, at, active))
             << asked;
     };
-    const struct
-    {
-        double asked, at;
-        QUuid active;
-    } cases[] = {{1.5, 1.5, later.id}, {-3.0, 0.0, late.id}, {99.0, 2.0, {}}, {0.5, 0.5, late.id}};
-    for (const auto &step : cases) {
-        model->seek(step.asked);
-        expectAt(step.at, step.active, "time");
+    const std::tuple<double, double, QUuid> seeks[]
+        = {{1.5, 1.5, later.id}, {-3.0, 0.0, late.id}, {99.0, 2.0, {}}, {0.5, 0.5, late.id}};
+    for (const auto &[asked, at, active] : seeks) {
+        model->seek(asked);
+        expectAt(at, active, "time");
     }
     // The build's own placement, completing late, does not pull the head back.
     player->completeSeeks();
@@ -330,9 +320,8 @@ TEST_F(PlayerModel, PlaybackStopsAtTheEndAndOnlyPlaybackStillWantedResumes)
     int finished = 0;
     model->playRange(a.id, QUuid::createUuid(), [&] { ++finished; });
     model->playRange(QUuid::createUuid(), c.id, [&] { ++finished; });
-    EXPECT_EQ(player->seeks.size(), seeksBefore);
-    EXPECT_FALSE(model->isPlaying());
-    EXPECT_EQ(player->boundaryObserverCount(), 0);
+    EXPECT_EQ(std::tuple(player->seeks.size(), model->isPlaying(), player->boundaryObserverCount()),
+              std::tuple(seeksBefore, false, 0));
 
     model->playRange(b.id, c.id, [&] { ++finished; });
     EXPECT_DOUBLE_EQ(player->seeks.last(), 1.0);
@@ -349,7 +338,6 @@ TEST_F(PlayerModel, ThumbnailsAreSnappedToHalfSecondsAndCached)
     for (const double t : {10.2, 10.4, 10.1, 10.25})
         ASSERT_TRUE(model->thumbnail(videoId, t));
     EXPECT_EQ(engine.framesRequested, (QList<double> {10.0, 10.5}));
-    EXPECT_EQ(engine.generatorsMade, 1);
     // Another project's sources start a fresh cache.
     load();
     ASSERT_TRUE(model->thumbnail(videoId, 10.2));
@@ -401,50 +389,38 @@ TEST(CompositionMap, FollowsSortOrderClampsAndSkipsAsThePreviewDoes)
     EXPECT_NEAR(both.gainAt(0.7, 1.0), 0.3, 1e-6);
 }
 
-// The model over a clip that exists as a plain file, its player ready with 4 s.
-class GuidePlayer : public ::testing::Test
+// The guide plays a cached copy of a clip that exists as a plain file, in a loop.
+TEST(GuidePlayer, PlaysACachedCopyOfTheClipInALoop)
 {
-protected:
-    GuidePlayer()
-    {
-        test::writeFile(clip, QByteArray(5000, 'c'));
-        model = std::make_unique<GuidePlayerViewModel>(
-            engine, clip, [this](const QString &line) { log.append(line); });
-        player = engine.lastPlayer;
-        player->makeSourceReady(4.0);
-    }
-
     QTemporaryDir dir;
     const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+    test::writeFile(clip, QByteArray(5000, 'c'));
     FakeMediaEngine engine;
     QStringList log;
-    std::unique_ptr<GuidePlayerViewModel> model;
-    FakePlayer *player = nullptr;
-};
-
-TEST_F(GuidePlayer, PlaysACachedCopyOfTheClipInALoop)
-{
+    const auto logTo = [&log](const QString &line) { log.append(line); };
+    GuidePlayerViewModel model(engine, clip, logTo);
+    FakePlayer *player = engine.lastPlayer;
+    player->makeSourceReady(4.0);
     const QString cached
         = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + u"/guide/demo.MOV"_s;
     EXPECT_EQ(player->rawSources, QStringList {cached});
     EXPECT_EQ(fileio::readFile(cached), fileio::readFile(clip));
-    EXPECT_TRUE(log.isEmpty());
-    EXPECT_EQ(model->duration(), 4.0);
+    EXPECT_EQ(model.duration(), 4.0);
     player->reportTime(1.25);
-    EXPECT_EQ(model->currentTime(), 1.25);
+    EXPECT_EQ(model.currentTime(), 1.25);
 
     // Reaching the end starts again from the beginning.
-    model->play();
+    model.play();
     player->playTo(2.0);
     player->reportTime(2.0); // standing still in the middle is no end
     EXPECT_TRUE(player->seeks.isEmpty());
 
     player->playTo(4.0);
     EXPECT_EQ(player->seeks, QList<double> {0.0});
-    EXPECT_EQ(model->currentTime(), 0.0);
+    EXPECT_EQ(model.currentTime(), 0.0);
     player->setRate(0.0); // an engine that stops at the end
     player->completeSeeks();
-    EXPECT_TRUE(model->isPlaying() && player->rate() == 1.0);
+    EXPECT_TRUE(model.isPlaying() && player->rate() == 1.0);
 
     // Last frames that never show: the time stands still just short of the end.
     player->playTo(3.9);
@@ -455,7 +431,7 @@ TEST_F(GuidePlayer, PlaysACachedCopyOfTheClipInALoop)
     // Paused before the seek is done: the seek does not start playing again, and nothing
     // watches for the end while paused.
     player->playTo(4.0);
-    model->pause();
+    model.pause();
     player->completeSeeks();
     EXPECT_EQ(player->rate(), 0.0);
     EXPECT_EQ(player->boundaryObserverCount(), 0);
@@ -471,8 +447,7 @@ TEST_F(GuidePlayer, PlaysACachedCopyOfTheClipInALoop)
     }
 
     // The default place: no clip is compiled into the tests.
-    GuidePlayerViewModel missing(engine, GuidePlayerViewModel::defaultResourcePath(),
-                                 [this](const QString &line) { log.append(line); });
+    GuidePlayerViewModel missing(engine, GuidePlayerViewModel::defaultResourcePath(), logTo);
     EXPECT_EQ(log, QStringList {u"[Guide] demo.MOV not found in bundle"_s});
     EXPECT_TRUE(engine.lastPlayer->rawSources.isEmpty());
     missing.togglePlayPause();

@@ -73,14 +73,6 @@ protected:
     {
         test::sendMouse(canvas(), type, pos, buttons);
     }
-
-    QList<QUuid> order() const
-    {
-        QList<QUuid> list;
-        for (const Paragraph &p : vm.paragraphs())
-            list.append(p.id);
-        return list;
-    }
 };
 
 } // namespace
@@ -146,75 +138,7 @@ TEST_F(TimelineTest, ButtonsPinchesAndControlWheelZoom)
     EXPECT_EQ(timeline->pixelsPerSecond(), maxPixelsPerSecond);
 }
 
-TEST_F(TimelineTest, DraggingAClipReordersParagraphsUnlessTheTrackIsLocked)
-{
-    timeline->setPixelsPerSecond(100.0);
-    const QList<QUuid> before = order();
-    auto centre
-        = [&](TrackType track, qsizetype i) { return canvas()->clipRect(track, i).center(); };
-
-    mouse(QEvent::MouseButtonPress, centre(TrackType::video, 0), Qt::LeftButton);
-    mouse(QEvent::MouseMove, centre(TrackType::video, 0) + QPointF(10, 0), Qt::LeftButton);
-    EXPECT_EQ(canvas()->draggedParagraphId(), before.at(0));
-    EXPECT_EQ(order(), before);
-    mouse(QEvent::MouseMove, centre(TrackType::video, 2), Qt::LeftButton);
-    EXPECT_EQ(order(), (QList<QUuid> {before.at(1), before.at(2), before.at(0)}));
-    mouse(QEvent::MouseButtonRelease, centre(TrackType::video, 2), Qt::NoButton);
-    EXPECT_EQ(canvas()->draggedParagraphId(), std::nullopt);
-
-    // The headers' toggles set the track flags and show them when set elsewhere.
-    timeline->audioHeader()->lockToggle()->click();
-    timeline->videoHeader()->muteToggle()->click();
-    timeline->audioHeader()->muteToggle()->click();
-    EXPECT_TRUE(vm.isAudioTrackLocked() && vm.isVideoTrackMuted() && vm.isAudioTrackMuted());
-    EXPECT_FALSE(vm.isVideoTrackLocked());
-    vm.setIsVideoTrackLocked(true);
-    EXPECT_TRUE(timeline->videoHeader()->lockToggle()->isChecked());
-
-    const QList<QUuid> locked = order();
-    mouse(QEvent::MouseButtonPress, centre(TrackType::audio, 0), Qt::LeftButton);
-    mouse(QEvent::MouseMove, centre(TrackType::audio, 2), Qt::LeftButton);
-    mouse(QEvent::MouseButtonRelease, centre(TrackType::audio, 2), Qt::NoButton);
-    EXPECT_EQ(order(), locked);
-}
-
-// At every zoom step the play head at 0 shows whole with the "0s" label readable beside
-// it, the ruler and tracks reach the view's right edge, and the scroll bar, when there
-// is one, lies below the tracks.
-TEST_F(TimelineTest, EveryZoomStepKeepsTheStartLabelTheRulerAndTheScrollBarInPlace)
-{
-    const auto isRed = [](QRgb p) { return qRed(p) > 200 && qGreen(p) < 120; };
-    const auto isLabel = [](QRgb p) { return qGray(p) > 90 && qRed(p) - qBlue(p) < 40; };
-    QScrollArea *area = timeline->scrollArea();
-    const int x0 = int(canvas()->timeToX(0.0)), half = int(TimelineCanvas::playheadKnobHalfWidth);
-    for (double scale = minPixelsPerSecond; scale < maxPixelsPerSecond;
-         scale = zoomedPixelsPerSecond(scale, 1.0)) {
-        timeline->setPixelsPerSecond(scale);
-        area->horizontalScrollBar()->setValue(0);
-        QCoreApplication::processEvents();
-        const QImage ruler = canvas()->grab(QRect(0, 0, 40, TimelineCanvas::rulerHeight)).toImage();
-        EXPECT_TRUE(isRed(ruler.pixel(x0 - half + 1, 4)) && isRed(ruler.pixel(x0 + half - 1, 4)))
-            << scale;
-        int labelPixels = 0;
-        for (int x = x0 + half + 1; x < ruler.width(); ++x)
-            for (int y = 0; y < TimelineCanvas::rulerHeight - 10; ++y)
-                labelPixels += isLabel(ruler.pixel(x, y));
-        EXPECT_GT(labelPixels, 3) << scale;
-
-        EXPECT_GE(canvas()->width(), area->viewport()->width()) << scale;
-        const QScrollBar *bar = area->horizontalScrollBar();
-        const int tracksEnd
-            = canvas()
-                  ->mapTo(area, QPoint(0, int(canvas()->trackRect(TrackType::audio).bottom())))
-                  .y();
-        if (bar->isVisible()) {
-            EXPECT_LE(tracksEnd, bar->mapTo(area, QPoint(0, 0)).y()) << scale;
-        }
-        EXPECT_LE(tracksEnd, area->viewport()->height()) << scale;
-    }
-}
-
-TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsAndTheRulerMovesThePlayhead)
+TEST_F(TimelineTest, ClipsMatchTheirParagraphsTheRulerSeeksAndDraggingReordersUnlessLocked)
 {
     const double durations[] = {1.2, 0.8, 1.6};
     for (const double scale : {250.0, 100.0}) {
@@ -250,6 +174,68 @@ TEST_F(TimelineTest, ClipsAreAsWideAsTheirParagraphsAndTheRulerMovesThePlayhead)
     timeline->applyZoom(-1.0);
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return std::abs(canvas()->playheadX() - bar->value() - onScreen) <= 1.0; }));
+
+    // Dragging a clip reorders the paragraphs live.
+    timeline->setPixelsPerSecond(100.0);
+    const QUuid first = paragraph(0).id;
+    auto centre
+        = [&](TrackType track, qsizetype i) { return canvas()->clipRect(track, i).center(); };
+
+    mouse(QEvent::MouseButtonPress, centre(TrackType::video, 0), Qt::LeftButton);
+    mouse(QEvent::MouseMove, centre(TrackType::video, 0) + QPointF(10, 0), Qt::LeftButton);
+    EXPECT_EQ(canvas()->draggedParagraphId(), first);
+    EXPECT_EQ(text(), u"a b c | d e | f g h i"_s);
+    mouse(QEvent::MouseMove, centre(TrackType::video, 2), Qt::LeftButton);
+    EXPECT_EQ(text(), u"d e | f g h i | a b c"_s);
+    mouse(QEvent::MouseButtonRelease, centre(TrackType::video, 2), Qt::NoButton);
+    EXPECT_EQ(canvas()->draggedParagraphId(), std::nullopt);
+
+    // The headers' toggles set the track flags and show them when set elsewhere.
+    timeline->audioHeader()->lockToggle()->click();
+    timeline->videoHeader()->muteToggle()->click();
+    timeline->audioHeader()->muteToggle()->click();
+    EXPECT_TRUE(vm.isAudioTrackLocked() && vm.isVideoTrackMuted() && vm.isAudioTrackMuted());
+    EXPECT_FALSE(vm.isVideoTrackLocked());
+    vm.setIsVideoTrackLocked(true);
+    EXPECT_TRUE(timeline->videoHeader()->lockToggle()->isChecked());
+
+    mouse(QEvent::MouseButtonPress, centre(TrackType::audio, 0), Qt::LeftButton);
+    mouse(QEvent::MouseMove, centre(TrackType::audio, 2), Qt::LeftButton);
+    mouse(QEvent::MouseButtonRelease, centre(TrackType::audio, 2), Qt::NoButton);
+    EXPECT_EQ(text(), u"d e | f g h i | a b c"_s);
+}
+
+// At every zoom step the play head at 0 shows whole with the "0s" label readable beside
+// it, the ruler and tracks reach the view's right edge, and the scroll bar, when there
+// is one, lies below the tracks.
+TEST_F(TimelineTest, EveryZoomStepKeepsTheStartLabelTheRulerAndTheScrollBarInPlace)
+{
+    const auto isRed = [](QRgb p) { return qRed(p) > 200 && qGreen(p) < 120; };
+    const auto isLabel = [](QRgb p) { return qGray(p) > 90 && qRed(p) - qBlue(p) < 40; };
+    QScrollArea *area = timeline->scrollArea();
+    const int x0 = int(canvas()->timeToX(0.0)), half = int(TimelineCanvas::playheadKnobHalfWidth);
+    for (double scale = minPixelsPerSecond; scale < maxPixelsPerSecond;
+         scale = zoomedPixelsPerSecond(scale, 1.0)) {
+        timeline->setPixelsPerSecond(scale);
+        area->horizontalScrollBar()->setValue(0);
+        QCoreApplication::processEvents();
+        const QImage ruler = canvas()->grab(QRect(0, 0, 40, TimelineCanvas::rulerHeight)).toImage();
+        EXPECT_TRUE(isRed(ruler.pixel(x0 - half + 1, 4)) && isRed(ruler.pixel(x0 + half - 1, 4)))
+            << scale;
+        int labelPixels = 0;
+        for (int x = x0 + half + 1; x < ruler.width(); ++x)
+            for (int y = 0; y < TimelineCanvas::rulerHeight - 10; ++y)
+                labelPixels += isLabel(ruler.pixel(x, y));
+        EXPECT_GT(labelPixels, 3) << scale;
+
+        // The scroll bar lies outside the viewport, so tracks inside it are above the bar.
+        EXPECT_GE(canvas()->width(), area->viewport()->width()) << scale;
+        const int tracksEnd
+            = canvas()
+                  ->mapTo(area, QPoint(0, int(canvas()->trackRect(TrackType::audio).bottom())))
+                  .y();
+        EXPECT_LE(tracksEnd, area->viewport()->height()) << scale;
+    }
 }
 
 // The bars are a pattern of the paragraph's own, not its sound: only the volume line and
@@ -264,13 +250,13 @@ TEST(Waveform, VolumeLineStandsAtTheLevelAndMutedSoundIsDrawnApart)
     for (const QRectF &bar : waveformGeometry({someId}, 100.0, 1.0).bars)
         EXPECT_EQ(bar.height(), 2.0) << "a strip too low for its pattern still shows bars";
 
-    const auto overlay = [](bool muted, float volume) {
-        return waveformGeometry({someId, false, muted, volume}, 60.0, 20.0).overlay;
-    };
-    EXPECT_EQ(overlay(false, 1.0f), QLineF(0, 0, 60, 0));
-    EXPECT_EQ(overlay(false, 0.25f), QLineF(0, 15, 60, 15));
-    EXPECT_EQ(overlay(false, 0.0f), QLineF(0, 20, 60, 20));
-    EXPECT_EQ(overlay(true, 1.0f), QLineF(0, 10, 60, 10)) << "muted: a line through the middle";
+    // Muted, the line runs through the middle.
+    const std::tuple<bool, float, qreal> volumeLines[]
+        = {{false, 1.0f, 0.0}, {false, 0.25f, 15.0}, {false, 0.0f, 20.0}, {true, 1.0f, 10.0}};
+    for (const auto &[muted, volume, y] : volumeLines)
+        EXPECT_EQ(waveformGeometry({someId, false, muted, volume}, 60.0, 20.0).overlay,
+                  QLineF(0, y, 60, y))
+            << volume;
     EXPECT_NE(waveformGeometry({someId, false, true, 1.0f}, 60.0, 20.0).barColor,
               waveformGeometry({someId, false, false, 1.0f}, 60.0, 20.0).barColor);
 

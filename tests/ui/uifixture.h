@@ -49,6 +49,14 @@ protected:
         showWindow(size);
         return widget;
     }
+
+    // The cursor stands at `position` in paragraph `p` with the words `selected` selected.
+    void expectCursor(qsizetype p, qsizetype position, const QStringList &selected)
+    {
+        EXPECT_EQ(std::pair(vm.cursorParagraphId(), vm.cursorPosition()),
+                  std::pair(std::optional(paragraph(p).id), position));
+        EXPECT_EQ(vm.selectedBlockIds(), ids(selected));
+    }
 };
 
 } // namespace kavel::test
