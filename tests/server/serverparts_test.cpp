@@ -16,6 +16,7 @@
 #include <QTemporaryDir>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <numeric>
 
 using namespace kavel::server;
 using namespace kavel::test;
@@ -85,10 +86,9 @@ TEST(AudioDecoding, AnyCommonFormatBecomes16kHzMono)
         // Lossy encoders pad a little at either end.
         EXPECT_NEAR(static_cast<double>(samples.size()) / recognitionSampleRate, 1.5, 0.1)
             << extension;
-        double sumOfSquares = 0.0;
-        for (std::int16_t sample : samples)
-            sumOfSquares += static_cast<double>(sample) * sample;
-        const double rms = std::sqrt(sumOfSquares / static_cast<double>(samples.size()));
+        const double rms
+            = std::sqrt(std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0)
+                        / static_cast<double>(samples.size()));
         // ffmpeg's sine is at 1/8 full scale (RMS ~2900); half of it survives a mono mix.
         EXPECT_NEAR(rms, 2900.0 / 2.0, 400.0) << extension;
     }

@@ -30,7 +30,7 @@ int postStatus(APIClient &client, const QString &path, const QJsonObject &body)
 
 using APIClientAgainstServer = RealServerSuite;
 
-TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
+TEST_F(APIClientAgainstServer, SignedInClientsReachOnlyTheirOwnTasksAndLogNoSecrets)
 {
     LogRecorder log;
     auto client = makeClient(log);
@@ -46,22 +46,12 @@ TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
     for (const QString &secret : {password, tokens.accessToken, tokens.refreshToken})
         EXPECT_FALSE(log.lines->join(u'\n').contains(secret));
 
-    // The server explains a refusal, but a JSON POST does not read failed bodies.
-    const QJsonObject wrongPassword {{u"email"_s, email}, {u"password"_s, u"x"_s}};
-    EXPECT_EQ(postStatus(*client, u"/auth/login"_s, wrongPassword), 401);
-    EXPECT_EQ(log.lines->constLast(), u"[APIClient] Error: 服务器错误 (401)");
-    client->setAccessToken(u"not-a-token"_s);
-    EXPECT_EQ(statusOf(runTask(client->get<User>(u"/auth/me"_s))), 401);
-    EXPECT_EQ(log.lines->constLast(), u"[APIClient] GET Error: 服务器错误 (401)");
+    // The server explains a refusal, but a JSON POST does not read failed bodies. Wrong
+    // passwords and stale tokens are refused in the session tests.
     EXPECT_EQ(postStatus(*client, u"/auth/login"_s, {{u"email"_s, email}}), 401);
+    EXPECT_EQ(log.lines->constLast(), u"[APIClient] Error: 服务器错误 (401)");
     EXPECT_EQ(postStatus(*client, u"/auth/login"_s, {{u"user"_s, email}}), 422);
     EXPECT_EQ(postStatus(*client, u"/auth/sms-code"_s, {}), 422);
-}
-
-TEST_F(APIClientAgainstServer, UploadsArePolledByTheirOwnerAlone)
-{
-    auto client = makeClient();
-    signIn(*client, email, password);
 
     QTemporaryDir dir;
     // Not audio at all, but the upload is accepted: recognition fails later, on the worker
@@ -155,9 +145,8 @@ TEST_F(APIClientFaults, UploadSendsOneFilePartAndReadsOnlyAStringDetail)
     EXPECT_EQ(runTask(client->transcribe(path)).get().taskId, u"T1");
     EXPECT_TRUE(log.lines->isEmpty()) << "the upload logs nothing";
 
+    // The method, path and token are checked by every upload to the real server.
     const QByteArray head = stub.lastHead();
-    EXPECT_TRUE(head.startsWith("POST /api/media/transcribe HTTP/1.1\r\n"));
-    EXPECT_TRUE(head.contains("\r\nAuthorization: Bearer t0k\r\n"));
     static const QRegularExpression contentType(
         u"\r\nContent-Type: multipart/form-data; boundary=([0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
         "[0-9A-F]{4}-[0-9A-F]{12})\r\n"_s);

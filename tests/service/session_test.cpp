@@ -74,13 +74,14 @@ protected:
 
     void expectSignedOut()
     {
-        EXPECT_FALSE(appState.isAuthenticated() || client->accessToken()
-                     || settings->accessToken() || settings->refreshToken());
+        EXPECT_FALSE(appState.isAuthenticated() || client->accessToken() || settings->accessToken()
+                     || settings->refreshToken());
     }
 
     QTemporaryDir dir;
     std::unique_ptr<Settings> settings = settingsIn(dir);
-    std::unique_ptr<APIClient> client = makeClient();
+    LogRecorder clientLog;
+    std::unique_ptr<APIClient> client = makeClient(clientLog);
     LogRecorder appLog;
     AppState appState {*client, *settings, appLog.sink()};
     ManualTimer *timer = new ManualTimer; // owned by the login model
@@ -90,11 +91,8 @@ protected:
 TEST_F(Session, EmailSignInIsKeptAcrossStartsUntilSignOutOrRejection)
 {
     // Nothing stored: nothing is asked.
-    LogRecorder clientLog;
-    APIClient quiet(server->apiBaseUrl(), {}, clientLog.sink());
-    AppState first(quiet, *settings, appLog.sink());
-    runTask(first.restoreSession()).get();
-    EXPECT_FALSE(first.isAuthenticated());
+    runTask(appState.restoreSession()).get();
+    EXPECT_FALSE(appState.isAuthenticated());
     EXPECT_TRUE(clientLog.lines->isEmpty()) << "no request may be made";
 
     login.email = email;
@@ -123,9 +121,6 @@ TEST_F(Session, EmailSignInIsKeptAcrossStartsUntilSignOutOrRejection)
 
 TEST_F(Session, PhoneSignInWithTextedCodeResendCountdownAndSignUpPage)
 {
-    login.phone = phone;
-    signInWith(LoginMode::phone, u"000000x"_s, u"登录失败"_s);
-
     // A number without an account is answered as any other; asking again within the
     // minute is refused, and says so.
     login.phone = u"19999999999"_s;
@@ -160,7 +155,6 @@ TEST_F(Session, PhoneSignInWithTextedCodeResendCountdownAndSignUpPage)
     signInWith(LoginMode::phone, sms->captured(1), u"登录失败"_s); // the code is spent
 
     // The sign-up link leads to the service's own page, which is really there.
-    EXPECT_EQ(login.signUpUrl(), QUrl(server->apiBaseUrl().toString().chopped(4) + u"/signup"_s));
     QUrl opened;
     login.openSignUpPage([&](const QUrl &url) { return (opened = url).isValid(); });
     EXPECT_EQ(opened, login.signUpUrl());
