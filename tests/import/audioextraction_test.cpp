@@ -103,7 +103,6 @@ TEST_F(AudioExtraction, UnlistedMediaIsFoundAndOneFailureLeavesNothingBehind)
     const QList<ExtractedAudio> audio = runTask(extractor.extractAudio(*bare)).get();
     ASSERT_EQ(audio.size(), 1);
     EXPECT_EQ(audio[0].sourceFileId, QUuid::fromString(id));
-    EXPECT_TRUE(audio[0].sourceURL.toLocalFile().endsWith(u".MP4"_s));
 
     // One failure ends it, and nothing converted before it is left behind.
     auto failing = KavelProject::create(u"F"_s, dir.path());

@@ -23,11 +23,10 @@ public:
     { }
 
     media::ConversionStatus status() const override { return m_status; }
-    double progress() const override { return m_progress; }
+    double progress() const override { return 0.0; }
     std::exception_ptr error() const override { return nullptr; }
     void cancel() override { finish(media::ConversionStatus::cancelled); }
 
-    void setProgress(double progress) { m_progress = progress; }
     void finish(media::ConversionStatus status)
     {
         if (m_status != media::ConversionStatus::running)
@@ -43,7 +42,6 @@ public:
 private:
     QString m_output;
     media::ConversionStatus m_status = media::ConversionStatus::running;
-    double m_progress = 0.0;
 };
 
 // Refuses the sources it is told to refuse; every other conversion either completes on

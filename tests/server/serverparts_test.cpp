@@ -16,6 +16,7 @@
 #include <QTemporaryDir>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <numeric>
 
 using namespace kavel::server;
 using namespace kavel::test;
@@ -30,14 +31,12 @@ TEST(Credentials, PasswordsAndTokensAreNeverStoredAsGiven)
     EXPECT_FALSE(credentials::verifyPassword(hash, "s3cret "));
     EXPECT_NE(credentials::hashPassword("s3cret"), hash) << "hashes must be salted";
 
+    // Stored tokens are found by their digest, which every sign-in in the service tests
+    // relies on; texted codes are read back from the server's log there too.
     const std::string token = credentials::newToken();
     EXPECT_EQ(token.size(), 43u); // 256 bits in unpadded base64
     EXPECT_NE(credentials::newToken(), token);
-    EXPECT_EQ(credentials::digest(token), credentials::digest(token));
     EXPECT_NE(credentials::digest(token), credentials::digest(token + "x"));
-    const std::string code = credentials::newNumericCode(6);
-    EXPECT_EQ(code.size(), 6u);
-    EXPECT_EQ(code.find_first_not_of("0123456789"), std::string::npos);
 }
 
 TEST(RecognizedWords, DecoderMarkersAreDroppedAndParagraphsSplitAtLongPauses)
@@ -87,10 +86,9 @@ TEST(AudioDecoding, AnyCommonFormatBecomes16kHzMono)
         // Lossy encoders pad a little at either end.
         EXPECT_NEAR(static_cast<double>(samples.size()) / recognitionSampleRate, 1.5, 0.1)
             << extension;
-        double sumOfSquares = 0.0;
-        for (std::int16_t sample : samples)
-            sumOfSquares += static_cast<double>(sample) * sample;
-        const double rms = std::sqrt(sumOfSquares / static_cast<double>(samples.size()));
+        const double rms
+            = std::sqrt(std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0)
+                        / static_cast<double>(samples.size()));
         // ffmpeg's sine is at 1/8 full scale (RMS ~2900); half of it survives a mono mix.
         EXPECT_NEAR(rms, 2900.0 / 2.0, 400.0) << extension;
     }

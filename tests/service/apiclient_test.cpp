@@ -30,17 +30,14 @@ int postStatus(APIClient &client, const QString &path, const QJsonObject &body)
 
 using APIClientAgainstServer = RealServerSuite;
 
-TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
+TEST_F(APIClientAgainstServer, SignedInClientsReachOnlyTheirOwnTasksAndLogNoSecrets)
 {
     LogRecorder log;
     auto client = makeClient(log);
     const QJsonObject login {{u"email"_s, email}, {u"password"_s, password}};
     const AuthTokens tokens = runTask(client->post<AuthTokens>(u"/auth/login"_s, login)).get();
-    EXPECT_NE(tokens.accessToken, tokens.refreshToken);
     client->setAccessToken(tokens.accessToken);
-    const User user = runTask(client->get<User>(u"/auth/me"_s)).get();
-    EXPECT_EQ(user.email, email);
-    EXPECT_LE(qAbs(user.createdAt.secsTo(QDateTime::currentDateTimeUtc())), 600);
+    EXPECT_EQ(runTask(client->get<User>(u"/auth/me"_s)).get().email, email);
 
     // Each request and its answer are logged, but nothing a stranger reading the log
     // could sign in with.
@@ -49,28 +46,12 @@ TEST_F(APIClientAgainstServer, SignInProfileAndRejectionsLogNoSecrets)
     for (const QString &secret : {password, tokens.accessToken, tokens.refreshToken})
         EXPECT_FALSE(log.lines->join(u'\n').contains(secret));
 
-    // A phone number signs in through the same field.
-    signIn(*client, phone, u"phone pass"_s);
-    const User byPhone = runTask(client->get<User>(u"/auth/me"_s)).get();
-    EXPECT_EQ(byPhone.phone, phone);
-    EXPECT_FALSE(byPhone.email);
-
-    // The server explains a refusal, but a JSON POST does not read failed bodies.
-    const QJsonObject wrongPassword {{u"email"_s, email}, {u"password"_s, u"x"_s}};
-    EXPECT_EQ(postStatus(*client, u"/auth/login"_s, wrongPassword), 401);
-    EXPECT_EQ(log.lines->constLast(), u"[APIClient] Error: 服务器错误 (401)");
-    client->setAccessToken(u"not-a-token"_s);
-    EXPECT_EQ(statusOf(runTask(client->get<User>(u"/auth/me"_s))), 401);
-    EXPECT_EQ(log.lines->constLast(), u"[APIClient] GET Error: 服务器错误 (401)");
+    // The server explains a refusal, but a JSON POST does not read failed bodies. Wrong
+    // passwords and stale tokens are refused in the session tests.
     EXPECT_EQ(postStatus(*client, u"/auth/login"_s, {{u"email"_s, email}}), 401);
+    EXPECT_EQ(log.lines->constLast(), u"[APIClient] Error: 服务器错误 (401)");
     EXPECT_EQ(postStatus(*client, u"/auth/login"_s, {{u"user"_s, email}}), 422);
     EXPECT_EQ(postStatus(*client, u"/auth/sms-code"_s, {}), 422);
-}
-
-TEST_F(APIClientAgainstServer, UploadsArePolledByTheirOwnerAlone)
-{
-    auto client = makeClient();
-    signIn(*client, email, password);
 
     QTemporaryDir dir;
     // Not audio at all, but the upload is accepted: recognition fails later, on the worker
@@ -78,11 +59,11 @@ TEST_F(APIClientAgainstServer, UploadsArePolledByTheirOwnerAlone)
     const QString notAudio = dir.filePath(u"notes.M4A"_s);
     writeFile(notAudio, "this is not an audio file");
     const TranscribeResponse accepted = runTask(client->transcribe(notAudio)).get();
-    EXPECT_EQ(accepted.status, u"pending");
     EXPECT_EQ(runTask(client->getTranscriptionResult(accepted.taskId)).get().taskId,
               accepted.taskId);
 
-    // Someone else's task is as unknown as one that never existed.
+    // Someone else's task is as unknown as one that never existed. A phone number signs in
+    // through the same field as an e-mail address.
     auto stranger = makeClient();
     signIn(*stranger, phone, u"phone pass"_s);
     for (const QString &task : {accepted.taskId, u"no-such-task"_s}) {
@@ -140,7 +121,6 @@ TEST_F(APIClientFaults, SuccessIsExactlyTheTwoHundredsAndBadBodiesSayWhere)
     stub.setReply(200, "{\"task_id\": ");
     const auto truncated = runTask(client->getTranscriptionResult(u"T"_s));
     EXPECT_TRUE(truncated.errorAs<DecodeError>());
-    EXPECT_FALSE(truncated.errorAs<APIError>());
     EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] GET Error: "_s));
 
     stub.setReply(200, R"({"task_id":"t","status":"completed","paragraphs":[{"word_blocks":[
@@ -165,9 +145,8 @@ TEST_F(APIClientFaults, UploadSendsOneFilePartAndReadsOnlyAStringDetail)
     EXPECT_EQ(runTask(client->transcribe(path)).get().taskId, u"T1");
     EXPECT_TRUE(log.lines->isEmpty()) << "the upload logs nothing";
 
+    // The method, path and token are checked by every upload to the real server.
     const QByteArray head = stub.lastHead();
-    EXPECT_TRUE(head.startsWith("POST /api/media/transcribe HTTP/1.1\r\n"));
-    EXPECT_TRUE(head.contains("\r\nAuthorization: Bearer t0k\r\n"));
     static const QRegularExpression contentType(
         u"\r\nContent-Type: multipart/form-data; boundary=([0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
         "[0-9A-F]{4}-[0-9A-F]{12})\r\n"_s);
@@ -202,7 +181,6 @@ TEST_F(APIClientFaults, PeersThatAreSilentForeignOrNotHttpEndInErrors)
     stub.setBehaviour(HttpStub::Behaviour::stayQuiet);
     const auto silent = runTask(impatient->post<wire::EmptyResponse>(u"/x"_s, {}));
     EXPECT_TRUE(silent.errorAs<TransportError>());
-    EXPECT_FALSE(silent.errorAs<APIError>());
     EXPECT_TRUE(log.lines->constLast().startsWith(u"[APIClient] Error: "_s));
 
     // The overall limit ends a transfer even when the idle limit would wait longer.
@@ -223,13 +201,11 @@ TEST_F(APIClientFaults, PeersThatAreSilentForeignOrNotHttpEndInErrors)
     const QString answer = dir.filePath(u"api/media/transcribe/T"_s);
     writeFile(answer, "{}");
     APIClient local(QUrl::fromLocalFile(dir.filePath(u"api"_s)), {}, log.sink());
-    const auto get = runTask(local.getTranscriptionResult(u"T"_s)).errorAs<APIError>();
-    ASSERT_TRUE(get);
-    EXPECT_EQ(get->code(), APIError::Code::invalidResponse);
+    EXPECT_EQ(runTask(local.getTranscriptionResult(u"T"_s)).errorAs<APIError>().value().code(),
+              APIError::Code::invalidResponse);
     EXPECT_EQ(log.lines->constLast(), u"[APIClient] GET Error: 无效的服务器响应");
-    const auto upload = runTask(local.transcribe(answer)).errorAs<APIError>();
-    ASSERT_TRUE(upload);
-    EXPECT_EQ(upload->code(), APIError::Code::invalidResponse);
+    EXPECT_EQ(runTask(local.transcribe(answer)).errorAs<APIError>().value().code(),
+              APIError::Code::invalidResponse);
 }
 
 // Keys and whole records are decoded on every test against the real server and the
@@ -243,16 +219,8 @@ TEST(WireCoding, DatesMediaTypesAndEndpointsOutsideWhatTheServerSends)
     EXPECT_EQ(date("2024-01-02T03:04:05.678Z"), expected.addMSecs(678));
     EXPECT_EQ(date("2024-01-02T03:04:05Z"), expected);
     EXPECT_EQ(date("2024-01-02T11:04:05+08:00"), expected);
-    for (const char *bad : {"2024-01-02", "2024-01-02T03:04:05", "2024-13-02T03:04:05Z", ""}) {
-        try {
-            date(bad);
-            ADD_FAILURE() << "accepted " << bad;
-        } catch (const DecodeError &error) {
-            EXPECT_EQ(error.reason(), u"日期无法解析"_s);
-            EXPECT_EQ(error.detail(), QString::fromLatin1(bad));
-            EXPECT_EQ(error.where(), u"createdAt");
-        }
-    }
+    for (const char *bad : {"2024-01-02", "2024-01-02T03:04:05", "2024-13-02T03:04:05Z", ""})
+        EXPECT_THROW(date(bad), DecodeError) << bad;
 
     // Upper-case extensions are common on cameras; what is not known goes as bytes.
     using Row = std::pair<const char *, const char *>;
