@@ -105,6 +105,7 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_EQ(makeFlow()->settings().outputPath, QUrl::fromLocalFile(used));
     const QString chosen = dir.filePath(u"默认"_s);
     EXPECT_EQ(makeFlow(chosen)->settings().outputPath, QUrl::fromLocalFile(chosen));
+    // The dialog gives the edited length in minutes, or in hours once there are any.
     EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), paragraphs, false}), 0.75);
     for (const auto &[seconds, text] : {std::pair {0.0, u"0分00秒"_s},
                                         {3599.9, u"59分59秒"_s},
