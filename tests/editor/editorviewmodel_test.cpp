@@ -47,15 +47,13 @@ TEST_F(Editor, SearchMatchesJoinedWordsOfOneParagraphIgnoringCaseAndStepsRound)
         QStringList hits;
         for (const SearchHit &hit : vm.searchResults()) {
             QStringList words;
-            qsizetype at = -1;
-            for (qsizetype p = 0; p < vm.paragraphs().size(); ++p) {
-                for (const WordBlock &w : paragraph(p).wordBlocks) {
-                    if (hit.blockIds.contains(w.id))
-                        words.append(w.text);
-                }
-                if (paragraph(p).id == hit.paragraphId)
-                    at = p;
+            for (const WordBlock &w : flattenParagraphs(vm.paragraphs())) {
+                if (hit.blockIds.contains(w.id))
+                    words.append(w.text);
             }
+            qsizetype at = 0;
+            while (at < vm.paragraphs().size() && paragraph(at).id != hit.paragraphId)
+                ++at;
             hits.append(QString::number(at) + u':' + words.join(u'+'));
         }
         return hits;
@@ -99,7 +97,6 @@ TEST_F(Editor, DeletingWordsKeepsTheCursorAndIsUndoneStepByStep)
     vm.selectAcross(paragraph(0).id, 1, paragraph(1).id, 1);
     vm.deleteSelectedWords();
     EXPECT_EQ(text(), u"a | d e f"_s);
-    EXPECT_EQ(paragraph(1).sortOrder, 1);
     EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs()) << "the project copy follows";
     vm.undoManager().undo();
     EXPECT_EQ(vm.paragraphs(), original);
@@ -122,7 +119,6 @@ TEST_F(Editor, DeletingWordsKeepsTheCursorAndIsUndoneStepByStep)
     EXPECT_EQ(vm.undoManager().undoCount(), 5);
     vm.undoManager().undo();
     EXPECT_EQ(text(), u"a"_s);
-    expectPlayerHasDocument();
 }
 
 TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsNotUndoable)
@@ -141,11 +137,8 @@ TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsNotUndoable)
     for (const auto &move : moves) {
         vm.moveParagraphs(move.rows, move.to);
         EXPECT_EQ(text(), move.result) << move.to;
-        for (qsizetype i = 0; i < 4; ++i)
-            EXPECT_EQ(paragraph(i).sortOrder, i);
     }
     EXPECT_FALSE(vm.undoManager().canUndo());
-    expectPlayerHasDocument();
     EXPECT_EQ(documentText(vm.project()->paragraphs()), u"0 | 1 | 2 | 3"_s)
         << "the project copy waits for the next save";
 }
@@ -186,7 +179,6 @@ TEST_F(Editor, UndoRestoresWholeStatesAcrossParagraphDeletesAndMoves)
             EXPECT_EQ(vm.paragraphs(), *expected[step]) << round << " " << step;
         }
     }
-    expectPlayerHasDocument();
 }
 
 TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)

@@ -27,16 +27,12 @@ TEST(Pauses, NeighboursGetBackTheirPauseUpToTheLimitAndNothingElseChanges)
 {
     // Four words of one recording, with pauses of 0.3, 1.0 (across paragraphs) and 0.05 s.
     const QUuid source = QUuid::createUuid();
-    QList<Paragraph> paragraphs {{{},
-                                  {test::timedWord(0.0, 0.5, 0, source, u"a"_s),
-                                   test::timedWord(0.8, 1.2, 1, source, u"b"_s)},
-                                  0,
-                                  {}},
-                                 {{},
-                                  {test::timedWord(2.2, 2.6, 0, source, u"c"_s),
-                                   test::timedWord(2.65, 3.0, 1, source, u"d"_s)},
-                                  1,
-                                  {}}};
+    const auto word = [&](double start, double end, qint64 order, const QString &text) {
+        return test::timedWord(start, end, order, source, text);
+    };
+    QList<Paragraph> paragraphs {
+        {{}, {word(0.0, 0.5, 0, u"a"_s), word(0.8, 1.2, 1, u"b"_s)}, 0, {}},
+        {{}, {word(2.2, 2.6, 0, u"c"_s), word(2.65, 3.0, 1, u"d"_s)}, 1, {}}};
     recordPauses(paragraphs);
     const auto words = [&](const QString &texts) {
         QList<WordBlock> picked;

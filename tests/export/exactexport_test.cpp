@@ -67,13 +67,6 @@ class ExactSound : public ExactExport, public ::testing::WithParamInterface<Soun
 {
 };
 
-double cueSeconds(const QByteArray &stamp) // "HH:MM:SS,mmm"
-{
-    const QList<QByteArray> parts = stamp.trimmed().replace(',', ':').split(':');
-    return parts[0].toInt() * 3600.0 + parts[1].toInt() * 60.0 + parts[2].toInt()
-        + parts[3].toInt() / 1000.0;
-}
-
 TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
 {
     const SoundCase c = GetParam();
@@ -107,19 +100,13 @@ TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
     EXPECT_LT(worst, 0.001) << map.editList.segments.size() << " cuts";
 
     // Every cue starts where its word's sound starts; the last ends with the file.
-    const QList<QByteArray> lines = subRipDocument(blocks, map).split('\n');
-    qsizetype segment = 0;
-    double worstCue = 0.0, lastEnd = 0.0;
-    for (qsizetype i = 1; i < lines.size(); i += 4) {
-        const QList<QByteArray> times = lines[i].split('>');
-        const double start = cueSeconds(times[0].chopped(2));
-        lastEnd = cueSeconds(times[1]);
-        if (segment < map.editList.segments.size())
-            worstCue = std::max(
-                worstCue, std::abs(start - map.editList.segments[segment++].compositionStart));
-    }
+    const QList<SubtitleCue> cues = subtitleCues(blocks, map);
+    double worstCue = 0.0;
+    for (qsizetype i = 0; i < std::min(cues.size(), map.editList.segments.size()); ++i)
+        worstCue = std::max(worstCue,
+                            std::abs(cues[i].start - map.editList.segments[i].compositionStart));
     EXPECT_LT(worstCue, 0.001);
-    EXPECT_LT(std::abs(lastEnd - double(sound.size()) / sound.rate), 0.005);
+    EXPECT_LT(std::abs(cues.last().end - double(sound.size()) / sound.rate), 0.005);
 }
 
 INSTANTIATE_TEST_SUITE_P(RatesAndFormats, ExactSound,

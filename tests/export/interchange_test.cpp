@@ -1,7 +1,7 @@
 // The hand-off files read back: every frame of the edited timeline must come from the
 // source frame the composition map shows there, in each format and at NTSC and PAL rates.
 #include "export/interchange.h"
-#include "support/transcriptbuilder.h"
+#include "positionmedia.h"
 
 #include <QRegularExpression>
 #include <gtest/gtest.h>
@@ -65,28 +65,14 @@ QList<Event> readBack(interchange::Format format, const QString &text, timing::R
     return events;
 }
 
-// 400 words of a 10-minute recording, kept in runs from anywhere in it.
-EditList randomEdit(std::mt19937 &random)
-{
-    std::uniform_real_distribution<double> start(0.0, 590.0), length(0.02, 0.4);
-    QList<WordBlock> blocks;
-    for (int run = 0; run < 150; ++run) {
-        double t = start(random);
-        for (int w = 0; w < 3; ++w) {
-            const double end = t + length(random);
-            blocks.append(test::timedWord(t, end, blocks.size()));
-            t = end + (w == 1 ? 0.0 : 0.05);
-        }
-    }
-    return planComposition(blocks, {{{}, u"/media/talk.mov"_s, true, 600.0}}).editList;
-}
-
 } // namespace
 
 TEST(Interchange, EveryFrameOfEveryFormatComesFromWhereTheMapShowsIt)
 {
     std::mt19937 random(3);
-    const EditList edit = randomEdit(random);
+    const EditList edit = planComposition(test::randomEdit(600.0, 150, random),
+                                          {{{}, u"/media/talk.mov"_s, true, 600.0}})
+                              .editList;
     for (const timing::Rate rate : {timing::Rate {30000, 1001}, timing::Rate {25, 1}}) {
         const QList<interchange::Source> sources {
             {u"/media/talk.mov"_s, true, true, rate, {1920, 1080}, 600.0}};

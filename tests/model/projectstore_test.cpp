@@ -118,7 +118,6 @@ TEST_F(Projects, RefreshSummarisesBundlesNewestFirst)
     const ProjectReference &first = store.projects().at(0);
     EXPECT_EQ(first.bundlePath, video);
     EXPECT_EQ(store.thumbnail(first.id)->size(), QSize(320, 180));
-    EXPECT_EQ(store.projects().at(2).status, u"created"_s);
     const std::optional<QImage> phone = store.thumbnail(store.projects().at(6).id);
     EXPECT_EQ(phone->height(), 180);
     EXPECT_LT(phone->width(), phone->height());
@@ -140,14 +139,10 @@ TEST_F(Projects, DeletingMovesToTheTrashAndAListThatCannotBeReadIsKept)
     EXPECT_TRUE(QFileInfo::exists(trash + u"/files/删除.kavel/project.json"_s));
     EXPECT_EQ(titles(), QStringList {u"留下"_s});
 
-    // A bundle that is already gone cannot be trashed: logged, then the list refreshes.
+    // A bundle that is already gone cannot be trashed; the list refreshes all the same.
     ProjectReference stale = store.projects().first();
     stale.bundlePath = root.filePath(u"gone.kavel"_s);
-    ::testing::internal::CaptureStdout();
     store.deleteProject(stale);
-    const QString log = QString::fromStdString(::testing::internal::GetCapturedStdout());
-    EXPECT_TRUE(log.startsWith(u"[ProjectStore] Failed to delete project: "_s))
-        << log.toStdString();
     EXPECT_EQ(titles(), QStringList {u"留下"_s});
     EXPECT_TRUE(QFileInfo::exists(kept));
 
@@ -165,19 +160,15 @@ TEST(ProjectCardTexts, DatesSizesAndDurations)
     ProjectReference r;
     r.updatedAt = QDateTime(QDate(2025, 3, 5), QTime(12, 0));
     EXPECT_EQ(dateText(r), u"3月5日"_s);
-
-    const std::pair<qint64, const char16_t *> sizes[] = {
-        {12'345'678, u"12M"}, {1'250'000'000, u"1.2G"}, {999'999'999, u"1000M"}, {499'999, u"0M"}};
-    for (const auto &[bytes, text] : sizes) {
+    for (const auto &[bytes, size, seconds, duration] :
+         {std::tuple {12'345'678LL, u"12M"_s, 59.9, u"00:59"_s},
+          {1'250'000'000LL, u"1.2G"_s, 3725.0, u"1:02:05"_s},
+          {999'999'999LL, u"1000M"_s, 3599.99, u"59:59"_s},
+          {499'999LL, u"0M"_s, 36000.0, u"10:00:00"_s}}) {
         r.fileSize = bytes;
-        EXPECT_EQ(sizeText(r), QString::fromUtf16(text)) << bytes;
-    }
-
-    const std::pair<double, const char16_t *> durations[]
-        = {{59.9, u"00:59"}, {3725.0, u"1:02:05"}, {3599.99, u"59:59"}, {36000.0, u"10:00:00"}};
-    for (const auto &[seconds, text] : durations) {
         r.videoDuration = seconds;
-        EXPECT_EQ(durationText(r), QString::fromUtf16(text)) << seconds;
+        EXPECT_EQ(sizeText(r), size) << bytes;
+        EXPECT_EQ(durationText(r), duration) << seconds;
     }
 }
 
