@@ -1,8 +1,11 @@
 // Status polls against kavel-server while it recognises a long recording: 200 a second
-// for 10 seconds, spread over the API nodes, each answered or counted as an error.
+// for 10 seconds over kept-alive connections, spread over the API nodes, each answered
+// or counted as an error, while slow clients trickle request heads at every node.
 //
 //   bench_load                     one `serve` on SQLite, recognising in-process
 //   bench_load --postgresql        two API nodes and one worker on a throwaway PostgreSQL
+//   --slow-clients N               clients per node that send a header byte every 4 s
+//                                  (default 64; 0 for none)
 //
 // Reports the latency percentiles, measured from when each poll was due (so a server
 // that falls behind is charged for the wait), and exits non-zero when p99 is 50 ms or
@@ -27,7 +30,11 @@
 #include <cstring>
 #include <httplib.h>
 #include <mutex>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using Clock = std::chrono::steady_clock;
@@ -124,6 +131,33 @@ std::string longRecording(const QTemporaryDir &dir)
     return wav + pcm;
 }
 
+// Sends a request head one byte every four seconds, reconnecting whenever the server
+// hangs up, until `done`.
+void trickle(int port, const std::atomic<bool> &done)
+{
+    const std::string head = "GET /signup HTTP/1.1\r\nHost: bench\r\nX-Slow: yes\r\n\r\n";
+    while (!done) {
+        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
+            for (size_t sent = 0; sent < head.size() && !done; ++sent) {
+                if (::send(fd, &head[sent], 1, MSG_NOSIGNAL) != 1)
+                    break;
+                pollfd entry {fd, POLLIN, 0};
+                // Readable before the head is out means the server hung up.
+                if (::poll(&entry, 1, 4000) > 0)
+                    break;
+            }
+        }
+        ::close(fd);
+        if (!done)
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+}
+
 std::string field(const std::string &json, const char *key)
 {
     return QJsonDocument::fromJson(QByteArray::fromStdString(json))
@@ -137,7 +171,18 @@ std::string field(const std::string &json, const char *key)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    const bool postgres = argc > 1 && std::strcmp(argv[1], "--postgresql") == 0;
+    bool postgres = false;
+    int slowClients = 64;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--postgresql") == 0) {
+            postgres = true;
+        } else if (std::strcmp(argv[i], "--slow-clients") == 0 && i + 1 < argc) {
+            slowClients = std::atoi(argv[++i]);
+        } else {
+            std::fprintf(stderr, "usage: bench_load [--postgresql] [--slow-clients N]\n");
+            return 2;
+        }
+    }
     QTemporaryDir dir;
     const QString uploads = dir.filePath(u"uploads"_s);
     std::unique_ptr<kavel::test::PgCluster> cluster;
@@ -198,7 +243,16 @@ int main(int argc, char **argv)
         QThread::msleep(50);
     }
 
-    std::fprintf(stderr, "bench_load: recognition running; polling\n");
+    std::atomic<bool> done = false;
+    std::vector<std::thread> tricklers;
+    for (int port : ports) {
+        for (int i = 0; i < slowClients; ++i)
+            tricklers.emplace_back([port, &done] { trickle(port, done); });
+    }
+    // Let them take whatever they can before the polls begin.
+    std::this_thread::sleep_for(std::chrono::seconds(slowClients > 0 ? 5 : 0));
+    std::fprintf(stderr, "bench_load: recognition running; polling with %d slow clients a node\n",
+                 slowClients);
     // Open loop: poll i is due at start + i / rate, whoever sends it.
     const int total = pollsPerSecond * seconds;
     const auto start = Clock::now() + std::chrono::milliseconds(100);
@@ -211,6 +265,8 @@ int main(int argc, char **argv)
             for (int port : ports) {
                 connections.push_back(std::make_unique<httplib::Client>("127.0.0.1", port));
                 connections.back()->set_read_timeout(5);
+                // As the editor polls: one connection kept open for all of them.
+                connections.back()->set_keep_alive(true);
             }
             for (int i = t; i < total; i += clientThreads) {
                 const auto due = start + std::chrono::microseconds(i * 1000000LL / pollsPerSecond);
@@ -226,6 +282,9 @@ int main(int argc, char **argv)
     }
     for (std::thread &client : clients)
         client.join();
+    done = true;
+    for (std::thread &trickler : tricklers)
+        trickler.join();
     const std::string after = field(first.Get(path, auth)->body, "status");
 
     std::sort(latencies.begin(), latencies.end());
@@ -234,8 +293,10 @@ int main(int argc, char **argv)
             latencies.size() - 1,
             static_cast<size_t>(share * static_cast<double>(latencies.size())))];
     };
-    std::printf("%s: %d polls in %d s over %zu API node(s), %d errors; recognition %s\n",
-                postgres ? "postgresql" : "sqlite", total, seconds, ports.size(), errors.load(),
+    std::printf("%s: %d kept-alive polls in %d s over %zu API node(s) with %d slow clients each, "
+                "%d errors; recognition %s\n",
+                postgres ? "postgresql" : "sqlite", total, seconds, ports.size(), slowClients,
+                errors.load(),
                 after == "processing" ? "still running at the end" : ("ended: " + after).c_str());
     std::printf("latency from due time: p50 %.1f ms, p99 %.1f ms, max %.1f ms\n", at(0.5), at(0.99),
                 latencies.back());

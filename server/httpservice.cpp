@@ -1,5 +1,6 @@
 #include "httpservice.h"
 
+#include "connectionfront.h"
 #include "credentials.h"
 #include "serverlog.h"
 
@@ -9,10 +10,9 @@
 #include <QUuid>
 #include <chrono>
 #include <cstdio>
-#include <fcntl.h>
+#include <filesystem>
 #include <httplib.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace kavel::server {
 
@@ -28,38 +28,9 @@ constexpr int smsMaxAttempts = 5;
 constexpr size_t maxUploadBytes = size_t {2} << 30;
 // Everything but an upload is a small JSON object.
 constexpr size_t maxFormBytes = 64 << 10;
-// A request that waited this long for a thread is answered 503 at once: its client has
-// probably given up, and working through a backlog would keep the server deaf for
-// longer than the flood lasted.
-constexpr auto maxQueueWait = std::chrono::seconds(2);
 constexpr int listenBacklog = 1024;
-
-// When the connection now being handled on this thread was accepted, and whether its
-// first request is yet to be screened (later ones on a kept-alive connection did not
-// wait in the queue).
-thread_local std::chrono::steady_clock::time_point acceptedAt;
-thread_local bool firstRequest = false;
-
-// The library's pool, with each connection's time of arrival noted for screen().
-class TimedPool final : public httplib::TaskQueue
-{
-public:
-    explicit TimedPool(int threads)
-        : m_pool(static_cast<size_t>(threads))
-    { }
-    void enqueue(std::function<void()> work) override
-    {
-        m_pool.enqueue([work = std::move(work), at = std::chrono::steady_clock::now()] {
-            acceptedAt = at;
-            firstRequest = true;
-            work();
-        });
-    }
-    void shutdown() override { m_pool.shutdown(); }
-
-private:
-    httplib::ThreadPool m_pool;
-};
+// How long a user whose uploads are all waiting is asked to wait before the next.
+constexpr std::int64_t uploadRetryAfter = 60;
 
 void refuseEarly(httplib::Response &response, int status, const std::string &detail,
                  std::optional<std::int64_t> retryAfter = std::nullopt)
@@ -120,30 +91,10 @@ std::string extensionOf(const std::string &fileName)
     return extension.empty() ? std::string() : "." + extension;
 }
 
-// Written under a temporary name and renamed, so that a worker on another machine never
-// reads half a file; readable by the service's own user only.
-bool storeUpload(const std::string &directory, const std::string &fileName,
-                 const std::string &content)
+std::uint64_t declaredLength(const httplib::Request &request)
 {
-    const std::string final = directory + "/" + fileName;
-    const std::string partial = directory + "/." + fileName + ".part";
-    const int fd = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0)
-        return false;
-    size_t written = 0;
-    while (written < content.size()) {
-        const ssize_t n = ::write(fd, content.data() + written, content.size() - written);
-        if (n <= 0)
-            break;
-        written += static_cast<size_t>(n);
-    }
-    const bool ok = written == content.size() && ::fsync(fd) == 0;
-    ::close(fd);
-    if (!ok || ::rename(partial.c_str(), final.c_str()) != 0) {
-        ::unlink(partial.c_str());
-        return false;
-    }
-    return true;
+    const std::string declared = request.get_header_value("Content-Length");
+    return declared.empty() ? 0 : std::strtoull(declared.c_str(), nullptr, 10);
 }
 
 // Accounts are made by whoever runs the server; the page says how.
@@ -168,25 +119,24 @@ HttpService::HttpService(Store &store, SmsSender &sms, HttpOptions options,
     , m_taskQueued(std::move(taskQueued))
     , m_decoyHash(credentials::hashPassword(credentials::newToken()))
     , m_signInsByAddress(30, std::chrono::seconds(60))
-    , m_signInsByAccount(10, std::chrono::seconds(60))
+    , m_uploads(m_options.maxWaitingUploads, m_options.maxWaitingUploadBytes)
 {
+    FrontOptions front;
+    front.threads = m_options.threads;
     if (!m_options.tlsCertificate.empty()) {
-        auto secure = std::make_unique<httplib::SSLServer>(m_options.tlsCertificate.c_str(),
-                                                           m_options.tlsKey.c_str());
+        auto secure = std::make_unique<FrontedServer<httplib::SSLServer>>(
+            front, m_options.tlsCertificate.c_str(), m_options.tlsKey.c_str());
         if (!secure->is_valid())
             throw std::runtime_error("cannot load the TLS certificate " + m_options.tlsCertificate
                                      + " or its key " + m_options.tlsKey);
         m_server = std::move(secure);
     } else {
-        m_server = std::make_unique<httplib::Server>();
+        m_server = std::make_unique<FrontedServer<httplib::Server>>(front);
     }
-    m_server->new_task_queue = [threads = m_options.threads] { return new TimedPool(threads); };
-    // An idle keep-alive connection occupies a pool thread until it times out, and so
-    // does a client that sends its request a byte at a time; short timeouts keep a
-    // handful of such clients from starving everyone else.
-    m_server->set_keep_alive_timeout(2);
-    m_server->set_read_timeout(5);
-    m_server->set_write_timeout(10);
+    // The front enforces these; the library announces them in Keep-Alive headers.
+    m_server->set_keep_alive_timeout(
+        std::chrono::ceil<std::chrono::seconds>(front.keepAliveIdle).count());
+    m_server->set_keep_alive_max_count(static_cast<size_t>(front.requestsPerConnection));
     m_server->set_payload_max_length(maxUploadBytes);
     // The library listens with a backlog of 5, too few for a burst of clients; the
     // socket is noted here and given a longer queue once bound.
@@ -229,7 +179,9 @@ void HttpService::routes()
     m_server->Post("/api/auth/login", [this](const Request &rq, Response &rs) { login(rq, rs); });
     m_server->Get("/api/auth/me", [this](const Request &rq, Response &rs) { me(rq, rs); });
     m_server->Post("/api/media/transcribe",
-                   [this](const Request &rq, Response &rs) { upload(rq, rs); });
+                   [this](const Request &rq, Response &rs, const httplib::ContentReader &body) {
+                       upload(rq, rs, body);
+                   });
     m_server->Get(R"(/api/media/transcribe/([^/]+))",
                   [this](const Request &rq, Response &rs) { poll(rq, rs); });
 
@@ -259,20 +211,12 @@ void HttpService::routes()
 
 bool HttpService::screen(const httplib::Request &request, httplib::Response &response)
 {
-    const bool waitedTooLong
-        = firstRequest && std::chrono::steady_clock::now() - acceptedAt > maxQueueWait;
-    firstRequest = false;
-    if (waitedTooLong) {
-        refuseEarly(response, 503, "The server is busy; try again shortly", 1);
-        return true;
-    }
     if (request.method != "POST")
         return false;
     const bool upload = request.path == "/api/media/transcribe";
     const bool chunked
         = request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos;
-    const std::string declared = request.get_header_value("Content-Length");
-    const size_t length = declared.empty() ? 0 : std::strtoull(declared.c_str(), nullptr, 10);
+    const std::uint64_t length = declaredLength(request);
     if (upload) {
         // A stranger's upload is refused before a byte of it is read.
         if (!authenticate(request, response)) {
@@ -327,8 +271,10 @@ void HttpService::sendSmsCode(const httplib::Request &request, httplib::Response
     const bool known = m_store.findUserByPhone(*phone).has_value();
     const std::int64_t now = unixNow();
     if (auto sentAt = m_store.lastSmsCodeSentAt(*phone);
-        sentAt && now - *sentAt < smsResendInterval)
+        sentAt && now - *sentAt < smsResendInterval) {
+        response.set_header("Retry-After", std::to_string(smsResendInterval - (now - *sentAt)));
         return sendDetail(response, 429, "A code was sent less than a minute ago");
+    }
 
     const std::string code = credentials::newNumericCode(6);
     m_store.storeSmsCode(*phone, credentials::digest(*phone + ":" + code), now,
@@ -347,7 +293,7 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     const auto account = stringField(*body, "email");
     const auto phoneNumber = account ? std::nullopt : stringField(*body, "phone");
     if (account || phoneNumber) {
-        if (auto wait = m_signInsByAccount.admit(account ? *account : *phoneNumber)) {
+        if (auto wait = m_guesses.admit(account ? *account : *phoneNumber, request.remote_addr)) {
             response.set_header("Retry-After", std::to_string(*wait));
             return sendDetail(response, 429, "Too many sign-in attempts; try again later");
         }
@@ -371,6 +317,7 @@ void HttpService::login(const httplib::Request &request, httplib::Response &resp
     } else {
         return sendDetail(response, 422, "Expected email and password, or phone and code");
     }
+    m_guesses.succeeded(account ? *account : *phoneNumber, request.remote_addr);
 
     const std::string accessToken = credentials::newToken();
     const std::string refreshToken = credentials::newToken();
@@ -403,22 +350,95 @@ void HttpService::me(const httplib::Request &request, httplib::Response &respons
     sendJson(response, 200, profile);
 }
 
-void HttpService::upload(const httplib::Request &request, httplib::Response &response)
+void HttpService::upload(const httplib::Request &request, httplib::Response &response,
+                         const httplib::ContentReader &content)
 {
     const auto user = authenticate(request, response);
     if (!user)
         return;
-    if (!request.is_multipart_form_data() || !request.has_file("file"))
-        return sendDetail(response, 422, "Expected a multipart upload with a \"file\" part");
-    const httplib::MultipartFormData file = request.get_file_value("file");
-    if (file.content.empty())
-        return sendDetail(response, 422, "The uploaded file is empty");
+    if (!request.is_multipart_form_data())
+        return refuseEarly(response, 422, "Expected a multipart upload with a \"file\" part");
+
+    // The uploads this user already has waiting, on whichever node they arrived.
+    const std::vector<std::string> waiting = m_store.waitingUploads(user->id);
+    std::uint64_t waitingBytes = 0;
+    for (const std::string &name : waiting) {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(m_options.uploadDirectory + "/" + name, error);
+        waitingBytes += error ? 0 : size;
+    }
+    const std::uint64_t declared = declaredLength(request);
+    const UploadLedger::Admission admission
+        = m_uploads.begin(user->id, static_cast<int>(waiting.size()), waitingBytes, declared);
+    if (admission.tooMany)
+        return refuseEarly(response, 429,
+                           "Too many uploads are waiting for recognition; try again when one "
+                           "has finished",
+                           uploadRetryAfter);
+    struct Finish
+    {
+        UploadLedger &ledger;
+        const std::string &user;
+        std::uint64_t declared;
+        ~Finish() { ledger.finish(user, declared); }
+    } finish {m_uploads, user->id, declared};
+    const std::uint64_t room = std::min<std::uint64_t>(admission.room, maxUploadBytes);
+    const auto tooLarge = [&] {
+        refuseEarly(response, 413,
+                    room < maxUploadBytes
+                        ? "The uploads waiting for recognition would take more than this "
+                          "account's room"
+                        : "The upload is larger than 2 GiB");
+    };
+    // The body itself is shorter than its declared length.
+    if (declared > room)
+        return tooLarge();
 
     const std::string taskId = QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
-    // The decoder recognises most formats by their content, but the extension helps it
-    // with raw streams such as ADTS AAC.
-    const std::string fileName = taskId + extensionOf(file.filename);
-    if (!storeUpload(m_options.uploadDirectory, fileName, file.content))
+    std::unique_ptr<UploadFile> file;
+    std::string fileName;
+    std::string originalName;
+    bool inFile = false;
+    bool exceeded = false;
+    bool unstored = false;
+    std::uint64_t received = 0;
+    std::uint64_t size = 0;
+    // Every part counts against the room, but only the file is kept.
+    const bool complete = content(
+        [&](const httplib::MultipartFormData &part) {
+            inFile = part.name == "file" && !file;
+            if (inFile) {
+                originalName = part.filename;
+                // The decoder recognises most formats by their content, but the
+                // extension helps it with raw streams such as ADTS AAC.
+                fileName = taskId + extensionOf(part.filename);
+                file = std::make_unique<UploadFile>(m_options.uploadDirectory, fileName);
+            }
+            return true;
+        },
+        [&](const char *data, size_t length) {
+            received += length;
+            if (received > room) {
+                exceeded = true;
+                return false;
+            }
+            if (!inFile)
+                return true;
+            size += length;
+            unstored = !file->write(data, length);
+            return !unstored;
+        });
+    if (exceeded)
+        return tooLarge();
+    if (unstored)
+        return refuseEarly(response, 500, "Cannot store the upload");
+    if (!complete)
+        return refuseEarly(response, 400, "The upload is incomplete or malformed");
+    if (!file)
+        return sendDetail(response, 422, "Expected a multipart upload with a \"file\" part");
+    if (size == 0)
+        return sendDetail(response, 422, "The uploaded file is empty");
+    if (!file->commit())
         return sendDetail(response, 500, "Cannot store the upload");
     try {
         m_store.createTask(taskId, user->id, fileName, unixNow());
@@ -428,8 +448,7 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     }
     if (m_taskQueued)
         m_taskQueued();
-    logLine("task " + taskId + " queued: " + file.filename + ", "
-            + std::to_string(file.content.size()) + " bytes");
+    logLine("task " + taskId + " queued: " + originalName + ", " + std::to_string(size) + " bytes");
     sendJson(
         response, 200,
         QJsonObject {{u"task_id"_s, QString::fromStdString(taskId)}, {u"status"_s, u"pending"_s}});

@@ -3,6 +3,7 @@
 #include "ratelimiter.h"
 #include "smssender.h"
 #include "store.h"
+#include "uploadspool.h"
 
 #include <functional>
 #include <memory>
@@ -10,6 +11,7 @@
 
 namespace httplib {
 class Server;
+class ContentReader;
 struct Request;
 struct Response;
 } // namespace httplib
@@ -26,6 +28,9 @@ struct HttpOptions
     std::string tlsCertificate;
     std::string tlsKey;
     int threads = 16;
+    // What one user may have waiting for recognition at once.
+    int maxWaitingUploads = 64;
+    std::uint64_t maxWaitingUploadBytes = std::uint64_t {4} << 30;
 };
 
 class HttpService
@@ -53,7 +58,8 @@ private:
     void sendSmsCode(const httplib::Request &request, httplib::Response &response);
     void login(const httplib::Request &request, httplib::Response &response);
     void me(const httplib::Request &request, httplib::Response &response);
-    void upload(const httplib::Request &request, httplib::Response &response);
+    void upload(const httplib::Request &request, httplib::Response &response,
+                const httplib::ContentReader &content);
     void poll(const httplib::Request &request, httplib::Response &response);
 
     Store &m_store;
@@ -64,7 +70,8 @@ private:
     // as a known one's and the time of the answer does not tell them apart.
     std::string m_decoyHash;
     RateLimiter m_signInsByAddress;
-    RateLimiter m_signInsByAccount;
+    GuessThrottle m_guesses;
+    UploadLedger m_uploads;
     int m_listeningSocket = -1;
     std::unique_ptr<httplib::Server> m_server;
 };

@@ -38,10 +38,13 @@ int usage()
         << "usage:\n"
            "  kavel-server serve [--port N] [--bind ADDRESS] [--tls-cert FILE --tls-key FILE]\n"
            "                     [--insecure] [--database PATH|URL] [--uploads DIR]\n"
-           "                     [--workers N] [--lease SECONDS] [RECOGNIZER]\n"
+           "                     [--workers N] [--lease SECONDS] [--upload-quota N]\n"
+           "                     [--upload-quota-mib N] [RECOGNIZER]\n"
            "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
            "      --workers 0 answers requests only and leaves recognition to workers.\n"
            "      Plain HTTP off the loopback address needs --insecure.\n"
+           "      --upload-quota and --upload-quota-mib bound what one user may have\n"
+           "      waiting for recognition (default 64 uploads, 4096 MiB).\n"
            "  kavel-server worker --database PATH|URL --uploads DIR [--workers N]\n"
            "                      [--lease SECONDS] [RECOGNIZER]\n"
            "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
@@ -229,11 +232,14 @@ std::optional<std::string> uploadFolder(const Options &options, const std::strin
 int serve(int argc, char **argv)
 {
     std::set<std::string> names = workerOptionNames;
-    names.insert({"--port", "--bind", "--tls-cert", "--tls-key", "--insecure"});
+    names.insert({"--port", "--bind", "--tls-cert", "--tls-key", "--insecure", "--upload-quota",
+                  "--upload-quota-mib"});
     const auto options = parseOptions(argc, argv, names);
     if (!options)
         return usage();
     const auto port = numberOption(*options, "--port", defaultPort, 0, 65535);
+    const auto uploadQuota = numberOption(*options, "--upload-quota", 64, 1, 10000);
+    const auto uploadQuotaMib = numberOption(*options, "--upload-quota-mib", 4096, 1, 1 << 24);
     const std::string address = option(*options, "--bind").value_or("127.0.0.1");
     HttpOptions http;
     http.tlsCertificate = option(*options, "--tls-cert").value_or("");
@@ -251,8 +257,10 @@ int serve(int argc, char **argv)
     const std::string database = option(*options, "--database").value_or(defaultDatabase);
     const auto uploads = uploadFolder(*options, database);
     const auto setup = uploads ? workerSetup(*options, *uploads, 1) : std::nullopt;
-    if (!port || !setup)
+    if (!port || !setup || !uploadQuota || !uploadQuotaMib)
         return usage();
+    http.maxWaitingUploads = *uploadQuota;
+    http.maxWaitingUploadBytes = std::uint64_t(*uploadQuotaMib) << 20;
 
     const sigset_t signals = blockTerminationSignals();
     std::filesystem::create_directories(*uploads);
@@ -273,8 +281,11 @@ int serve(int argc, char **argv)
         logLine("cannot listen on " + address + ":" + std::to_string(*port));
         return 1;
     }
-    logLine(std::string("listening on ") + (tls ? "https" : "http") + "://" + address + ":"
-            + std::to_string(bound));
+    // An IPv6 address is written in brackets in a URL, or its port would read as part
+    // of it.
+    const bool ipv6 = address.find(':') != std::string::npos;
+    logLine(std::string("listening on ") + (tls ? "https" : "http") + "://"
+            + (ipv6 ? "[" + address + "]" : address) + ":" + std::to_string(bound));
     workers = startWorkers(*store, *setup);
 
     std::thread signalWaiter([&service, signals] {

@@ -62,4 +62,63 @@ private:
     std::uint64_t m_calls = 0;
 };
 
+// Password guesses, counted per account and client address together, so that whoever
+// guesses at an account slows down only themselves: its owner, signing in from an
+// address that has not been failing, goes straight through. The first few attempts of a
+// pair are free; after them each one must wait twice as long as the one before (1 s,
+// 2 s, 4 s, … up to a quarter of an hour). A successful sign-in clears the pair.
+class GuessThrottle
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    static constexpr int freeAttempts = 5;
+    static constexpr std::chrono::seconds longestWait {900};
+    // A pair that has not tried for this long starts afresh.
+    static constexpr std::chrono::hours memory {1};
+
+    // Counts an attempt (before its password is checked, so that concurrent guesses
+    // cannot slip past the count); nothing when it may go ahead, otherwise the seconds
+    // to wait.
+    std::optional<std::int64_t> admit(const std::string &account, const std::string &address,
+                                      Clock::time_point now = Clock::now())
+    {
+        const std::lock_guard lock(m_mutex);
+        if (++m_calls % 1024 == 0)
+            std::erase_if(m_pairs,
+                          [now](const auto &entry) { return now - entry.second.last >= memory; });
+        Pair &pair = m_pairs[account + '\n' + address];
+        if (pair.attempts > 0 && now - pair.last >= memory)
+            pair = Pair {};
+        if (now < pair.notBefore)
+            return std::max<std::int64_t>(
+                1, std::chrono::ceil<std::chrono::seconds>(pair.notBefore - now).count());
+        pair.last = now;
+        if (++pair.attempts > freeAttempts) {
+            const int doublings = std::min(pair.attempts - freeAttempts - 1, 10);
+            pair.notBefore = now
+                + std::min<Clock::duration>(std::chrono::seconds(std::int64_t {1} << doublings),
+                                            longestWait);
+        }
+        return std::nullopt;
+    }
+
+    void succeeded(const std::string &account, const std::string &address)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_pairs.erase(account + '\n' + address);
+    }
+
+private:
+    struct Pair
+    {
+        int attempts = 0;
+        Clock::time_point last;
+        Clock::time_point notBefore;
+    };
+    std::mutex m_mutex;
+    std::map<std::string, Pair> m_pairs;
+    std::uint64_t m_calls = 0;
+};
+
 } // namespace kavel::server

@@ -377,4 +377,16 @@ std::optional<TaskRecord> SqlStore::task(const std::string &id)
     return TaskRecord {*row[0], *row[1], *row[2], row[3], row[4]};
 }
 
+std::vector<std::string> SqlStore::waitingUploads(const std::string &userId)
+{
+    const auto lock = exclusive();
+    const SqlResult result = run("SELECT audio_file FROM tasks WHERE user_id = $1 "
+                                 "AND status IN ('pending', 'processing')",
+                                 {userId});
+    std::vector<std::string> files;
+    for (const auto &row : result.rows)
+        files.push_back(row[0].value_or(""));
+    return files;
+}
+
 } // namespace kavel::server

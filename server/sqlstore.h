@@ -50,6 +50,7 @@ public:
                   const std::string &message) override;
     void releaseTask(const std::string &id, const std::string &worker) override;
     std::optional<TaskRecord> task(const std::string &id) override;
+    std::vector<std::string> waitingUploads(const std::string &userId) override;
     int schemaVersion() override;
 
 protected:

@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace kavel::server {
 
@@ -105,6 +106,8 @@ public:
     // Gives a task back untouched (a worker that is stopping), for the next claim.
     virtual void releaseTask(const std::string &id, const std::string &worker) = 0;
     virtual std::optional<TaskRecord> task(const std::string &id) = 0;
+    // The upload files of a user's tasks that are waiting or being recognised.
+    virtual std::vector<std::string> waitingUploads(const std::string &userId) = 0;
 
     virtual int schemaVersion() = 0;
 };

@@ -1,13 +1,22 @@
 #include "support/serverprocess.h"
 
+#include <QDir>
 #include <QFile>
+#include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QThread>
+#include <atomic>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 using namespace kavel::test;
 using namespace Qt::StringLiterals;
@@ -32,11 +41,14 @@ protected:
         return server.apiBaseUrl().port(0);
     }
 
-    // What the server answers to raw request bytes, without sending any body; empty
-    // when it waits for more instead of answering.
-    static QByteArray answerTo(int port, const QByteArray &head)
+    // What the server answers to raw request bytes (a head without its body, say),
+    // sent from the loopback address `from`; empty when it waits for more instead of
+    // answering.
+    static QByteArray answerTo(int port, const QByteArray &head, const QString &from = {})
     {
         QTcpSocket socket;
+        if (!from.isEmpty())
+            socket.bind(QHostAddress(from));
         socket.connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port));
         if (!socket.waitForConnected(5000))
             return {};
@@ -48,6 +60,37 @@ protected:
         return socket.readAll();
     }
 
+    QByteArray signIn(int port)
+    {
+        const auto reply
+            = httplib::Client("127.0.0.1", port)
+                  .Post("/api/auth/login", R"({"email":"e@example.com","password":"pw"})",
+                        "application/json");
+        EXPECT_TRUE(reply && reply->status == 200);
+        return reply
+            ? QJsonDocument::fromJson(QByteArray::fromStdString(reply->body))[u"access_token"_s]
+                  .toString()
+                  .toUtf8()
+            : QByteArray();
+    }
+
+    // Forgets the server's peak memory so far (a password hash at its start takes
+    // 64 MiB for a moment).
+    void forgetPeakMemory()
+    {
+        QFile refs(u"/proc/%1/clear_refs"_s.arg(server.processId()));
+        ASSERT_TRUE(refs.open(QIODevice::WriteOnly) && refs.write("5") == 1);
+    }
+    // The server's own figure from /proc, in MiB.
+    double memory(const char *field)
+    {
+        QFile status(u"/proc/%1/status"_s.arg(server.processId()));
+        if (!status.open(QIODevice::ReadOnly))
+            return -1;
+        const QRegularExpression line(QString::fromLatin1(field) + u":\\s+(\\d+) kB"_s);
+        return line.match(QString::fromLatin1(status.readAll())).captured(1).toDouble() / 1024.0;
+    }
+
     QTemporaryDir dir;
     ServerProcess server;
 };
@@ -55,6 +98,23 @@ protected:
 std::string loginBody(const std::string &account, const std::string &password)
 {
     return R"({"email":")" + account + R"(","password":")" + password + R"("})";
+}
+
+QByteArray post(const char *path, const std::string &body)
+{
+    return QByteArray("POST ") + path + " HTTP/1.1\r\nHost: k\r\nConnection: close\r\n"
+        + "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size())
+        + "\r\n\r\n" + QByteArray::fromStdString(body);
+}
+
+// Status and Retry-After of a raw answer (0 for either when absent).
+std::pair<int, int> statusAndWait(const QByteArray &answer)
+{
+    const auto wait = QRegularExpression(u"\r\nRetry-After: (\\d+)\r\n"_s,
+                                         QRegularExpression::CaseInsensitiveOption)
+                          .match(QString::fromLatin1(answer));
+    return {answer.startsWith("HTTP/1.1 ") ? answer.mid(9, 3).toInt() : 0,
+            wait.hasMatch() ? wait.captured(1).toInt() : 0};
 }
 
 } // namespace
@@ -152,32 +212,167 @@ TEST_F(ExposedServer, BodiesAreRefusedFromTheirHeadersAlone)
     }
 }
 
-TEST_F(ExposedServer, SignInsAreRateLimitedPerAccountAndPerAddress)
+TEST_F(ExposedServer, GuessesSlowDownTheirOwnAddressAndNeverLockOutTheOwner)
 {
     const int port = start();
     ASSERT_NE(port, 0);
+    const auto attempt = [port](const char *from, const std::string &account,
+                                const std::string &password) {
+        return statusAndWait(answerTo(port, post("/api/auth/login", loginBody(account, password)),
+                                      QString::fromLatin1(from)));
+    };
+    const char *guesser = "127.0.0.2";
+    // A few wrong passwords are answered at once, then the address must wait.
+    QList<int> answers;
+    for (int i = 0; i < 10; ++i)
+        answers << attempt(guesser, "e@example.com", "guess").first;
+    EXPECT_EQ(answers, (QList<int> {401, 401, 401, 401, 401, 401, 429, 429, 429, 429}));
+    EXPECT_EQ(attempt(guesser, "e@example.com", "pw"), (std::pair {429, 1}))
+        << "the right password too, from where the guesses come";
+    // The owner, elsewhere, is not locked out.
+    EXPECT_EQ(attempt("127.0.0.1", "e@example.com", "pw").first, 200);
+    // Each further guess waits twice as long as the one before.
+    QThread::msleep(1100);
+    EXPECT_EQ(attempt(guesser, "e@example.com", "guess").first, 401);
+    EXPECT_EQ(attempt(guesser, "e@example.com", "guess"), (std::pair {429, 2}));
+
+    // One address may try 30 sign-ins a minute, whatever the accounts.
+    int refused = 0;
+    while (
+        refused < 40
+        && attempt("127.0.0.3", "someone" + std::to_string(refused) + "@example.com", "guess").first
+            == 401)
+        ++refused;
+    EXPECT_EQ(refused, 30);
+    const auto [status, wait] = attempt("127.0.0.3", "e@example.com", "pw");
+    EXPECT_EQ(status, 429);
+    EXPECT_TRUE(wait >= 1 && wait <= 60) << wait;
+
+    // A code is texted once a minute, and the refusal says when to ask again.
+    const std::string phone = R"({"phone":"13800000009"})";
+    EXPECT_EQ(statusAndWait(answerTo(port, post("/api/auth/sms-code", phone))).first, 200);
+    const auto [smsStatus, smsWait]
+        = statusAndWait(answerTo(port, post("/api/auth/sms-code", phone)));
+    EXPECT_EQ(smsStatus, 429);
+    EXPECT_TRUE(smsWait >= 59 && smsWait <= 60) << smsWait;
+}
+
+TEST_F(ExposedServer, SlowClientsHoldNoRequestThreadAndAreDroppedAtTheirHeadDeadline)
+{
+    const int port = start({u"--bind"_s, u"::1"_s});
+    ASSERT_NE(port, 0) << "IPv6 addresses are logged in brackets";
+    using Clock = std::chrono::steady_clock;
+    const auto started = Clock::now();
+    const auto seconds
+        = [started] { return std::chrono::duration<double>(Clock::now() - started).count(); };
+    // Each sends a byte of its head a second, and notes when the server hung up.
+    constexpr int slowClients = 64;
+    std::vector<double> droppedAt(slowClients, -1.0);
+    std::atomic<bool> done = false;
+    std::vector<std::thread> tricklers;
+    for (int i = 0; i < slowClients; ++i) {
+        tricklers.emplace_back([&, i] {
+            const int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
+            sockaddr_in6 address {};
+            address.sin6_family = AF_INET6;
+            address.sin6_port = htons(static_cast<std::uint16_t>(port));
+            address.sin6_addr = in6addr_loopback;
+            if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
+                const std::string head = "GET /signup HTTP/1.1\r\nHost: k\r\nX-Slow: ";
+                ::send(fd, head.data(), head.size(), MSG_NOSIGNAL);
+                while (!done) {
+                    pollfd entry {fd, POLLIN, 0};
+                    if (::poll(&entry, 1, 1000) > 0) {
+                        char byte;
+                        if (::recv(fd, &byte, 1, 0) <= 0)
+                            droppedAt[static_cast<size_t>(i)] = seconds();
+                        break;
+                    }
+                    ::send(fd, "a", 1, MSG_NOSIGNAL);
+                }
+            }
+            ::close(fd);
+        });
+    }
+    // Meanwhile everyone else is answered as usual.
+    httplib::Client client("::1", port);
+    client.set_connection_timeout(3);
+    client.set_read_timeout(3);
+    int asked = 0;
+    int answered = 0;
+    while (seconds() < 12.5 && std::count(droppedAt.begin(), droppedAt.end(), -1.0) > 0) {
+        const auto reply = client.Get("/signup");
+        ++asked;
+        answered += reply && reply->status == 200;
+        QThread::msleep(250);
+    }
+    done = true;
+    for (std::thread &trickler : tricklers)
+        trickler.join();
+    EXPECT_GT(asked, 30);
+    EXPECT_EQ(answered, asked);
+    // However steadily the bytes come, the whole head has ten seconds.
+    for (double at : droppedAt)
+        EXPECT_TRUE(at > 9.0 && at < 12.5) << at;
+}
+
+TEST_F(ExposedServer, UploadsGoToDiskInPiecesWithinEachUsersQuota)
+{
+    const int port = start({u"--upload-quota"_s, u"3"_s, u"--upload-quota-mib"_s, u"600"_s});
+    ASSERT_NE(port, 0);
+    const QByteArray token = signIn(port);
+    const httplib::Headers auth {{"Authorization", "Bearer " + token.toStdString()}};
+    const std::string type = "multipart/form-data; boundary=b0undary";
+    const std::string opening = "--b0undary\r\nContent-Disposition: form-data; name=\"file\"; "
+                                "filename=\"big.wav\"\r\n\r\n";
+    const std::string closing = "\r\n--b0undary--\r\n";
+    constexpr size_t size = 256 << 20;
+    // The body as a stream: the opening, zeros a MiB at a time, the closing.
+    const auto produce = [&](size_t offset, httplib::DataSink &sink) {
+        static const std::string zeros(1 << 20, '\0');
+        if (offset == 0)
+            return sink.write(opening.data(), opening.size());
+        const size_t sent = offset - opening.size();
+        if (sent < size)
+            return sink.write(zeros.data(), std::min(zeros.size(), size - sent));
+        if (sent == size)
+            return sink.write(closing.data(), closing.size());
+        sink.done();
+        return true;
+    };
     httplib::Client client("127.0.0.1", port);
-    const auto attempt = [&client](const std::string &account, const std::string &password) {
-        return client.Post("/api/auth/login", loginBody(account, password), "application/json");
-    };
-    // Wrong passwords refused before the first answer that says how long to wait.
-    const auto refusalsBeforePause = [&attempt](const std::function<std::string(int)> &account) {
-        for (int refusals = 0; refusals < 40; ++refusals) {
-            const auto reply = attempt(account(refusals), "guess");
-            if (reply && reply->status == 401)
-                continue;
-            const int wait = reply ? std::atoi(reply->get_header_value("Retry-After").c_str()) : 0;
-            EXPECT_TRUE(reply && reply->status == 429 && wait >= 1 && wait <= 60) << wait;
-            return refusals;
-        }
-        return 40;
-    };
-    // Guessing one account's password: a few tries, then a pause, even for the right one.
-    const int sameAccount = refusalsBeforePause([](int) { return std::string("e@example.com"); });
-    EXPECT_EQ(sameAccount, 10);
-    EXPECT_EQ(attempt("e@example.com", "pw")->status, 429);
-    // Other accounts are unaffected, until one address has tried too many of them.
-    const int others
-        = refusalsBeforePause([](int i) { return "someone" + std::to_string(i) + "@example.com"; });
-    EXPECT_EQ(sameAccount + others + 2, 30) << "the address's attempts, all told";
+    client.set_read_timeout(60);
+    client.set_write_timeout(60);
+    for (const bool chunked : {false, true}) {
+        forgetPeakMemory();
+        const double before = memory("VmHWM");
+        const auto reply = chunked
+            ? client.Post("/api/media/transcribe", auth, produce, type.c_str())
+            : client.Post(
+                "/api/media/transcribe", auth, opening.size() + size + closing.size(),
+                [&](size_t offset, size_t, httplib::DataSink &sink) {
+                    return produce(offset, sink);
+                },
+                type.c_str());
+        EXPECT_TRUE(reply && reply->status == 200) << (reply ? reply->body : "no reply");
+        EXPECT_LT(memory("VmHWM") - before, 32.0) << (chunked ? "chunked" : "with its length");
+    }
+    const QFileInfoList stored
+        = QDir(server.databasePath() + u".uploads"_s).entryInfoList(QDir::Files);
+    ASSERT_EQ(stored.size(), 2);
+    EXPECT_EQ(stored[0].size() + stored[1].size(), qint64 {2} * qint64 {size});
+
+    // Another 100 MiB would take the user past 600 MiB waiting: refused from its headers.
+    const QByteArray upload = "POST /api/media/transcribe HTTP/1.1\r\nHost: k\r\n"
+                              "Content-Type: multipart/form-data; boundary=b\r\n"
+                              "Authorization: Bearer "
+        + token + "\r\n";
+    EXPECT_EQ(statusAndWait(answerTo(port, upload + "Content-Length: 104857600\r\n\r\n")).first,
+              413);
+    // A small one fits, and then three are waiting: one more is asked to wait.
+    const httplib::MultipartFormDataItems small {{"file", "RIFF", "small.wav", "audio/wav"}};
+    EXPECT_EQ(client.Post("/api/media/transcribe", auth, small)->status, 200);
+    const auto refused = client.Post("/api/media/transcribe", auth, small);
+    EXPECT_EQ(refused->status, 429);
+    EXPECT_EQ(refused->get_header_value("Retry-After"), "60");
 }

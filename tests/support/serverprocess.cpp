@@ -90,7 +90,7 @@ bool ServerProcess::start(QString *error, const QStringList &extra)
     m_server = std::make_unique<ServerCommand>(
         QStringList {u"serve"_s, u"--port"_s, u"0"_s, u"--db"_s, databasePath()} + extra);
     const auto match = m_server->waitForLog(
-        QRegularExpression(u"listening on (https?://127\\.0\\.0\\.1:\\d+)"_s), 0,
+        QRegularExpression(u"listening on (https?://(?:127\\.0\\.0\\.1|\\[::1\\]):\\d+)"_s), 0,
         std::chrono::seconds(10));
     if (!match && error)
         *error = u"server did not start:\n"_s + m_server->log();

@@ -32,6 +32,7 @@ public:
                std::chrono::milliseconds timeout = std::chrono::seconds(20));
     // The exit code once it has ended by itself, or nothing.
     std::optional<int> exitCode(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+    qint64 processId() const { return m_process.processId(); }
     // SIGTERM, as an operator stops it; then SIGKILL if it does not go.
     void stop();
     // SIGKILL: no chance to give anything back.
@@ -63,6 +64,7 @@ public:
     // The API root the client is configured with: http://127.0.0.1:<port>/api
     QUrl apiBaseUrl() const { return m_apiBaseUrl; }
     QString databasePath() const { return m_directory.filePath(QStringLiteral("kavel.db")); }
+    qint64 processId() const { return m_server ? m_server->processId() : 0; }
 
     // What the server has written since it was last started.
     QString log() { return m_server ? m_server->log() : QString(); }
