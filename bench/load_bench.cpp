@@ -285,7 +285,8 @@ int main(int argc, char **argv)
     done = true;
     for (std::thread &trickler : tricklers)
         trickler.join();
-    const std::string after = field(first.Get(path, auth)->body, "status");
+    const auto last = first.Get(path, auth);
+    const std::string after = last ? field(last->body, "status") : "unknown (no answer)";
 
     std::sort(latencies.begin(), latencies.end());
     const auto at = [&](double share) {

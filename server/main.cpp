@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <malloc.h>
 #include <map>
 #include <optional>
 #include <pthread.h>
@@ -330,6 +331,13 @@ int main(int argc, char **argv)
 {
     if (argc < 2)
         return usage();
+    // glibc raises its mmap threshold to the size of each large block freed, up to
+    // 32 MiB; after one recording's samples (or one long transcript) had come and gone,
+    // every later one of that size was carved out of the request and recognition
+    // threads' arenas and kept there, and the server grew for hours. A fixed threshold
+    // gives large blocks back when they are freed, and fewer arenas waste less.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_ARENA_MAX, 4);
     try {
         credentials::initialise();
         const std::string command = argv[1];

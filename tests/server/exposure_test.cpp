@@ -316,6 +316,45 @@ TEST_F(ExposedServer, SlowClientsHoldNoRequestThreadAndAreDroppedAtTheirHeadDead
         EXPECT_TRUE(at > 9.0 && at < 12.5) << at;
 }
 
+// A response written in two pieces waits for the client's delayed acknowledgement of the
+// first (40 ms) on a kept-alive connection; written in one, it arrives in one read.
+TEST_F(ExposedServer, KeptAliveConnectionsGetEachResponseInOnePiece)
+{
+    const int port = start();
+    ASSERT_NE(port, 0);
+    const QByteArray token = signIn(port);
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    const QByteArray requests[] = {
+        "GET /signup HTTP/1.1\r\nHost: k\r\n\r\n",
+        "GET /api/auth/me HTTP/1.1\r\nHost: k\r\nAuthorization: Bearer " + token + "\r\n\r\n",
+        "GET /api/media/transcribe/absent HTTP/1.1\r\nHost: k\r\nAuthorization: Bearer " + token
+            + "\r\n\r\n",
+    };
+    for (int round = 0; round < 3; ++round) {
+        for (const QByteArray &request : requests) {
+            ASSERT_EQ(::send(fd, request.data(), static_cast<size_t>(request.size()), 0),
+                      request.size());
+            pollfd entry {fd, POLLIN, 0};
+            ASSERT_EQ(::poll(&entry, 1, 5000), 1);
+            QByteArray answer(64 << 10, '\0');
+            answer.resize(std::max<ssize_t>(0, ::recv(fd, answer.data(), answer.size(), 0)));
+            const qsizetype headEnd = answer.indexOf("\r\n\r\n");
+            const auto length = QRegularExpression(u"\r\nContent-Length: (\\d+)\r\n"_s,
+                                                   QRegularExpression::CaseInsensitiveOption)
+                                    .match(QString::fromLatin1(answer.left(headEnd + 2)));
+            ASSERT_TRUE(headEnd > 0 && length.hasMatch()) << answer.toStdString();
+            EXPECT_EQ(answer.size() - headEnd - 4, length.captured(1).toInt())
+                << "round " << round << ": " << request.left(40).toStdString();
+        }
+    }
+    ::close(fd);
+}
+
 TEST_F(ExposedServer, UploadsGoToDiskInPiecesWithinEachUsersQuota)
 {
     const int port = start({u"--upload-quota"_s, u"3"_s, u"--upload-quota-mib"_s, u"600"_s});
