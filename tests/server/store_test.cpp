@@ -3,6 +3,7 @@
 #include "store.h"
 
 #include <QTemporaryDir>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -112,6 +113,16 @@ TEST_P(StoreBehaviour, LeasesDecideWhoMayFinishATask)
     EXPECT_FALSE(db.claimTask("c", 3200, 100, 1));
     EXPECT_EQ(db.task("t3")->status, "failed");
     EXPECT_TRUE(db.task("t3")->errorMessage->find("interrupted") != std::string::npos);
+
+    // Only a user's unfinished tasks count against their uploads, claimed or not.
+    db.createTask("t4", db.addUser("r@b.c", std::nullopt, std::nullopt, "hash").id, "t4.wav", 4);
+    db.createTask("t5", user, "t5.wav", 5);
+    db.createTask("t6", user, "t6.wav", 6);
+    EXPECT_EQ(db.claimTask("a", 4000, 100, 1)->id, "t4");
+    EXPECT_EQ(db.claimTask("a", 4000, 100, 1)->id, "t5");
+    auto waiting = db.waitingUploads(user);
+    std::sort(waiting.begin(), waiting.end());
+    EXPECT_EQ(waiting, (std::vector<std::string> {"t5.wav", "t6.wav"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, StoreBehaviour, ::testing::Values("sqlite", "postgresql"),
