@@ -9,6 +9,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -188,9 +189,11 @@ namespace {
 class FrontStream final : public httplib::Stream
 {
 public:
-    FrontStream(ConnectionFront::Connection &connection, const FrontOptions &options)
+    FrontStream(ConnectionFront::Connection &connection, const FrontOptions &options,
+                const std::atomic<bool> &stopping)
         : m_connection(connection)
         , m_options(options)
+        , m_stopping(stopping)
     { }
 
     bool is_readable() const override
@@ -207,9 +210,12 @@ public:
         if (!m_connection.output.empty() && !flush())
             return -1;
         while (m_connection.buffered() == 0) {
+            // A body still on its way (an upload) does not hold up a stopping server.
+            if (m_stopping)
+                return -1;
             const ssize_t n = m_connection.fill(readChunk);
             if (n == blocked) {
-                if (!waitFor(m_connection.fd, m_connection.wanted, m_options.readTimeout))
+                if (!awaitInput())
                     return -1;
                 continue;
             }
@@ -248,6 +254,20 @@ public:
     }
     socket_t socket() const override { return m_connection.fd; }
 
+    // Waits up to the read timeout for the socket, in slices, so that a server that is
+    // stopping need not wait out a slow client.
+    bool awaitInput() const
+    {
+        const auto deadline = Clock::now() + m_options.readTimeout;
+        while (!m_stopping && Clock::now() < deadline) {
+            if (waitFor(m_connection.fd, m_connection.wanted,
+                        std::min(std::chrono::milliseconds(250),
+                                 std::chrono::milliseconds(millisecondsUntil(deadline)))))
+                return true;
+        }
+        return false;
+    }
+
     bool flush()
     {
         if (!m_broken && !m_connection.flush(m_options.writeTimeout))
@@ -259,6 +279,7 @@ public:
 private:
     ConnectionFront::Connection &m_connection;
     const FrontOptions &m_options;
+    const std::atomic<bool> &m_stopping;
     bool m_broken = false;
 };
 
@@ -272,6 +293,12 @@ ConnectionFront::ConnectionFront(FrontOptions options, SSL_CTX *tls, RequestHand
     , m_handler(std::move(handler))
     , m_wakeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
+    // poll() takes no more descriptors than the process may open; keep a margin for the
+    // listening socket, the database and the uploads being written.
+    rlimit files {};
+    if (::getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur != RLIM_INFINITY)
+        m_options.maxConnections = std::min<size_t>(
+            m_options.maxConnections, files.rlim_cur > 256 ? files.rlim_cur - 128 : 128);
     m_watcher = std::thread([this] { watch(); });
     for (int i = 0; i < m_options.threads; ++i)
         m_servers.emplace_back([this] { serve(); });
@@ -427,8 +454,11 @@ void ConnectionFront::watch()
             soonest = std::min(soonest, connection->deadline);
         }
         const int timeout = soonest == Clock::time_point::max() ? -1 : millisecondsUntil(soonest);
-        if (::poll(entries.data(), entries.size(), timeout) < 0 && errno != EINTR)
-            return;
+        if (::poll(entries.data(), entries.size(), timeout) < 0) {
+            // Only EINTR and ENOMEM can happen here; either way, look again.
+            for (pollfd &entry : entries)
+                entry.revents = 0;
+        }
         if (entries[0].revents) {
             std::uint64_t count;
             [[maybe_unused]] const ssize_t read = ::read(m_wakeFd, &count, sizeof count);
@@ -476,7 +506,7 @@ void ConnectionFront::serve()
             connection->flush(m_options.writeTimeout);
             continue;
         }
-        FrontStream stream(*connection, m_options);
+        FrontStream stream(*connection, m_options, m_stopping);
         bool closed = false;
         const bool last = connection->served + 1 >= m_options.requestsPerConnection;
         bool ok = false;

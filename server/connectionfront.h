@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -78,7 +79,7 @@ private:
     SSL_CTX *m_tls;
     RequestHandler m_handler;
     int m_wakeFd = -1;
-    bool m_stopping = false;
+    std::atomic<bool> m_stopping = false;
 
     std::mutex m_mutex;
     // Handed to the front: new sockets and connections back from a request.
