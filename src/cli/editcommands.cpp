@@ -107,11 +107,11 @@ int runEdit(const QStringList &arguments)
 
     auto project = openBundle(values.first());
     // Saving an edit of the empty transcript a damaged file opens as would replace it.
-    if (!project->timelineLoadError().isEmpty())
-        throw CommandFailure {project->damagedTimelineBackup()
-                                  ? u"转写稿无法读取，原文件已备份到 "_s
-                                      + *project->damagedTimelineBackup()
-                                  : project->timelineLoadError()};
+    if (!project->timelineLoadError().isEmpty()) {
+        const std::optional<QString> backup = project->backUpDamagedTimeline();
+        throw CommandFailure {backup ? u"转写稿无法读取，原文件已备份到 "_s + *backup
+                                     : project->timelineLoadError()};
+    }
     QList<Paragraph> original = playbackOrder(project->paragraphs());
 
     std::optional<double> pauseLimit;

@@ -161,7 +161,7 @@ void EditorViewModel::openProject(const QUrl &url)
     Q_EMIT recoverableEditsChanged();
     clearSelection();
     m_undoManager->clear();
-    if (const auto &backup = m_project->damagedTimelineBackup())
+    if (const auto backup = m_project->backUpDamagedTimeline())
         setProcessingStatus(u"转写稿无法读取，原文件已备份到 "_s + *backup);
     else if (!m_project->timelineLoadError().isEmpty())
         setProcessingStatus(m_project->timelineLoadError());
