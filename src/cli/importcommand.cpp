@@ -81,11 +81,11 @@ int runImport(const QStringList &arguments)
     parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption, noRefineOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
-        throw CommandFailure {u"--email and --password go together"_s, 2};
+        throw CommandFailure {u"--email 和 --password 需要一起给出"_s, 2};
     bool timeoutOk = false;
     const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
     if (!timeoutOk || !(timeoutSeconds > 0))
-        throw CommandFailure {u"--timeout needs a number of seconds"_s, 2};
+        throw CommandFailure {u"--timeout 需要一个秒数"_s, 2};
     const auto deadline = std::chrono::steady_clock::now()
         + std::chrono::milliseconds(qint64(timeoutSeconds * 1000.0));
     QList<QUrl> urls;
@@ -94,6 +94,17 @@ int runImport(const QStringList &arguments)
         if (!info.isFile())
             throw CommandFailure {u"找不到文件："_s + file};
         urls.append(QUrl::fromLocalFile(info.absoluteFilePath()));
+    }
+    // Refused before anything is created or sent, under the name the user gave.
+    media::mlt::MltMediaEngine engine;
+    for (const QString &file : files) {
+        media::MediaInfo probed;
+        try {
+            probed = engine.probe(QFileInfo(file).absoluteFilePath());
+        } catch (const Error &) {
+            continue; // the import tries it as it is, as the window's does
+        }
+        media::requireSound(probed, file);
     }
 
     service::Settings settings;
@@ -110,7 +121,6 @@ int runImport(const QStringList &arguments)
     service::APIClient client(base, timeouts, errorSink());
     signIn(client, settings, parser.value(emailOption), parser.value(passwordOption), deadline);
 
-    media::mlt::MltMediaEngine engine;
     media::mlt::MltAudioConverter converter(engine);
     SystemPlaybackClock clock;
     // A desktop session shows the notification; anywhere else it is one more log line.
