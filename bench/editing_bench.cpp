@@ -2,6 +2,7 @@
 // record and the hand-off to the preview; the media engine is a fake and costs nothing),
 // a search, and the memory that a long undo history holds.
 #include "editor/editorviewmodel.h"
+#include "editor/textcorrections.h"
 #include "support/fakeclock.h"
 #include "support/fakemediaengine.h"
 #include "synthetictranscript.h"
@@ -111,6 +112,42 @@ void BM_UndoHistoryMemory(benchmark::State &state)
 
 } // namespace
 
+// The command line's --replace-text on a 30,000-word transcript: every word reads
+// differently, and each correction (a run of one or two whole words) matches one place.
+void BM_ReplaceWholeWords(benchmark::State &state)
+{
+    QList<Paragraph> transcript = bench::syntheticTranscript(600, 50);
+    qsizetype n = 0;
+    for (Paragraph &p : transcript) {
+        for (WordBlock &b : p.wordBlocks)
+            b.text = QStringLiteral("w%1").arg(n++);
+    }
+    const qsizetype count = state.range(0);
+    QList<edits::TextCorrection> corrections;
+    for (qsizetype i = 0; i < count; ++i) {
+        const qsizetype word = i * 3 % n;
+        // Every other one spans two words; none crosses a paragraph's end.
+        const QString from = i % 2 || word % 50 == 49
+            ? QStringLiteral("w%1").arg(word)
+            : QStringLiteral("W%1 w%2").arg(word).arg(word + 1);
+        corrections.append({from, QStringLiteral("fixed%1").arg(i)});
+    }
+    qsizetype replaced = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        QList<Paragraph> paragraphs = transcript;
+        paragraphs.detach();
+        state.ResumeTiming();
+        replaced = edits::correctWholeWords(paragraphs, corrections).replaced;
+        benchmark::DoNotOptimize(paragraphs);
+    }
+    if (replaced != count)
+        state.SkipWithError("a correction did not match its place");
+    state.counters["words"] = double(n);
+    state.counters["replaced"] = double(replaced);
+}
+
 BENCHMARK(BM_DeleteAtCursor)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PerformSearch)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReplaceWholeWords)->Arg(100)->Arg(10000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UndoHistoryMemory)->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -232,8 +232,12 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
         m_showsOutcome = !m_editor.isProcessing();
         refreshProcessing();
     });
-    connect(&editor, &EditorViewModel::processingStatusChanged, this,
-            &MainEditorView::refreshProcessing);
+    // A status said while nothing runs (a save that failed) is an outcome too.
+    connect(&editor, &EditorViewModel::processingStatusChanged, this, [this] {
+        if (!m_editor.isProcessing() && !m_editor.processingStatus().isEmpty())
+            m_showsOutcome = true;
+        refreshProcessing();
+    });
     connect(&editor, &EditorViewModel::transcriptionStepChanged, this,
             &MainEditorView::refreshProcessing);
     connect(&editor, &EditorViewModel::projectChanged, this, [this] {

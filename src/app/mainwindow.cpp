@@ -330,7 +330,7 @@ void MainWindow::whenDocumentMayBeLeft(std::function<void()> proceed)
     connect(box, &QMessageBox::finished, this, [this, box, save, discard, proceed] {
         if (box->clickedButton() == save) {
             if (!m_editor.save()) {
-                showError(u"未能保存项目"_s);
+                showError(m_editor.processingStatus());
                 return;
             }
         } else if (box->clickedButton() == discard) {

@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <chrono>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <type_traits>
@@ -67,11 +68,13 @@ template<typename T> QCoro::Task<> settle(QCoro::Task<T> task, Outcome<T> &outco
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
 // Runs the event loop until `task` ends and returns its value or rethrows its exception;
-// past `deadline` it fails with `timeoutMessage`. QCoro::waitFor is not used: it never
+// past `deadline` it fails with what `timeoutMessage` says then (what was going on decides
+// how the wait is described). QCoro::waitFor is not used: it never
 // returns for a task that ended before it began to wait, which is exactly how a refused
 // connection or a rejected sign-in ends.
 template<typename T>
-T awaitTask(QCoro::Task<T> task, Deadline deadline = {}, const QString &timeoutMessage = {})
+T awaitTask(QCoro::Task<T> task, Deadline deadline = {},
+            const std::function<QString()> &timeoutMessage = {})
 {
     detail::Outcome<T> outcome;
     auto running = detail::settle(std::move(task), outcome);
@@ -80,7 +83,7 @@ T awaitTask(QCoro::Task<T> task, Deadline deadline = {}, const QString &timeoutM
     tick.start(100);
     while (!outcome.done) {
         if (deadline && std::chrono::steady_clock::now() >= *deadline)
-            throw CommandFailure {timeoutMessage};
+            throw CommandFailure {timeoutMessage ? timeoutMessage() : QString()};
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
     if (outcome.error)

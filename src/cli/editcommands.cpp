@@ -2,12 +2,12 @@
 
 #include "clisupport.h"
 #include "editor/paragraphedits.h"
+#include "editor/textcorrections.h"
 #include "editor/transcriptsearch.h"
 #include "model/jsonwriter.h"
 #include "model/kavelproject.h"
 
 #include <QCommandLineParser>
-#include <QRegularExpression>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -44,37 +44,6 @@ QString hitText(const Paragraph &paragraph, const SearchHit &hit)
     return words.join(u' ');
 }
 
-// Gives every place `from` occurs the text `to`; the words a place touches become one word
-// over their time. Transcripts join words without spaces, so "big wide" is also looked for
-// as "bigwide" when it is not found as typed. Returns how many places changed.
-qsizetype correctText(QList<Paragraph> &paragraphs, const QString &from, const QString &to)
-{
-    QString needle = from.trimmed();
-    QList<SearchHit> hits = searchTranscript(paragraphs, needle);
-    if (hits.isEmpty()) {
-        needle.remove(QRegularExpression(u"\\s+"_s));
-        hits = searchTranscript(paragraphs, needle);
-    }
-    qsizetype corrected = 0;
-    for (const SearchHit &hit : std::as_const(hits)) {
-        const Paragraph &within
-            = paragraphs.at(edits::indexOfParagraph(paragraphs, hit.paragraphId));
-        QString joined;
-        for (const WordBlock &block : within.wordBlocks)
-            if (hit.blockIds.contains(block.id))
-                joined += block.text;
-        // Only the matched part changes; the rest of a word it touches stays.
-        joined.replace(joined.indexOf(needle, 0, Qt::CaseInsensitive), needle.size(), to.trimmed());
-        if (edits::replaceText(paragraphs, QSet<QUuid>(hit.blockIds.cbegin(), hit.blockIds.cend()),
-                               joined))
-            ++corrected;
-        else
-            err() << u"跳过“%1”：所在的词不在同一段录音中相连"_s.arg(hitText(within, hit))
-                  << Qt::endl;
-    }
-    return corrected;
-}
-
 } // namespace
 
 int runEdit(const QStringList &arguments)
@@ -86,8 +55,8 @@ int runEdit(const QStringList &arguments)
         "before the edit."_s);
     const QCommandLineOption replace(
         u"replace-text"_s,
-        u"Correct the text of every place OLD occurs to NEW; the words it touches keep their "
-        "times and become one word."_s,
+        u"Give every run of whole words that reads OLD the text NEW (case and spaces between "
+        "words do not matter); the run keeps its time and becomes one word."_s,
         u"OLD=NEW"_s);
     const QCommandLineOption pauses(
         u"keep-pauses"_s,
@@ -107,11 +76,11 @@ int runEdit(const QStringList &arguments)
 
     auto project = openBundle(values.first());
     // Saving an edit of the empty transcript a damaged file opens as would replace it.
-    if (!project->timelineLoadError().isEmpty())
-        throw CommandFailure {project->damagedTimelineBackup()
-                                  ? u"转写稿无法读取，原文件已备份到 "_s
-                                      + *project->damagedTimelineBackup()
-                                  : project->timelineLoadError()};
+    if (!project->timelineLoadError().isEmpty()) {
+        const std::optional<QString> backup = project->backUpDamagedTimeline();
+        throw CommandFailure {backup ? u"转写稿无法读取，原文件已备份到 "_s + *backup
+                                     : project->timelineLoadError()};
+    }
     QList<Paragraph> original = playbackOrder(project->paragraphs());
 
     std::optional<double> pauseLimit;
@@ -122,13 +91,17 @@ int runEdit(const QStringList &arguments)
             throw CommandFailure {u"--keep-pauses 需要 0 或 0.1 到 2.0 之间的秒数"_s, 2};
         pauseLimit = seconds;
     }
-    qsizetype corrected = 0;
+    QList<edits::TextCorrection> corrections;
     for (const QString &pair : parser.values(replace)) {
         const qsizetype equals = pair.indexOf(u'=');
-        if (equals <= 0 || pair.mid(equals + 1).trimmed().isEmpty())
+        if (equals <= 0 || pair.left(equals).trimmed().isEmpty()
+            || pair.mid(equals + 1).trimmed().isEmpty())
             throw CommandFailure {u"--replace-text 需要 OLD=NEW 形式，而不是“%1”"_s.arg(pair), 2};
-        corrected += correctText(original, pair.left(equals), pair.mid(equals + 1));
+        corrections.append({pair.left(equals), pair.mid(equals + 1)});
     }
+    const edits::CorrectionOutcome corrected = edits::correctWholeWords(original, corrections);
+    for (const QString &skipped : corrected.skipped)
+        err() << u"跳过“%1”：所在的词不在同一段录音中相连"_s.arg(skipped) << Qt::endl;
 
     // Resolve every paragraph number against the original numbering before anything moves.
     QList<QUuid> paragraphsToDelete;
@@ -169,27 +142,34 @@ int runEdit(const QStringList &arguments)
         ++moved;
     }
 
-    if (corrected > 0)
-        out() << u"Corrected %1 places"_s.arg(corrected) << Qt::endl;
-    if (pauseLimit)
-        out() << (*pauseLimit > 0 ? u"Pauses kept up to %1 s"_s.arg(*pauseLimit)
-                                  : u"Pauses removed"_s)
-              << Qt::endl;
-    out() << u"Deleted %1 words and %2 paragraphs, moved %3 paragraphs%4"_s.arg(words.size())
-                 .arg(original.size() - paragraphsBefore + paragraphsDeleted)
-                 .arg(moved)
-                 .arg(parser.isSet(dryRun) ? u" (dry run, nothing saved)"_s : QString())
-          << Qt::endl;
-    if (parser.isSet(dryRun))
-        return 0;
-    project->setParagraphs(result);
-    project->saveTimeline();
-    if (pauseLimit) {
-        ProjectMetadata metadata = project->metadata();
-        metadata.pauseLimit = *pauseLimit;
-        project->setMetadata(metadata);
-        project->saveMetadata();
+    // What was done is said only once it is saved: a save that fails did nothing.
+    QStringList report;
+    if (!corrections.isEmpty()) {
+        for (qsizetype i = 0; i < corrections.size(); ++i) {
+            if (corrected.perCorrection.at(i) == 0)
+                report << u"没有与“%1”相符的整词，未替换"_s.arg(corrections.at(i).from.trimmed());
+        }
+        report << u"替换了 %1 处"_s.arg(corrected.replaced);
     }
+    if (pauseLimit)
+        report << (*pauseLimit > 0 ? u"保留停顿，最长 %1 秒"_s.arg(*pauseLimit) : u"已去掉停顿"_s);
+    report << u"删除了 %1 个词和 %2 个段落，移动了 %3 个段落"_s.arg(words.size())
+                  .arg(original.size() - paragraphsBefore + paragraphsDeleted)
+                  .arg(moved);
+    if (parser.isSet(dryRun)) {
+        report.last() += u"（试运行，未保存）"_s;
+    } else {
+        project->setParagraphs(result);
+        project->saveTimeline();
+        if (pauseLimit) {
+            ProjectMetadata metadata = project->metadata();
+            metadata.pauseLimit = *pauseLimit;
+            project->setMetadata(metadata);
+            project->saveMetadata();
+        }
+    }
+    for (const QString &line : std::as_const(report))
+        out() << line << Qt::endl;
     return 0;
 }
 

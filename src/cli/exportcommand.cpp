@@ -120,7 +120,7 @@ int runExport(const QStringList &arguments)
                        audioOption, srtOption, vttOption, cuesOption, interchangeOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
-        throw CommandFailure {u"usage: kavel-cli export BUNDLE --out DIR [options]"_s, 2};
+        throw CommandFailure {u"用法：kavel-cli export BUNDLE --out DIR [选项]"_s, 2};
 
     ExportSettings settings;
     settings.title = parser.value(titleOption);
@@ -185,7 +185,8 @@ int runExport(const QStringList &arguments)
         if (!enabled)
             return;
         out() << label << u"  "_s;
-        if (QFileInfo::exists(path))
+        // What this run wrote: an older file of the same name is not this export's.
+        if (flow.writtenFiles().contains(path))
             out() << path << u"  ("_s << sizeOf(path) << u')';
         else
             out() << u"未写入"_s;

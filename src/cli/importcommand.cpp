@@ -30,20 +30,29 @@ service::LogSink errorSink()
 }
 
 void signIn(service::APIClient &client, service::Settings &settings, const QString &email,
-            const QString &password)
+            const QString &password, const Deadline &deadline)
 {
+    const auto timedOut = [] { return u"登录失败：连接服务器超时"_s; };
     if (!email.isEmpty()) {
         try {
-            const auto tokens = awaitTask(client.post<service::AuthTokens>(
-                u"/auth/login"_s, QJsonObject {{u"email"_s, email}, {u"password"_s, password}}));
+            const auto tokens = awaitTask(
+                client.post<service::AuthTokens>(
+                    u"/auth/login"_s, QJsonObject {{u"email"_s, email}, {u"password"_s, password}}),
+                deadline, timedOut);
             client.setAccessToken(tokens.accessToken);
+        } catch (const service::APIError &error) {
+            // The service turns a wrong password away with 401, which the window reports
+            // in the same words.
+            if (error.statusCode() == 401)
+                throw CommandFailure {u"登录失败：用户名或密码错误"_s};
+            throw CommandFailure {u"登录失败："_s + error.description()};
         } catch (const Error &error) {
             throw CommandFailure {u"登录失败："_s + error.description()};
         }
         return;
     }
     service::AppState session(client, settings, errorSink());
-    awaitTask(session.restoreSession());
+    awaitTask(session.restoreSession(), deadline, timedOut);
     if (!session.isAuthenticated())
         throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
 }
@@ -72,11 +81,11 @@ int runImport(const QStringList &arguments)
     parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption, noRefineOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
-        throw CommandFailure {u"--email and --password go together"_s, 2};
+        throw CommandFailure {u"--email 和 --password 需要一起给出"_s, 2};
     bool timeoutOk = false;
     const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
     if (!timeoutOk || !(timeoutSeconds > 0))
-        throw CommandFailure {u"--timeout needs a number of seconds"_s, 2};
+        throw CommandFailure {u"--timeout 需要一个秒数"_s, 2};
     const auto deadline = std::chrono::steady_clock::now()
         + std::chrono::milliseconds(qint64(timeoutSeconds * 1000.0));
     QList<QUrl> urls;
@@ -86,6 +95,17 @@ int runImport(const QStringList &arguments)
             throw CommandFailure {u"找不到文件："_s + file};
         urls.append(QUrl::fromLocalFile(info.absoluteFilePath()));
     }
+    // Refused before anything is created or sent, under the name the user gave.
+    media::mlt::MltMediaEngine engine;
+    for (const QString &file : files) {
+        media::MediaInfo probed;
+        try {
+            probed = engine.probe(QFileInfo(file).absoluteFilePath());
+        } catch (const Error &) {
+            continue; // the import tries it as it is, as the window's does
+        }
+        media::requireSound(probed, file);
+    }
 
     service::Settings settings;
     const QUrl base = parser.isSet(serverOption)
@@ -93,13 +113,14 @@ int runImport(const QStringList &arguments)
         : settings.apiBaseUrl();
     if (!base.isValid() || base.scheme().isEmpty())
         throw CommandFailure {u"无效的服务地址："_s + parser.value(serverOption), 2};
-    // Half a minute without a byte from the service is a service that has gone silent.
+    // A reply that is not complete half a minute after its request went out is a service
+    // that has gone silent, however slowly it keeps trickling.
     service::SessionTimeouts timeouts;
     timeouts.perRequest = std::chrono::seconds(30);
+    timeouts.answer = std::chrono::seconds(30);
     service::APIClient client(base, timeouts, errorSink());
-    signIn(client, settings, parser.value(emailOption), parser.value(passwordOption));
+    signIn(client, settings, parser.value(emailOption), parser.value(passwordOption), deadline);
 
-    media::mlt::MltMediaEngine engine;
     media::mlt::MltAudioConverter converter(engine);
     SystemPlaybackClock clock;
     // A desktop session shows the notification; anywhere else it is one more log line.
@@ -113,28 +134,41 @@ int runImport(const QStringList &arguments)
     services.log = errorSink();
     if (!parser.isSet(noRefineOption))
         services.measureLoudness = media::ffmpeg::loudnessPerMillisecond;
-    EditorViewModel editor(engine, clock, std::move(services));
-    QObject::connect(&editor, &EditorViewModel::processingStatusChanged, &editor, [&editor] {
-        if (!editor.processingStatus().isEmpty())
-            err() << editor.processingStatus() << Qt::endl;
-    });
+    // Held by pointer so that it can be closed on purpose: its preview player runs engine
+    // threads that read the bundle's media, so they are stopped and joined before the
+    // bundle is removed, and before the engine and services it uses go away.
+    auto editor = std::make_unique<EditorViewModel>(engine, clock, std::move(services));
+    QObject::connect(editor.get(), &EditorViewModel::processingStatusChanged, editor.get(),
+                     [vm = editor.get()] {
+                         if (!vm->processingStatus().isEmpty())
+                             err() << vm->processingStatus() << Qt::endl;
+                     });
 
     // Nothing is left behind by an import that did not finish: the bundle is removed.
     const auto discard = [&editor] {
-        if (editor.project())
-            QDir(editor.project()->bundlePath()).removeRecursively();
+        const QString bundle = editor->project() ? editor->project()->bundlePath() : QString();
+        editor.reset();
+        if (!bundle.isEmpty())
+            QDir(bundle).removeRecursively();
+    };
+    // A task the service accepted but never finishes is a recognition that took too long,
+    // not a service that cannot be reached.
+    const auto timedOut = [vm = editor.get()] {
+        return vm->transcriptionStep() == u"语音识别中"_s ? u"语音识别超时"_s
+                                                          : u"语音识别失败: 连接服务器超时"_s;
     };
     try {
-        awaitTask(editor.importAndTranscribe(urls), deadline, u"语音识别失败: 连接服务器超时"_s);
+        awaitTask(editor->importAndTranscribe(urls), deadline, timedOut);
     } catch (...) {
         discard();
         throw;
     }
-    if (!editor.project() || editor.project()->status() != ProjectStatus::ready) {
+    if (!editor->project() || editor->project()->status() != ProjectStatus::ready) {
+        const QString status = editor->processingStatus();
         discard();
-        throw CommandFailure {editor.processingStatus()};
+        throw CommandFailure {status};
     }
-    out() << editor.project()->bundlePath() << Qt::endl;
+    out() << editor->project()->bundlePath() << Qt::endl;
     return 0;
 }
 

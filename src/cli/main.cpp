@@ -94,7 +94,6 @@ int main(int argc, char *argv[])
             return 1;
         }
     }
-    err() << u"kavel-cli: unknown command \""_s << name << u"\" (see kavel-cli --help)"_s
-          << Qt::endl;
+    err() << u"kavel-cli: 没有“"_s << name << u"”这个命令（见 kavel-cli --help）"_s << Qt::endl;
     return 2;
 }

@@ -63,6 +63,8 @@ int runAddMedia(const QStringList &arguments)
         }
         if (!probed.hasAudio && !probed.hasVideo)
             throw CommandFailure {u"不是可用的媒体文件："_s + path};
+        // The transcript is made from the sound: without it there is nothing to edit by.
+        media::requireSound(probed, path);
         try {
             if (media::ffmpeg::isCutShort(info.absoluteFilePath()))
                 throw CommandFailure {u"媒体文件不完整："_s + path};
@@ -90,8 +92,7 @@ int runInfo(const QStringList &arguments)
 
     auto project = openBundle(values.first());
     if (!project->timelineLoadError().isEmpty())
-        err() << u"warning: "_s << project->timelineLoadError() << u" — the project has no words"_s
-              << Qt::endl;
+        err() << u"警告："_s << project->timelineLoadError() << u"，项目按没有词显示"_s << Qt::endl;
 
     const ProjectMetadata &m = project->metadata();
     const QList<WordBlock> words = flattenParagraphs(project->paragraphs());

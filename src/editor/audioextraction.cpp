@@ -1,6 +1,7 @@
 #include "audioextraction.h"
 
 #include "media/audioconverter.h"
+#include "media/mediatypes.h"
 #include "model/errors.h"
 #include "model/jsonfields.h"
 #include "model/kavelproject.h"
@@ -65,6 +66,23 @@ QString describe(const std::exception_ptr &error)
         return QString::fromUtf8(e.what());
     } catch (...) { }
     return u"unknown"_s;
+}
+
+// A source with nothing to recognise is refused even when it is audio: uploading it as it
+// is would only get the same answer later.
+bool isNoSound(const std::exception_ptr &error)
+{
+    if (!error)
+        return false;
+    try {
+        std::rethrow_exception(error);
+    } catch (const media::NoSoundError &) {
+        return true;
+    } catch (const KavelProjectError &e) {
+        return e.code() == KavelProjectError::Code::noAudioTrack;
+    } catch (...) {
+        return false;
+    }
 }
 
 // Files in "media" need an id even when project.json does not list them. A copy made by
@@ -132,7 +150,7 @@ QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirect
         co_return QUrl::fromLocalFile(output);
     case media::ConversionStatus::failed:
         QFile::remove(output);
-        if (isAudio) {
+        if (isAudio && !isNoSound(conversion->error())) {
             m_log(u"[AudioExtract] M4A conversion failed for ."_s + extension
                   + u", using source directly"_s);
             co_return source;

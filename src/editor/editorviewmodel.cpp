@@ -161,7 +161,7 @@ void EditorViewModel::openProject(const QUrl &url)
     Q_EMIT recoverableEditsChanged();
     clearSelection();
     m_undoManager->clear();
-    if (const auto &backup = m_project->damagedTimelineBackup())
+    if (const auto backup = m_project->backUpDamagedTimeline())
         setProcessingStatus(u"转写稿无法读取，原文件已备份到 "_s + *backup);
     else if (!m_project->timelineLoadError().isEmpty())
         setProcessingStatus(m_project->timelineLoadError());
@@ -213,10 +213,10 @@ bool EditorViewModel::save()
             m_savedParagraphs = m_paragraphs;
             journal::remove(*m_project);
             saved = true;
-        } catch (const Error &error) {
-            // The confirmation below means "save requested"; the document and its journal
-            // are still there for the next attempt.
+        } catch (const Error &error) { // unsaved, journal kept: said, and nothing confirmed
             logLine(u"[EditorVM] Save failed: "_s + error.description());
+            setProcessingStatus(u"保存失败："_s + error.description());
+            return false;
         }
     }
     m_lastSavedAt = QDateTime::currentDateTimeUtc();

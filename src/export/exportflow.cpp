@@ -180,10 +180,9 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             m_renderService.writeSubtitles(sources, blocks, subtitlePath(), settings.subtitleStyle,
                                            settings.subtitleFormat);
             if (!keepWritten(subtitlePath()))
-                failed(u"字幕导出失败"_s, {}, {});
+                failed(u"字幕导出失败: "_s, noFileWritten, {});
         } catch (const Error &error) {
-            errors.append(u"字幕导出失败"_s);
-            log(u"字幕导出失败: "_s + error.description() + detailOf(error));
+            failed(u"字幕导出失败: "_s, error.description(), detailOf(error));
         }
     }
 

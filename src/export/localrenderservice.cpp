@@ -12,6 +12,8 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QStorageInfo>
 #include <chrono>
 #include <filesystem>
 #include <system_error>
@@ -24,6 +26,8 @@ namespace kavel {
 namespace {
 
 constexpr auto pollInterval = 100ms;
+// Below this much room an encoder that fails has most likely run out of it.
+constexpr qint64 minimumFreeForEncoding = 1024 * 1024;
 
 // Ends every coroutine of a service that went away mid-export. It is not an Error, so no
 // handler on the way out, all of which touch the service, catches it.
@@ -211,7 +215,24 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
                                            * 1000.0));
     const QString m4a = besideTarget(outputPath, u"_kavel_tmp_export.m4a"_s);
     QFile::remove(m4a);
-    co_await writeAudio(editList, media::RenderFormat::m4a, m4a);
+    // The intermediate file is ours, not the user's: a failure is told about the file
+    // the user asked for.
+    const auto asOutput = [&](const Error &error) {
+        static const QRegularExpression internal(u"\\S*_kavel_tmp_export\\S*"_s);
+        QString text = error.description();
+        text.replace(internal, outputPath);
+        return media::MediaError(text);
+    };
+    std::optional<media::MediaError> writeFailure;
+    try {
+        co_await writeAudio(editList, media::RenderFormat::m4a, m4a);
+    } catch (const Error &error) {
+        writeFailure = asOutput(error);
+    }
+    if (writeFailure) {
+        QFile::remove(m4a);
+        throw *writeFailure;
+    }
 
     audioLog(u"Converting M4A to MP3..."_s);
     QFile::remove(outputPath);
@@ -253,7 +274,14 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
     QFile::remove(m4a);
     if (!converted) {
         QFile::remove(outputPath);
-        throw RenderError(RenderError::Code::exportFailed);
+        // The encoder says nothing we can read; a disk that has filled up is the one cause
+        // the user can do something about, so it is named.
+        const QStorageInfo volume(QFileInfo(outputPath).absolutePath());
+        if (volume.isValid() && volume.bytesAvailable() < minimumFreeForEncoding)
+            throw media::MediaError(RenderError::descriptionOf(RenderError::Code::exportFailed)
+                                    + u"：磁盘空间不足"_s);
+        throw media::MediaError(RenderError::descriptionOf(RenderError::Code::exportFailed)
+                                + u"：MP3 编码器没有完成转换"_s);
     }
     audioLog(u"MP3 export complete: "_s + outputPath);
 }

@@ -35,6 +35,30 @@ struct MediaInfo
     int rotationDegrees = 0;
 };
 
+// A recording that has nothing to recognise: no sound at all, or no length. No fallback
+// helps with it, so it is refused rather than uploaded or converted.
+class NoSoundError : public MediaError
+{
+public:
+    using MediaError::MediaError;
+};
+
+// Throws NoSoundError when `info` describes no sound or sound of no length; `name`, when
+// given, says which file.
+inline void requireSound(const MediaInfo &info, const QString &name = {})
+{
+    const QString which = name.isEmpty() ? QString() : QStringLiteral("：") + name;
+    if (!info.hasAudio)
+        throw NoSoundError(QStringLiteral("媒体文件中没有声音") + which);
+    const double seconds = info.audioDuration > 0
+        ? info.audioDuration
+        : (std::isfinite(info.duration) ? info.duration : 0.0);
+    if (!(seconds > 0))
+        throw NoSoundError(
+            QStringLiteral("媒体文件的长度为 %1 秒，没有可识别的声音").arg(seconds, 0, 'f', 1)
+            + which);
+}
+
 // The edit list engines cut by is the composition map, shared with everything that
 // derives times from it.
 using kavel::EditList;

@@ -153,42 +153,67 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
             // media and metadata are still good); it opens empty.
             project->m_paragraphs.clear();
             project->m_timelineLoadError = error.description();
-            project->keepDamagedTimeline(timelinePath);
         }
     }
     return project;
 }
 
+namespace {
+
+// Damaged copies of one transcript are bounded: a file that keeps getting damaged must not
+// fill the disk with its own past.
+constexpr qsizetype keptDamagedTimelines = 3;
+
+} // namespace
+
 // The project opens empty, and the next save would write that emptiness over whatever is
 // left of the user's transcript: keep a copy first, in cache/, once per damaged content.
-void KavelProject::keepDamagedTimeline(const QString &timelinePath)
+std::optional<QString> KavelProject::backUpDamagedTimeline()
 {
+    if (m_timelineLoadError.isEmpty() || m_damagedTimelineBackup)
+        return m_damagedTimelineBackup;
     QByteArray damaged;
     try {
-        damaged = fileio::readFile(timelinePath);
+        damaged = fileio::readFile(bundleFile(m_bundleURL, timelineFileName));
     } catch (const Error &) {
-        return;
+        return std::nullopt;
     }
     const QDir cache(cacheDirectory());
-    for (const QString &name :
-         cache.entryList({QStringLiteral("timeline-damaged-*.json")}, QDir::Files, QDir::Name)) {
+    const QStringList pattern {QStringLiteral("timeline-damaged-*.json")};
+    for (const QString &name : cache.entryList(pattern, QDir::Files, QDir::Name)) {
         QFile existing(cache.filePath(name));
         if (existing.open(QIODevice::ReadOnly) && existing.readAll() == damaged) {
             m_damagedTimelineBackup = cache.filePath(name);
-            return;
+            return m_damagedTimelineBackup;
         }
     }
-    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
-    QString backup = cache.filePath(QStringLiteral("timeline-damaged-%1.json").arg(stamp));
-    for (int n = 2; QFileInfo::exists(backup); ++n)
-        backup = cache.filePath(QStringLiteral("timeline-damaged-%1-%2.json").arg(stamp).arg(n));
+    // Names sort in the order the copies were made.
+    const QString stamp
+        = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
+    QString backup;
+    for (int n = 1; backup.isEmpty() || QFileInfo::exists(backup); ++n)
+        backup = cache.filePath(
+            QStringLiteral("timeline-damaged-%1-%2.json").arg(stamp).arg(n, 3, 10, QChar(u'0')));
     try {
         fileio::makeDirectory(cache.path());
         fileio::writeFileAtomically(backup, damaged);
         m_damagedTimelineBackup = backup;
     } catch (const Error &) {
         // Without a copy the user is still told the transcript could not be read.
+        return std::nullopt;
     }
+    // Newest first; the copy just written is among the kept ones whatever the clock says.
+    const QStringList copies = cache.entryList(pattern, QDir::Files, QDir::Name | QDir::Reversed);
+    qsizetype kept = 1;
+    for (const QString &name : copies) {
+        if (cache.filePath(name) == backup)
+            continue;
+        if (kept < keptDamagedTimelines)
+            ++kept;
+        else
+            QFile::remove(cache.filePath(name));
+    }
+    return m_damagedTimelineBackup;
 }
 
 void KavelProject::setMetadata(const ProjectMetadata &metadata)
@@ -239,6 +264,7 @@ void KavelProject::saveMetadata()
 
 void KavelProject::saveTimeline()
 {
+    backUpDamagedTimeline();
     TimelineV2 timeline;
     timeline.paragraphs = m_paragraphs;
     fileio::writeFileAtomically(bundleFile(m_bundleURL, timelineFileName),

@@ -64,9 +64,11 @@ public:
     // Why the transcript could not be read when the project was loaded (the project then
     // opened with no paragraphs); empty when it was read or there was none.
     const QString &timelineLoadError() const { return m_timelineLoadError; }
-    // Where the transcript that could not be read was copied to before anything could
-    // write over it.
-    const std::optional<QString> &damagedTimelineBackup() const { return m_damagedTimelineBackup; }
+    // Copies the transcript that could not be read into cache/ (once per damaged content,
+    // keeping the last few copies) and says where; nothing when it was read. Loading
+    // writes nothing, so that looking at a project never changes it; whoever is about to
+    // write over the transcript calls this first, and saveTimeline() does so itself.
+    std::optional<QString> backUpDamagedTimeline();
 
     const QUrl &bundleURL() const { return m_bundleURL; }
     QString bundlePath() const { return m_bundleURL.toLocalFile(); }
@@ -102,7 +104,6 @@ private:
     const QUrl m_bundleURL;
     QString m_timelineLoadError;
     std::optional<QString> m_damagedTimelineBackup;
-    void keepDamagedTimeline(const QString &timelinePath);
 };
 
 // Extensions of the media files a bundle's "media" folder may hold, in lower case.

@@ -26,6 +26,12 @@ bool isSuccess(int statusCode)
     return statusCode >= 200 && statusCode <= 299;
 }
 
+bool sameOrigin(const QUrl &a, const QUrl &b)
+{
+    return a.scheme() == b.scheme() && a.host() == b.host()
+        && a.port(a.scheme() == u"https" ? 443 : 80) == b.port(b.scheme() == u"https" ? 443 : 80);
+}
+
 } // namespace
 
 APIClient::APIClient(const QUrl &baseUrl, SessionTimeouts timeouts, LogSink log)
@@ -61,6 +67,8 @@ QNetworkRequest APIClient::makeRequest(const QUrl &url) const
 {
     QNetworkRequest request(url);
     request.setTransferTimeout(static_cast<int>(m_timeouts.perRequest.count()));
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
                          QNetworkRequest::PreferNetwork);
     if (m_accessToken)
@@ -81,7 +89,33 @@ QCoro::Task<APIClient::Reply> APIClient::send(QNetworkRequest request, QByteArra
         if (raw->isRunning())
             raw->abort();
     });
+    // The answer is waited for from the moment the request has gone out; while the body
+    // is still being sent, the clock is wound back with every piece.
+    QTimer answer;
+    answer.setSingleShot(true);
+    answer.setInterval(m_timeouts.answer);
+    QObject::connect(&answer, &QTimer::timeout, reply.get(), [raw = reply.get()] {
+        if (raw->isRunning())
+            raw->abort();
+    });
+    QObject::connect(reply.get(), &QNetworkReply::uploadProgress, &answer,
+                     [&answer] { answer.start(); });
+    answer.start();
+    std::optional<QUrl> foreignRedirect;
+    QObject::connect(reply.get(), &QNetworkReply::redirected, reply.get(),
+                     [raw = reply.get(), origin = request.url(), &foreignRedirect](const QUrl &to) {
+                         if (sameOrigin(origin, to)) {
+                             Q_EMIT raw->redirectAllowed();
+                             return;
+                         }
+                         foreignRedirect = to;
+                         raw->abort();
+                     });
     co_await qCoro(reply.get()).waitForFinished();
+    if (foreignRedirect)
+        throw Error(u"服务器要求转到另一个地址（"_s
+                    + foreignRedirect->toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery)
+                    + u"），为保护登录信息已拒绝"_s);
 
     Reply result;
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);

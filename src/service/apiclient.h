@@ -18,16 +18,22 @@ namespace kavel::service {
 // How long a transfer may take. A request fails once it has been idle for its
 // `perRequest` time; the session's `request` limit applies to requests that set none of
 // their own, and `resource` bounds a whole transfer however busy it is, so that a
-// trickling upload cannot hang forever.
+// trickling upload cannot hang forever. `answer` bounds the wait for the reply once the
+// request has been sent: a peer that trickles its answer a byte at a time is never idle,
+// yet has not answered.
 struct SessionTimeouts
 {
     std::chrono::milliseconds perRequest = std::chrono::seconds(60);
     std::chrono::milliseconds request = std::chrono::seconds(1200);
     std::chrono::milliseconds resource = std::chrono::seconds(6000);
+    std::chrono::milliseconds answer = std::chrono::seconds(6000);
 };
 
 // The one HTTP client of the cloud service. Requests may overlap; the client keeps no
 // per-request state, and a request already sent keeps the token it was built with.
+// Redirects are followed only within the service's own origin (scheme, host and port):
+// anything else would carry the password or the token to a stranger, so it fails with
+// an error that names the address.
 class APIClient
 {
 public:

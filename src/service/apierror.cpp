@@ -46,6 +46,8 @@ QString transportText(QNetworkReply::NetworkError error)
     case QNetworkReply::TimeoutError:
     case QNetworkReply::OperationCanceledError:
         return QStringLiteral("连接服务器超时");
+    case QNetworkReply::SslHandshakeFailedError:
+        return QStringLiteral("服务器的安全证书不受信任");
     default:
         return QStringLiteral("网络错误");
     }

@@ -1,5 +1,7 @@
 #include "app/maineditorview.h"
 #include "app/videoplayerview.h"
+#include "model/recoveryjournal.h"
+#include "support/testenvironment.h"
 #include "ui/uifixture.h"
 
 #include <QApplication>
@@ -69,6 +71,34 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     EXPECT_FALSE(view->savedIndicator()->isHidden());
     clock.advance(EditorViewModel::saveConfirmationSeconds + 0.1);
     EXPECT_TRUE(view->savedIndicator()->isHidden());
+
+    // On a full disk nothing is confirmed: the failure is said, the edit stays unsaved and
+    // its journal stays for the next attempt.
+    {
+        test::FullDisk full(dir.filePath(u"full"_s), u"256k"_s);
+        auto onFull = KavelProject::create(u"Full"_s, full.path());
+        onFull->setParagraphs(vm.paragraphs());
+        onFull->saveTimeline();
+        vm.openProject(onFull->bundleURL());
+        vm.deleteParagraph(paragraph(0).id);
+        clock.advance(EditorViewModel::journalDelaySeconds);
+        const QString journal = journal::path(*vm.project());
+        ASSERT_TRUE(QFileInfo::exists(journal));
+        view->show();
+        full.fill();
+        full.whileFull([&] { tool(u"保存"_s)->click(); });
+        EXPECT_TRUE(view->savedIndicator()->isHidden());
+        EXPECT_TRUE(view->processingOverlay()->isVisible());
+        const QString said = view->processingLabel()->text();
+        EXPECT_TRUE(said.startsWith(u"保存失败："_s)
+                    && (!full.isMounted() || said.contains(u"磁盘空间不足"_s)))
+            << said.toStdString();
+        EXPECT_TRUE(vm.hasUnsavedChanges());
+        EXPECT_TRUE(QFileInfo::exists(journal));
+        view->dismissButton()->click();
+        view->hide();
+        vm.openProject(QUrl::fromLocalFile(dir.filePath(u"Widgets.kavel"_s)));
+    }
 
     // Ctrl+F asks for the search bar: the field takes the cursor with its text selected,
     // each time it is asked again after the cursor went elsewhere.

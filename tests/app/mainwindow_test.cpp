@@ -4,6 +4,7 @@
 #include "app/videoplayerview.h"
 #include "export/exportflow.h"
 #include "export/fakerenderer.h"
+#include "model/fileio.h"
 #include "model/recoveryjournal.h"
 #include "playback/guideplayerviewmodel.h"
 #include "shellfixture.h"
@@ -152,6 +153,30 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
     QCoreApplication::processEvents();
     EXPECT_EQ(vm.paragraphs(), saved);
     EXPECT_TRUE(vm.hasUnsavedChanges());
+
+    // A journal copied from another project, or one whose words cut from a recording this
+    // project does not have, is set aside in cache/ and never offered.
+    const auto offered = [&] {
+        EditorViewModel nextRun {engine, clock};
+        nextRun.openProject(bundle);
+        return nextRun.recoverableEdits().has_value();
+    };
+    const QString own = journal::path(*vm.project());
+    auto other = KavelProject::create(u"Other"_s, projectsDir.path());
+    journal::write(*other, saved);
+    test::writeFile(own, fileio::readFile(journal::path(*other)));
+    EXPECT_FALSE(offered());
+    QList<Paragraph> stranger = saved;
+    stranger[0].wordBlocks[0].sourceFileId = QUuid::createUuid();
+    journal::write(*vm.project(), stranger);
+    EXPECT_FALSE(offered());
+    EXPECT_FALSE(QFileInfo::exists(own));
+    EXPECT_EQ(QDir(vm.project()->cacheDirectory())
+                  .entryList({u"unsaved-edits-set-aside-*.json"_s}, QDir::Files)
+                  .size(),
+              2);
+    journal::write(*vm.project(), saved);
+    EXPECT_TRUE(offered());
 }
 
 // A walk through the sidebar's other screens: the guide, the settings and the account.

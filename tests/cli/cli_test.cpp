@@ -113,9 +113,39 @@ TEST(Cli, NewMakesABundleThatAddMediaFillsAndBothRefuseWhatIsWrong)
     makeSound(indexed, {u"-movflags"_s, u"+faststart"_s});
     const QByteArray full = fileio::readFile(indexed);
     test::writeFile(in.filePath(u"short.mp4"_s), full.left(full.size() / 2));
-    for (const QString &name :
-         {u"gone.mp4"_s, u"empty.mp4"_s, u"notes.mp4"_s, u"cut.mov"_s, u"short.mp4"_s})
-        expectRefusal(runCli({u"add-media"_s, bundle, in.filePath(name)}), name);
+    // Nothing to make a transcript from: a sound of no length, a picture without sound.
+    // The import refuses them too, before anything is created or sent.
+    ASSERT_EQ(
+        QProcess::execute(u"ffmpeg"_s,
+                          {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s, u"anullsrc=r=16000"_s,
+                           u"-t"_s, u"0"_s, in.filePath(u"zero.wav"_s)}),
+        0);
+    ASSERT_EQ(QProcess::execute(u"ffmpeg"_s,
+                                {u"-v"_s, u"error"_s, u"-f"_s, u"lavfi"_s, u"-i"_s,
+                                 u"color=s=64x64:d=2"_s, u"-c:v"_s, u"mpeg4"_s,
+                                 in.filePath(u"mute.mp4"_s)}),
+              0);
+    const QList<std::pair<QString, QString>> refused {
+        {u"gone.mp4"_s, {}},
+        {u"empty.mp4"_s, {}},
+        {u"notes.mp4"_s, {}},
+        {u"cut.mov"_s, {}},
+        {u"short.mp4"_s, {}},
+        {u"zero.wav"_s, u"媒体文件的长度为 0.0 秒"_s},
+        {u"mute.mp4"_s, u"媒体文件中没有声音"_s},
+    };
+    for (const auto &[name, says] : refused) {
+        const CliResult refusal = runCli({u"add-media"_s, bundle, in.filePath(name)});
+        expectRefusal(refusal, name);
+        EXPECT_TRUE(refusal.err.contains(says)) << refusal.err.toStdString();
+    }
+    for (const QString &name : {u"zero.wav"_s, u"mute.mp4"_s}) {
+        const CliResult imported
+            = runCli({u"import"_s, in.filePath(name), u"--server"_s, u"http://127.0.0.1:1/api"_s,
+                      u"--email"_s, u"a"_s, u"--password"_s, u"b"_s});
+        expectRefusal(imported, name);
+        EXPECT_TRUE(imported.err.contains(u"声音"_s)) << imported.err.toStdString();
+    }
     EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().sourceFiles.size(), 1);
     expectRefusal(runCli({u"add-media"_s, u"/no/such.kavel"_s, clip}));
 }
@@ -147,26 +177,36 @@ TEST(Cli, InfoAndSearchGoInPlaybackOrderCorrectionsKeepTimesAndDamageIsReported)
     EXPECT_EQ(hits[1].toObject().value("mediaStart"_L1).toDouble(), 2.0);
     EXPECT_EQ(runCli({u"search"_s, bundle, u"zzz"_s}).out.trimmed(), u"0 hits"_s);
 
-    // "gw" touches two words: they become one, "big wide world", over both their times.
+    // OLD is a run of whole words, whatever its case and spacing ("BIG  World" is "big"
+    // "world"); NEW may hold "="; a piece of a word ("e", "gw") is no match, and is said.
     const CliResult fixed
-        = runCli({u"edit"_s, bundle, u"--replace-text"_s, u"GW=g wide w"_s, u"--replace-text"_s,
-                  u"bye=goodbye"_s, u"--keep-pauses"_s, u"0.3"_s});
+        = runCli({u"edit"_s, bundle, u"--replace-text"_s, u"BIG  World=big wide world"_s,
+                  u"--replace-text"_s, u"bye=good=bye"_s, u"--replace-text"_s, u"e=x"_s,
+                  u"--replace-text"_s, u"gw=g wide w"_s, u"--keep-pauses"_s, u"0.3"_s});
     ASSERT_EQ(fixed.exitCode, 0) << fixed.err.toStdString();
-    EXPECT_TRUE(fixed.out.contains(u"Corrected 2 places"_s)) << fixed.out.toStdString();
+    EXPECT_TRUE(fixed.out.contains(u"替换了 2 处"_s)) << fixed.out.toStdString();
+    EXPECT_TRUE(fixed.out.contains(u"没有与“e”相符的整词，未替换"_s)
+                && fixed.out.contains(u"没有与“gw”相符的整词，未替换"_s))
+        << fixed.out.toStdString();
     const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     const QList<WordBlock> words = flattenParagraphs(project->paragraphs());
     EXPECT_EQ(test::wordTexts({{}, words, 0, {}}),
-              (QStringList {u"hello"_s, u"big wide world"_s, u"um"_s, u"yes"_s, u"goodbye"_s}));
+              (QStringList {u"hello"_s, u"big wide world"_s, u"um"_s, u"yes"_s, u"good=bye"_s}));
     EXPECT_DOUBLE_EQ(words[1].mediaStart, 0.5);
     EXPECT_DOUBLE_EQ(words[1].mediaEnd, 1.4);
     EXPECT_EQ(project->metadata().pauseLimit, 0.3);
+    EXPECT_TRUE(runCli({u"edit"_s, bundle, u"--replace-text"_s, u"zzz=y"_s})
+                    .out.contains(u"替换了 0 处"_s));
 
     // A garbage timeline only warns; garbage metadata fails, naming the file.
     test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");
     const CliResult warned = runCli({u"info"_s, bundle});
     EXPECT_EQ(warned.exitCode, 0);
-    EXPECT_TRUE(warned.err.startsWith(u"warning: "_s)) << warned.err.toStdString();
+    EXPECT_TRUE(warned.err.startsWith(u"警告："_s)) << warned.err.toStdString();
     EXPECT_TRUE(warned.out.contains(u"Words:       0"_s));
+    EXPECT_TRUE(QDir(bundle).entryList({u"cache/*"_s}).isEmpty()
+                && QDir(QDir(bundle).filePath(u"cache"_s)).isEmpty())
+        << "looking wrote into the bundle";
     test::writeFile(QDir(bundle).filePath(u"project.json"_s), "{ broken");
     expectRefusal(runCli({u"info"_s, bundle}), u"project.json"_s);
 }
@@ -175,7 +215,7 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
 {
     const QString bundle = bundleWithTranscript(u"Batch"_s);
     const CliResult dry = runCli({u"edit"_s, bundle, u"--delete-fillers"_s, u"--dry-run"_s});
-    EXPECT_TRUE(dry.out.contains(u"Deleted 1 words"_s)) << dry.out.toStdString();
+    EXPECT_TRUE(dry.out.contains(u"删除了 1 个词"_s)) << dry.out.toStdString();
     EXPECT_EQ(savedText(bundle), u"hello big world | um yes | bye"_s) << "a dry run saves nothing";
 
     // "gw" spans the join of "big" and "world"; paragraph numbers are the original ones.
@@ -186,8 +226,25 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
     EXPECT_EQ(runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"2"_s}).exitCode, 0);
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 
-    for (const QString &bad : {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s,
-                               u"--replace-text=bye"_s, u"--keep-pauses=3"_s})
+    for (const QString &bad :
+         {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s, u"--replace-text=bye"_s,
+          u"--replace-text= =x"_s, u"--keep-pauses=3"_s})
         expectRefusal(runCli({u"edit"_s, bundle, bad}));
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
+
+    // On a full disk the save fails, and what it would have done is not reported as done.
+    QTemporaryDir scratch;
+    test::FullDisk full(scratch.filePath(u"full"_s), u"256k"_s);
+    auto onFull = KavelProject::create(u"Full"_s, full.path());
+    onFull->setParagraphs(KavelProject::load(QUrl::fromLocalFile(bundle))->paragraphs());
+    onFull->saveTimeline();
+    full.fill();
+    CliResult failed;
+    full.whileFull([&] {
+        failed = runCli({u"edit"_s, onFull->bundlePath(), u"--delete-text"_s, u"yes"_s});
+    });
+    expectRefusal(failed, u"timeline.json"_s);
+    EXPECT_TRUE(!full.isMounted() || failed.err.contains(u"磁盘空间不足"_s))
+        << failed.err.toStdString();
+    EXPECT_EQ(savedText(onFull->bundlePath()), u"bye | yes"_s);
 }

@@ -239,6 +239,34 @@ TEST(Render, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
     EXPECT_TRUE(aac.video.isEmpty());
     EXPECT_NEAR(aac.duration(), 1.4, 2 * frame + 0.05);
 
+    // On a full disk every step fails and says why; the older files of the same names are
+    // not this run's and are not listed as written, and the sound's intermediate file
+    // is never named.
+    {
+        test::FullDisk full(out(u"full"_s), u"512k"_s);
+        const auto inFull = [&](const QString &name) { return QDir(full.path()).filePath(name); };
+        test::writeFile(inFull(u"满.srt"_s), "an older export");
+        test::writeFile(inFull(u"满.mp3"_s), "an older export");
+        full.fill();
+        std::pair<QString, QString> outcome;
+        full.whileFull([&] {
+            outcome = runCli({u"export"_s, project->bundlePath(), u"--out"_s, full.path(),
+                              u"--title"_s, u"满"_s, u"--srt"_s, u"--audio"_s, u"mp3"_s},
+                             1);
+        });
+        const auto &[summary, errors] = outcome;
+        EXPECT_TRUE(summary.contains(u"字幕  未写入"_s) && summary.contains(u"音频  未写入"_s))
+            << summary.toStdString();
+        EXPECT_FALSE(errors.contains(u"_kavel_tmp"_s)) << errors.toStdString();
+        const QString said = errors.section(u"kavel-cli: "_s, -1);
+        EXPECT_TRUE(said.contains(u"字幕导出失败: "_s) && said.contains(u"音频导出失败: "_s))
+            << said.toStdString();
+        if (full.isMounted()) {
+            EXPECT_EQ(said.count(u"磁盘空间不足"_s), 2) << said.toStdString();
+        }
+        EXPECT_EQ(fileio::readFile(inFull(u"满.srt"_s)), "an older export");
+    }
+
     // Nothing but the finished files is left beside them.
     QStringList files = QDir(folder).entryList(QDir::Files | QDir::Hidden);
     files.sort();

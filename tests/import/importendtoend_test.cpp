@@ -258,49 +258,105 @@ TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
     EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
 }
 
-// A service that fails in any way ends the command with the failure on standard error, a
-// non-zero exit and no bundle left behind; one that says nothing is given up on.
-TEST_F(ImportEndToEnd, CommandLineImportNeverHangsOnABrokenService)
+// A service that fails in any way, at any step, ends the command with the failure said
+// once on standard error, exit status 1 (never a crash: the extraction's engine is done
+// with the bundle before it is removed) and no bundle left behind; one that says nothing,
+// or dribbles, is given up on when --timeout says so.
+TEST_F(ImportEndToEnd, CommandLineImportNeverHangsOrCrashesOnABrokenService)
 {
-    // Decodes as a sign-in, an accepted upload and a task still pending, all at once.
-    const QByteArray forever = R"({"access_token": "a", "refresh_token": "r", "expires_in": 3600,
-        "token_type": "bearer", "task_id": "t", "status": "pending"})";
+    const auto ok = [](const QByteArray &body) { return HttpStub::response(200, body); };
+    const QByteArray signedIn = ok(R"({"access_token": "a", "refresh_token": "r",
+        "expires_in": 3600, "token_type": "bearer"})");
+    const QByteArray accepted = ok(R"({"task_id": "t", "status": "pending"})");
+    const QByteArray pending = ok(R"({"task_id": "t", "status": "pending"})");
+    const QByteArray html = "HTTP/1.1 502 Bad Gateway\r\nContent-Type: text/html\r\n"
+                            "Content-Length: 24\r\n\r\n<html>bad gateway</html>";
+    // Where a redirect would carry the password and the token, if it were followed.
+    HttpStub elsewhere;
+    const QByteArray redirect = "HTTP/1.1 307 Temporary Redirect\r\nLocation: "
+        + elsewhere.apiBaseUrl().toEncoded() + "/auth/login\r\nContent-Length: 0\r\n\r\n";
     using B = HttpStub::Behaviour;
+    using T = HttpStub::Transport;
     const struct
     {
         const char *name;
-        B behaviour;
-        int status;
-        QByteArray body;
+        QByteArray login, upload, poll;
         QString says;
+        B behaviour = B::reply;
+        T transport = T::plain;
+        const char *timeout = "20";
     } cases[] = {
-        {"server error", B::reply, 500, "{}", u"登录失败：服务器错误 (500)"_s},
-        {"garbage", B::reply, 200, "<html>hello", u"登录失败："_s},
-        {"incomplete json", B::reply, 200, R"({"access_token": "a)", u"登录失败："_s},
-        {"reset", B::dropConnection, 0, {}, u"登录失败："_s},
-        {"silence", B::stayQuiet, 0, {}, u"登录失败：连接服务器超时"_s},
-        {"no server", B::reply, 0, {}, u"登录失败：无法连接到服务器"_s},
-        {"task never ends", B::reply, 200, forever, u"语音识别失败: 连接服务器超时"_s},
+        {"server error", HttpStub::response(500, "{}"), {}, {}, u"登录失败：服务器错误 (500)"_s},
+        {"wrong password",
+         HttpStub::response(401, R"({"detail":"bad credentials"})"),
+         {},
+         {},
+         u"登录失败：用户名或密码错误"_s},
+        {"garbage", ok("<html>hello"), {}, {}, u"登录失败："_s},
+        {"incomplete json", ok(R"({"access_token": "a)"), {}, {}, u"登录失败："_s},
+        {"reset", {}, {}, {}, u"登录失败："_s},
+        {"silence", {}, {}, {}, u"登录失败：连接服务器超时"_s, B::stayQuiet, T::plain, "4"},
+        {"trickle", signedIn, {}, {}, u"登录失败：连接服务器超时"_s, B::trickle, T::plain, "4"},
+        {"no server", signedIn, {}, {}, u"登录失败：无法连接到服务器"_s},
+        {"redirect elsewhere",
+         redirect,
+         {},
+         {},
+         u"登录失败：服务器要求转到另一个地址（"_s + elsewhere.apiBaseUrl().toString()
+             + u"/auth/login），为保护登录信息已拒绝"_s},
+        {"untrusted certificate",
+         signedIn,
+         {},
+         {},
+         u"登录失败：服务器的安全证书不受信任"_s,
+         B::reply,
+         T::untrustedTls},
+        {"upload error",
+         signedIn,
+         HttpStub::response(500, "{}"),
+         {},
+         u"语音识别失败: 服务器错误 (500)"_s},
+        {"upload garbage", signedIn, ok("garbage"), {}, u"语音识别失败: "_s},
+        {"upload html", signedIn, html, {}, u"语音识别失败: 服务器错误 (502)"_s},
+        {"upload cut off", signedIn, ok(R"({"task_id": "t)"), {}, u"语音识别失败: "_s},
+        {"upload reset", signedIn, {}, {}, u"语音识别失败: "_s},
+        {"poll error", signedIn, accepted, HttpStub::response(500, "{}"),
+         u"语音识别失败: 服务器错误 (500)"_s},
+        {"poll cut off", signedIn, accepted, ok(R"({"task_id": "t", "sta)"), u"语音识别失败: "_s},
+        {"token expired", signedIn, accepted, HttpStub::response(401, "{}"),
+         u"语音识别失败: 服务器错误 (401)"_s},
+        {"recognition failed", signedIn, accepted,
+         ok(R"({"task_id": "t", "status": "failed", "error_message": "no speech"})"),
+         u"语音识别失败: no speech"_s},
+        {"task never ends", signedIn, accepted, pending, u"语音识别超时"_s, B::reply, T::plain,
+         "8"},
     };
     for (const auto &c : cases) {
         QTemporaryDir folder;
-        HttpStub stub;
+        HttpStub stub(c.transport);
         stub.setBehaviour(c.behaviour);
-        stub.setReply(c.status, c.body);
+        stub.setRawReply(c.login);
+        stub.setRawReplyFor("/media/transcribe ", c.upload);
+        stub.setRawReplyFor("/media/transcribe/", c.poll);
         QUrl base = stub.apiBaseUrl();
-        if (c.status == 0 && c.behaviour == B::reply)
+        if (std::string_view(c.name) == "no server")
             base.setPort(1); // nothing listens there
-        const CliRun run = importWithCli(folder.path(),
-                                         {media(u"speech.wav"_s).toLocalFile(), u"--server"_s,
-                                          base.toString(), u"--email"_s, email, u"--password"_s,
-                                          password, u"--timeout"_s, u"4"_s});
-        EXPECT_EQ(run.exitCode, 1) << c.name;
+        QElapsedTimer took;
+        took.start();
+        const CliRun run = importWithCli(
+            folder.path(),
+            {media(u"speech.wav"_s).toLocalFile(), u"--server"_s, base.toString(), u"--email"_s,
+             email, u"--password"_s, password, u"--timeout"_s, QString::fromLatin1(c.timeout)});
+        EXPECT_EQ(run.exitCode, 1) << c.name << run.errors.toStdString();
         EXPECT_TRUE(run.errors.contains(u"kavel-cli: "_s + c.says))
             << c.name << run.errors.toStdString();
+        EXPECT_EQ(run.errors.count(u"kavel-cli: "_s), 1) << c.name;
+        EXPECT_LT(took.elapsed(), (QByteArray(c.timeout).toInt() + 10) * 1000) << c.name;
         EXPECT_TRUE(QDir(folder.path()).isEmpty()) << c.name;
         for (const QString &secret : {password, u"access_token"_s})
             EXPECT_FALSE(run.errors.contains(secret)) << c.name;
     }
+    EXPECT_TRUE(elsewhere.requests().isEmpty()) << "credentials went to another origin";
 }
 
 } // namespace

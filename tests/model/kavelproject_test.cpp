@@ -93,26 +93,60 @@ TEST_F(ProjectBundle, TimelineProblemsOpenTheProjectEmptyAndAnOldOneIsRewritten)
     const QString timelinePath = QDir(project->bundlePath()).filePath(u"timeline.json"_s);
     const QByteArray good = fileio::readFile(timelinePath);
 
-    const QList<QByteArray> bad {"garbage",
-                                 good.left(good.size() / 2),
-                                 "",
-                                 R"({"version": 2})",
-                                 R"({"paragraphs": []})",
-                                 R"({"version": "2", "paragraphs": []})",
-                                 "[1]"};
-    for (const QByteArray &bytes : bad) {
+    // A word's times are checked like every other field: one that ends before it starts,
+    // or at a time no clock gives, is named.
+    const auto oneWord = [](const char *text, const char *start, const char *end) -> QByteArray {
+        return QByteArray(R"({"version": 2, "paragraphs": [{"id": "00000000-0000-4000-8000-)"
+                          R"(000000000010", "sortOrder": 0, "wordBlocks": [{"id": "00000000-)"
+                          R"(0000-4000-8000-000000000011", "text": ")")
+            + text + R"(", "mediaStart": )" + start + R"(, "mediaEnd": )" + end + "}]}]}";
+    };
+    const QList<QPair<QByteArray, QString>> bad {
+        {"garbage", {}},
+        {good.left(good.size() / 2), {}},
+        {"", {}},
+        {R"({"version": 2})", {}},
+        {R"({"paragraphs": []})", {}},
+        {R"({"version": "2", "paragraphs": []})", {}},
+        {"[1]", {}},
+        {oneWord("backwards", "2.524", "1.981"), u"backwards"_s},
+        {oneWord("tiny", "0", "1e-320"), u"tiny"_s},
+    };
+    const QDir cache(project->cacheDirectory());
+    const QStringList copies {u"timeline-damaged-*.json"_s};
+    for (qsizetype i = 0; i < bad.size(); ++i) {
+        const auto &[bytes, named] = bad[i];
         test::writeFile(timelinePath, bytes);
         auto loaded = KavelProject::load(project->bundleURL());
         EXPECT_TRUE(loaded->paragraphs().isEmpty());
         EXPECT_TRUE(loaded->timelineLoadError().contains(u"timeline.json"_s));
-        // Kept before anything can write over it, once however often it is opened.
-        ASSERT_TRUE(loaded->damagedTimelineBackup());
-        EXPECT_EQ(fileio::readFile(*loaded->damagedTimelineBackup()), bytes);
-        EXPECT_EQ(KavelProject::load(project->bundleURL())->damagedTimelineBackup(),
-                  loaded->damagedTimelineBackup());
+        EXPECT_TRUE(loaded->timelineLoadError().contains(named))
+            << loaded->timelineLoadError().toStdString();
+        // Looking writes nothing; the copy is made before anything can write over it,
+        // once however often it is asked for.
+        EXPECT_EQ(cache.entryList(copies).size(), std::min<qsizetype>(i, 3))
+            << "loading wrote a copy";
+        const std::optional<QString> backup = loaded->backUpDamagedTimeline();
+        ASSERT_TRUE(backup);
+        EXPECT_EQ(fileio::readFile(*backup), bytes);
+        EXPECT_EQ(KavelProject::load(project->bundleURL())->backUpDamagedTimeline(), backup);
     }
-    EXPECT_EQ(QDir(project->cacheDirectory()).entryList({u"timeline-damaged-*.json"_s}).size(),
-              bad.size());
+    // Only the last three damages are kept.
+    QStringList kept;
+    const auto newestFirst
+        = [&] { return cache.entryList(copies, QDir::Files, QDir::Name | QDir::Reversed); };
+    for (const QString &name : newestFirst())
+        kept << QString::fromUtf8(fileio::readFile(cache.filePath(name)));
+    EXPECT_EQ(kept,
+              (QStringList {QString::fromUtf8(bad[8].first), QString::fromUtf8(bad[7].first),
+                            QString::fromUtf8(bad[6].first)}));
+
+    // Saving over a damaged transcript keeps it first.
+    test::writeFile(timelinePath, "damaged once more");
+    auto overwritten = KavelProject::load(project->bundleURL());
+    overwritten->saveTimeline();
+    ASSERT_EQ(newestFirst().size(), 3);
+    EXPECT_EQ(fileio::readFile(cache.filePath(newestFirst().first())), "damaged once more");
 
     // A missing timeline is a new project's, not a problem; one that cannot be read (here:
     // a folder in its place) is.

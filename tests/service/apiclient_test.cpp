@@ -191,6 +191,18 @@ TEST_F(APIClientFaults, PeersThatAreSilentForeignOrNotHttpEndInErrors)
     EXPECT_TRUE(runTask(bounded->get<wire::EmptyResponse>(u"/x"_s)).errorAs<TransportError>());
     EXPECT_LT(elapsed.elapsed(), 10000);
 
+    // An answer trickled a byte at a time is never idle, yet is no answer: the limit on
+    // the reply ends it, with the words of a time-out.
+    stub.setBehaviour(HttpStub::Behaviour::trickle);
+    stub.setReply(200, "{}");
+    SessionTimeouts answerWithin;
+    answerWithin.answer = std::chrono::milliseconds(1500);
+    elapsed.restart();
+    const auto trickled = runTask(makeClient(answerWithin)->get<wire::EmptyResponse>(u"/x"_s));
+    ASSERT_TRUE(trickled.errorAs<TransportError>());
+    EXPECT_EQ(trickled.errorAs<TransportError>()->description(), u"连接服务器超时"_s);
+    EXPECT_LT(elapsed.elapsed(), 10000);
+
     // A peer that speaks something else: Qt reports it as a closed connection.
     stub.setBehaviour(HttpStub::Behaviour::reply);
     stub.setRawReply("SSH-2.0-OpenSSH_9.2\r\n");

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QTemporaryDir>
+#include <functional>
 
 namespace kavel::test {
 
@@ -13,5 +14,32 @@ QString programPath(const QString &name);
 
 // Writes bytes to a file, creating parent folders; fails the current test on error.
 void writeFile(const QString &path, const QByteArray &bytes);
+
+} // namespace kavel::test
+
+namespace kavel::test {
+
+// A folder whose disk is full: a small tmpfs of its own, filled to the last byte once the
+// test has put there what it needs. Where mounting is not allowed, a zero file-size limit
+// for what runs inside whileFull() stands in (its errors then say "file too large").
+class FullDisk
+{
+public:
+    FullDisk(const QString &folder, const QString &size);
+    ~FullDisk();
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+
+    bool isMounted() const { return m_mounted; }
+    const QString &path() const { return m_folder; }
+    // Takes every byte still free.
+    void fill();
+    // Runs `action` (which may start programs) with writes failing for want of room.
+    void whileFull(const std::function<void()> &action);
+
+private:
+    QString m_folder;
+    bool m_mounted = false;
+};
 
 } // namespace kavel::test

@@ -6,6 +6,8 @@ extern "C" {
 }
 
 #include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +17,10 @@ using namespace Qt::StringLiterals;
 namespace kavel::media::ffmpeg {
 
 namespace {
+
+// Less room than this left on the volume of a file that could not be written: the disk
+// is full, whatever FFmpeg's error says.
+constexpr qint64 nearlyFullBytes = 64 * 1024;
 
 const char *containerOf(RenderFormat format)
 {
@@ -70,8 +76,8 @@ OutputFile::OutputFile(const QString &path, RenderFormat format, int sampleRate,
     if (isMovie(format))
         openVideo(video);
     openAudio(format, sampleRate);
-    if (avio_open(&m_output->pb, file.constData(), AVIO_FLAG_WRITE) < 0)
-        fail(u"无法写入 "_s + path);
+    if (const int opened = avio_open(&m_output->pb, file.constData(), AVIO_FLAG_WRITE); opened < 0)
+        fail(writeFailure(opened), opened);
     AVDictionary *options = nullptr;
     // The index goes to the front, so players can start before the whole file is read.
     if (format != RenderFormat::wav)
@@ -79,7 +85,7 @@ OutputFile::OutputFile(const QString &path, RenderFormat format, int sampleRate,
     const int error = avformat_write_header(m_output, &options);
     av_dict_free(&options);
     if (error < 0)
-        fail(u"无法写入 "_s + path, error);
+        fail(writeFailure(error), error);
     m_headerWritten = true;
 }
 
@@ -92,6 +98,16 @@ OutputFile::~OutputFile()
     }
     if (!m_finished)
         QFile::remove(m_path);
+}
+
+QString OutputFile::writeFailure(int code) const
+{
+    // FFmpeg does not always pass the system's ENOSPC on (a failed flush may come back as
+    // a plain I/O error), so a volume with no room left is recognised by looking at it.
+    const QStorageInfo volume(QFileInfo(m_path).absolutePath());
+    if (code == AVERROR(ENOSPC) || (volume.isValid() && volume.bytesAvailable() < nearlyFullBytes))
+        return u"磁盘空间不足"_s;
+    return u"无法写入 "_s + m_path;
 }
 
 void OutputFile::fail(const QString &why, int code)
@@ -192,7 +208,7 @@ void OutputFile::encode(AVCodecContext *codec, AVStream *stream, const AVFrame *
         av_packet_rescale_ts(m_packet.get(), codec->time_base, stream->time_base);
         m_packet->stream_index = stream->index;
         if (const int written = av_interleaved_write_frame(m_output, m_packet.get()); written < 0)
-            fail(written == AVERROR(ENOSPC) ? u"磁盘空间不足"_s : u"无法写入 "_s + m_path, written);
+            fail(writeFailure(written), written);
     }
 }
 
@@ -260,9 +276,9 @@ void OutputFile::finish()
         encode(m_video.get(), m_videoStream, nullptr);
     encode(m_audio.get(), m_audioStream, nullptr);
     if (const int error = av_write_trailer(m_output); error < 0)
-        fail(error == AVERROR(ENOSPC) ? u"磁盘空间不足"_s : u"无法写入 "_s + m_path, error);
-    if (avio_closep(&m_output->pb) < 0)
-        fail(u"无法写入 "_s + m_path);
+        fail(writeFailure(error), error);
+    if (const int closed = avio_closep(&m_output->pb); closed < 0)
+        fail(writeFailure(closed), closed);
     m_finished = true;
 }
 

@@ -47,6 +47,8 @@ private:
     void openAudio(RenderFormat format, int sampleRate);
     void encode(AVCodecContext *codec, AVStream *stream, const AVFrame *frame);
     void sendAudioFrame(size_t offset, int samples);
+    // "磁盘空间不足" when the volume is full, otherwise what could not be written.
+    QString writeFailure(int code) const;
     [[noreturn]] void fail(const QString &why, int code = 0);
 
     QString m_path;

@@ -218,11 +218,17 @@ std::unique_ptr<AudioConversion> MltAudioConverter::startM4AConversion(const QSt
     } catch (const MediaError &) {
         return nullptr;
     }
-    // MLT would happily render silence for a picture without sound; recognising that is
-    // a waste of the user's time, so say what is wrong instead.
-    if (!info.hasAudio)
+    // MLT would happily render silence for a picture without sound, and never finishes a
+    // sound without length; recognising either is a waste of the user's time, so say
+    // what is wrong instead.
+    if (!info.hasAudio && info.hasVideo)
         return std::make_unique<FailedConversion>(
             std::make_exception_ptr(KavelProjectError(KavelProjectError::Code::noAudioTrack)));
+    try {
+        requireSound(info);
+    } catch (const NoSoundError &) {
+        return std::make_unique<FailedConversion>(std::current_exception());
+    }
 
     const double seconds = info.audioDuration > 0
         ? info.audioDuration
