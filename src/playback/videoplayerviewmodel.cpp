@@ -450,7 +450,7 @@ void VideoPlayerViewModel::seek(double t)
 }
 
 void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
-                                     std::function<void()> onFinish)
+                                     std::function<void()> onFinish, bool loop)
 {
     const CompositionEntry *from = entryOfBlock(fromBlockId);
     if (!from)
@@ -467,14 +467,21 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
     m_player->setStopTime(end);
     publishCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
-    m_boundaryObserver
-        = m_player->addBoundaryTimeObserver({end}, [this, self, onFinish = std::move(onFinish)] {
-              if (!self)
-                  return;
-              pause();
-              if (onFinish)
-                  onFinish();
-          });
+    m_boundaryObserver = m_player->addBoundaryTimeObserver(
+        {end}, [this, self, start, end, loop, onFinish = std::move(onFinish)] {
+            if (!self)
+                return;
+            if (loop) {
+                ++m_placement;
+                m_player->seek(start, [](bool) {});
+                m_player->setStopTime(end);
+                publishCurrentTime(start);
+                return;
+            }
+            pause();
+            if (onFinish)
+                onFinish();
+        });
     startPlayback();
 }
 

@@ -88,8 +88,10 @@ public:
     // Moves the play head to `t` on the edited timeline, clamped to it; playback that is
     // running goes on from there.
     void seek(double t);
-    void playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
-                   std::function<void()> onFinish);
+    // Plays from the start of one block to the end of another, then pauses and calls
+    // `onFinish`; with `loop` it starts the range over instead, until a pause or a stop.
+    void playRange(const QUuid &fromBlockId, const QUuid &toBlockId, std::function<void()> onFinish,
+                   bool loop = false);
 
     double compositionTimeToSourceTime(double t) const;
     double sourceTimeToCompositionTime(double s) const;
