@@ -210,6 +210,9 @@ void VideoPlayerViewModel::rebuildComposition()
         target = sourceTimeToCompositionTime(anchor);
     }
     target = std::max(std::min(target, m_duration), 0.0);
+    // A word placed under the play head stays current at its new place.
+    if (m_placedAt)
+        m_placedAt = target;
 
     QPointer<VideoPlayerViewModel> self(this);
     const quint64 placement = ++m_placement;
@@ -291,6 +294,11 @@ void VideoPlayerViewModel::onPeriodicTime(double t)
         reachedTheEnd();
     }
 
+    if (m_placedAt) {
+        if (std::abs(t - *m_placedAt) < placementTolerance)
+            return;
+        m_placedAt.reset();
+    }
     if (now - m_lastUIPublishTime < uiPublishInterval)
         return;
     m_lastUIPublishTime = now;
@@ -436,6 +444,7 @@ void VideoPlayerViewModel::seekToBlock(const WordBlock &block)
     m_player->seek(t, [](bool) {});
     publishCurrentTime(t);
     setActiveWordBlockId(block.id);
+    m_placedAt = t;
 }
 
 void VideoPlayerViewModel::seek(double t)
