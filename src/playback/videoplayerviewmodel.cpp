@@ -130,6 +130,9 @@ void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
         m_sourceAssets.append({source.id, source.url.toLocalFile()});
     m_imageGenerators.clear();
     m_thumbnailCache.clear();
+    // Nothing of the last sources' play head stays current.
+    m_placedAt.reset();
+    setActiveWordBlockId({});
 
     if (m_loadCall)
         m_clock.cancel(*m_loadCall);

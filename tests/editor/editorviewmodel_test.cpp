@@ -93,7 +93,10 @@ TEST_F(Editor, SearchMatchesJoinedWordsOfOneParagraphIgnoringCaseAndStepsRound)
     found(u"ab"_s);
     vm.setShowSearchBar(true);
     vm.extendSelection(1);
+    const QUuid current = vm.playerVM().activeWordBlockId();
+    ASSERT_FALSE(current.isNull());
     openTranscript({{u"ab"_s}});
+    EXPECT_NE(vm.playerVM().activeWordBlockId(), current);
     EXPECT_EQ(std::tuple(vm.searchQuery(), vm.searchResults().size(), vm.showSearchBar()),
               std::tuple(QString(), 0, false));
     EXPECT_EQ(std::tuple(vm.cursorParagraphId(), vm.cursorPosition(), vm.selectionAnchor()),
