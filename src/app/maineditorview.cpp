@@ -11,7 +11,6 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
-#include <QClipboard>
 #include <QDoubleSpinBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -19,12 +18,18 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSplitter>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
 namespace kavel::app {
+
+namespace {
+// What the pause limit shows until a project sets its own.
+constexpr double defaultPauseLimit = 0.5;
+} // namespace
 
 MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     : QWidget(parent)
@@ -56,7 +61,8 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     tools->setContentsMargins(8, 0, 8, 6);
     toolbar->setLayout(tools);
     auto *undo = addToolButton(toolbar, u"arrow.uturn.backward"_s, u"撤销 (Ctrl+Z)"_s);
-    auto *redo = addToolButton(toolbar, u"arrow.uturn.forward"_s, u"重做 (Ctrl+Shift+Z)"_s);
+    auto *redo
+        = addToolButton(toolbar, u"arrow.uturn.forward"_s, u"重做 (Ctrl+Shift+Z 或 Ctrl+Y)"_s);
     auto *cut = addToolButton(toolbar, u"scissors"_s, u"剪切 (Ctrl+X)"_s);
     auto *copy = addToolButton(toolbar, u"doc.on.doc"_s, u"拷贝 (Ctrl+C)"_s);
     auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, u"粘贴 (Ctrl+V)"_s);
@@ -74,7 +80,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     m_pauseLimit->setSingleStep(0.1);
     m_pauseLimit->setDecimals(1);
     m_pauseLimit->setSuffix(u" 秒"_s);
-    m_pauseLimit->setValue(0.5);
+    m_pauseLimit->setValue(defaultPauseLimit);
     m_pauseLimit->setAccessibleName(u"最长停顿"_s);
     tools->addWidget(m_pauseLimit);
 
@@ -88,6 +94,9 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     savedLayout->addWidget(m_saved);
     m_savedBox->setVisible(false);
     tools->addWidget(m_savedBox);
+    m_notice = new QLabel(toolbar);
+    m_notice->setVisible(false);
+    tools->addWidget(m_notice);
     tools->addStretch(1);
 
     m_search = new QLineEdit(toolbar);
@@ -132,7 +141,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     shortcuts->setFixedSize(0, 0);
     auto *deleteKey = new ui::DeleteKeyHandler(this);
     deleteKey->setFixedSize(0, 0);
-    deleteKey->setOnDelete([this] { m_editor.deleteAtCursor(); });
+    deleteKey->setOnDelete([this](bool forward) { m_editor.deleteAtCursor(forward); });
 
     m_overlay = new QWidget(this);
     m_overlay->setAutoFillBackground(true);
@@ -170,16 +179,26 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
 
     connect(m_back, &QToolButton::clicked, this, &MainEditorView::backRequested);
     connect(m_export, &QToolButton::clicked, this, [this] { m_editor.setShowExportSheet(true); });
-    connect(undo, &QToolButton::clicked, this, [this] { m_editor.undoManager().undo(); });
-    connect(redo, &QToolButton::clicked, this, [this] { m_editor.undoManager().redo(); });
-    connect(cut, &QToolButton::clicked, this, [this] {
-        copySelectionToClipboard();
-        m_editor.deleteSelectedWords();
+    connect(undo, &QToolButton::clicked, this, [this] {
+        m_editor.undoManager().undo();
+        m_editor.syncProject();
     });
-    connect(copy, &QToolButton::clicked, this, &MainEditorView::copySelectionToClipboard);
+    connect(redo, &QToolButton::clicked, this, [this] {
+        m_editor.undoManager().redo();
+        m_editor.syncProject();
+    });
+    connect(cut, &QToolButton::clicked, this, [this] {
+        ui::putOnClipboard(m_editor);
+        m_editor.cutSelectedWords();
+    });
+    connect(copy, &QToolButton::clicked, this, [this] { ui::putOnClipboard(m_editor); });
     connect(paste, &QToolButton::clicked, this, [this] { m_editor.pasteWords(); });
-    connect(remove, &QToolButton::clicked, this, [this] { m_editor.deleteSelectedWords(); });
-    connect(fillers, &QToolButton::clicked, this, [this] { m_editor.deleteFillerWords(); });
+    // As the Delete key: the selection, else the word at the caret.
+    connect(remove, &QToolButton::clicked, this, [this] { m_editor.deleteAtCursor(true); });
+    connect(fillers, &QToolButton::clicked, this, [this] {
+        const qsizetype removed = m_editor.deleteFillerWords();
+        showNotice(removed > 0 ? u"已删除 %1 个语气词"_s.arg(removed) : u"没有找到语气词"_s);
+    });
     connect(save, &QToolButton::clicked, this, [this] { m_editor.save(); });
     connect(correct, &QToolButton::clicked, this, [this] { m_editor.requestWordCorrection(); });
     const auto applyPauses = [this] {
@@ -195,8 +214,8 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
         const QSignalBlocker blockCheck(m_keepPauses), blockLimit(m_pauseLimit);
         m_keepPauses->setChecked(limit > 0);
         m_keepPauses->setEnabled(m_editor.project() != nullptr);
-        if (limit > 0)
-            m_pauseLimit->setValue(limit);
+        // A project without pauses shows the usual limit, not the last project's.
+        m_pauseLimit->setValue(limit > 0 ? limit : defaultPauseLimit);
         m_pauseLimit->setEnabled(limit > 0);
     };
     connect(&m_editor, &EditorViewModel::pauseLimitChanged, this, showPauses);
@@ -284,14 +303,15 @@ QToolButton *MainEditorView::toolButton(const QString &tooltip) const
     return nullptr;
 }
 
-void MainEditorView::copySelectionToClipboard()
+void MainEditorView::showNotice(const QString &text)
 {
-    m_editor.copySelectedWords();
-    QString text;
-    for (const WordBlock &word : m_editor.copiedWords())
-        text += word.text;
-    if (!text.isEmpty())
-        QApplication::clipboard()->setText(text);
+    m_notice->setText(text);
+    m_notice->setVisible(true);
+    // Each notice hides itself unless a newer one replaced it.
+    QTimer::singleShot(noticeMilliseconds, m_notice, [notice = m_notice, text] {
+        if (notice->text() == text)
+            notice->setVisible(false);
+    });
 }
 
 void MainEditorView::refreshUndoButtons()

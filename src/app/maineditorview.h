@@ -37,6 +37,9 @@ public:
     // Shown while the editor confirms a save.
     QWidget *savedIndicator() const { return m_savedBox; }
     QLabel *savedLabel() const { return m_saved; }
+    // A short word on what the last toolbar action did, such as how many fillers went.
+    QLabel *noticeLabel() const { return m_notice; }
+    static constexpr int noticeMilliseconds = 4000;
     QLineEdit *searchField() const { return m_search; }
     QLabel *searchCounter() const { return m_counter; }
     QToolButton *previousMatchButton() const { return m_previous; }
@@ -62,7 +65,7 @@ protected:
 private:
     static const QStringList &transcriptionSteps();
     QToolButton *addToolButton(QWidget *bar, const QString &symbol, const QString &tooltip);
-    void copySelectionToClipboard();
+    void showNotice(const QString &text);
     void refreshUndoButtons();
     void refreshSearchCounter();
     void refreshProcessing();
@@ -75,6 +78,7 @@ private:
     QDoubleSpinBox *m_pauseLimit;
     QWidget *m_savedBox;
     QLabel *m_saved;
+    QLabel *m_notice;
     QLineEdit *m_search;
     QLabel *m_counter;
     QToolButton *m_previous;

@@ -29,6 +29,17 @@ void ParagraphSnapshotCommand::redo(const QList<Paragraph> &after)
     m_viewModel.pushToPlayer();
 }
 
+MoveParagraphsCommand::MoveParagraphsCommand(EditTarget &viewModel, QList<Paragraph> before,
+                                             QList<Paragraph> after, bool continuesDrag)
+    : ParagraphSnapshotCommand(viewModel, std::move(before), std::move(after))
+    , m_continuesDrag(continuesDrag)
+{ }
+
+bool MoveParagraphsCommand::continues(const EditCommand &previous) const
+{
+    return m_continuesDrag && dynamic_cast<const MoveParagraphsCommand *>(&previous);
+}
+
 BatchDeleteWordsCommand::BatchDeleteWordsCommand(EditTarget &viewModel, QSet<QUuid> idsToDelete)
     : m_viewModel(viewModel)
     , m_idsToDelete(std::move(idsToDelete))

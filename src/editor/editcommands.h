@@ -48,11 +48,18 @@ public:
     };
     virtual std::optional<States> takeStates() { return std::nullopt; }
     virtual EditTarget &target() const = 0;
+    // Whether this edit goes on with `previous`, the newest step, so that the history folds
+    // the two into one step (a paragraph dragged on past several others).
+    virtual bool continues(const EditCommand &previous) const
+    {
+        Q_UNUSED(previous);
+        return false;
+    }
 };
 
 // An edit that was already applied, given as the whole paragraph list before and after.
 // Redo and undo restore those whole lists (an unrecorded edit in between is overwritten).
-class ParagraphSnapshotCommand final : public EditCommand
+class ParagraphSnapshotCommand : public EditCommand
 {
 public:
     ParagraphSnapshotCommand(EditTarget &viewModel, QList<Paragraph> before,
@@ -66,6 +73,18 @@ public:
 private:
     EditTarget &m_viewModel;
     std::optional<States> m_states;
+};
+
+// A paragraph move, kept as the lists before and after. The moves of one drag are one step.
+class MoveParagraphsCommand final : public ParagraphSnapshotCommand
+{
+public:
+    MoveParagraphsCommand(EditTarget &viewModel, QList<Paragraph> before, QList<Paragraph> after,
+                          bool continuesDrag);
+    bool continues(const EditCommand &previous) const override;
+
+private:
+    const bool m_continuesDrag;
 };
 
 // Removes words by id from the document as it is; paragraphs left empty disappear. Undo

@@ -51,20 +51,25 @@ CursorTarget cursorAfterDeleting(const QList<Paragraph> &paragraphs, const QSet<
 
 } // namespace
 
+void EditorViewModel::recordEdit(QList<Paragraph> after)
+{
+    QList<Paragraph> before = std::exchange(m_paragraphs, std::move(after));
+    Q_EMIT paragraphsChanged();
+    m_undoManager->record(
+        std::make_unique<ParagraphSnapshotCommand>(editTarget(), std::move(before), m_paragraphs));
+}
+
 void EditorViewModel::deleteSelectedWords()
 {
     if (m_selectedBlockIds.isEmpty())
         return;
-    const QList<Paragraph> before = m_paragraphs;
-    setParagraphs(edits::removeWords(m_paragraphs, m_selectedBlockIds));
-    m_undoManager->record(
-        std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, m_paragraphs));
+    recordEdit(edits::removeWords(m_paragraphs, m_selectedBlockIds));
     clearSelection();
     syncPlayer();
     syncProject();
 }
 
-void EditorViewModel::deleteAtCursor()
+void EditorViewModel::deleteAtCursor(bool forward)
 {
     // A key repeat that arrives while a delete is being applied is dropped.
     if (m_isDeleteInProgress)
@@ -74,12 +79,18 @@ void EditorViewModel::deleteAtCursor()
 
     QSet<QUuid> ids = m_selectedBlockIds;
     if (ids.isEmpty()) {
-        if (!m_cursorParagraphId || m_cursorPosition < 1)
+        if (!m_cursorParagraphId)
             return;
         const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
-        if (index < 0 || m_cursorPosition > m_paragraphs.at(index).wordBlocks.size())
+        const qsizetype gap = m_cursorPosition;
+        if (index < 0 || gap < 0 || gap > m_paragraphs.at(index).wordBlocks.size())
             return;
-        ids.insert(m_paragraphs.at(index).wordBlocks.at(m_cursorPosition - 1).id);
+        // At the paragraph's edge the key joins it to its neighbour, as in a text editor.
+        if (gap == (forward ? m_paragraphs.at(index).wordBlocks.size() : 0)) {
+            joinParagraphs(forward ? index + 1 : index);
+            return;
+        }
+        ids.insert(m_paragraphs.at(index).wordBlocks.at(forward ? gap : gap - 1).id);
     }
     const CursorTarget target = cursorAfterDeleting(m_paragraphs, ids);
 
@@ -128,10 +139,45 @@ void EditorViewModel::deleteParagraph(const QUuid &paragraphId)
     syncProject();
 }
 
-void EditorViewModel::moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset)
+void EditorViewModel::moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset,
+                                     bool continuesDrag)
 {
-    setParagraphs(edits::moveParagraphs(m_paragraphs, fromOffsets, toOffset));
+    QList<Paragraph> after = edits::moveParagraphs(m_paragraphs, fromOffsets, toOffset);
+    if (after == m_paragraphs)
+        return;
+    QList<Paragraph> before = std::exchange(m_paragraphs, std::move(after));
+    Q_EMIT paragraphsChanged();
+    m_undoManager->record(std::make_unique<MoveParagraphsCommand>(editTarget(), std::move(before),
+                                                                  m_paragraphs, continuesDrag));
     syncPlayer();
+    syncProject();
+}
+
+void EditorViewModel::splitParagraphAtCursor()
+{
+    if (!m_cursorParagraphId)
+        return;
+    QList<Paragraph> after = m_paragraphs;
+    const auto tail = edits::splitParagraph(after, *m_cursorParagraphId, m_cursorPosition);
+    if (!tail)
+        return;
+    recordEdit(std::move(after));
+    setCursor(*tail, 0);
+    syncPlayer();
+    syncProject();
+}
+
+void EditorViewModel::joinParagraphs(qsizetype index)
+{
+    QList<Paragraph> after = m_paragraphs;
+    const qsizetype gap = edits::joinWithPrevious(after, index);
+    if (gap < 0)
+        return;
+    const QUuid joined = after.at(index - 1).id;
+    recordEdit(std::move(after));
+    setCursor(joined, gap);
+    syncPlayer();
+    syncProject();
 }
 
 qsizetype EditorViewModel::deleteFillerWords()
@@ -139,10 +185,7 @@ qsizetype EditorViewModel::deleteFillerWords()
     const QSet<QUuid> fillers = edits::fillerWordIds(m_paragraphs);
     if (fillers.isEmpty())
         return 0;
-    const QList<Paragraph> before = m_paragraphs;
-    setParagraphs(edits::removeWords(m_paragraphs, fillers));
-    m_undoManager->record(
-        std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, m_paragraphs));
+    recordEdit(edits::removeWords(m_paragraphs, fillers));
     setSelectedBlockIds(m_selectedBlockIds - fillers);
     syncPlayer();
     syncProject();
@@ -162,6 +205,14 @@ void EditorViewModel::copySelectedWords()
     }
 }
 
+void EditorViewModel::cutSelectedWords()
+{
+    if (m_selectedBlockIds.isEmpty())
+        return;
+    copySelectedWords();
+    deleteAtCursor();
+}
+
 void EditorViewModel::pasteWords()
 {
     if (m_copiedWords.isEmpty() || !m_cursorParagraphId)
@@ -169,14 +220,12 @@ void EditorViewModel::pasteWords()
     const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
     if (index < 0)
         return;
-    const QList<Paragraph> before = m_paragraphs;
     QList<Paragraph> after = m_paragraphs;
     const qsizetype gap
         = std::clamp<qsizetype>(m_cursorPosition, 0, after.at(index).wordBlocks.size());
     const QList<QUuid> inserted
         = edits::insertWords(after, *m_cursorParagraphId, gap, m_copiedWords);
-    setParagraphs(after);
-    m_undoManager->record(std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, after));
+    recordEdit(std::move(after));
     placeCursorAfterWord(inserted.last());
     syncPlayer();
     syncProject();
@@ -188,10 +237,7 @@ bool EditorViewModel::correctSelectedWords(const QString &text)
     const std::optional<QUuid> corrected = edits::replaceText(after, m_selectedBlockIds, text);
     if (!corrected || after == m_paragraphs)
         return false;
-    const QList<Paragraph> before = m_paragraphs;
-    setParagraphs(after);
-    m_undoManager->record(
-        std::make_unique<ParagraphSnapshotCommand>(editTarget(), before, m_paragraphs));
+    recordEdit(std::move(after));
     setSelectedBlockIds({*corrected});
     syncPlayer();
     syncProject();
@@ -202,8 +248,14 @@ bool EditorViewModel::correctSelectedWords(const QString &text)
 
 void EditorViewModel::requestWordCorrection()
 {
-    if (m_selectedBlockIds.isEmpty() && m_cursorParagraphId && m_cursorPosition > 0)
-        selectRange(*m_cursorParagraphId, m_cursorPosition - 1, m_cursorPosition);
+    // The word at the caret, or the last one when the caret stands at the end.
+    if (m_selectedBlockIds.isEmpty() && m_cursorParagraphId) {
+        const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
+        const qsizetype n = index < 0 ? 0 : m_paragraphs.at(index).wordBlocks.size();
+        const qsizetype word = std::min(m_cursorPosition, n - 1);
+        if (word >= 0)
+            selectRange(*m_cursorParagraphId, word, word + 1);
+    }
     if (!m_selectedBlockIds.isEmpty())
         Q_EMIT wordCorrectionRequested();
 }

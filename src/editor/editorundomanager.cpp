@@ -25,6 +25,15 @@ void EditorUndoManager::record(std::unique_ptr<EditCommand> command)
     // A command made without its states recorded an edit that changed nothing.
     const auto states = command->takeStates();
     const QList<Paragraph> after = states ? states->after : command->target().paragraphs();
+    if (!m_undoStack.empty() && command->continues(*m_undoStack.back().command)) {
+        // One step from the state before the newest one to this edit's result.
+        Step &newest = m_undoStack.back();
+        newest.undone = ParagraphChange(after, newest.undone.apply(m_head));
+        m_head = after;
+        m_redoStack.clear();
+        refreshFlags();
+        return;
+    }
     push(std::move(command), states ? states->before : after, after);
 }
 

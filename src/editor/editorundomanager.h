@@ -32,7 +32,8 @@ public:
     qsizetype undoCount() const { return static_cast<qsizetype>(m_undoStack.size()); }
     qsizetype redoCount() const { return static_cast<qsizetype>(m_redoStack.size()); }
 
-    // For an edit the caller has already applied.
+    // For an edit the caller has already applied. An edit that continues the newest step
+    // is folded into it.
     void record(std::unique_ptr<EditCommand> command);
     // Applies the edit, then records it.
     void execute(std::unique_ptr<EditCommand> command);

@@ -159,7 +159,16 @@ void EditorViewModel::openProject(const QUrl &url)
     setParagraphs(m_project->paragraphs());
     m_recoverableEdits = journal::recoverable(*m_project);
     Q_EMIT recoverableEditsChanged();
+    // Nothing of the last project's caret, selection, search or play stays behind.
+    setCursorParagraphId(std::nullopt);
+    setCursorPosition(0);
+    setSelectionAnchor(std::nullopt);
     clearSelection();
+    setSearchQuery(QString());
+    setSearchResults({});
+    setCurrentSearchIndex(0);
+    setShowSearchBar(false);
+    m_playerVM->stop();
     m_undoManager->clear();
     if (const auto backup = m_project->backUpDamagedTimeline())
         setProcessingStatus(u"转写稿无法读取，原文件已备份到 "_s + *backup);
@@ -313,17 +322,11 @@ void EditorViewModel::setCursor(const QUuid &paragraphId, qsizetype position)
     const qsizetype index = edits::indexOfParagraph(m_paragraphs, paragraphId);
     if (index < 0)
         return;
+    // The play head goes to the word after the caret, the current one, or to the last
+    // word when the caret stands at the end.
     const Paragraph &paragraph = m_paragraphs.at(index);
-    const qsizetype n = paragraph.wordBlocks.size();
-    qsizetype i = std::min(n - 1, position - 1);
-    if (i < 0) {
-        if (n == 0)
-            return;
-        i = 0;
-    }
-    // The play head goes to the word just before the cursor, or to the first word when
-    // the cursor stands at the start.
-    seekToBlockAt(paragraph, i);
+    seekToBlockAt(paragraph,
+                  std::max<qsizetype>(0, std::min(position, paragraph.wordBlocks.size() - 1)));
 }
 
 void EditorViewModel::selectParagraph(const Paragraph &paragraph)
@@ -374,10 +377,7 @@ void EditorViewModel::selectRange(const QUuid &paragraphId, qsizetype anchor, qs
     if (lo > n)
         return;
     const qsizetype hi = std::min(std::max(anchor, position), n);
-    QSet<QUuid> ids;
-    for (qsizetype i = std::max<qsizetype>(lo, 0); i < hi; ++i)
-        ids.insert(paragraph.wordBlocks.at(i).id);
-    setSelectedBlockIds(ids);
+    setSelectedBlockIds(edits::wordIdsBetween(m_paragraphs, index, lo, index, hi));
     if (lo < hi)
         seekToBlockAt(paragraph, lo);
 }
@@ -409,23 +409,7 @@ void EditorViewModel::selectAcross(const QUuid &fromParagraphId, qsizetype fromP
         end = std::max(fromPosition, toPosition);
     }
 
-    QSet<QUuid> ids;
-    auto take = [&](const Paragraph &p, qsizetype lo, qsizetype hi) {
-        for (qsizetype i = std::max<qsizetype>(lo, 0); i < hi; ++i)
-            ids.insert(p.wordBlocks.at(i).id);
-    };
-    for (qsizetype i = first; i <= last; ++i) {
-        const Paragraph &p = m_paragraphs.at(i);
-        const qsizetype count = p.wordBlocks.size();
-        if (i == first)
-            take(p, start, i == last ? std::min(count, end) : count);
-        else if (i == last)
-            take(p, 0, std::min(count, end));
-        else
-            take(p, 0, count);
-    }
-
-    setSelectedBlockIds(ids);
+    setSelectedBlockIds(edits::wordIdsBetween(m_paragraphs, first, start, last, end));
     setCursorParagraphId(toParagraphId);
     setCursorPosition(toPosition);
     setSelectionAnchor(fromPosition);
@@ -461,11 +445,9 @@ void EditorViewModel::toggleSentencePlayback(const Paragraph &paragraph)
         return;
     setPlayingSentenceId(paragraph.id);
     setSelectedParagraphId(paragraph.id);
-    QPointer<EditorViewModel> self(this);
-    m_playerVM->playRange(paragraph.wordBlocks.first().id, paragraph.wordBlocks.last().id, [self] {
-        if (self)
-            self->setPlayingSentenceId(std::nullopt);
-    });
+    // It goes round until chosen again or the player stops (Space, another play).
+    m_playerVM->playRange(paragraph.wordBlocks.first().id, paragraph.wordBlocks.last().id, {},
+                          true);
 }
 
 } // namespace kavel

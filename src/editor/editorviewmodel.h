@@ -233,10 +233,15 @@ public:
 
     // --- editing (editoperations.cpp) --------------------------------------------------
     void deleteSelectedWords();
-    void deleteAtCursor();
+    // Backspace, or Delete with `forward`: the selection, else the word before (after) the
+    // caret; at the paragraph's start (end) it joins the paragraph to the one before (after).
+    void deleteAtCursor(bool forward = false);
     void deleteParagraph(const QUuid &paragraphId);
-    // Not undoable; the project copy is refreshed at the next save.
-    void moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset);
+    // Enter: the words from the caret on become a new paragraph; the caret goes with them.
+    void splitParagraphAtCursor();
+    // One undo step per drag: a move that `continuesDrag` is folded into the one before.
+    void moveParagraphs(const QList<qsizetype> &fromOffsets, qsizetype toOffset,
+                        bool continuesDrag = false);
     // Removes every filler word in one undoable step; returns how many were removed.
     qsizetype deleteFillerWords();
     // Gives the selected words the corrected text as one undoable step (see
@@ -245,14 +250,15 @@ public:
     // paragraph.
     bool correctSelectedWords(const QString &text);
     // Asks the transcript to open its in-place editor on the selection, or on the word
-    // before the cursor when nothing is selected (F2).
+    // at the caret when nothing is selected (F2).
     void requestWordCorrection();
     // "保留停顿": 0 turns it off; otherwise clamped to [minPauseLimit, maxPauseLimit].
     // Written to the project at once and applied to the preview.
     void setPauseLimit(double seconds);
     double pauseLimit() const;
-    // Keeps a copy of the selected words, in document order.
+    // Keeps a copy of the selected words, in document order; cutting also removes them.
     void copySelectedWords();
+    void cutSelectedWords();
     const QList<WordBlock> &copiedWords() const { return m_copiedWords; }
     // Inserts the copied words at the cursor as new words (fresh ids), one undoable step;
     // the cursor ends after them.
@@ -309,6 +315,9 @@ private:
     void setParagraphs(const QList<Paragraph> &paragraphs) override;
     void pushToPlayer() override;
     EditTarget &editTarget() { return *this; }
+    // Makes `after` the document as one undo step.
+    void recordEdit(QList<Paragraph> after);
+    void joinParagraphs(qsizetype index);
 
     // Assigns and notifies when the value changes: the one setter behind every property.
     template<typename T> void assign(T &field, const T &value, void (EditorViewModel::*changed)())

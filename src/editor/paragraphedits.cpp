@@ -90,6 +90,47 @@ QList<QUuid> insertWords(QList<Paragraph> &paragraphs, const QUuid &paragraphId,
     return ids;
 }
 
+std::optional<QUuid> splitParagraph(QList<Paragraph> &paragraphs, const QUuid &paragraphId,
+                                    qsizetype gap)
+{
+    const qsizetype index = indexOfParagraph(paragraphs, paragraphId);
+    if (index < 0 || gap <= 0 || gap >= paragraphs.at(index).wordBlocks.size())
+        return std::nullopt;
+    Paragraph tail;
+    tail.id = QUuid::createUuid();
+    tail.speakerLabel = paragraphs.at(index).speakerLabel;
+    tail.wordBlocks = paragraphs.at(index).wordBlocks.mid(gap);
+    paragraphs[index].wordBlocks.resize(gap);
+    paragraphs.insert(index + 1, std::move(tail));
+    renumber(paragraphs);
+    return paragraphs.at(index + 1).id;
+}
+
+qsizetype joinWithPrevious(QList<Paragraph> &paragraphs, qsizetype index)
+{
+    if (index <= 0 || index >= paragraphs.size())
+        return -1;
+    const qsizetype gap = paragraphs.at(index - 1).wordBlocks.size();
+    paragraphs[index - 1].wordBlocks.append(paragraphs.at(index).wordBlocks);
+    paragraphs.removeAt(index);
+    renumber(paragraphs);
+    return gap;
+}
+
+QSet<QUuid> wordIdsBetween(const QList<Paragraph> &paragraphs, qsizetype first, qsizetype start,
+                           qsizetype last, qsizetype end)
+{
+    QSet<QUuid> ids;
+    for (qsizetype p = std::max<qsizetype>(first, 0); p <= last && p < paragraphs.size(); ++p) {
+        const QList<WordBlock> &words = paragraphs.at(p).wordBlocks;
+        const qsizetype from = p == first ? std::max<qsizetype>(start, 0) : 0;
+        const qsizetype to = p == last ? std::min(end, words.size()) : words.size();
+        for (qsizetype w = from; w < to; ++w)
+            ids.insert(words.at(w).id);
+    }
+    return ids;
+}
+
 qsizetype indexOfParagraph(const QList<Paragraph> &paragraphs, const QUuid &paragraphId)
 {
     for (qsizetype i = 0; i < paragraphs.size(); ++i) {
@@ -109,6 +150,21 @@ WordLocation locateWord(const QList<Paragraph> &paragraphs, const QUuid &blockId
         }
     }
     return {};
+}
+
+QString wordsAsText(const QList<WordBlock> &words)
+{
+    QString text;
+    for (const WordBlock &word : words) {
+        if (word.text.isEmpty())
+            continue;
+        const bool latin = !text.isEmpty() && text.back().unicode() < 0x2E80
+            && word.text.front().unicode() < 0x2E80;
+        if (latin)
+            text += u' ';
+        text += word.text;
+    }
+    return text;
 }
 
 QSet<QUuid> fillerWordIds(const QList<Paragraph> &paragraphs)

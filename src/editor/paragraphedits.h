@@ -28,6 +28,23 @@ QList<Paragraph> removeParagraph(const QList<Paragraph> &paragraphs, const QUuid
 QList<Paragraph> moveParagraphs(const QList<Paragraph> &paragraphs,
                                 const QList<qsizetype> &fromOffsets, qsizetype toOffset);
 
+// Splits paragraph `paragraphId` before word `gap`: the words from there on become a new
+// paragraph (fresh id, same speaker) right after it. Words keep their ids and times.
+// Returns the new paragraph's id, or nothing when the gap is not strictly inside the
+// paragraph; then `paragraphs` is unchanged.
+std::optional<QUuid> splitParagraph(QList<Paragraph> &paragraphs, const QUuid &paragraphId,
+                                    qsizetype gap);
+
+// Appends the words of paragraph `index` to the paragraph before it and removes it;
+// renumbers. Returns the gap in the joined paragraph where the two meet, or -1 when
+// `index` has no paragraph before it.
+qsizetype joinWithPrevious(QList<Paragraph> &paragraphs, qsizetype index);
+
+// The ids of the words between gap `start` of paragraph `first` and gap `end` of
+// paragraph `last` (first <= last), gaps clamped to their paragraphs.
+QSet<QUuid> wordIdsBetween(const QList<Paragraph> &paragraphs, qsizetype first, qsizetype start,
+                           qsizetype last, qsizetype end);
+
 // Inserts words into paragraph `paragraphId` before position `gap` (clamped to the
 // paragraph), giving each inserted word a fresh id. Returns the ids given.
 QList<QUuid> insertWords(QList<Paragraph> &paragraphs, const QUuid &paragraphId, qsizetype gap,
@@ -52,6 +69,9 @@ struct WordLocation
     bool isValid() const { return paragraph >= 0; }
 };
 WordLocation locateWord(const QList<Paragraph> &paragraphs, const QUuid &blockId);
+
+// The words' text as one would write it: Latin words apart, Chinese ones joined.
+QString wordsAsText(const QList<WordBlock> &words);
 
 // The ids of all filler words.
 QSet<QUuid> fillerWordIds(const QList<Paragraph> &paragraphs);

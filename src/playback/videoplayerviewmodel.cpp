@@ -130,6 +130,9 @@ void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
         m_sourceAssets.append({source.id, source.url.toLocalFile()});
     m_imageGenerators.clear();
     m_thumbnailCache.clear();
+    // Nothing of the last sources' play head stays current.
+    m_placedAt.reset();
+    setActiveWordBlockId({});
 
     if (m_loadCall)
         m_clock.cancel(*m_loadCall);
@@ -210,6 +213,9 @@ void VideoPlayerViewModel::rebuildComposition()
         target = sourceTimeToCompositionTime(anchor);
     }
     target = std::max(std::min(target, m_duration), 0.0);
+    // A word placed under the play head stays current at its new place.
+    if (m_placedAt)
+        m_placedAt = target;
 
     QPointer<VideoPlayerViewModel> self(this);
     const quint64 placement = ++m_placement;
@@ -291,6 +297,11 @@ void VideoPlayerViewModel::onPeriodicTime(double t)
         reachedTheEnd();
     }
 
+    if (m_placedAt) {
+        if (std::abs(t - *m_placedAt) < placementTolerance)
+            return;
+        m_placedAt.reset();
+    }
     if (now - m_lastUIPublishTime < uiPublishInterval)
         return;
     m_lastUIPublishTime = now;
@@ -436,6 +447,7 @@ void VideoPlayerViewModel::seekToBlock(const WordBlock &block)
     m_player->seek(t, [](bool) {});
     publishCurrentTime(t);
     setActiveWordBlockId(block.id);
+    m_placedAt = t;
 }
 
 void VideoPlayerViewModel::seek(double t)
@@ -450,7 +462,7 @@ void VideoPlayerViewModel::seek(double t)
 }
 
 void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
-                                     std::function<void()> onFinish)
+                                     std::function<void()> onFinish, bool loop)
 {
     const CompositionEntry *from = entryOfBlock(fromBlockId);
     if (!from)
@@ -467,14 +479,21 @@ void VideoPlayerViewModel::playRange(const QUuid &fromBlockId, const QUuid &toBl
     m_player->setStopTime(end);
     publishCurrentTime(start);
     QPointer<VideoPlayerViewModel> self(this);
-    m_boundaryObserver
-        = m_player->addBoundaryTimeObserver({end}, [this, self, onFinish = std::move(onFinish)] {
-              if (!self)
-                  return;
-              pause();
-              if (onFinish)
-                  onFinish();
-          });
+    m_boundaryObserver = m_player->addBoundaryTimeObserver(
+        {end}, [this, self, start, end, loop, onFinish = std::move(onFinish)] {
+            if (!self)
+                return;
+            if (loop) {
+                ++m_placement;
+                m_player->seek(start, [](bool) {});
+                m_player->setStopTime(end);
+                publishCurrentTime(start);
+                return;
+            }
+            pause();
+            if (onFinish)
+                onFinish();
+        });
     startPlayback();
 }
 

@@ -42,6 +42,9 @@ public:
     // A play head that stands still this long, this close to the end, has played out: an
     // engine that drops the last frames under load never crosses the end itself.
     static constexpr double stalledEndWindow = 0.25;
+    // Engines show whole frames: a report this close to where a word placed the play head
+    // is that placement's frame, a little before or after it, and keeps the word current.
+    static constexpr double placementTolerance = 0.05;
 
     VideoPlayerViewModel(media::MediaEngine &engine, PlaybackClock &clock,
                          QObject *parent = nullptr);
@@ -88,8 +91,10 @@ public:
     // Moves the play head to `t` on the edited timeline, clamped to it; playback that is
     // running goes on from there.
     void seek(double t);
-    void playRange(const QUuid &fromBlockId, const QUuid &toBlockId,
-                   std::function<void()> onFinish);
+    // Plays from the start of one block to the end of another, then pauses and calls
+    // `onFinish`; with `loop` it starts the range over instead, until a pause or a stop.
+    void playRange(const QUuid &fromBlockId, const QUuid &toBlockId, std::function<void()> onFinish,
+                   bool loop = false);
 
     double compositionTimeToSourceTime(double t) const;
     double sourceTimeToCompositionTime(double s) const;
@@ -154,6 +159,7 @@ private:
     // completes after a newer placement leaves the play head alone.
     quint64 m_placement = 0;
     double m_lastReportedTime = -1.0;
+    std::optional<double> m_placedAt;
     double m_reportedTimeSince = 0.0;
     QMetaObject::Connection m_statusObservation;
     // Insertion order matters: "the first source" is the first one loaded.

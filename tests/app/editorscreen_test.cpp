@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QComboBox>
+#include <QDoubleSpinBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -52,18 +53,27 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
         EXPECT_EQ(text(), after) << tooltip.toStdString();
     };
     EXPECT_FALSE(tool(u"撤销"_s)->isEnabled());
+    EXPECT_TRUE(tool(u"重做"_s)->toolTip().contains(u"Ctrl+Y"_s));
     press(u"删除语气词"_s, plain);
+    EXPECT_EQ(view->noticeLabel()->text(), u"已删除 2 个语气词"_s);
+    press(u"删除语气词"_s, plain);
+    EXPECT_EQ(view->noticeLabel()->text(), u"没有找到语气词"_s);
+    EXPECT_FALSE(view->noticeLabel()->isHidden());
     press(u"撤销"_s, original);
     press(u"重做"_s, plain);
     press(u"撤销"_s, original);
     vm.selectRange(paragraph(0).id, 1, 3);
     press(u"拷贝"_s, original);
-    EXPECT_EQ(QApplication::clipboard()->text(), u"wego"_s);
+    EXPECT_EQ(QApplication::clipboard()->text(), u"we go"_s);
+    QApplication::clipboard()->clear();
     press(u"剪切"_s, u"嗯 Go | then 呃 stop"_s);
+    EXPECT_EQ(QApplication::clipboard()->text(), u"we go"_s);
     vm.setCursor(paragraph(1).id, 3);
     press(u"粘贴"_s, u"嗯 Go | then 呃 stop we go"_s);
     vm.selectRange(paragraph(1).id, 0, 1);
     press(u"删除 (Delete)"_s, u"嗯 Go | 呃 stop we go"_s);
+    vm.setCursor(paragraph(1).id, 1);
+    press(u"删除 (Delete)"_s, u"嗯 Go | 呃 we go"_s); // the word at the caret
 
     // Saving shows its confirmation for a while.
     EXPECT_TRUE(view->savedIndicator()->isHidden());
@@ -127,6 +137,16 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     view->searchField()->setText(u"absent"_s);
     EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
     EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
+
+    // Another project shows nothing of this one: no query, no count, the usual pause.
+    auto *limit = view->findChild<QDoubleSpinBox *>();
+    vm.setPauseLimit(1.5);
+    EXPECT_EQ(limit->value(), 1.5);
+    view->searchField()->setText(u"go"_s);
+    openTranscript({{u"other"_s}});
+    EXPECT_EQ(view->searchField()->text(), QString());
+    EXPECT_TRUE(view->searchCounter()->isHidden());
+    EXPECT_EQ(std::pair(limit->value(), limit->isEnabled()), std::pair(0.5, false));
 }
 
 // The import pipeline is the only writer of the processing state; a subclass stands in,

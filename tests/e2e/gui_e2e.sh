@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Drives the Kavel window the way a user does, on a private X display: sign in, import a
-# spoken recording, let the local service transcribe it, delete one word, seek with the
+# spoken recording, let the local service transcribe it, delete one word, cut and paste a
+# word, split a paragraph with Enter, move a paragraph and undo the move, seek with the
 # progress bar, play and pause with Space, search with Ctrl+F, stop an export (which must
 # leave no file), export a movie, an audio file and subtitles and check them with
 # ffprobe, and check that the full-screen preview fills the screen. Every screen and sheet
@@ -113,6 +114,76 @@ grep -v "^$deleted_id" "$work/words-before.tsv" | cmp -s - "$work/words-after.ts
 echo "e2e: deleted \"$deleted_text\""
 shot 09-editor-after-delete
 expect_new_screen 08-editor 09-editor-after-delete "deleting a word"
+
+# Start, end and text of each word in playback order; the ids of pasted words are new.
+timed_words() { words_of "$1" | cut -f2-; }
+paragraph_count() { jq '.paragraphs | length' "$1"; }
+# Waits for Ctrl+S to have written the transcript that CHECK accepts (it reads $timeline).
+saved_as() {
+    local what=$1
+    shift
+    key ctrl+s
+    wait_for 20 "the transcript being saved $what" "$@"
+}
+
+step="cutting and pasting a word"
+# From the start of the first paragraph: select its first word, cut it, and paste it two
+# words on. The word moves with its recording times.
+timed_words "$timeline" >"$work/timed-before-cut.tsv"
+click_at "${transcript_first_line[@]}"
+for _ in $(seq "$first_paragraph"); do key Left; done
+key shift+Right ctrl+x Right Right ctrl+v
+moved_word() {
+    app_running && timed_words "$timeline" >"$work/timed-after-paste.tsv" 2>/dev/null \
+        && awk 'NR == FNR { w[NR] = $0; n = NR; next }
+                { got[FNR] = $0 } END {
+                    want[1] = w[2]; want[2] = w[3]; want[3] = w[1]
+                    for (i = 4; i <= n; ++i) want[i] = w[i]
+                    for (i = 1; i <= n; ++i) if (got[i] != want[i]) exit 1
+                    exit FNR != n }' "$work/timed-before-cut.tsv" "$work/timed-after-paste.tsv"
+}
+saved_as "with the first word two words on, its times kept" moved_word
+shot 09c-cut-paste
+
+step="splitting a paragraph with Enter"
+paragraphs_before=$(paragraph_count "$timeline")
+click_at "${transcript_first_line[@]}"
+for _ in $(seq "$first_paragraph"); do key Left; done
+key Right Right Right Return
+split_in_two() {
+    app_running && [ "$(paragraph_count "$timeline")" -eq $((paragraphs_before + 1)) ] \
+        && [ "$(jq '.paragraphs | sort_by(.sortOrder)[0].wordBlocks | length' "$timeline")" -eq 3 ] \
+        && timed_words "$timeline" | cmp -s - "$work/timed-after-paste.tsv"
+}
+saved_as "with the first paragraph split after its third word, every word kept" split_in_two
+shot 09d-paragraph-split
+
+step="moving a paragraph and undoing the move"
+# The second paragraph's header lies just under the first paragraph's single line; dragged
+# above the first one, it changes places with it. One Ctrl+Z puts it back, Ctrl+Y moves
+# it again.
+first_text() { jq -r '.paragraphs | sort_by(.sortOrder)[0].wordBlocks[0].text' "$timeline"; }
+first_before=$(first_text)
+second_header=(700 180)
+timeout 10 xdotool mousemove --sync $((win_x + second_header[0])) $((win_y + second_header[1])) \
+    mousedown 1 || fail "the pointer did not reach the second paragraph"
+for y in 170 150 130 115; do
+    xdotool mousemove --sync $((win_x + second_header[0])) $((win_y + y))
+    sleep 0.1
+done
+xdotool mouseup 1
+first_changed() { app_running && [ "$(first_text)" != "$first_before" ]; }
+first_back() { app_running && [ "$(first_text)" = "$first_before" ]; }
+saved_as "with the paragraphs in their new order after the drag" first_changed
+key ctrl+z
+saved_as "in the old order after one Ctrl+Z" first_back
+key ctrl+y
+saved_as "in the new order again after Ctrl+Y" first_changed
+key ctrl+z
+saved_as "in the old order again" first_back
+timed_words "$timeline" | cmp -s - "$work/timed-after-paste.tsv" \
+    || fail "moving and undoing changed the words"
+words_of "$timeline" >"$work/words-after.tsv"
 
 # --- the player ------------------------------------------------------------------------
 

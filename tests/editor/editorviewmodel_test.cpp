@@ -14,7 +14,9 @@ TEST_F(Editor, CursorAndSelectionMoveThePlayHeadAndStayInTheParagraph)
 {
     openTranscript({{u"a"_s, u"b"_s, u"c"_s}, {}});
     const QUuid p = paragraph(0).id;
-    for (const auto &[position, word] : {std::pair {2, u"b"_s}, {0, u"a"_s}, {99, u"c"_s}}) {
+    // The caret stands before the current word; at the end the last word is the current one.
+    for (const auto &[position, word] :
+         {std::pair {1, u"b"_s}, {0, u"a"_s}, {2, u"c"_s}, {99, u"c"_s}}) {
         vm.setCursor(p, position);
         EXPECT_EQ(vm.playerVM().activeWordBlockId(), id(word)) << position;
     }
@@ -86,11 +88,26 @@ TEST_F(Editor, SearchMatchesJoinedWordsOfOneParagraphIgnoringCaseAndStepsRound)
     vm.performSearch();
     EXPECT_FALSE(vm.isSearchMatch(id(u"Ab"_s)));
     vm.nextSearchResult();
+
+    // Another project starts with nothing of this one's search, caret or selection.
+    found(u"ab"_s);
+    vm.setShowSearchBar(true);
+    vm.extendSelection(1);
+    const QUuid current = vm.playerVM().activeWordBlockId();
+    ASSERT_FALSE(current.isNull());
+    openTranscript({{u"ab"_s}});
+    EXPECT_NE(vm.playerVM().activeWordBlockId(), current);
+    EXPECT_EQ(std::tuple(vm.searchQuery(), vm.searchResults().size(), vm.showSearchBar()),
+              std::tuple(QString(), 0, false));
+    EXPECT_EQ(std::tuple(vm.cursorParagraphId(), vm.cursorPosition(), vm.selectionAnchor()),
+              std::tuple(std::optional<QUuid>(), 0, std::optional<qsizetype>()));
+    EXPECT_TRUE(vm.selectedBlockIds().isEmpty());
 }
 
-// Backspace takes the word before the cursor, or the selection as a whole, each one undo
-// step; an emptied paragraph hands the cursor to the end of the one before it.
-TEST_F(Editor, DeletingWordsKeepsTheCursorAndIsUndoneStepByStep)
+// Backspace takes the word before the caret and Delete the one after it, or the selection
+// as a whole, each one undo step; at a paragraph's edge they join it to its neighbour, and
+// an emptied paragraph hands the caret to the end of the one before it.
+TEST_F(Editor, DeletingWordsKeepsTheCursorJoinsAtTheEdgesAndIsUndoneStepByStep)
 {
     openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s, u"f"_s}});
     const QList<Paragraph> original = vm.paragraphs();
@@ -103,25 +120,107 @@ TEST_F(Editor, DeletingWordsKeepsTheCursorAndIsUndoneStepByStep)
     vm.undoManager().redo();
     vm.deleteSelectedWords(); // nothing selected
 
+    const WordBlock a = paragraph(0).wordBlocks[0], f = paragraph(1).wordBlocks[2];
     vm.setCursor(paragraph(1).id, 2);
-    for (const QString &expected : {u"a | d f"_s, u"a | f"_s, u"a | f"_s}) {
-        vm.deleteAtCursor();
-        EXPECT_EQ(text(), expected);
+    const struct
+    {
+        bool forward;
+        QString text;
+        qsizetype paragraph, position;
+    } keys[] = {{false, u"a | d f"_s, 1, 1},
+                {false, u"a | f"_s, 1, 0},
+                {false, u"a f"_s, 0, 1}, // joined, the caret where the two met
+                {true, u"a"_s, 0, 1},
+                {true, u"a"_s, 0, 1}}; // nothing after the last word
+    for (const auto &key : keys) {
+        vm.deleteAtCursor(key.forward);
+        EXPECT_EQ(text(), key.text);
+        EXPECT_EQ(std::pair(vm.cursorParagraphId(), vm.cursorPosition()),
+                  std::pair(std::optional(paragraph(key.paragraph).id), key.position))
+            << key.text.toStdString();
+        if (key.text == u"a f"_s) {
+            EXPECT_EQ(paragraph(0).wordBlocks, (QList<WordBlock> {a, f})) << "times kept";
+        }
     }
-    EXPECT_EQ(vm.cursorPosition(), 0);
-    vm.selectRange(paragraph(1).id, 0, 1);
     vm.deleteAtCursor();
-    EXPECT_EQ(text(), u"a"_s);
-    EXPECT_EQ(vm.cursorParagraphId(), paragraph(0).id);
-    EXPECT_EQ(vm.cursorPosition(), 1);
-    vm.deleteAtCursor();
+    EXPECT_TRUE(vm.paragraphs().isEmpty());
     EXPECT_FALSE(vm.cursorParagraphId().has_value());
-    EXPECT_EQ(vm.undoManager().undoCount(), 5);
+    EXPECT_EQ(vm.undoManager().undoCount(), 6);
     vm.undoManager().undo();
     EXPECT_EQ(text(), u"a"_s);
 }
 
-TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsNotUndoable)
+// Enter splits at the caret, Backspace at a paragraph's start or Delete at its end joins
+// it back; every word keeps its id and times, and each is one undo step.
+TEST_F(Editor, SplittingAndJoiningParagraphsKeepEveryWordAndAreUndoable)
+{
+    QList<Paragraph> doc = transcript({{u"a"_s, u"b"_s, u"c"_s}, {u"d"_s}});
+    doc[0].speakerLabel = u"甲"_s;
+    openParagraphs(doc);
+    const QList<Paragraph> original = vm.paragraphs();
+    for (const qsizetype edge : {0, 3}) {
+        vm.setCursor(paragraph(0).id, edge);
+        vm.splitParagraphAtCursor();
+    }
+    EXPECT_FALSE(vm.undoManager().canUndo()) << "no empty paragraph at either end";
+
+    vm.setCursor(paragraph(0).id, 1);
+    vm.splitParagraphAtCursor();
+    EXPECT_EQ(text(), u"a | b c | d"_s);
+    const QList<Paragraph> split = vm.paragraphs();
+    EXPECT_EQ(flattenParagraphs(split), flattenParagraphs(original));
+    EXPECT_NE(paragraph(1).id, original[0].id);
+    EXPECT_EQ(paragraph(1).speakerLabel, u"甲"_s);
+    EXPECT_EQ(std::pair(vm.cursorParagraphId(), vm.cursorPosition()),
+              std::pair(std::optional(paragraph(1).id), qsizetype(0)));
+    expectPlayerHasDocument();
+    EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs());
+
+    vm.deleteAtCursor(); // Backspace at the start of "b c"
+    EXPECT_EQ(vm.paragraphs(), original);
+    EXPECT_EQ(vm.cursorPosition(), 1);
+    vm.setCursor(paragraph(0).id, 3);
+    vm.deleteAtCursor(true); // Delete at the end of "a b c"
+    EXPECT_EQ(text(), u"a b c d"_s);
+    EXPECT_EQ(flattenParagraphs(vm.paragraphs()), flattenParagraphs(original));
+
+    for (const QList<Paragraph> &expected : {original, split, original}) {
+        vm.undoManager().undo();
+        EXPECT_EQ(vm.paragraphs(), expected);
+    }
+    vm.undoManager().redo();
+    EXPECT_EQ(vm.paragraphs(), split);
+    expectPlayerHasDocument();
+}
+
+// Cut keeps the words for pasting as well as removing them: cut and paste moves words,
+// with their recording times, in two undo steps.
+TEST_F(Editor, CutAndPasteMoveWordsWithTheirTimes)
+{
+    openTranscript({{u"a"_s, u"b"_s, u"c"_s}, {u"d"_s, u"e"_s}});
+    const QList<Paragraph> original = vm.paragraphs();
+    vm.cutSelectedWords();
+    EXPECT_TRUE(vm.copiedWords().isEmpty()) << "nothing selected, nothing cut";
+    vm.selectRange(paragraph(0).id, 1, 3);
+    vm.cutSelectedWords();
+    EXPECT_EQ(text(), u"a | d e"_s);
+    EXPECT_EQ(std::pair(vm.cursorParagraphId(), vm.cursorPosition()),
+              std::pair(std::optional(paragraph(0).id), qsizetype(1)));
+    vm.setCursor(paragraph(1).id, 1);
+    vm.pasteWords();
+    EXPECT_EQ(text(), u"a | d b c e"_s);
+    for (qsizetype i : {0, 1}) {
+        WordBlock pasted = paragraph(1).wordBlocks[1 + i];
+        EXPECT_NE(pasted.id, original[0].wordBlocks[1 + i].id);
+        pasted.id = original[0].wordBlocks[1 + i].id;
+        EXPECT_EQ(pasted, original[0].wordBlocks[1 + i]);
+    }
+    vm.undoManager().undo();
+    vm.undoManager().undo();
+    EXPECT_EQ(vm.paragraphs(), original);
+}
+
+TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsUndoneOneDragAtATime)
 {
     openTranscript({{u"0"_s}, {u"1"_s}, {u"2"_s}, {u"3"_s}});
     // Each move starts from the document the one before left. The target is a gap: moving
@@ -138,14 +237,29 @@ TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsNotUndoable)
         vm.moveParagraphs(move.rows, move.to);
         EXPECT_EQ(text(), move.result) << move.to;
     }
-    EXPECT_FALSE(vm.undoManager().canUndo());
-    EXPECT_EQ(documentText(vm.project()->paragraphs()), u"0 | 1 | 2 | 3"_s)
-        << "the project copy waits for the next save";
+    EXPECT_EQ(vm.undoManager().undoCount(), 4) << "a move that changes nothing is no step";
+    EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs());
+
+    // A drag that passes two paragraphs is one step: undo puts the paragraph back, redo
+    // moves it again. The next drag is a step of its own.
+    const QList<Paragraph> beforeDrag = vm.paragraphs();
+    vm.moveParagraphs({0}, 2);
+    vm.moveParagraphs({1}, 3, true);
+    EXPECT_EQ(text(), u"2 | 1 | 0 | 3"_s);
+    const QList<Paragraph> dragged = vm.paragraphs();
+    vm.moveParagraphs({2}, 0);
+    EXPECT_EQ(vm.undoManager().undoCount(), 6);
+    for (const QList<Paragraph> &expected : {dragged, beforeDrag}) {
+        vm.undoManager().undo();
+        EXPECT_EQ(vm.paragraphs(), expected);
+        expectPlayerHasDocument();
+    }
+    vm.undoManager().redo();
+    EXPECT_EQ(vm.paragraphs(), dragged);
 }
 
 // The history keeps only what each step changed, yet undo gives back whole states: a
-// paragraph goes back where it was, a move in between is undone with the step before it,
-// and redo runs again on the document as it is.
+// paragraph goes back where it was, and redo runs again on the document as it is.
 TEST_F(Editor, UndoRestoresWholeStatesAcrossParagraphDeletesAndMoves)
 {
     openTranscript({{u"a"_s, u"b"_s}, {u"c"_s}, {u"d"_s, u"e"_s}});
@@ -173,9 +287,9 @@ TEST_F(Editor, UndoRestoresWholeStatesAcrossParagraphDeletesAndMoves)
     const QList<Paragraph> edited = vm.paragraphs();
     ASSERT_EQ(text(), u"e | a"_s);
     for (int round = 0; round < 2; ++round) {
-        const QList<Paragraph> *expected[] = {&moved, &start, &deleted, &edited};
-        for (int step = 0; step < 4; ++step) {
-            step < 2 ? vm.undoManager().undo() : vm.undoManager().redo();
+        const QList<Paragraph> *expected[] = {&moved, &deleted, &start, &deleted, &moved, &edited};
+        for (int step = 0; step < 6; ++step) {
+            step < 3 ? vm.undoManager().undo() : vm.undoManager().redo();
             EXPECT_EQ(vm.paragraphs(), *expected[step]) << round << " " << step;
         }
     }
@@ -194,9 +308,9 @@ TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)
     EXPECT_EQ(text(), u"the quik brow fox | um"_s);
     const WordBlock quick = paragraph(0).wordBlocks[1], brown = paragraph(0).wordBlocks[2];
 
-    // F2 picks the word before the cursor; one word changes only its text.
+    // F2 picks the word at the caret; one word changes only its text.
     QSignalSpy asked(&vm, &EditorViewModel::wordCorrectionRequested);
-    vm.setCursor(paragraph(0).id, 4);
+    vm.setCursor(paragraph(0).id, 3);
     vm.requestWordCorrection();
     EXPECT_EQ(asked.count(), 1);
     WordBlock fax = paragraph(0).wordBlocks[3];
@@ -228,17 +342,27 @@ TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)
     EXPECT_FALSE(vm.undoManager().canUndo());
 }
 
-// One session: a sentence played until the player stops; a keyboard delete that briefly
+// One session: a sentence played round until chosen again or the player stops; a keyboard
+// delete that briefly
 // holds back player notifications and drops a delete arriving meanwhile; the pause limit,
 // clamped and stored with the project; and a save whose confirmation shows for two
 // seconds, even when the write fails.
 TEST_F(Editor, PlayDeleteAndSaveInOneSession)
 {
     openTranscript({{u"a"_s, u"b"_s, u"c"_s, u"d"_s}, {u"e"_s}});
-    vm.toggleSentencePlayback(paragraph(1));
-    EXPECT_TRUE(vm.playerVM().isPlaying());
-    vm.playerVM().pause();
-    EXPECT_FALSE(vm.playingSentenceId().has_value());
+    const CompositionEntry sentence = vm.playerVM().compositionMap().at(4);
+    for (const bool stopByPause : {false, true}) {
+        vm.toggleSentencePlayback(paragraph(1));
+        for (int round = 0; round < 3; ++round) {
+            engine.lastPlayer->playTo(sentence.compositionEnd() + 0.01);
+            EXPECT_DOUBLE_EQ(engine.lastPlayer->currentTime(), sentence.compositionStart);
+            EXPECT_TRUE(vm.playerVM().isPlaying()) << round;
+        }
+        EXPECT_EQ(vm.playingSentenceId(), paragraph(1).id);
+        stopByPause ? vm.playerVM().togglePlayPause() : vm.toggleSentencePlayback(paragraph(1));
+        EXPECT_FALSE(vm.playerVM().isPlaying());
+        EXPECT_FALSE(vm.playingSentenceId().has_value());
+    }
 
     vm.setCursor(paragraph(0).id, 4);
     QObject::connect(

@@ -190,6 +190,27 @@ TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
     }
     EXPECT_EQ(timeSpy.count(), 4);
     EXPECT_EQ(activeSpy.count(), 3);
+
+    // A word placed under the play head stays current while the engine shows the frame
+    // next to it, even one that starts in the word before.
+    model->seekToBlock(far);
+    for (const double frame : {0.98, 1.02}) {
+        clock.advance(0.1);
+        player->reportTime(frame);
+        EXPECT_EQ(std::pair(model->currentTime(), model->activeWordBlockId()),
+                  std::pair(1.0, far.id))
+            << frame;
+    }
+    clock.advance(0.1);
+    player->reportTime(0.9);
+    EXPECT_EQ(model->activeWordBlockId(), a.id) << "a real move is followed";
+    // An edit before the word moves it, and the frame before it, along.
+    model->seekToBlock(far);
+    push({a, word(8.0, 8.5), far});
+    player->completeSeeks();
+    clock.advance(0.1);
+    player->reportTime(1.48);
+    EXPECT_EQ(std::pair(model->currentTime(), model->activeWordBlockId()), std::pair(1.5, far.id));
 }
 
 TEST_F(PlayerModel, TimesMapThroughTheBlocksOwnTimesAndDeletedRangesMarkTheUnplayedRest)

@@ -3,6 +3,7 @@
 #include "ui/transcript/magnetictextstripview.h"
 #include "uifixture.h"
 
+#include <QClipboard>
 #include <QLineEdit>
 #include <QVBoxLayout>
 
@@ -47,9 +48,9 @@ protected:
         probe->setFocusPolicy(Qt::StrongFocus);
         shortcuts = new KeyboardShortcutHandler(vm, &window);
         deleteKey = new DeleteKeyHandler(&window);
-        deleteKey->setOnDelete([this] {
+        deleteKey->setOnDelete([this](bool forward) {
             ++deletes;
-            vm.deleteAtCursor();
+            vm.deleteAtCursor(forward);
         });
         for (QWidget *widget : QWidgetList {search, probe, shortcuts, deleteKey})
             layout->addWidget(widget);
@@ -91,18 +92,30 @@ TEST_F(KeyboardTest, ArrowsShortcutsAndSpaceDriveTheEditorAndOtherKeysPassThroug
     press({Qt::ControlModifier | Qt::Key_A});
     EXPECT_EQ(vm.selectedBlockIds(), ids({u"a"_s, u"b"_s, u"c"_s}));
 
-    press({Qt::ControlModifier | Qt::Key_C, Qt::ControlModifier | Qt::Key_X});
+    // Cut puts the words on the clipboard too; Ctrl+Shift+Z and Ctrl+Y both redo.
+    QApplication::clipboard()->clear();
+    press({Qt::ControlModifier | Qt::Key_X});
     EXPECT_EQ(text(), u"d e"_s);
-    press({Qt::ControlModifier | Qt::Key_Z});
-    EXPECT_EQ(text(), u"a b c | d e"_s);
-    press({Qt::ControlModifier | Qt::ShiftModifier | Qt::Key_Z});
-    EXPECT_EQ(text(), u"d e"_s);
+    EXPECT_EQ(QApplication::clipboard()->text(), u"a b c"_s);
+    for (const QKeyCombination redo :
+         {Qt::ControlModifier | Qt::ShiftModifier | Qt::Key_Z, Qt::ControlModifier | Qt::Key_Y}) {
+        press({Qt::ControlModifier | Qt::Key_Z});
+        EXPECT_EQ(text(), u"a b c | d e"_s);
+        press({redo});
+        EXPECT_EQ(text(), u"d e"_s);
+    }
     EXPECT_EQ(vm.project()->paragraphs(), vm.paragraphs()) << "undo and redo refresh the project";
 
     vm.setCursor(paragraph(0).id, 2);
     press({Qt::ControlModifier | Qt::Key_V});
     EXPECT_EQ(text(), u"d e a b c"_s);
     EXPECT_EQ(vm.cursorPosition(), 5) << "after the pasted words";
+
+    // Enter splits the paragraph at the caret.
+    vm.setCursor(paragraph(0).id, 3);
+    press({Qt::Key_Return});
+    EXPECT_EQ(text(), u"d e a | b c"_s);
+    press({Qt::ControlModifier | Qt::Key_Z});
 
     press({Qt::ControlModifier | Qt::Key_F});
     EXPECT_TRUE(vm.showSearchBar());
@@ -121,15 +134,15 @@ TEST_F(KeyboardTest, ArrowsShortcutsAndSpaceDriveTheEditorAndOtherKeysPassThroug
     EXPECT_FALSE(vm.playerVM().isPlaying()) << "a held Space toggles once";
 
     const QList<QKeyCombination> others {Qt::ControlModifier | Qt::Key_B, Qt::Key_Up,
-                                         Qt::Key_Return, Qt::ShiftModifier | Qt::Key_Space,
-                                         Qt::Key_Escape};
+                                         Qt::ShiftModifier | Qt::Key_Return,
+                                         Qt::ShiftModifier | Qt::Key_Space, Qt::Key_Escape};
     press(others);
     EXPECT_EQ(probe->received, others);
     EXPECT_EQ(vm.cursorPosition(), 1);
     EXPECT_EQ(text(), u"d e a b c"_s);
 }
 
-TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteBeforeTheCursorWhileShown)
+TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteAroundTheCaretWhileShown)
 {
     press({Qt::Key_Delete});
     EXPECT_EQ(deletes, 1) << "consumed even with nothing to delete";
@@ -138,7 +151,9 @@ TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteBeforeTheCursorWhileSho
     press({Qt::Key_Backspace});
     EXPECT_EQ(text(), u"a c | d e"_s);
     press({Qt::Key_Delete});
-    EXPECT_EQ(text(), u"c | d e"_s);
+    EXPECT_EQ(text(), u"a | d e"_s) << "Delete takes the word after the caret";
+    press({Qt::Key_Delete});
+    EXPECT_EQ(text(), u"a d e"_s) << "at the end it joins the next paragraph";
     EXPECT_TRUE(probe->received.isEmpty());
 
     // Hidden, the handlers let the keys through to the focused widget.
@@ -146,7 +161,7 @@ TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteBeforeTheCursorWhileSho
     deleteKey->hide();
     press({Qt::ControlModifier | Qt::Key_F, Qt::Key_Backspace});
     EXPECT_FALSE(vm.showSearchBar());
-    EXPECT_EQ(deletes, 3);
+    EXPECT_EQ(deletes, 4);
     EXPECT_EQ(probe->received.size(), 2);
     shortcuts->show();
     press({Qt::ControlModifier | Qt::Key_F});

@@ -189,6 +189,12 @@ TEST_F(TimelineTest, ClipsMatchTheirParagraphsTheRulerSeeksAndDraggingReordersUn
     EXPECT_EQ(text(), u"d e | f g h i | a b c"_s);
     mouse(QEvent::MouseButtonRelease, centre(TrackType::video, 2), Qt::NoButton);
     EXPECT_EQ(canvas()->draggedParagraphId(), std::nullopt);
+    // The whole drag is one step to undo.
+    vm.undoManager().undo();
+    EXPECT_EQ(text(), u"a b c | d e | f g h i"_s);
+    EXPECT_FALSE(vm.undoManager().canUndo());
+    vm.undoManager().redo();
+    EXPECT_EQ(text(), u"d e | f g h i | a b c"_s);
 
     // The headers' toggles set the track flags and show them when set elsewhere.
     timeline->audioHeader()->lockToggle()->click();

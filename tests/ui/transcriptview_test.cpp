@@ -59,7 +59,8 @@ protected:
 TEST_F(TranscriptViewTest, ClicksAndDragsPlaceTheCursorSelectWordsAndMoveParagraphs)
 {
     click(word(0, 1).center());
-    expectCursor(0, 2, {}); // after the word clicked
+    expectCursor(0, 1, {}); // before the word clicked, which is the current one
+    EXPECT_EQ(vm.playerVM().activeWordBlockId(), id(u"beta"_s));
     // Past the last word of a line: the gap at the end of the paragraph.
     click(QPointF(word(0, 3).right() + 40.0, word(0, 3).center().y()));
     expectCursor(0, 4, {});
@@ -68,12 +69,25 @@ TEST_F(TranscriptViewTest, ClicksAndDragsPlaceTheCursorSelectWordsAndMoveParagra
     EXPECT_EQ(vm.selectedParagraphId(), paragraph(2).id);
     expectCursor(2, 0, {});
 
-    // Shift extends from the cursor; the anchor stays where the first extension put it.
-    click(word(0, 0).center());
-    click(rightOf(0, 2), Qt::ShiftModifier);
-    EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s}));
-    click(leftOf(0, 0), Qt::ShiftModifier);
-    EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s}));
+    // Shift+click selects from the word clicked before to the one clicked now, both
+    // included, either way and into other paragraphs; the first word stays the anchor.
+    click(word(0, 1).center());
+    click(leftOf(0, 3), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s, u"delta"_s}));
+    click(rightOf(0, 0), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s, u"beta"_s}));
+    click(word(1, 0).center(), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"beta"_s, u"gamma"_s, u"delta"_s, u"epsilon"_s}));
+    click(word(1, 1).center());
+    click(word(0, 3).center(), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"delta"_s, u"epsilon"_s, u"zeta"_s}));
+    vm.deleteAtCursor();
+    EXPECT_EQ(text().section(u" | "_s, 0, 1), u"alpha beta gamma | eta theta iota"_s);
+    vm.undoManager().undo();
+    // Moved by the keyboard, the caret's word is the anchor.
+    vm.setCursor(paragraph(0).id, 2);
+    click(rightOf(0, 0), Qt::ShiftModifier);
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"alpha"_s, u"beta"_s, u"gamma"_s}));
 
     // Dragging selects within a paragraph, and across them downwards or upwards.
     drag({leftOf(0, 1), word(0, 2).center(), rightOf(0, 2)});
@@ -106,6 +120,13 @@ TEST_F(TranscriptViewTest, ClicksAndDragsPlaceTheCursorSelectWordsAndMoveParagra
     EXPECT_EQ(topThree(), u"epsilon zeta | eta theta iota | alpha beta gamma delta"_s);
     sendMouse(surface(), QEvent::MouseButtonRelease, centreOf(2), Qt::NoButton);
     EXPECT_EQ(view->draggedParagraphId(), std::nullopt);
+    // One undo puts it back, one redo moves it again.
+    const qsizetype steps = vm.undoManager().undoCount();
+    vm.undoManager().undo();
+    EXPECT_EQ(topThree(), u"alpha beta gamma delta | epsilon zeta | eta theta iota"_s);
+    EXPECT_EQ(vm.undoManager().undoCount(), steps - 1);
+    vm.undoManager().redo();
+    EXPECT_EQ(topThree(), u"epsilon zeta | eta theta iota | alpha beta gamma delta"_s);
 }
 
 TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
@@ -206,6 +227,15 @@ TEST_F(TranscriptViewTest, ScrollsToTheSearchHitAndToTheWordUnderThePlayHeadWhil
     vm.setSearchQuery(u"word5b"_s);
     vm.performSearch();
     EXPECT_TRUE(inView(5, 1));
+
+    // Another project opens at its top, even one as long.
+    engine.lastPlayer->playTo(compositionStart(u"word50b"_s) + 0.1);
+    vm.playerVM().togglePlayPause();
+    clock.advance(0.2);
+    engine.lastPlayer->playTo(compositionStart(u"word55b"_s) + 0.1);
+    ASSERT_GT(view->verticalScrollBar()->value(), 0);
+    openParagraphs(vm.paragraphs());
+    EXPECT_EQ(view->verticalScrollBar()->value(), 0);
 }
 
 TEST(FlowLayout, WrapsBeforeTheWordThatWouldPassTheWidthAndStacksRowsWithLineSpacing)

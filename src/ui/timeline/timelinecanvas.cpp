@@ -326,6 +326,7 @@ void TimelineCanvas::mouseMoveEvent(QMouseEvent *event)
         if ((pos - m_pressPos).manhattanLength() < QApplication::startDragDistance())
             return;
         m_draggedParagraphId = m_pressedParagraphId;
+        m_movedInThisDrag = false;
         setCursor(Qt::ClosedHandCursor);
         Q_EMIT draggedParagraphIdChanged();
     }
@@ -343,7 +344,8 @@ void TimelineCanvas::mouseMoveEvent(QMouseEvent *event)
     }
     if (from < 0 || from == target)
         return;
-    m_editor.moveParagraphs({from}, from < target ? target + 1 : target);
+    m_editor.moveParagraphs({from}, from < target ? target + 1 : target, m_movedInThisDrag);
+    m_movedInThisDrag = true;
     // The dragged clip now lies under the pointer; moving on within it changes nothing.
     m_dropTarget = paragraphAtX(pos.x());
 }

@@ -79,6 +79,8 @@ private:
     std::optional<QUuid> m_draggedParagraphId;
     QPointF m_pressPos;
     qsizetype m_dropTarget = -1;
+    // Later moves of one drag join the first one's undo step.
+    bool m_movedInThisDrag = false;
 };
 
 } // namespace kavel::ui

@@ -121,6 +121,9 @@ TimelineView::TimelineView(EditorViewModel &editor, QWidget *parent)
     // The viewport learns its size late when the timeline is built on a hidden screen;
     // following its resizes keeps the tracks at their full height.
     m_scroll->viewport()->installEventFilter(this);
+    // Another project opens at its start.
+    connect(&editor, &EditorViewModel::projectChanged, this,
+            [this] { m_scroll->horizontalScrollBar()->setValue(0); });
     setMinimumHeight(TimelineCanvas::rulerHeight + TimelineCanvas::videoTrackHeight
                      + TimelineCanvas::audioTrackHeight + 3 * TimelineCanvas::trackGap + 48);
 }

@@ -63,7 +63,7 @@ bool DeleteKeyHandler::eventFilter(QObject *watched, QEvent *event)
         return true;
     }
     if (m_onDelete)
-        m_onDelete();
+        m_onDelete(key == Qt::Key_Delete);
     return true;
 }
 

@@ -17,7 +17,11 @@ public:
     explicit DeleteKeyHandler(QWidget *parent = nullptr);
     ~DeleteKeyHandler() override;
 
-    void setOnDelete(std::function<void()> onDelete) { m_onDelete = std::move(onDelete); }
+    // Called with `forward` true for Delete, false for Backspace.
+    void setOnDelete(std::function<void(bool forward)> onDelete)
+    {
+        m_onDelete = std::move(onDelete);
+    }
     bool isMonitoring() const { return m_monitoring; }
 
 protected:
@@ -29,7 +33,7 @@ private:
     void installMonitor();
     void removeMonitor();
 
-    std::function<void()> m_onDelete;
+    std::function<void(bool)> m_onDelete;
     bool m_monitoring = false;
 };
 

@@ -1,8 +1,10 @@
 #include "keyboardshortcuthandler.h"
 
 #include "editor/editorviewmodel.h"
+#include "editor/paragraphedits.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QPlainTextEdit>
@@ -24,6 +26,14 @@ bool isKeyForWindowOf(const QWidget &handler, const QObject *receiver)
     // handlers decide there, where the widget tells whose window it is.
     const auto *widget = qobject_cast<const QWidget *>(receiver);
     return widget && widget->window() == handler.window();
+}
+
+void putOnClipboard(EditorViewModel &editor)
+{
+    editor.copySelectedWords();
+    if (editor.selectedBlockIds().isEmpty())
+        return;
+    QApplication::clipboard()->setText(edits::wordsAsText(editor.copiedWords()));
 }
 
 KeyboardShortcutHandler::KeyboardShortcutHandler(EditorViewModel &editor, QWidget *parent)
@@ -75,19 +85,23 @@ KeyboardShortcutHandler::Action KeyboardShortcutHandler::actionFor(const QKeyEve
     if (modifiers.testFlag(Qt::ControlModifier)) {
         switch (key.key()) {
         case Qt::Key_C:
-            return [](EditorViewModel &editor) { editor.copySelectedWords(); };
+            return [](EditorViewModel &editor) { putOnClipboard(editor); };
         case Qt::Key_V:
             return [](EditorViewModel &editor) { editor.pasteWords(); };
         case Qt::Key_X:
-            return [](EditorViewModel &editor) { editor.deleteSelectedWords(); };
+            return [](EditorViewModel &editor) {
+                putOnClipboard(editor);
+                editor.cutSelectedWords();
+            };
         case Qt::Key_A:
             return [](EditorViewModel &editor) { editor.selectAllInParagraph(); };
         case Qt::Key_S:
             return [](EditorViewModel &editor) { editor.save(); };
         case Qt::Key_F:
             return [](EditorViewModel &editor) { editor.setShowSearchBar(true); };
+        case Qt::Key_Y:
         case Qt::Key_Z:
-            if (modifiers.testFlag(Qt::ShiftModifier))
+            if (key.key() == Qt::Key_Y || modifiers.testFlag(Qt::ShiftModifier))
                 return [](EditorViewModel &editor) {
                     editor.undoManager().redo();
                     editor.syncProject();
@@ -100,6 +114,10 @@ KeyboardShortcutHandler::Action KeyboardShortcutHandler::actionFor(const QKeyEve
             break; // Ctrl+B and the rest belong to whoever has the focus.
         }
     }
+
+    if ((key.key() == Qt::Key_Return || key.key() == Qt::Key_Enter)
+        && !(modifiers & ~Qt::KeypadModifier))
+        return [](EditorViewModel &editor) { editor.splitParagraphAtCursor(); };
 
     if (key.key() == Qt::Key_F2 && !(modifiers & ~Qt::KeypadModifier))
         return [](EditorViewModel &editor) { editor.requestWordCorrection(); };

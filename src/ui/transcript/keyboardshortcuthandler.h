@@ -21,6 +21,10 @@ bool textInputHasFocus();
 // buttons must not delete a word behind it.
 bool isKeyForWindowOf(const QWidget &handler, const QObject *receiver);
 
+// Copies the selected words in the editor and puts their text on the system clipboard, so
+// they can be pasted into other programs too.
+void putOnClipboard(EditorViewModel &editor);
+
 // The editor's keyboard shortcuts, taken from the application's event stream before the
 // focused widget sees them, so they work whichever part of the editor has the focus:
 // the Ctrl chords, the arrows, and Space to play and pause the preview.

@@ -77,6 +77,11 @@ MagneticTextStripView::MagneticTextStripView(EditorViewModel &editor, QWidget *p
             &MagneticTextStripView::updateCursorBar);
     connect(&m_editor, &EditorViewModel::wordCorrectionRequested, this,
             &MagneticTextStripView::beginWordCorrection);
+    // Another project opens at its top.
+    connect(&m_editor, &EditorViewModel::projectChanged, this, [this] {
+        m_shiftAnchor.reset();
+        verticalScrollBar()->setValue(0);
+    });
 
     relayout();
     refreshSearchHits();

@@ -25,9 +25,10 @@ namespace kavel::ui {
 // short one. The view reads and edits the shared editor and keeps no document of its
 // own.
 //
-// Mouse: a click on a word puts the cursor after it, a click between words puts it in
+// Mouse: a click on a word puts the cursor before it, a click between words puts it in
 // that gap, a click on a section's margin or header selects the paragraph; dragging
-// over words selects them, across paragraphs too; Shift-click extends the selection.
+// over words selects them, across paragraphs too; Shift-click selects from the current
+// word to the one clicked.
 // Dragging a section by its header moves the paragraph, live, wherever the pointer
 // passes over another paragraph.
 class MagneticTextStripView : public QAbstractScrollArea
@@ -108,6 +109,8 @@ private:
     void updateCursorBar();
 
     void clickAt(const Hit &hit, Qt::KeyboardModifiers modifiers);
+    // Shift+click: selects from the current word to the one under `hit`.
+    void extendTo(const Hit &hit);
     // Opens the in-place editor over the selection; Enter commits, Esc or leaving it
     // cancels.
     void beginWordCorrection();
@@ -143,6 +146,18 @@ private:
     std::optional<QUuid> m_pressedHeaderParagraphId;
     std::optional<QUuid> m_draggedParagraphId;
     QUuid m_dropTargetId;
+    // Later moves of one drag join the first one's undo step.
+    bool m_movedInThisDrag = false;
+    // Where the last click put the caret (the current word's gap), and where the caret
+    // stood after that click or the Shift+clicks that extended from it.
+    struct ShiftAnchor
+    {
+        QUuid paragraphId;
+        qsizetype gap = 0;
+        QUuid cursorParagraphAfter;
+        qsizetype cursorAfter = 0;
+    };
+    std::optional<ShiftAnchor> m_shiftAnchor;
 
     QLineEdit *m_wordEditor = nullptr;
 

@@ -99,6 +99,7 @@ void MagneticTextStripView::mouseMoveEvent(QMouseEvent *event)
 
     if (m_pressedHeaderParagraphId && (farEnough || m_draggedParagraphId)) {
         if (!m_draggedParagraphId) {
+            m_movedInThisDrag = false;
             setDraggedParagraphId(m_pressedHeaderParagraphId);
             viewport()->setCursor(Qt::ClosedHandCursor);
         }
@@ -160,20 +161,49 @@ void MagneticTextStripView::clickAt(const Hit &hit, Qt::KeyboardModifiers modifi
         return;
     const Paragraph &paragraph = m_editor.paragraphs().at(hit.paragraph);
     if (modifiers.testFlag(Qt::ShiftModifier) && m_editor.cursorParagraphId()) {
-        if (*m_editor.cursorParagraphId() == paragraph.id) {
-            m_editor.extendSelection(hit.gap);
-        } else {
-            const qsizetype anchor = m_editor.selectionAnchor().value_or(m_editor.cursorPosition());
-            m_editor.selectAcross(*m_editor.cursorParagraphId(), anchor, paragraph.id, hit.gap);
-        }
+        extendTo(hit);
         return;
     }
+    // As in a text editor the caret goes before the word clicked, which becomes the
+    // current one.
     if (hit.word >= 0 && hit.word < paragraph.wordBlocks.size())
-        m_editor.placeCursorAfterWord(paragraph.wordBlocks.at(hit.word).id);
+        m_editor.setCursor(paragraph.id, hit.word);
     else if (hit.inText)
         m_editor.setCursor(paragraph.id, hit.gap);
     else
         m_editor.selectParagraph(paragraph);
+    m_shiftAnchor
+        = {paragraph.id, m_editor.cursorPosition(), paragraph.id, m_editor.cursorPosition()};
+}
+
+void MagneticTextStripView::extendTo(const Hit &hit)
+{
+    // The selection runs from the current word to the word clicked, both included. The
+    // current word is the one the last click chose, as long as the caret is where that
+    // click (or a Shift+click since) left it; else the word at the caret.
+    const QUuid cursorParagraph = *m_editor.cursorParagraphId();
+    ShiftAnchor anchor {
+        cursorParagraph, m_editor.selectionAnchor().value_or(m_editor.cursorPosition()), {}, 0};
+    if (m_shiftAnchor && m_shiftAnchor->cursorParagraphAfter == cursorParagraph
+        && m_shiftAnchor->cursorAfter == m_editor.cursorPosition())
+        anchor = *m_shiftAnchor;
+    const QList<Paragraph> &paragraphs = m_editor.paragraphs();
+    const qsizetype from = edits::indexOfParagraph(paragraphs, anchor.paragraphId);
+    if (from < 0)
+        return;
+    const Paragraph &target = paragraphs.at(hit.paragraph);
+    const qsizetype word = hit.word >= 0 ? hit.word : hit.gap;
+    const bool forward = hit.paragraph > from || (hit.paragraph == from && word >= anchor.gap);
+    const qsizetype start
+        = forward ? anchor.gap : std::min(anchor.gap + 1, paragraphs.at(from).wordBlocks.size());
+    const qsizetype end = forward && hit.word >= 0 ? word + 1 : word;
+    if (hit.paragraph == from)
+        m_editor.selectRange(target.id, start, end);
+    else
+        m_editor.selectAcross(anchor.paragraphId, start, target.id, end);
+    anchor.cursorParagraphAfter = m_editor.cursorParagraphId().value_or(QUuid());
+    anchor.cursorAfter = m_editor.cursorPosition();
+    m_shiftAnchor = anchor;
 }
 
 void MagneticTextStripView::selectTo(const Hit &hit)
@@ -257,7 +287,8 @@ void MagneticTextStripView::dropEntered(qsizetype targetIndex)
     m_topsBeforeMove.clear();
     for (qsizetype i = 0; i < m_layout.count(); ++i)
         m_topsBeforeMove.insert(m_layout.paragraph(i).id, m_layout.paragraph(i).top);
-    m_editor.moveParagraphs({from}, from < to ? to + 1 : to);
+    m_editor.moveParagraphs({from}, from < to ? to + 1 : to, m_movedInThisDrag);
+    m_movedInThisDrag = true;
     m_moveAnimation.stop();
     m_moveAnimation.start();
 }
@@ -315,19 +346,17 @@ void MagneticTextStripView::beginWordCorrection()
 {
     const QSet<QUuid> &selected = m_editor.selectedBlockIds();
     QRectF area;
-    QString text;
+    QList<WordBlock> chosen;
     for (qsizetype p = 0; p < m_editor.paragraphs().size() && area.isNull(); ++p) {
         const QList<WordBlock> &words = m_editor.paragraphs().at(p).wordBlocks;
         for (qsizetype w = 0; w < words.size(); ++w) {
             if (!selected.contains(words.at(w).id))
                 continue;
             area = area.isNull() ? wordRectInViewport(p, w) : area.united(wordRectInViewport(p, w));
-            // Latin words were separate words; Chinese ones join without a space.
-            const bool latin = !text.isEmpty() && text.back().unicode() < 0x2E80
-                && words.at(w).text.front().unicode() < 0x2E80;
-            text += (latin ? u" "_s : QString()) + words.at(w).text;
+            chosen.append(words.at(w));
         }
     }
+    const QString text = edits::wordsAsText(chosen);
     if (area.isNull())
         return;
     ensureContentVisible(area.translated(0.0, scrollY()));
