@@ -5,6 +5,7 @@
 
 #include <QClipboard>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 using namespace kavel;
@@ -111,11 +112,18 @@ TEST_F(KeyboardTest, ArrowsShortcutsAndSpaceDriveTheEditorAndOtherKeysPassThroug
     EXPECT_EQ(text(), u"d e a b c"_s);
     EXPECT_EQ(vm.cursorPosition(), 5) << "after the pasted words";
 
-    // Enter splits the paragraph at the caret.
+    // Enter splits the paragraph at the caret, unless a button has the focus.
     vm.setCursor(paragraph(0).id, 3);
     press({Qt::Key_Return});
     EXPECT_EQ(text(), u"d e a | b c"_s);
     press({Qt::ControlModifier | Qt::Key_Z});
+    auto *button = new QPushButton(u"关闭"_s, &window);
+    button->show();
+    button->setFocus();
+    press({Qt::Key_Return});
+    EXPECT_EQ(text(), u"d e a b c"_s);
+    delete button;
+    probe->setFocus();
 
     press({Qt::ControlModifier | Qt::Key_F});
     EXPECT_TRUE(vm.showSearchBar());

@@ -3,6 +3,7 @@
 #include "editor/editorviewmodel.h"
 #include "editor/paragraphedits.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QClipboard>
 #include <QKeyEvent>
@@ -168,6 +169,10 @@ bool KeyboardShortcutHandler::eventFilter(QObject *watched, QEvent *event)
         return false;
 
     const auto *key = static_cast<QKeyEvent *>(event);
+    // Enter on a focused button presses the button.
+    if ((key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter)
+        && qobject_cast<QAbstractButton *>(QApplication::focusWidget()))
+        return false;
     Action action = actionFor(*key);
     if (!action)
         return false;

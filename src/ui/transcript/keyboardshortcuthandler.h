@@ -27,7 +27,7 @@ void putOnClipboard(EditorViewModel &editor);
 
 // The editor's keyboard shortcuts, taken from the application's event stream before the
 // focused widget sees them, so they work whichever part of the editor has the focus:
-// the Ctrl chords, the arrows, and Space to play and pause the preview.
+// the Ctrl chords, the arrows, Enter to split a paragraph and Space to play and pause.
 // It is a zero-size widget placed in the editor screen: the filter is installed while
 // the widget is shown and removed when it is hidden or destroyed. Actions run right
 // after the key event has been consumed, as queued calls on the main thread.
