@@ -31,6 +31,7 @@ constexpr size_t maxFormBytes = 64 << 10;
 constexpr int listenBacklog = 1024;
 // How long a user whose uploads are all waiting is asked to wait before the next.
 constexpr std::int64_t uploadRetryAfter = 60;
+constexpr std::int64_t busyRetryAfter = 5;
 
 void refuseEarly(httplib::Response &response, int status, const std::string &detail,
                  std::optional<std::int64_t> retryAfter = std::nullopt)
@@ -119,7 +120,9 @@ HttpService::HttpService(Store &store, SmsSender &sms, HttpOptions options,
     , m_taskQueued(std::move(taskQueued))
     , m_decoyHash(credentials::hashPassword(credentials::newToken()))
     , m_signInsByAddress(30, std::chrono::seconds(60))
-    , m_uploads(m_options.maxWaitingUploads, m_options.maxWaitingUploadBytes)
+    // Half the request threads are kept for everything but uploads.
+    , m_uploads(m_options.maxWaitingUploads, m_options.maxWaitingUploadBytes,
+                std::max(1, m_options.threads / 2))
 {
     FrontOptions front;
     front.threads = m_options.threads;
@@ -375,6 +378,10 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
                            "Too many uploads are waiting for recognition; try again when one "
                            "has finished",
                            uploadRetryAfter);
+    if (admission.busy)
+        return refuseEarly(response, 429,
+                           "Too many uploads are arriving at once; try again shortly",
+                           busyRetryAfter);
     struct Finish
     {
         UploadLedger &ledger;

@@ -66,12 +66,14 @@ UploadLedger::Admission UploadLedger::begin(const std::string &user, int storedU
     const std::lock_guard lock(m_mutex);
     Receiving &receiving = m_receiving[user];
     Admission admission;
-    if (storedUploads + receiving.uploads >= m_maxUploads) {
-        admission.tooMany = true;
+    admission.busy = receiving.uploads >= maxReceivingPerUser || m_receivingInAll >= m_maxReceiving;
+    admission.tooMany = storedUploads + receiving.uploads >= m_maxUploads;
+    if (admission.busy || admission.tooMany) {
         if (receiving.uploads == 0)
             m_receiving.erase(user);
         return admission;
     }
+    ++m_receivingInAll;
     const std::uint64_t taken = storedBytes + receiving.bytes;
     admission.room = taken < m_maxBytes ? m_maxBytes - taken : 0;
     ++receiving.uploads;
@@ -86,6 +88,7 @@ void UploadLedger::finish(const std::string &user, std::uint64_t declared)
     if (it == m_receiving.end())
         return;
     it->second.bytes -= std::min(it->second.bytes, declared);
+    --m_receivingInAll;
     if (--it->second.uploads <= 0)
         m_receiving.erase(it);
 }

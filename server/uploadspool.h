@@ -35,25 +35,31 @@ private:
 
 // What each user may have waiting for recognition: so many uploads, so many bytes in
 // all. Uploads already stored are counted by the caller (they are shared by every node);
-// the ones being received are counted here.
+// the ones being received are counted here. A body being received holds a request
+// thread, so only a few are received at once: two per user, and `maxReceiving` in all.
 class UploadLedger
 {
 public:
-    UploadLedger(int maxUploads, std::uint64_t maxBytes)
+    static constexpr int maxReceivingPerUser = 2;
+
+    UploadLedger(int maxUploads, std::uint64_t maxBytes, int maxReceiving)
         : m_maxUploads(maxUploads)
         , m_maxBytes(maxBytes)
+        , m_maxReceiving(maxReceiving)
     { }
 
     struct Admission
     {
         bool tooMany = false;
+        // Too many arriving at once, of this user's or in all.
+        bool busy = false;
         // Bytes this upload may take, given the others.
         std::uint64_t room = 0;
     };
 
     // Registers an upload of `declared` bytes (0 when its size is not known) by a user
     // who has `storedUploads` of `storedBytes` waiting. Unless it is refused as too
-    // many, finish() must follow.
+    // many or busy, finish() must follow.
     Admission begin(const std::string &user, int storedUploads, std::uint64_t storedBytes,
                     std::uint64_t declared);
     void finish(const std::string &user, std::uint64_t declared);
@@ -66,6 +72,8 @@ private:
     };
     int m_maxUploads;
     std::uint64_t m_maxBytes;
+    int m_maxReceiving;
+    int m_receivingInAll = 0;
     std::mutex m_mutex;
     std::map<std::string, Receiving> m_receiving;
 };

@@ -357,7 +357,7 @@ TEST_F(ExposedServer, KeptAliveConnectionsGetEachResponseInOnePiece)
 
 TEST_F(ExposedServer, UploadsGoToDiskInPiecesWithinEachUsersQuota)
 {
-    const int port = start({u"--upload-quota"_s, u"3"_s, u"--upload-quota-mib"_s, u"600"_s});
+    const int port = start({u"--upload-quota"_s, u"5"_s, u"--upload-quota-mib"_s, u"600"_s});
     ASSERT_NE(port, 0);
     const QByteArray token = signIn(port);
     const httplib::Headers auth {{"Authorization", "Bearer " + token.toStdString()}};
@@ -408,9 +408,24 @@ TEST_F(ExposedServer, UploadsGoToDiskInPiecesWithinEachUsersQuota)
         + token + "\r\n";
     EXPECT_EQ(statusAndWait(answerTo(port, upload + "Content-Length: 104857600\r\n\r\n")).first,
               413);
-    // A small one fits, and then three are waiting: one more is asked to wait.
+    // Bodies on their way hold request threads: two at a time per user.
+    std::vector<std::unique_ptr<QTcpSocket>> arriving;
+    for (int i = 0; i < 2; ++i) {
+        arriving.push_back(std::make_unique<QTcpSocket>());
+        arriving.back()->connectToHost(u"127.0.0.1"_s, static_cast<quint16>(port));
+        ASSERT_TRUE(arriving.back()->waitForConnected(5000));
+        arriving.back()->write(upload + "Content-Length: 1048576\r\n\r\n--b\r\n");
+        ASSERT_TRUE(arriving.back()->waitForBytesWritten(5000));
+    }
+    QThread::msleep(300);
+    EXPECT_EQ(statusAndWait(answerTo(port, upload + "Content-Length: 1048576\r\n\r\n")),
+              (std::pair {429, 5}));
+    arriving.clear();
+    QThread::msleep(300);
+    // Small ones fit, until five are waiting: one more is asked to wait.
     const httplib::MultipartFormDataItems small {{"file", "RIFF", "small.wav", "audio/wav"}};
-    EXPECT_EQ(client.Post("/api/media/transcribe", auth, small)->status, 200);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(client.Post("/api/media/transcribe", auth, small)->status, 200);
     const auto refused = client.Post("/api/media/transcribe", auth, small);
     EXPECT_EQ(refused->status, 429);
     EXPECT_EQ(refused->get_header_value("Retry-After"), "60");
