@@ -11,7 +11,6 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
-#include <QLockFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <csignal>
@@ -291,23 +290,6 @@ QString errorOf(const std::function<void()> &action)
     return {};
 }
 
-// Makes the bundle look open in `holder`, a process that is not this one, as its own
-// claim would: Qt's lock file with that process's id and program name.
-void claimFor(const QString &bundle, qint64 pid, const QString &program)
-{
-    const QString lockPath = QDir(bundle).filePath(BundleLock::fileName);
-    QByteArray contents;
-    {
-        QLockFile own(lockPath);
-        ASSERT_TRUE(own.tryLock());
-        contents = fileio::readFile(lockPath);
-    }
-    QList<QByteArray> lines = contents.split('\n');
-    lines[0] = QByteArray::number(pid);
-    lines[1] = program.toUtf8();
-    test::writeFile(lockPath, lines.join('\n'));
-}
-
 TEST_F(ProjectBundle, NewProjectsAreNamedAfterTheirFileAndRenameMovesTheBundleOrSaysWhyNot)
 {
     const std::pair<QString, QString> names[] = {
@@ -359,7 +341,7 @@ TEST_F(ProjectBundle, ABundleOpenInAnotherProcessIsRefusedAndADeadOnesClaimTaken
     QProcess holder;
     holder.start(u"sleep"_s, {u"30"_s});
     ASSERT_TRUE(holder.waitForStarted());
-    claimFor(bundle, holder.processId(), u"sleep"_s);
+    test::claimBundleFor(bundle, holder.processId(), u"sleep"_s);
     EXPECT_EQ(
         errorOf([&] { KavelProject::open(url); }),
         u"项目“共享”已在另一个 Kavel 窗口或程序中打开（sleep，进程 %1），请先在那里关闭它。"_s.arg(
