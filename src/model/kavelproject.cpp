@@ -174,6 +174,12 @@ std::unique_ptr<KavelProject> KavelProject::open(const QUrl &bundleURL)
     return project;
 }
 
+void KavelProject::claim()
+{
+    if (!m_lock)
+        m_lock = BundleLock::acquire(bundlePath());
+}
+
 void KavelProject::rename(const QString &title)
 {
     if (title == m_metadata.title)

@@ -57,6 +57,9 @@ public:
     // window or kavel-cli run writes to it while this object lives. Throws Error naming
     // the bundle when another process has it open.
     static std::unique_ptr<KavelProject> open(const QUrl &bundleURL);
+    // Claims the bundle for this process as open() does, for a project made by create().
+    // Throws Error naming the bundle when another process has it open.
+    void claim();
 
     // Renames the project and its bundle folder ("<title>.kavel") together. Throws Error
     // in the user's words, leaving both as they were, for a title that cannot be a file

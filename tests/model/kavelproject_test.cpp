@@ -361,6 +361,12 @@ TEST_F(ProjectBundle, ABundleOpenInAnotherProcessIsRefusedAndADeadOnesClaimTaken
     second.reset();
     EXPECT_FALSE(BundleLock::isHeldHere(bundle));
     EXPECT_FALSE(QFileInfo::exists(QDir(bundle).filePath(BundleLock::fileName)));
+
+    // A project being made (an import) is claimed from the start.
+    const auto made = KavelProject::create(u"导入中"_s, dir.path());
+    made->claim();
+    EXPECT_TRUE(QFileInfo::exists(QDir(made->bundlePath()).filePath(BundleLock::fileName)));
+    EXPECT_TRUE(BundleLock::isHeldHere(made->bundlePath()));
 }
 
 } // namespace
