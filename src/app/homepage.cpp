@@ -250,7 +250,7 @@ HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
     undoLayout->addWidget(m_undoButton);
     m_undoBar->setObjectName(u"undoBar"_s);
     m_undoBar->setStyleSheet(
-        u"#undoBar { background: palette(tool-tip-base); border-radius: 8px; }"_s);
+        u"#undoBar { background: #303030; border-radius: 8px; } #undoBar QLabel { color: white; }"_s);
     m_undoBar->hide();
     layout->addWidget(m_undoBar);
     m_undoTimer->setSingleShot(true);
