@@ -2,17 +2,23 @@
 
 #include "editor/editorviewmodel.h"
 #include "filemanager.h"
+#include "model/errors.h"
+#include "projectactions.h"
 #include "symbolicons.h"
 
 #include <QContextMenuEvent>
 #include <QDragEnterEvent>
 #include <QFileInfo>
 #include <QGridLayout>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QPushButton>
 #include <QScrollArea>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <utility>
@@ -29,7 +35,8 @@ QList<ProjectReference> filterProjects(const QList<ProjectReference> &projects,
         return projects;
     QList<ProjectReference> matches;
     for (const ProjectReference &p : projects) {
-        if (p.title.toLower().contains(needle))
+        if (p.title.toLower().contains(needle)
+            || QFileInfo(p.bundlePath).completeBaseName().toLower().contains(needle))
             matches.append(p);
     }
     return matches;
@@ -161,6 +168,7 @@ QMenu *ProjectCard::createContextMenu()
     const QString path = m_reference.bundlePath;
     menu->addAction(u"打开"_s, this,
                     [this, path] { Q_EMIT openRequested(QUrl::fromLocalFile(path)); });
+    menu->addAction(u"重命名…"_s, this, [this] { Q_EMIT renameRequested(m_reference); });
     menu->addAction(u"在文件管理器中显示"_s, this, [this, path] { Q_EMIT revealRequested(path); });
     menu->addAction(u"删除"_s, this, [this] { Q_EMIT deleteRequested(m_reference); });
     return menu;
@@ -193,6 +201,10 @@ HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
     , m_gridButton(new QToolButton(this))
     , m_listButton(new QToolButton(this))
     , m_cardsHost(new QWidget)
+    , m_undoBar(new QFrame(this))
+    , m_undoLabel(new QLabel(m_undoBar))
+    , m_undoButton(new QPushButton(u"撤销"_s, m_undoBar))
+    , m_undoTimer(new QTimer(this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(32, 24, 32, 16);
@@ -231,6 +243,23 @@ HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
     m_cardsHostLayout->setContentsMargins(0, 0, 0, 0);
     scroll->setWidget(m_cardsHost);
     layout->addWidget(scroll, 1);
+
+    auto *undoLayout = new QHBoxLayout(m_undoBar);
+    undoLayout->setContentsMargins(12, 6, 12, 6);
+    undoLayout->addWidget(m_undoLabel, 1);
+    undoLayout->addWidget(m_undoButton);
+    m_undoBar->setObjectName(u"undoBar"_s);
+    m_undoBar->setStyleSheet(
+        u"#undoBar { background: #303030; border-radius: 8px; } #undoBar QLabel { color: white; }"_s);
+    m_undoBar->hide();
+    layout->addWidget(m_undoBar);
+    m_undoTimer->setSingleShot(true);
+    m_undoTimer->setInterval(undoOfferMilliseconds);
+    connect(m_undoTimer, &QTimer::timeout, this, [this] {
+        m_undoBar->hide();
+        m_lastDeleted.reset();
+    });
+    connect(m_undoButton, &QPushButton::clicked, this, &HomePage::undoDelete);
 
     connect(m_upload, &UploadZone::clicked, this, &HomePage::pickAndImport);
     connect(m_upload, &UploadZone::filesDropped, this, &HomePage::startImport);
@@ -298,6 +327,65 @@ void HomePage::finishImportAfterSignIn()
         startImport(urls);
 }
 
+void HomePage::showAlert(const QString &text)
+{
+    auto *box
+        = new QMessageBox(QMessageBox::Warning, u"Kavel"_s, text, QMessageBox::NoButton, this);
+    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    m_alert = box;
+    box->open();
+}
+
+void HomePage::askToRename(const ProjectReference &reference)
+{
+    if (m_renameDialog)
+        return;
+    auto *dialog = new QInputDialog(this);
+    dialog->setWindowTitle(u"重命名项目"_s);
+    dialog->setLabelText(u"新的项目名称："_s);
+    dialog->setTextValue(reference.title);
+    dialog->setOkButtonText(u"重命名"_s);
+    dialog->setCancelButtonText(u"取消"_s);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    const QString bundle = reference.bundlePath;
+    connect(dialog, &QInputDialog::textValueSelected, this, [this, bundle](const QString &title) {
+        const QString refused = renameProject(m_editor, m_store, bundle, title);
+        if (!refused.isEmpty())
+            showAlert(refused);
+    });
+    m_renameDialog = dialog;
+    dialog->open();
+}
+
+void HomePage::deleteProject(const ProjectReference &reference)
+{
+    try {
+        m_lastDeleted = m_store.deleteProject(reference);
+    } catch (const Error &error) {
+        showAlert(error.description());
+        return;
+    }
+    m_undoLabel->setText(u"已将“%1”移到回收站"_s.arg(reference.title));
+    m_undoBar->show();
+    m_undoTimer->start();
+}
+
+void HomePage::undoDelete()
+{
+    m_undoTimer->stop();
+    m_undoBar->hide();
+    if (!m_lastDeleted)
+        return;
+    const trash::TrashedItem item = *std::exchange(m_lastDeleted, std::nullopt);
+    try {
+        m_store.restoreProject(item);
+    } catch (const Error &error) {
+        showAlert(error.description());
+    }
+}
+
 void HomePage::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
@@ -334,7 +422,8 @@ void HomePage::rebuildCards()
         connect(card, &ProjectCard::revealRequested, this,
                 [](const QString &path) { revealInFileManager(path); });
         connect(card, &ProjectCard::deleteRequested, this,
-                [this](const ProjectReference &r) { m_store.deleteProject(r); });
+                [this](const ProjectReference &r) { deleteProject(r); });
+        connect(card, &ProjectCard::renameRequested, this, &HomePage::askToRename);
         if (rows)
             rows->addWidget(card);
         else

@@ -3,11 +3,17 @@
 #include "model/projectstore.h"
 
 #include <QFrame>
+#include <QInputDialog>
+#include <QMessageBox>
+#include <QPointer>
 #include <QUrl>
 #include <functional>
 
+class QLabel;
 class QLineEdit;
 class QMenu;
+class QPushButton;
+class QTimer;
 class QToolButton;
 class QVBoxLayout;
 
@@ -17,8 +23,8 @@ class EditorViewModel;
 
 namespace kavel::app {
 
-// The projects whose lower-cased title contains the trimmed, lower-cased search text, in
-// the list's order; all of them for an empty search.
+// The projects whose lower-cased title (or bundle name) contains the trimmed, lower-cased search
+// text, in the list's order; all of them for an empty search.
 QList<ProjectReference> filterProjects(const QList<ProjectReference> &projects,
                                        const QString &searchText);
 
@@ -64,6 +70,7 @@ Q_SIGNALS:
     void openRequested(const QUrl &bundleUrl);
     void revealRequested(const QString &bundlePath);
     void deleteRequested(const ProjectReference &reference);
+    void renameRequested(const ProjectReference &reference);
 
 protected:
     void mouseDoubleClickEvent(QMouseEvent *event) override;
@@ -106,6 +113,22 @@ public:
     // not shown at all.
     void pickAndImport();
 
+    // Asks for a new name for the project; a refusal is said in an alert.
+    void askToRename(const ProjectReference &reference);
+    // Moves the project to the trash and offers 撤销 for a while; a refusal (no trash,
+    // open elsewhere) is said in an alert and nothing is deleted.
+    void deleteProject(const ProjectReference &reference);
+    // Brings the last deleted project back while the offer stands.
+    void undoDelete();
+    static constexpr int undoOfferMilliseconds = 8000;
+
+    QInputDialog *renameDialog() const { return m_renameDialog; }
+    QMessageBox *alert() const { return m_alert; }
+    // The bar with the 撤销 offer after a deletion.
+    QWidget *undoBar() const { return m_undoBar; }
+    QLabel *undoLabel() const { return m_undoLabel; }
+    QPushButton *undoButton() const { return m_undoButton; }
+
 Q_SIGNALS:
     void openProjectRequested(const QUrl &bundleUrl);
 
@@ -115,6 +138,7 @@ protected:
 private:
     void rebuildCards();
     bool mayImport();
+    void showAlert(const QString &text);
 
     EditorViewModel &m_editor;
     ProjectStore &m_store;
@@ -129,6 +153,13 @@ private:
     QWidget *m_cardsHost;
     QWidget *m_cardsContainer = nullptr;
     QVBoxLayout *m_cardsHostLayout;
+    QPointer<QInputDialog> m_renameDialog;
+    QPointer<QMessageBox> m_alert;
+    QWidget *m_undoBar;
+    QLabel *m_undoLabel;
+    QPushButton *m_undoButton;
+    QTimer *m_undoTimer;
+    std::optional<trash::TrashedItem> m_lastDeleted;
 };
 
 } // namespace kavel::app

@@ -12,6 +12,7 @@
 #include "media/mlt/mltengine.h"
 #include "media/mlt/mltplayer.h"
 #include "media/recordingsummary.h"
+#include "model/errors.h"
 #include "model/projectpaths.h"
 #include "model/projectstore.h"
 #include "playback/guideplayerviewmodel.h"
@@ -20,6 +21,7 @@
 #include "service/appstate.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
+#include "singleinstance.h"
 #include "traynotifier.h"
 #include "videoplayerview.h"
 
@@ -31,6 +33,7 @@
 #include <QLibraryInfo>
 #include <QLocale>
 #include <QStandardPaths>
+#include <QTextStream>
 #include <QTimer>
 #include <QTranslator>
 #include <malloc.h>
@@ -84,6 +87,18 @@ int main(int argc, char *argv[])
     QApplication::setApplicationDisplayName(u"Kavel"_s);
     QApplication::setDesktopFileName(u"kavel"_s);
     QApplication::setWindowIcon(QIcon(u":/kavel/kavel.svg"_s));
+
+    // A second start only hands its files to the window that is already open, before it
+    // makes anything of its own.
+    app::SingleInstance instance;
+    try {
+        if (instance.handOverOrListen(QApplication::arguments().mid(1))
+            == app::SingleInstance::Role::handedOver)
+            return 0;
+    } catch (const Error &error) {
+        QTextStream(stderr) << error.description() << Qt::endl;
+        return 1;
+    }
     // Kavel speaks Chinese whatever the system language is; Qt's own dialogs (the file
     // dialog, standard buttons) should too.
     QTranslator qtTexts;
@@ -157,6 +172,8 @@ int main(int argc, char *argv[])
     });
 
     window.show();
+    QObject::connect(&instance, &app::SingleInstance::filesReceived, &window,
+                     &app::MainWindow::openFiles);
     // What a file manager's "open with" hands over: a bundle opens at once; media files
     // wait for the import confirmation once the stored session is back, since importing
     // needs a signed-in user.

@@ -1,6 +1,7 @@
 #include "maineditorview.h"
 
 #include "editor/editorviewmodel.h"
+#include "projecttitle.h"
 #include "symbolicons.h"
 #include "ui/timeline/timelineview.h"
 #include "ui/transcript/deletekeyhandler.h"
@@ -49,6 +50,18 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     m_back->setAutoRaise(true);
     top->addWidget(m_back);
     top->addStretch(1);
+    m_title = new ProjectTitle(topBar);
+    top->addWidget(m_title);
+    top->addStretch(1);
+    connect(m_title, &ProjectTitle::renameRequested, this, &MainEditorView::renameRequested);
+    const auto showTitle = [this] {
+        m_title->setTitle(m_editor.project() ? m_editor.project()->metadata().title : QString());
+    };
+    connect(&m_editor, &EditorViewModel::projectChanged, this, [this, showTitle] {
+        showTitle();
+        if (KavelProject *project = m_editor.project())
+            connect(project, &KavelProject::metadataChanged, m_title, showTitle);
+    });
     m_export = new QToolButton(topBar);
     m_export->setText(u"导出"_s);
     m_export->setIcon(symbolIcon(u"square.and.arrow.up"_s));

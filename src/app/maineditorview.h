@@ -19,6 +19,7 @@ class TimelineView;
 
 namespace kavel::app {
 
+class ProjectTitle;
 class VideoPlayerView;
 
 // The editor screen: the top bar, the editing toolbar with search, the preview beside the
@@ -32,6 +33,7 @@ public:
 
     QToolButton *backButton() const { return m_back; }
     QToolButton *exportButton() const { return m_export; }
+    ProjectTitle *projectTitle() const { return m_title; }
     // The toolbar button whose tooltip starts with `tooltip`; null when there is none.
     QToolButton *toolButton(const QString &tooltip) const;
     // Shown while the editor confirms a save.
@@ -57,6 +59,7 @@ public:
 
 Q_SIGNALS:
     void backRequested();
+    void renameRequested(const QString &title);
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
@@ -73,6 +76,7 @@ private:
     EditorViewModel &m_editor;
     QToolButton *m_back;
     QToolButton *m_export;
+    ProjectTitle *m_title;
     QList<QToolButton *> m_tools;
     QCheckBox *m_keepPauses;
     QDoubleSpinBox *m_pauseLimit;

@@ -4,7 +4,9 @@
 #include "export/exportflow.h"
 #include "homepage.h"
 #include "maineditorview.h"
+#include "model/kavelproject.h"
 #include "model/projectstore.h"
+#include "projectactions.h"
 #include "screens.h"
 #include "service/appstate.h"
 #include "service/settings.h"
@@ -12,6 +14,7 @@
 
 #include <QButtonGroup>
 #include <QCloseEvent>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
@@ -100,6 +103,14 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
             m_editor.undoManager().clear();
             navigate(NavigationItem::home);
         });
+    });
+    connect(m_editorView, &MainEditorView::renameRequested, this, [this](const QString &title) {
+        if (!m_editor.project())
+            return;
+        const QString refused
+            = renameProject(m_editor, *m_services.store, m_editor.project()->bundlePath(), title);
+        if (!refused.isEmpty())
+            showError(refused);
     });
     connect(static_cast<AccountPage *>(m_account), &AccountPage::signInRequested, this,
             &MainWindow::showLoginSheet);
@@ -290,8 +301,55 @@ void MainWindow::openProject(const QUrl &bundleUrl)
             return;
         }
         navigate(NavigationItem::editor);
-        offerRecovery();
+        if (!m_editor.project()->timelineLoadError().isEmpty())
+            reportDamagedTranscript();
+        else
+            offerRecovery();
     });
+}
+
+void MainWindow::openFiles(const QStringList &paths)
+{
+    QList<QUrl> media;
+    std::optional<QUrl> bundle;
+    for (const QString &path : paths) {
+        const QUrl url = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath());
+        if (path.endsWith(u".kavel"_s) || path.endsWith(u".kavel/"_s)) {
+            if (!bundle)
+                bundle = url;
+        } else if (QFileInfo(path).isFile()) {
+            media.append(url);
+        }
+    }
+    if (isMinimized())
+        showNormal();
+    raise();
+    activateWindow();
+    if (bundle)
+        openProject(*bundle);
+    else if (!media.isEmpty())
+        m_home->startImport(media);
+}
+
+// Said on every open of such a project, in the editor: it looks empty, and without a
+// word the user would take the transcript for lost or start over on top of it.
+void MainWindow::reportDamagedTranscript()
+{
+    const KavelProject &project = *m_editor.project();
+    QString text
+        = u"项目“%1”的转写稿无法读取，项目打开时没有文字。"_s.arg(project.metadata().title);
+    if (const auto &backup = project.damagedTimelineBackup())
+        text += u"\n\n损坏的转写稿已备份到：\n%1"_s.arg(*backup);
+    auto *box = new QMessageBox(QMessageBox::Warning, u"转写稿无法读取"_s, text,
+                                QMessageBox::NoButton, this);
+    box->setInformativeText(project.timelineLoadError());
+    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    connect(box, &QMessageBox::finished, this, &MainWindow::offerRecovery);
+    m_alert = box;
+    box->open();
 }
 
 void MainWindow::offerRecovery()

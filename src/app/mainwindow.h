@@ -72,6 +72,9 @@ public:
     // Opens the bundle in the editor and shows it; a bundle that cannot be read is
     // reported in an alert instead.
     void openProject(const QUrl &bundleUrl);
+    // What a second start handed over: the first bundle among `paths` opens, media files
+    // go to the import; the window comes to the front.
+    void openFiles(const QStringList &paths);
     void showError(const QString &message);
     // Runs `proceed` once the open document may be left: at once when it has nothing
     // unsaved, else after the user chose 保存 (and the save worked) or 不保存; 取消 stops.
@@ -101,6 +104,7 @@ protected:
 
 private:
     void offerRecovery();
+    void reportDamagedTranscript();
     QWidget *buildSidebar();
     void buildMenu();
     void openProjectFromPicker();

@@ -61,4 +61,9 @@ std::unique_ptr<KavelProject> openBundle(const QString &path)
     return KavelProject::load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
 }
 
+std::unique_ptr<KavelProject> openBundleForWriting(const QString &path)
+{
+    return KavelProject::open(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+}
+
 } // namespace kavel::cli

@@ -94,5 +94,7 @@ T awaitTask(QCoro::Task<T> task, Deadline deadline = {},
 
 // Loads the bundle at a path given on the command line (relative paths allowed).
 std::unique_ptr<KavelProject> openBundle(const QString &path);
+// The same for commands that write to the bundle: refused while a window has it open.
+std::unique_ptr<KavelProject> openBundleForWriting(const QString &path);
 
 } // namespace kavel::cli

@@ -74,7 +74,7 @@ int runEdit(const QStringList &arguments)
     parser.addOptions({replace, pauses, fillers, text, paragraph, move, dryRun});
     const QStringList values = parsePositionals(parser, u"edit"_s, arguments, {u"BUNDLE"_s});
 
-    auto project = openBundle(values.first());
+    auto project = openBundleForWriting(values.first());
     // Saving an edit of the empty transcript a damaged file opens as would replace it.
     if (!project->timelineLoadError().isEmpty()) {
         const std::optional<QString> backup = project->backUpDamagedTimeline();

@@ -143,7 +143,7 @@ int runExport(const QStringList &arguments)
     settings.interchangeFormat
         = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);
 
-    const auto project = openBundle(values.at(0));
+    const auto project = openBundleForWriting(values.at(0));
     if (settings.title.isEmpty())
         settings.title = project->metadata().title;
 

@@ -45,7 +45,7 @@ int runAddMedia(const QStringList &arguments)
     const QStringList values
         = parsePositionals(parser, u"add-media"_s, arguments, {u"BUNDLE"_s, u"FILE"_s}, true);
 
-    auto project = openBundle(values.first());
+    auto project = openBundleForWriting(values.first());
     // Every file is checked before any is copied: a project is never left holding a
     // recording it cannot play.
     media::mlt::MltMediaEngine engine;

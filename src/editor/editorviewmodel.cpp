@@ -145,7 +145,7 @@ void EditorViewModel::openProject(const QUrl &url)
 {
     std::unique_ptr<KavelProject> loaded;
     try {
-        loaded = KavelProject::load(url);
+        loaded = KavelProject::open(url);
     } catch (const Error &error) {
         setProcessingStatus(u"打开项目失败: "_s + error.description());
         logLine(u"[EditorVM] Failed to open "_s + url.toLocalFile() + u": "_s + error.description()

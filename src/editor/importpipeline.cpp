@@ -140,8 +140,9 @@ QCoro::Task<> EditorViewModel::runImport(QList<QUrl> urls)
 
     const QString directory
         = m_import.projectsDirectory.isEmpty() ? projectsDirectory() : m_import.projectsDirectory;
-    const QString title = u"项目_"_s + json::uuidString(QUuid::createUuid()).left(8);
+    const QString title = titleForMedia(urls.value(0).toLocalFile(), directory);
     m_importProject = KavelProject::create(title, directory);
+    m_importProject->claim();
     m_project = m_importProject;
     Q_EMIT projectChanged();
     // A new project starts empty: nothing of the one open before may be carried into it,

@@ -3,6 +3,10 @@
 #include "errors.h"
 #include "jsonfields.h"
 
+#include <QCoreApplication>
+#include <QPointer>
+#include <QThread>
+#include <QTimer>
 #include <cmath>
 
 namespace kavel::jsonread {
@@ -43,11 +47,33 @@ simdjson::dom::parser &threadParser()
 
 // The parser keeps buffers of about ten times the largest document it has read: after an
 // hour-long transcript that is tens of megabytes, held for as long as the thread lives.
+// Giving them back at once made every read fault the same pages in again (opening a
+// project reads its metadata, its transcript and its journal; the project list reads
+// every transcript), which tripled the time of an open. On the application's thread they
+// are kept while reads follow each other and given back once it has been idle a moment;
+// other threads have no event loop to wait with and give them back at once.
 ParsedDocumentScope::~ParsedDocumentScope()
 {
-    simdjson::dom::parser &parser = threadParser();
-    if (parser.capacity() > 1024 * 1024)
-        parser = simdjson::dom::parser();
+    constexpr size_t largeCapacity = 1024 * 1024;
+    constexpr int idleMilliseconds = 2000;
+    if (threadParser().capacity() <= largeCapacity)
+        return;
+    QCoreApplication *application = QCoreApplication::instance();
+    if (!application || QThread::currentThread() != application->thread()) {
+        threadParser() = simdjson::dom::parser();
+        return;
+    }
+    static QPointer<QTimer> release;
+    if (!release) {
+        release = new QTimer(application);
+        release->setSingleShot(true);
+        release->setInterval(idleMilliseconds);
+        QObject::connect(release, &QTimer::timeout, [] {
+            if (threadParser().capacity() > largeCapacity)
+                threadParser() = simdjson::dom::parser();
+        });
+    }
+    release->start();
 }
 
 Element parse(QByteArrayView bytes)

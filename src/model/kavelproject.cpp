@@ -1,5 +1,6 @@
 #include "kavelproject.h"
 
+#include "bundlelock.h"
 #include "errors.h"
 #include "fileio.h"
 #include "jsonfields.h"
@@ -8,6 +9,10 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 
 using namespace Qt::StringLiterals;
 
@@ -156,6 +161,67 @@ std::unique_ptr<KavelProject> KavelProject::load(const QUrl &bundleURL)
         }
     }
     return project;
+}
+
+std::unique_ptr<KavelProject> KavelProject::open(const QUrl &bundleURL)
+{
+    if (!QFileInfo(bundleURL.toLocalFile()).isDir())
+        throw KavelProjectError(KavelProjectError::Code::bundleNotFound);
+    std::shared_ptr<BundleLock> lock = BundleLock::acquire(bundleURL.toLocalFile());
+    std::unique_ptr<KavelProject> project = load(bundleURL);
+    project->m_lock = std::move(lock);
+    return project;
+}
+
+void KavelProject::claim()
+{
+    if (!m_lock)
+        m_lock = BundleLock::acquire(bundlePath());
+}
+
+void KavelProject::rename(const QString &title)
+{
+    if (title == m_metadata.title)
+        return;
+    if (const QString reason = invalidTitleReason(title); !reason.isEmpty())
+        throw Error(u"无法重命名：%1。"_s.arg(reason));
+    const QString from = bundlePath();
+    const QString to = QFileInfo(from).dir().filePath(title + u'.' + bundleExtension);
+    const auto taken = [&] { return Error(u"无法重命名：已有名为“%1”的项目。"_s.arg(title)); };
+    if (QFileInfo::exists(to) && QFileInfo(to) != QFileInfo(from))
+        throw taken();
+    // Held while the folder moves, so no other process opens it half renamed.
+    std::shared_ptr<BundleLock> lock = m_lock ? m_lock : BundleLock::acquire(from);
+    int error = 0;
+    const bool moved = lock->follow(to, [&] {
+        // Never over a bundle that appeared since the check above.
+        const QByteArray source = QFile::encodeName(from), target = QFile::encodeName(to);
+        if (::renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE) == 0)
+            return true;
+        if (errno == EINVAL && !QFileInfo::exists(to) && ::rename(source, target) == 0)
+            return true;
+        error = errno;
+        return false;
+    });
+    if (!moved) {
+        if (error == EEXIST || error == ENOTEMPTY)
+            throw taken();
+        throw Error(u"无法重命名项目“%1”。"_s.arg(m_metadata.title),
+                    QString::fromLocal8Bit(std::strerror(error)));
+    }
+    m_bundleURL = QUrl::fromLocalFile(to);
+    const QString before = m_metadata.title;
+    m_metadata.title = title;
+    try {
+        saveMetadata();
+    } catch (const Error &) {
+        // The name inside must match the folder's, or the list would show the old one.
+        m_metadata.title = before;
+        lock->follow(from,
+                     [&] { return ::rename(QFile::encodeName(to), QFile::encodeName(from)) == 0; });
+        m_bundleURL = QUrl::fromLocalFile(from);
+        throw;
+    }
 }
 
 namespace {

@@ -10,6 +10,8 @@
 
 namespace kavel {
 
+class BundleLock;
+
 enum class ProjectStatus {
     created,
     importingMedia,
@@ -37,7 +39,7 @@ class KavelProject : public QObject
     Q_PROPERTY(QList<kavel::Paragraph> paragraphs READ paragraphs WRITE setParagraphs NOTIFY
                    paragraphsChanged)
     Q_PROPERTY(kavel::ProjectStatus status READ status WRITE setStatus NOTIFY statusChanged)
-    Q_PROPERTY(QUrl bundleURL READ bundleURL CONSTANT)
+    Q_PROPERTY(QUrl bundleURL READ bundleURL NOTIFY metadataChanged)
 
 public:
     KavelProject(ProjectMetadata metadata, QUrl bundleURL, QObject *parent = nullptr);
@@ -51,6 +53,18 @@ public:
     // DecodeError (naming the file) for an unreadable or malformed "project.json". A
     // missing or unreadable timeline is not an error: the project has no paragraphs.
     static std::unique_ptr<KavelProject> load(const QUrl &bundleURL);
+    // load() for editing: the bundle is claimed for this process first, so no other
+    // window or kavel-cli run writes to it while this object lives. Throws Error naming
+    // the bundle when another process has it open.
+    static std::unique_ptr<KavelProject> open(const QUrl &bundleURL);
+    // Claims the bundle for this process as open() does, for a project made by create().
+    // Throws Error naming the bundle when another process has it open.
+    void claim();
+
+    // Renames the project and its bundle folder ("<title>.kavel") together. Throws Error
+    // in the user's words, leaving both as they were, for a title that cannot be a file
+    // name or is already another project's, and for a bundle another process has open.
+    void rename(const QString &title);
 
     const ProjectMetadata &metadata() const { return m_metadata; }
     void setMetadata(const ProjectMetadata &metadata);
@@ -101,7 +115,8 @@ private:
     ProjectMetadata m_metadata;
     QList<Paragraph> m_paragraphs;
     ProjectStatus m_status = ProjectStatus::created;
-    const QUrl m_bundleURL;
+    QUrl m_bundleURL;
+    std::shared_ptr<BundleLock> m_lock;
     QString m_timelineLoadError;
     std::optional<QString> m_damagedTimelineBackup;
 };

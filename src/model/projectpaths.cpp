@@ -1,6 +1,7 @@
 #include "projectpaths.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 namespace kavel {
@@ -28,6 +29,25 @@ QString invalidTitleReason(const QString &title)
     if (title.toUtf8().size() + 1 + bundleExtension.size() > 255)
         return QStringLiteral("项目名称过长");
     return {};
+}
+
+QString titleForMedia(const QString &mediaPath, const QString &directory)
+{
+    QString base = QFileInfo(mediaPath).completeBaseName().trimmed();
+    base.remove(QChar(0));
+    // A leading dot would hide the bundle in the file manager.
+    while (base.startsWith(u'.'))
+        base.remove(0, 1);
+    // Room for the number a second project of the same name gets.
+    while (base.toUtf8().size() + 1 + bundleExtension.size() > 240)
+        base.chop(1);
+    if (!invalidTitleReason(base).isEmpty())
+        base = QStringLiteral("未命名项目");
+    QString title = base;
+    const QDir folder(directory);
+    for (int n = 2; QFileInfo::exists(folder.filePath(title + u'.' + bundleExtension)); ++n)
+        title = QStringLiteral("%1 %2").arg(base).arg(n);
+    return title;
 }
 
 } // namespace kavel

@@ -1,8 +1,10 @@
 #include "projectstore.h"
 
+#include "bundlelock.h"
 #include "errors.h"
 #include "fileio.h"
 #include "jsonfields.h"
+#include "kavelproject.h"
 #include "projectmetadata.h"
 #include "projectpaths.h"
 #include "timeline.h"
@@ -183,13 +185,29 @@ std::optional<ProjectReference> ProjectStore::summarise(const QString &bundlePat
     return reference;
 }
 
-void ProjectStore::deleteProject(const ProjectReference &reference)
+trash::TrashedItem ProjectStore::deleteProject(const ProjectReference &reference)
 {
-    QFile bundle(reference.bundlePath);
-    if (!bundle.moveToTrash()) {
-        log(u"Failed to delete project: "_s + bundle.errorString());
-        QDir(reference.bundlePath).removeRecursively();
-    }
+    // Claimed for a moment only to learn whether another process has it open: its edits
+    // would otherwise go on into the trash.
+    if (!BundleLock::isHeldHere(reference.bundlePath))
+        BundleLock::acquire(reference.bundlePath);
+    trash::TrashedItem item = trash::moveToTrash(reference.bundlePath);
+    log(u"Moved "_s + reference.bundlePath + u" to "_s + item.trashedPath);
+    refresh();
+    return item;
+}
+
+void ProjectStore::restoreProject(const trash::TrashedItem &item)
+{
+    trash::restore(item);
+    refresh();
+}
+
+void ProjectStore::renameProject(const ProjectReference &reference, const QString &title)
+{
+    if (BundleLock::isHeldHere(reference.bundlePath))
+        throw Error(u"无法重命名：项目“%1”正在使用中。"_s.arg(reference.title));
+    KavelProject::load(QUrl::fromLocalFile(reference.bundlePath))->rename(title);
     refresh();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "trash.h"
+
 #include <QDateTime>
 #include <QHash>
 #include <QImage>
@@ -67,8 +69,14 @@ public:
     // Reads every bundle and makes its thumbnail, synchronously. When the folder cannot
     // be listed the list stays as it was.
     void refresh();
-    // Moves the bundle to the trash, or removes it when that fails, then refreshes.
-    void deleteProject(const ProjectReference &reference);
+    // Moves the bundle to the desktop's trash and refreshes. Throws Error, deleting
+    // nothing, when no trash can take it or another process has the project open.
+    trash::TrashedItem deleteProject(const ProjectReference &reference);
+    // Brings a deleted project back from the trash and refreshes. Throws Error.
+    void restoreProject(const trash::TrashedItem &item);
+    // Renames a project that is not open in this process (KavelProject::rename() renames
+    // an open one), then refreshes. Throws Error with the reason in the user's words.
+    void renameProject(const ProjectReference &reference, const QString &title);
 
 Q_SIGNALS:
     void projectsChanged();

@@ -3,9 +3,11 @@
 #include "shellfixture.h"
 #include "support/privatebus.h"
 
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
+#include <QPushButton>
 #include <QToolButton>
 
 using namespace kavel;
@@ -52,7 +54,7 @@ protected:
     }
 };
 
-TEST_F(HomePageTest, CardsAreFoundByTitleInGridOrListAndTheirMenuDeletesOrOpens)
+TEST_F(HomePageTest, CardsAreFoundByNameAndTheirMenuRenamesDeletesWithUndoOrOpens)
 {
     // Trimmed and case-blind, the query is matched as typed: inner spaces count.
     const std::pair<QString, QStringList> searches[] = {
@@ -74,21 +76,66 @@ TEST_F(HomePageTest, CardsAreFoundByTitleInGridOrListAndTheirMenuDeletesOrOpens)
     home->gridButton()->click();
     EXPECT_EQ(home->cards().first()->sizeHint().height(), gridCardHeight);
 
-    // The card's menu deletes its project; on the window's home page one opens a project.
-    ProjectCard *card = home->cards().first();
-    const QList<QAction *> actions = card->createContextMenu()->actions();
-    ASSERT_EQ(actions.size(), 3); // open, reveal, delete
-    const QString bundle = card->reference().bundlePath;
-    // In the test environment the trash can resolve relative to the working folder; keep
-    // it out of the checkout.
-    const QString workingFolder = QDir::currentPath();
-    QTemporaryDir trashHost;
-    QDir::setCurrent(trashHost.path());
-    actions.at(2)->trigger();
-    QDir::setCurrent(workingFolder);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    // The card's menu renames its project (refusals are said and change nothing), and the
+    // search finds it by its new name.
     home->searchField()->clear();
+    const auto menuOf = [this](const QString &title) {
+        for (ProjectCard *card : home->cards()) {
+            if (card->reference().title == title)
+                return card->createContextMenu()->actions();
+        }
+        return QList<QAction *> {};
+    };
+    const auto renameTo = [this](const QString &title) {
+        QInputDialog *dialog = home->renameDialog();
+        ASSERT_NE(dialog, nullptr);
+        dialog->setTextValue(title);
+        dialog->accept();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    };
+    QList<QAction *> actions = menuOf(u"Interview"_s);
+    ASSERT_EQ(actions.size(), 4); // open, rename, reveal, delete
+    const std::pair<QString, QString> refusals[] = {
+        {u"Beach day"_s, u"无法重命名：已有名为“Beach day”的项目。"_s},
+        {u""_s, u"无法重命名：项目名称不能为空。"_s},
+        {u"2024/03"_s, u"无法重命名：项目名称不能包含“/”。"_s},
+    };
+    for (const auto &[title, message] : refusals) {
+        actions.at(1)->trigger();
+        EXPECT_EQ(home->renameDialog()->textValue(), u"Interview"_s);
+        renameTo(title);
+        ASSERT_NE(home->alert(), nullptr);
+        EXPECT_EQ(home->alert()->text(), message);
+        home->alert()->accept();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    actions.at(1)->trigger();
+    renameTo(u"lesson-3"_s);
+    EXPECT_TRUE(QFileInfo::exists(projectsDir.filePath(u"lesson-3.kavel/project.json"_s)));
+    EXPECT_FALSE(QFileInfo::exists(projectsDir.filePath(u"Interview.kavel"_s)));
+    home->searchField()->setText(u"LESSON"_s);
+    EXPECT_EQ(cardTitles(), QStringList({u"lesson-3"_s}));
+    home->searchField()->clear();
+
+    // Its menu deletes it to the trash, and 撤销 brings it back while the offer stands.
+    const QString bundle = projectsDir.filePath(u"lesson-3.kavel"_s);
+    menuOf(u"lesson-3"_s).at(3)->trigger();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_FALSE(QFileInfo::exists(bundle));
+    EXPECT_TRUE(
+        QFileInfo::exists(QDir::homePath() + u"/.local/share/Trash/files/lesson-3.kavel"_s));
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
+    EXPECT_FALSE(home->undoBar()->isHidden());
+    EXPECT_EQ(home->undoLabel()->text(), u"已将“lesson-3”移到回收站"_s);
+    home->undoButton()->click();
+    EXPECT_TRUE(home->undoBar()->isHidden());
+    EXPECT_TRUE(QFileInfo::exists(bundle + u"/project.json"_s));
+    EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s, u"lesson-3"_s}));
+    // A later deletion makes its own offer.
+    menuOf(u"lesson-3"_s).at(3)->trigger();
+    EXPECT_FALSE(QFileInfo::exists(bundle));
+    EXPECT_FALSE(home->undoBar()->isHidden());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_EQ(cardTitles(), QStringList({u"Beach day"_s, u"beach walk"_s}));
 
     makeWindow();

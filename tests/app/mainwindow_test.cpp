@@ -1,6 +1,8 @@
 #include "app/exportdialog.h"
 #include "app/maineditorview.h"
+#include "app/projecttitle.h"
 #include "app/screens.h"
+#include "app/singleinstance.h"
 #include "app/videoplayerview.h"
 #include "export/exportflow.h"
 #include "export/fakerenderer.h"
@@ -8,13 +10,18 @@
 #include "model/recoveryjournal.h"
 #include "playback/guideplayerviewmodel.h"
 #include "shellfixture.h"
+#include "support/testenvironment.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocalServer>
+#include <QProcess>
+#include <QSignalSpy>
 #include <QSlider>
 #include <QToolButton>
+#include <unistd.h>
 
 using namespace kavel;
 using namespace kavel::app;
@@ -57,7 +64,16 @@ TEST_F(MainWindowTest, SignedOutImportAsksForASignInAndOpenTakesABundleOrExplain
     // A project that cannot be opened is explained once.
     const QString garbled = makeProject(u"Garbled"_s);
     test::writeFile(QDir(garbled).filePath(u"project.json"_s), "{\"title\": ");
+    // One that another window has open is refused, naming it and who has it.
+    const QString taken = makeProject(u"Taken"_s);
+    QProcess holder;
+    holder.start(u"sleep"_s, {u"60"_s});
+    ASSERT_TRUE(holder.waitForStarted());
+    test::claimBundleFor(taken, holder.processId(), u"sleep"_s);
     const std::pair<QString, QString> failures[] = {
+        {taken,
+         u"打开项目失败: 项目“Taken”已在另一个 Kavel 窗口或程序中打开（sleep，进程 %1），请先在那里关闭它。"_s
+             .arg(holder.processId())},
         {QDir(dir.path()).filePath(u"missing.kavel"_s), u"打开项目失败: 项目文件不存在"_s},
         {garbled,
          u"打开项目失败: 数据格式不正确：JSON 无法解析（位于 %1/project.json）"_s.arg(garbled)},
@@ -107,6 +123,86 @@ TEST_F(MainWindowTest, SignedOutImportAsksForASignInAndOpenTakesABundleOrExplain
     EXPECT_EQ(text(), u"one two three"_s);
     main->redoAction()->trigger();
     EXPECT_EQ(text(), QString());
+}
+
+TEST_F(MainWindowTest, ADamagedTranscriptIsReportedOnEveryOpenAndTheTitleRenamesTheProject)
+{
+    const QString broken = makeProject(u"Lesson"_s);
+    const QString timeline = QDir(broken).filePath(u"timeline.json"_s);
+    test::writeFile(timeline, QByteArray("{\"paragraphs\": [{\"id\": \"").leftJustified(3000, ' '));
+    QString backup;
+    for (int open = 0; open < 2; ++open) {
+        main->openProject(QUrl::fromLocalFile(broken));
+        EXPECT_EQ(main->currentScreen(), main->editorView());
+        QMessageBox *box = main->currentAlert();
+        ASSERT_NE(box, nullptr);
+        const QStringList copies
+            = QDir(broken + u"/cache"_s).entryList({u"timeline-damaged-*.json"_s});
+        ASSERT_EQ(copies.size(), 1);
+        backup = broken + u"/cache/"_s + copies.first();
+        EXPECT_EQ(
+            box->text(),
+            u"项目“Lesson”的转写稿无法读取，项目打开时没有文字。\n\n损坏的转写稿已备份到：\n"_s
+                + backup);
+        box->accept();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        main->navigate(NavigationItem::home);
+    }
+
+    // A double click on the title edits it; Enter renames the open project's bundle, a
+    // name that cannot be a folder's is explained and changes nothing.
+    main->openProject(QUrl::fromLocalFile(broken));
+    main->currentAlert()->accept();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ProjectTitle *title = main->editorView()->projectTitle();
+    EXPECT_EQ(title->title(), u"Lesson"_s);
+    const auto renameTo = [&](const QString &name) {
+        QTest::mouseDClick(title->label(), Qt::LeftButton);
+        ASSERT_TRUE(title->isEditing());
+        title->field()->setText(name);
+        QTest::keyClick(title->field(), Qt::Key_Return);
+        EXPECT_FALSE(title->isEditing());
+    };
+    renameTo(u"a/b"_s);
+    answerAlert(u"无法重命名：项目名称不能包含“/”。"_s, u"确定"_s);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(vm.project()->bundlePath(), broken);
+    renameTo(u"第三课"_s);
+    EXPECT_EQ(main->currentAlert(), nullptr);
+    const QString renamed = projectsDir.filePath(u"第三课.kavel"_s);
+    EXPECT_EQ(vm.project()->bundlePath(), renamed);
+    EXPECT_EQ(title->title(), u"第三课"_s);
+    EXPECT_FALSE(QFileInfo::exists(broken));
+    EXPECT_TRUE(QFileInfo::exists(renamed + u"/cache/"_s + QFileInfo(backup).fileName()));
+    EXPECT_EQ(store.projects().first().title, u"第三课"_s);
+}
+
+TEST_F(MainWindowTest, ASecondStartHandsItsFilesToTheRunningWindowAndEnds)
+{
+    // This process is the running Kavel; a real second `kavel` finds it in the runtime
+    // folder, hands over its (relative) path and ends without opening a window.
+    QTemporaryDir runtime;
+    const QString socket = QDir(runtime.path()).filePath(u"kavel-%1.socket"_s.arg(::getuid()));
+    SingleInstance running(socket);
+    ASSERT_EQ(running.handOverOrListen({}), SingleInstance::Role::first);
+    QObject::connect(&running, &SingleInstance::filesReceived, main.get(), &MainWindow::openFiles);
+    QSignalSpy received(&running, &SingleInstance::filesReceived);
+    const QString bundle = makeProject(u"Handed"_s);
+
+    QProcess second;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"XDG_RUNTIME_DIR"_s, runtime.path());
+    environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    second.setProcessEnvironment(environment);
+    second.setWorkingDirectory(projectsDir.path());
+    second.start(test::programPath(u"kavel"_s), {u"Handed.kavel"_s});
+    // The answer comes from this process's event loop, so it must run meanwhile.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return second.state() == QProcess::NotRunning; }, 30000));
+    EXPECT_EQ(second.exitCode(), 0) << second.readAllStandardError().toStdString();
+    ASSERT_TRUE(received.count() == 1 || received.wait(5000));
+    EXPECT_EQ(received.first().first().toStringList(), QStringList {bundle});
+    EXPECT_EQ(vm.project() ? vm.project()->bundlePath() : QString(), bundle);
+    EXPECT_EQ(main->currentScreen(), main->editorView());
 }
 
 TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeaving)

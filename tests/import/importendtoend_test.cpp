@@ -248,7 +248,8 @@ TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
         run.errors.contains(u"[Notification] Kavel: 嘿，您的视频已经准备好了，让我们开始吧！"_s))
         << run.errors.toStdString();
     const QString bundle = run.output.trimmed();
-    EXPECT_TRUE(bundle.startsWith(projects.path() + u"/项目_"_s)) << bundle.toStdString();
+    // Named after the file it was made from.
+    EXPECT_EQ(bundle, projects.path() + u"/Interview.kavel"_s);
     const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     expectSpeech(project->paragraphs(), project->metadata().sourceFiles.first().id);
 

@@ -1,7 +1,9 @@
+#include "model/bundlelock.h"
 #include "model/errors.h"
 #include "model/fileio.h"
 #include "model/jsonfields.h"
 #include "model/kavelproject.h"
+#include "model/projectpaths.h"
 #include "model/timeline.h"
 #include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
@@ -308,3 +310,97 @@ TEST_F(ProjectBundle, AFullDiskKeepsEveryFileAsItWasAndSaysSo)
     if (mounted)
         QProcess::execute(u"umount"_s, {tiny});
 }
+
+namespace {
+
+// What the Error thrown by `action` says, or nothing.
+QString errorOf(const std::function<void()> &action)
+{
+    try {
+        action();
+    } catch (const Error &error) {
+        return error.description();
+    }
+    return {};
+}
+
+TEST_F(ProjectBundle, NewProjectsAreNamedAfterTheirFileAndRenameMovesTheBundleOrSaysWhyNot)
+{
+    const std::pair<QString, QString> names[] = {
+        {u"/media/lesson-3.mp4"_s, u"lesson-3"_s},
+        {u"/media/Interview.final.mov"_s, u"Interview.final"_s},
+        {u"/media/..hidden.wav"_s, u"hidden"_s},
+        {u"/media/.mp4"_s, u"未命名项目"_s},
+        {u""_s, u"未命名项目"_s},
+    };
+    for (const auto &[file, title] : names)
+        EXPECT_EQ(titleForMedia(file, dir.path()), title) << file.toStdString();
+    KavelProject::create(u"lesson-3"_s, dir.path());
+    KavelProject::create(u"lesson-3 2"_s, dir.path());
+    EXPECT_EQ(titleForMedia(u"/elsewhere/lesson-3.mp4"_s, dir.path()), u"lesson-3 3"_s);
+
+    auto project = KavelProject::open(QUrl::fromLocalFile(path(u"lesson-3.kavel"_s)));
+    project->setParagraphs(sampleParagraphs());
+    project->saveTimeline();
+    const std::pair<QString, QString> refusals[] = {
+        {u"lesson-3 2"_s, u"无法重命名：已有名为“lesson-3 2”的项目。"_s},
+        {u"  "_s, u"无法重命名：项目名称不能为空。"_s},
+        {u"a/b"_s, u"无法重命名：项目名称不能包含“/”。"_s},
+    };
+    for (const auto &[title, message] : refusals) {
+        EXPECT_EQ(errorOf([&] { project->rename(title); }), message);
+        EXPECT_EQ(project->bundlePath(), path(u"lesson-3.kavel"_s));
+        EXPECT_EQ(project->metadata().title, u"lesson-3"_s);
+    }
+
+    // The folder, the name inside and the claim move together; the words stay.
+    project->rename(u"第三课"_s);
+    EXPECT_EQ(project->bundlePath(), path(u"第三课.kavel"_s));
+    EXPECT_FALSE(QFileInfo::exists(path(u"lesson-3.kavel"_s)));
+    EXPECT_TRUE(QFileInfo::exists(path(u"第三课.kavel/.kavel-lock"_s)));
+    const auto reloaded = KavelProject::load(project->bundleURL());
+    EXPECT_EQ(reloaded->metadata().title, u"第三课"_s);
+    EXPECT_EQ(reloaded->paragraphs(), project->paragraphs());
+    EXPECT_TRUE(BundleLock::isHeldHere(project->bundlePath()));
+    EXPECT_FALSE(BundleLock::isHeldHere(path(u"lesson-3.kavel"_s)));
+    project.reset();
+    EXPECT_FALSE(QFileInfo::exists(path(u"第三课.kavel/.kavel-lock"_s)));
+}
+
+TEST_F(ProjectBundle, ABundleOpenInAnotherProcessIsRefusedAndADeadOnesClaimTakenOver)
+{
+    const QString bundle = KavelProject::create(u"共享"_s, dir.path())->bundlePath();
+    const QUrl url = QUrl::fromLocalFile(bundle);
+
+    QProcess holder;
+    holder.start(u"sleep"_s, {u"30"_s});
+    ASSERT_TRUE(holder.waitForStarted());
+    test::claimBundleFor(bundle, holder.processId(), u"sleep"_s);
+    EXPECT_EQ(
+        errorOf([&] { KavelProject::open(url); }),
+        u"项目“共享”已在另一个 Kavel 窗口或程序中打开（sleep，进程 %1），请先在那里关闭它。"_s.arg(
+            holder.processId()));
+    EXPECT_FALSE(errorOf([&] { KavelProject::load(url)->rename(u"改名"_s); }).isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(bundle));
+    // Reading for a look is not writing: the project list and `info` still load it.
+    EXPECT_EQ(KavelProject::load(url)->metadata().title, u"共享"_s);
+
+    holder.kill();
+    holder.waitForFinished();
+    // Every object of this process shares one claim.
+    auto first = KavelProject::open(url);
+    auto second = KavelProject::open(url);
+    first.reset();
+    EXPECT_TRUE(BundleLock::isHeldHere(bundle));
+    second.reset();
+    EXPECT_FALSE(BundleLock::isHeldHere(bundle));
+    EXPECT_FALSE(QFileInfo::exists(QDir(bundle).filePath(BundleLock::fileName)));
+
+    // A project being made (an import) is claimed from the start.
+    const auto made = KavelProject::create(u"导入中"_s, dir.path());
+    made->claim();
+    EXPECT_TRUE(QFileInfo::exists(QDir(made->bundlePath()).filePath(BundleLock::fileName)));
+    EXPECT_TRUE(BundleLock::isHeldHere(made->bundlePath()));
+}
+
+} // namespace

@@ -1,6 +1,7 @@
 #include "generatedmedia.h"
 #include "media/mlt/mltengine.h"
 #include "media/recordingsummary.h"
+#include "model/errors.h"
 #include "model/fileio.h"
 #include "model/kavelproject.h"
 #include "model/projectstore.h"
@@ -9,11 +10,14 @@
 #include "support/transcriptbuilder.h"
 
 #include <QDir>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace kavel;
@@ -124,26 +128,52 @@ TEST_F(Projects, RefreshSummarisesBundlesNewestFirst)
     EXPECT_EQ(projectReferenceFromJson(toJson(first)), first);
 }
 
-TEST_F(Projects, DeletingMovesToTheTrashAndAListThatCannotBeReadIsKept)
+QString trashRecord(const QString &infoPath)
 {
-    const QString trash
-        = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/Trash"_s;
-    QDir().mkpath(QFileInfo(trash).absolutePath());
+    return QString::fromUtf8(fileio::readFile(infoPath));
+}
+
+TEST_F(Projects, DeletingMovesToTheTrashUndoBringsItBackAndAListThatCannotBeReadIsKept)
+{
+    // The desktop's trash under the data folder of this HOME, never the working folder.
+    const QString trash = QDir::homePath() + u"/.local/share/Trash"_s;
     const QString kept = makeBundle(u"留下"_s, march, 1);
     const QString trashed = makeBundle(u"删除"_s, march.addDays(1), 1);
     store.refresh();
     ASSERT_EQ(titles(), (QStringList {u"删除"_s, u"留下"_s}));
 
-    store.deleteProject(store.projects().first());
+    const trash::TrashedItem first = store.deleteProject(store.projects().first());
     EXPECT_FALSE(QFileInfo::exists(trashed));
-    EXPECT_TRUE(QFileInfo::exists(trash + u"/files/删除.kavel/project.json"_s));
+    EXPECT_EQ(first.trashedPath, trash + u"/files/删除.kavel"_s);
+    EXPECT_TRUE(QFileInfo::exists(first.trashedPath + u"/project.json"_s));
     EXPECT_EQ(titles(), QStringList {u"留下"_s});
+    const QString record = trashRecord(first.infoPath);
+    EXPECT_TRUE(record.startsWith(u"[Trash Info]\nPath="_s
+                                  + QString::fromLatin1(QUrl::toPercentEncoding(trashed, "/"))
+                                  + u"\nDeletionDate="_s))
+        << record.toStdString();
+    EXPECT_TRUE(QDateTime::fromString(record.section(u"DeletionDate="_s, 1).trimmed(),
+                                      u"yyyy-MM-ddTHH:mm:ss"_s)
+                    .isValid());
 
-    // A bundle that is already gone cannot be trashed; the list refreshes all the same.
+    // A second project of the same name gets a name of its own in the trash; bringing the
+    // first back is refused while the second stands in its place.
+    makeBundle(u"删除"_s, march.addDays(2), 1);
+    store.refresh();
+    const trash::TrashedItem second = store.deleteProject(store.projects().first());
+    EXPECT_EQ(second.trashedPath, trash + u"/files/删除.2.kavel"_s);
+    EXPECT_TRUE(QFileInfo::exists(trash + u"/info/删除.2.kavel.trashinfo"_s));
+    store.restoreProject(second);
+    EXPECT_FALSE(QFileInfo::exists(second.infoPath));
+    EXPECT_THROW(store.restoreProject(first), Error);
+    EXPECT_TRUE(QFileInfo::exists(first.trashedPath));
+    EXPECT_EQ(titles(), (QStringList {u"删除"_s, u"留下"_s}));
+
+    // A bundle that is already gone cannot be trashed: said, and nothing else changes.
     ProjectReference stale = store.projects().first();
     stale.bundlePath = root.filePath(u"gone.kavel"_s);
-    store.deleteProject(stale);
-    EXPECT_EQ(titles(), QStringList {u"留下"_s});
+    EXPECT_THROW(store.deleteProject(stale), Error);
+    EXPECT_EQ(titles(), (QStringList {u"删除"_s, u"留下"_s}));
     EXPECT_TRUE(QFileInfo::exists(kept));
 
     // A folder that cannot be listed lists nothing, or keeps the list it had.
@@ -152,7 +182,79 @@ TEST_F(Projects, DeletingMovesToTheTrashAndAListThatCannotBeReadIsKept)
     EXPECT_TRUE(elsewhere.projects().isEmpty());
     root.remove();
     store.refresh();
-    EXPECT_EQ(titles(), QStringList {u"留下"_s});
+    EXPECT_EQ(titles(), (QStringList {u"删除"_s, u"留下"_s}));
+}
+
+// A volume of its own (a tmpfs; mounting needs root, as in CI) to trash across devices.
+class OtherVolume : public Projects
+{
+protected:
+    QTemporaryDir mountPoint;
+    bool mounted = false;
+
+    void SetUp() override
+    {
+        QProcess mount;
+        mount.start(
+            u"mount"_s,
+            {u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=16m"_s, u"kaveltest"_s, mountPoint.path()});
+        mounted = mount.waitForFinished(10000) && mount.exitStatus() == QProcess::NormalExit
+            && mount.exitCode() == 0;
+        if (!mounted)
+            GTEST_SKIP() << "mounting a tmpfs is not permitted here";
+    }
+
+    void TearDown() override
+    {
+        if (mounted)
+            QProcess::execute(u"umount"_s, {mountPoint.path()});
+    }
+
+    QString bundleOnVolume(const QString &title)
+    {
+        auto project = KavelProject::create(title, mountPoint.path());
+        return project->bundlePath();
+    }
+};
+
+TEST_F(OtherVolume, TrashGoesToTheVolumesOwnTrashOrNothingIsDeleted)
+{
+    const QString top = mountPoint.path();
+    const QString uid = QString::number(::getuid());
+    ProjectReference project;
+
+    // No trash there yet: ".Trash-<uid>" is made, and the record is relative to the volume.
+    project.bundlePath = bundleOnVolume(u"外盘"_s);
+    const trash::TrashedItem own = store.deleteProject(project);
+    EXPECT_EQ(own.trashedPath, top + u"/.Trash-"_s + uid + u"/files/外盘.kavel"_s);
+    EXPECT_TRUE(trashRecord(own.infoPath).contains(u"\nPath=%E5%A4%96%E7%9B%98.kavel\n"_s))
+        << trashRecord(own.infoPath).toStdString();
+    EXPECT_EQ(QFileInfo(top + u"/.Trash-"_s + uid).permissions() & QFileDevice::ReadOther,
+              QFileDevice::Permissions());
+    store.restoreProject(own);
+    EXPECT_TRUE(QFileInfo::exists(project.bundlePath + u"/project.json"_s));
+
+    // The administrator's ".Trash" with the sticky bit is used, with a folder per user.
+    QDir(top).mkdir(u".Trash"_s);
+    ASSERT_EQ(::chmod(QFile::encodeName(top + u"/.Trash"_s), 01777), 0);
+    EXPECT_EQ(store.deleteProject(project).trashedPath,
+              top + u"/.Trash/"_s + uid + u"/files/外盘.kavel"_s);
+
+    // Without the sticky bit it is not safe to share, and where no trash can be made the
+    // project stays and the user is told why.
+    project.bundlePath = bundleOnVolume(u"无处可去"_s);
+    ASSERT_EQ(::chmod(QFile::encodeName(top + u"/.Trash"_s), 0777), 0);
+    QDir(top + u"/.Trash-"_s + uid).removeRecursively();
+    test::writeFile(top + u"/.Trash-"_s + uid, "not a folder");
+    try {
+        store.deleteProject(project);
+        ADD_FAILURE() << "deleted without a trash";
+    } catch (const Error &error) {
+        EXPECT_EQ(
+            error.description(),
+            u"未能将“无处可去.kavel”移到回收站（所在磁盘没有可用的回收站），它没有被删除。"_s);
+    }
+    EXPECT_TRUE(QFileInfo::exists(project.bundlePath + u"/project.json"_s));
 }
 
 TEST(ProjectCardTexts, DatesSizesAndDurations)

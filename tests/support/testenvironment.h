@@ -15,6 +15,10 @@ QString programPath(const QString &name);
 // Writes bytes to a file, creating parent folders; fails the current test on error.
 void writeFile(const QString &path, const QByteArray &bytes);
 
+// Makes the bundle look open in another process, as that process's own claim would: Qt's
+// lock file, with its id and program name.
+void claimBundleFor(const QString &bundle, qint64 pid, const QString &program);
+
 } // namespace kavel::test
 
 namespace kavel::test {

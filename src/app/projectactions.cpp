@@ -1,0 +1,45 @@
+#include "projectactions.h"
+
+#include "editor/editorviewmodel.h"
+#include "model/errors.h"
+#include "model/projectstore.h"
+#include "playback/videoplayerviewmodel.h"
+
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+QString renameProject(EditorViewModel &editor, ProjectStore &store, const QString &bundlePath,
+                      const QString &title)
+{
+    KavelProject *open = editor.project();
+    try {
+        if (!open || QFileInfo(open->bundlePath()) != QFileInfo(bundlePath)) {
+            for (const ProjectReference &reference : store.projects()) {
+                if (QFileInfo(reference.bundlePath) == QFileInfo(bundlePath)) {
+                    store.renameProject(reference, title);
+                    return {};
+                }
+            }
+            return u"无法重命名：找不到这个项目。"_s;
+        }
+        if (editor.isProcessing())
+            return u"无法重命名：项目正在导入中，请等导入完成。"_s;
+        open->rename(title);
+    } catch (const Error &error) {
+        return error.description();
+    }
+    // The player reads the recordings from inside the bundle, which has just moved.
+    QList<PlaybackSource> sources;
+    for (const SourceFile &file : open->metadata().sourceFiles) {
+        if (const auto url = open->sourceFileURL(file.id))
+            sources.append({file.id, *url});
+    }
+    editor.playerVM().loadSources(sources);
+    store.refresh();
+    return {};
+}
+
+} // namespace kavel::app

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QWidget>
+
+class QLabel;
+class QLineEdit;
+
+namespace kavel::app {
+
+// The open project's name at the top of the editor. A double click turns it into a field:
+// Enter (or leaving the field) asks for the new name, Escape keeps the old one.
+class ProjectTitle : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit ProjectTitle(QWidget *parent = nullptr);
+
+    void setTitle(const QString &title);
+    QString title() const;
+    void startEditing();
+    bool isEditing() const;
+
+    QLabel *label() const { return m_label; }
+    QLineEdit *field() const { return m_field; }
+
+Q_SIGNALS:
+    void renameRequested(const QString &title);
+
+protected:
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void finishEditing(bool keep);
+
+    QLabel *m_label;
+    QLineEdit *m_field;
+};
+
+} // namespace kavel::app
