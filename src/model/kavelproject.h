@@ -83,6 +83,8 @@ public:
     // writes nothing, so that looking at a project never changes it; whoever is about to
     // write over the transcript calls this first, and saveTimeline() does so itself.
     std::optional<QString> backUpDamagedTimeline();
+    // Where backUpDamagedTimeline() put the copy, once it has.
+    const std::optional<QString> &damagedTimelineBackup() const { return m_damagedTimelineBackup; }
 
     const QUrl &bundleURL() const { return m_bundleURL; }
     QString bundlePath() const { return m_bundleURL.toLocalFile(); }
