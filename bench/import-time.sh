@@ -66,4 +66,4 @@ median=$(printf '%s\n' "${times[@]}" | sort -n | awk '{a[NR]=$1} END {print (NR%
 printf 'median: %.2f s over %d runs\n' "$median" "$runs"
 upload=$(grep -oE 'queued: .*, [0-9]+ bytes' "$work/server.log" | tail -n 1 | grep -oE '[0-9]+ bytes$' || true)
 echo "upload: $upload for $(stat -c %s "$work/lesson.m4a") bytes of source"
-grep -oE 's of audio in [0-9.]+ s' "$work/server.log" | sed 's/^/recognition: /' | tail -n "$runs"
+grep -oE "[0-9.]+ s of audio in [0-9.]+ s" "$work/server.log" | sed 's/^/recognition: /' | tail -n "$runs"

@@ -3,7 +3,10 @@
 #include "ratelimiter.h"
 #include "smssender.h"
 #include "store.h"
+#include "taskprogress.h"
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -26,6 +29,9 @@ struct HttpOptions
     std::string tlsCertificate;
     std::string tlsKey;
     int threads = 16;
+    // The progress of the tasks this process recognises; without it a running task
+    // reports none until it ends.
+    TaskProgress *progress = nullptr;
 };
 
 class HttpService
@@ -55,6 +61,9 @@ private:
     void me(const httplib::Request &request, httplib::Response &response);
     void upload(const httplib::Request &request, httplib::Response &response);
     void poll(const httplib::Request &request, httplib::Response &response);
+    // How long a poll may wait for its task to move on: the "wait" query parameter in
+    // seconds, capped, and none while too many polls already wait.
+    std::chrono::milliseconds pollWait(const httplib::Request &request) const;
 
     Store &m_store;
     SmsSender &m_sms;
@@ -66,6 +75,7 @@ private:
     RateLimiter m_signInsByAddress;
     RateLimiter m_signInsByAccount;
     int m_listeningSocket = -1;
+    std::atomic<int> m_waitingPolls = 0;
     std::unique_ptr<httplib::Server> m_server;
 };
 

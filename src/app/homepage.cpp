@@ -1,7 +1,9 @@
 #include "homepage.h"
 
 #include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "filemanager.h"
+#include "importbadge.h"
 #include "symbolicons.h"
 
 #include <QContextMenuEvent>
@@ -298,6 +300,15 @@ void HomePage::finishImportAfterSignIn()
         startImport(urls);
 }
 
+void HomePage::setImports(ImportPipeline *imports)
+{
+    m_imports = imports;
+    // A new import's project gets its card at once, and a finished one its new figures.
+    if (imports)
+        connect(imports, &ImportPipeline::activeCountChanged, this, [this] { m_store.refresh(); });
+    rebuildCards();
+}
+
 void HomePage::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
@@ -335,6 +346,8 @@ void HomePage::rebuildCards()
                 [](const QString &path) { revealInFileManager(path); });
         connect(card, &ProjectCard::deleteRequested, this,
                 [this](const ProjectReference &r) { m_store.deleteProject(r); });
+        if (m_imports)
+            ImportBadge::attach(card, ref.bundlePath, *m_imports);
         if (rows)
             rows->addWidget(card);
         else

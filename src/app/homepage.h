@@ -13,7 +13,8 @@ class QVBoxLayout;
 
 namespace kavel {
 class EditorViewModel;
-}
+class ImportPipeline;
+} // namespace kavel
 
 namespace kavel::app {
 
@@ -105,6 +106,8 @@ public:
     // Asks for files with the dialog, then starts their import; signed out, the dialog is
     // not shown at all.
     void pickAndImport();
+    // The imports whose progress the cards show.
+    void setImports(ImportPipeline *imports);
 
 Q_SIGNALS:
     void openProjectRequested(const QUrl &bundleUrl);
@@ -118,6 +121,7 @@ private:
 
     EditorViewModel &m_editor;
     ProjectStore &m_store;
+    ImportPipeline *m_imports = nullptr;
     std::function<QList<QUrl>()> m_pickMedia;
     std::function<bool()> m_isSignedIn;
     QList<QUrl> m_awaitingSignIn;

@@ -20,6 +20,7 @@ class QToolButton;
 namespace kavel {
 class EditorViewModel;
 class ExportFlow;
+class ImportPipeline;
 class ProjectStore;
 namespace service {
 class AppState;
@@ -38,6 +39,7 @@ class MainEditorView;
 struct ShellServices
 {
     EditorViewModel *editor = nullptr;
+    ImportPipeline *imports = nullptr;
     service::AppState *appState = nullptr;
     service::Settings *settings = nullptr;
     ProjectStore *store = nullptr;
@@ -72,6 +74,9 @@ public:
     // Opens the bundle in the editor and shows it; a bundle that cannot be read is
     // reported in an alert instead.
     void openProject(const QUrl &bundleUrl);
+    // Makes the project for the files, opens it and queues its import; whatever else is
+    // open or importing carries on.
+    void startImport(const QList<QUrl> &urls);
     void showError(const QString &message);
     // Runs `proceed` once the open document may be left: at once when it has nothing
     // unsaved, else after the user chose 保存 (and the save worked) or 不保存; 取消 stops.
@@ -101,6 +106,9 @@ protected:
 
 private:
     void offerRecovery();
+    // Asks before a quit would cut imports short; runs `proceed` when there are none or
+    // the user chose to quit anyway.
+    void whenImportsMayStop(std::function<void()> proceed);
     QWidget *buildSidebar();
     void buildMenu();
     void openProjectFromPicker();

@@ -2,7 +2,7 @@
 
 #include "clisupport.h"
 #include "editor/desktopnotifier.h"
-#include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "editor/usernotifier.h"
 #include "media/ffmpeg/loudness.h"
 #include "media/mlt/mltaudioconverter.h"
@@ -13,6 +13,7 @@
 #include "service/settings.h"
 
 #include <QCommandLineParser>
+#include <QCoroSignal>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
@@ -46,6 +47,12 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
     awaitTask(session.restoreSession());
     if (!session.isAuthenticated())
         throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
+}
+
+QCoro::Task<> whenEnded(ImportJob &job)
+{
+    if (job.isActive())
+        co_await qCoro(&job, &ImportJob::ended);
 }
 
 } // namespace
@@ -113,28 +120,36 @@ int runImport(const QStringList &arguments)
     services.log = errorSink();
     if (!parser.isSet(noRefineOption))
         services.measureLoudness = media::ffmpeg::loudnessPerMillisecond;
-    EditorViewModel editor(engine, clock, std::move(services));
-    QObject::connect(&editor, &EditorViewModel::processingStatusChanged, &editor, [&editor] {
-        if (!editor.processingStatus().isEmpty())
-            err() << editor.processingStatus() << Qt::endl;
+    ImportPipeline imports(clock, std::move(services));
+    ImportJob *job = nullptr;
+    try {
+        job = imports.start(urls);
+    } catch (const Error &error) {
+        throw CommandFailure {u"无法创建项目: "_s + error.description()};
+    }
+    QString shown;
+    QObject::connect(job, &ImportJob::changed, job, [job, &shown] {
+        // The countdown and the percentage change often; each line is said once.
+        if (!job->status().isEmpty() && job->status() != shown)
+            err() << job->status() << Qt::endl;
+        shown = job->status();
     });
 
     // Nothing is left behind by an import that did not finish: the bundle is removed.
-    const auto discard = [&editor] {
-        if (editor.project())
-            QDir(editor.project()->bundlePath()).removeRecursively();
-    };
+    const QString bundle = job->bundlePath();
+    const auto discard = [&bundle] { QDir(bundle).removeRecursively(); };
     try {
-        awaitTask(editor.importAndTranscribe(urls), deadline, u"语音识别失败: 连接服务器超时"_s);
+        awaitTask(whenEnded(*job), deadline, u"语音识别失败: 连接服务器超时"_s);
     } catch (...) {
         discard();
         throw;
     }
-    if (!editor.project() || editor.project()->status() != ProjectStatus::ready) {
+    if (job->state() != ImportJob::State::finished) {
+        const QString reason = job->status();
         discard();
-        throw CommandFailure {editor.processingStatus()};
+        throw CommandFailure {reason};
     }
-    out() << editor.project()->bundlePath() << Qt::endl;
+    out() << bundle << Qt::endl;
     return 0;
 }
 
