@@ -99,67 +99,6 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
 }
 
-// The import pipeline is the only writer of the processing state; a subclass stands in,
-// changing it in the pipeline's order.
-class ProcessingEditor : public EditorViewModel
-{
-public:
-    using EditorViewModel::EditorViewModel;
-    void run(const QString &step, const QString &status)
-    {
-        setIsProcessing(true);
-        setTranscriptionStep(step);
-        setProcessingStatus(status);
-    }
-    void end(const QString &status)
-    {
-        setIsProcessing(false);
-        setProcessingStatus(status);
-        setTranscriptionStep({});
-    }
-};
-
-TEST(EditorScreenOverlay, ShowsTheStepWhileProcessingAndAFailureUntilClosed)
-{
-    test::FakeMediaEngine engine;
-    test::FakeClock clock;
-    ProcessingEditor editor(engine, clock);
-    MainEditorView view(editor);
-    view.resize(900, 600);
-    view.show();
-    QWidget *cover = view.processingOverlay();
-    const auto shown = [&](const QString &status, const QString &step, bool closable) {
-        QStringList current;
-        for (QLabel *label : view.stepLabels())
-            if (label->isVisible() && label->isEnabled())
-                current.append(label->text());
-        return cover->isVisible() && view.processingLabel()->text() == status
-            && current == (step.isEmpty() ? QStringList() : QStringList {step})
-            && view.dismissButton()->isVisible() == closable;
-    };
-    EXPECT_FALSE(cover->isVisible());
-    for (const QString &step : {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s}) {
-        editor.run(step, u"正在识别…"_s);
-        EXPECT_TRUE(shown(u"正在识别…"_s, step, false)) << step.toStdString();
-    }
-    EXPECT_EQ(cover->geometry(), view.rect());
-
-    // Ending well leaves nothing; a failure stays until closed or until the next import.
-    editor.end({});
-    EXPECT_FALSE(cover->isVisible());
-    for (const bool closeIt : {true, false}) {
-        editor.run(u"语音识别中"_s, u"正在识别…"_s);
-        editor.end(u"语音识别失败: 未知错误"_s);
-        EXPECT_TRUE(shown(u"语音识别失败: 未知错误"_s, {}, true));
-        if (closeIt) {
-            view.dismissButton()->click();
-            EXPECT_FALSE(cover->isVisible());
-        }
-    }
-    editor.run(u"提取音频"_s, u"正在提取音频..."_s);
-    EXPECT_TRUE(shown(u"正在提取音频..."_s, u"提取音频"_s, false));
-}
-
 // The size the surface reports for frames is walked by the full-screen part below.
 TEST(VideoSurface, LetterboxesTheLastFrameAndShowsAPlaceholderWithoutOne)
 {
