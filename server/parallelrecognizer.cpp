@@ -14,7 +14,7 @@ constexpr double longestStretch = 30.0;
 // Shorter stretches decode worse: the recogniser has less speech to adapt to at the start
 // of each.
 constexpr double shortestStretch = 4.0;
-constexpr int stretchesPerThread = 2;
+constexpr int stretchesPerThread = 1;
 
 } // namespace
 

@@ -24,8 +24,8 @@ public:
                                           const std::atomic<bool> &cancel) override;
 
     // Where a recording is cut for `threads` recognizers: every half minute, or shorter
-    // for a short recording, so that it still keeps every thread busy (about two stretches
-    // each, none shorter than a few seconds).
+    // for a short recording, so that it still keeps every thread busy (a stretch each, none
+    // shorter than a few seconds: each stretch costs a fresh start of the decoder).
     static std::vector<size_t> boundaries(std::span<const std::int16_t> samples, int threads);
 
 private:
