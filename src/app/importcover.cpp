@@ -61,6 +61,8 @@ ImportCover::ImportCover(EditorViewModel &editor, QWidget *topBar, QWidget *pare
     connect(&editor, &EditorViewModel::projectChanged, this, &ImportCover::refresh);
     connect(m_dismiss, &QPushButton::clicked, this, [this] {
         m_dismissed = openProjectJob();
+        if (!m_dismissed && m_editor.project())
+            m_dismissedEarlier = m_editor.project()->bundlePath();
         refresh();
     });
 }
@@ -87,12 +89,16 @@ void ImportCover::refresh()
     ImportJob *job = openProjectJob();
     const bool running = job && job->isActive();
     const bool failed = job && job->state() == ImportJob::State::failed && job != m_dismissed;
-    if (!running && !failed) {
+    // An import of an earlier run that a quit or a crash cut short says so in its project.
+    QString earlier;
+    if (!job && m_editor.project() && m_editor.project()->bundlePath() != m_dismissedEarlier)
+        earlier = ImportPipeline::failureOf(m_editor.project()->bundlePath());
+    if (!running && !failed && earlier.isEmpty()) {
         hide();
         return;
     }
-    m_status->setText(job->status());
-    const QString &current = job->step();
+    m_status->setText(job ? job->status() : earlier);
+    const QString current = job ? job->step() : QString();
     for (QLabel *label : std::as_const(m_stepLabels)) {
         QFont font = label->font();
         font.setBold(label->text() == current);
@@ -104,7 +110,7 @@ void ImportCover::refresh()
             label->setVisible(running && !current.isEmpty());
     }
     m_progress->setVisible(running && job->progress().has_value());
-    m_progress->setValue(static_cast<int>(job->progress().value_or(0.0) * 100.0));
+    m_progress->setValue(running ? static_cast<int>(job->progress().value_or(0.0) * 100.0) : 0);
     m_dismiss->setVisible(!running);
     fitToParent();
     raise();

@@ -52,6 +52,8 @@ private:
     QPushButton *m_dismiss;
     // The failed import whose reason the user closed.
     QPointer<ImportJob> m_dismissed;
+    // The bundle whose failed import of an earlier run the user closed.
+    QString m_dismissedEarlier;
 };
 
 } // namespace kavel::app

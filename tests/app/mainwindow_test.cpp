@@ -232,6 +232,17 @@ TEST_F(MainWindowTest, AnImportCoversOnlyItsOwnProjectAndQuittingAsksFirst)
     }
     EXPECT_EQ(ImportPipeline::failureOf(second->bundlePath()),
               u"导入被中断（应用已退出），请重新导入。"_s);
+
+    // The next run shows why when that project is opened, until closed.
+    ImportPipeline nextRun {clock, ImportServices {}};
+    main->show();
+    main->editorView()->setImports(&nextRun);
+    vm.openProject(QUrl::fromLocalFile(second->bundlePath()));
+    EXPECT_TRUE(cover->isVisible());
+    EXPECT_EQ(cover->statusLabel()->text(), u"导入被中断（应用已退出），请重新导入。"_s);
+    cover->dismissButton()->click();
+    EXPECT_FALSE(cover->isVisible());
+    main->editorView()->setImports(&imports);
 }
 
 // A walk through the sidebar's other screens: the guide, the settings and the account.
