@@ -249,7 +249,7 @@ CliRun importWithCli(const QString &projects, const QStringList &arguments)
     cli.start(programPath(u"kavel-cli"_s), QStringList {u"import"_s} + arguments);
     QElapsedTimer waited;
     waited.start();
-    while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
+    while (cli.state() != QProcess::NotRunning && waited.elapsed() < 120'000)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
     if (cli.state() != QProcess::NotRunning)
         return {-1, {}, u"kavel-cli hung"_s};

@@ -320,10 +320,16 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     // Quitting ends what still runs as failed, in its bundle too; an import a crash cut
     // short is found at the next start.
     stub.setReply(200, pending);
+    converter.completeAtOnce = false;
     ImportJob *quit = pipeline.start({media(u"quit.wav"_s)});
     ImportJob *crashed = pipeline.start({media(u"crash.wav"_s)});
     pipeline.interruptAll();
     expectFailed(quit, u"导入被中断（应用已退出），请重新导入。"_s);
+    // What it waited for is dropped when it comes.
+    converter.current().finish(media::ConversionStatus::completed);
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return QDir(quit->project()->cacheDirectory()).isEmpty(QDir::Files); }));
+    EXPECT_EQ(stub.requests().size(), 4) << "nothing more was sent";
     EXPECT_EQ(pipeline.activeCount(), 0);
     writeFile(QDir(crashed->bundlePath()).filePath(u"import.json"_s), R"({"state": "running"})");
     EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 1);
