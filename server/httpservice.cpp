@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <httplib.h>
 #include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 namespace kavel::server {
 
@@ -32,6 +34,13 @@ constexpr int listenBacklog = 1024;
 // How long a user whose uploads are all waiting is asked to wait before the next.
 constexpr std::int64_t uploadRetryAfter = 60;
 constexpr std::int64_t busyRetryAfter = 5;
+// A poll may wait this long for its task to move on: below the clients' 30 s without a
+// byte, and short enough that a proxy in between keeps the connection.
+constexpr double maxPollWaitSeconds = 25.0;
+// How often a waiting poll reads the store again, for tasks recognised by workers of
+// another process, which cannot wake it.
+constexpr auto pollRecheck = std::chrono::seconds(1);
+
 
 void refuseEarly(httplib::Response &response, int status, const std::string &detail,
                  std::optional<std::int64_t> retryAfter = std::nullopt)
@@ -467,19 +476,66 @@ void HttpService::poll(const httplib::Request &request, httplib::Response &respo
     if (!user)
         return;
     const std::string taskId = request.matches[1];
-    const auto task = m_store.task(taskId);
+    auto task = m_store.task(taskId);
     // Someone else's task is as unknown to this user as one that never existed.
     if (!task || task->userId != user->id)
         return sendDetail(response, 404, "Task not found");
 
+    const auto progressOf = [this, &taskId](const TaskRecord &record) {
+        if (record.status == "completed" || record.status == "failed")
+            return 1.0;
+        const auto known = m_options.progress ? m_options.progress->progress(taskId) : std::nullopt;
+        return known.value_or(0.0);
+    };
+    // Asked to wait: answer when the task's status or progress moves, or when the wait is
+    // up, instead of making the client ask again and again.
+    const std::chrono::milliseconds wait = pollWait(request);
+    if (wait.count() > 0) {
+        ++m_waitingPolls;
+        const auto until = std::chrono::steady_clock::now() + wait;
+        const std::string status = task->status;
+        const double progress = progressOf(*task);
+        while (task && task->status == status && progressOf(*task) == progress
+               && status != "completed" && status != "failed"
+               && std::chrono::steady_clock::now() < until) {
+            const std::uint64_t seen = m_options.progress ? m_options.progress->changes() : 0;
+            const auto next = std::min(until, std::chrono::steady_clock::now() + pollRecheck);
+            if (m_options.progress)
+                m_options.progress->waitForChange(seen, next);
+            else
+                std::this_thread::sleep_until(next);
+            task = m_store.task(taskId);
+        }
+        --m_waitingPolls;
+        if (!task)
+            return sendDetail(response, 404, "Task not found");
+    }
+
     QJsonObject reply {{u"task_id"_s, QString::fromStdString(task->id)},
-                       {u"status"_s, QString::fromStdString(task->status)}};
+                       {u"status"_s, QString::fromStdString(task->status)},
+                       {u"progress"_s, progressOf(*task)}};
     if (task->resultJson)
         reply.insert(u"paragraphs"_s,
                      QJsonDocument::fromJson(QByteArray::fromStdString(*task->resultJson)).array());
     if (task->errorMessage)
         reply.insert(u"error_message"_s, QString::fromStdString(*task->errorMessage));
     sendJson(response, 200, reply);
+}
+
+std::chrono::milliseconds HttpService::pollWait(const httplib::Request &request) const
+{
+    if (!request.has_param("wait"))
+        return std::chrono::milliseconds(0);
+    char *end = nullptr;
+    const std::string text = request.get_param_value("wait");
+    const double seconds = std::strtod(text.c_str(), &end);
+    if (end == text.c_str() || !(seconds > 0))
+        return std::chrono::milliseconds(0);
+    // Waiting polls hold a request thread each; half the pool stays for everything else.
+    if (m_waitingPolls.load() >= m_options.threads / 2)
+        return std::chrono::milliseconds(0);
+    return std::chrono::milliseconds(
+        static_cast<std::int64_t>(std::min(seconds, maxPollWaitSeconds) * 1000.0));
 }
 
 } // namespace kavel::server

@@ -4,7 +4,10 @@
 #include "smssender.h"
 #include "store.h"
 #include "uploadspool.h"
+#include "taskprogress.h"
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -31,6 +34,9 @@ struct HttpOptions
     // What one user may have waiting for recognition at once.
     int maxWaitingUploads = 64;
     std::uint64_t maxWaitingUploadBytes = std::uint64_t {4} << 30;
+    // The progress of the tasks this process recognises; without it a running task
+    // reports none until it ends.
+    TaskProgress *progress = nullptr;
 };
 
 class HttpService
@@ -61,6 +67,9 @@ private:
     void upload(const httplib::Request &request, httplib::Response &response,
                 const httplib::ContentReader &content);
     void poll(const httplib::Request &request, httplib::Response &response);
+    // How long a poll may wait for its task to move on: the "wait" query parameter in
+    // seconds, capped, and none while too many polls already wait.
+    std::chrono::milliseconds pollWait(const httplib::Request &request) const;
 
     Store &m_store;
     SmsSender &m_sms;
@@ -73,6 +82,7 @@ private:
     GuessThrottle m_guesses;
     UploadLedger m_uploads;
     int m_listeningSocket = -1;
+    std::atomic<int> m_waitingPolls = 0;
     std::unique_ptr<httplib::Server> m_server;
 };
 

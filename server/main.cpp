@@ -167,10 +167,14 @@ struct WorkerSetup
     int recognitionThreads = 1;
 };
 
-const std::set<std::string> workerOptionNames {
-    "--database",           "--uploads",           "--model",
-    "--workers",            "--lease",             "--recognizer-command",
-    "--recognizer-timeout", "--recognition-threads"};
+const std::set<std::string> workerOptionNames {"--database",
+                                               "--uploads",
+                                               "--model",
+                                               "--workers",
+                                               "--lease",
+                                               "--recognizer-command",
+                                               "--recognizer-timeout",
+                                               "--recognition-threads"};
 
 std::optional<WorkerSetup> workerSetup(const Options &options, const std::string &uploads,
                                        int defaultThreads)
@@ -268,11 +272,17 @@ int serve(int argc, char **argv)
     ::chmod(uploads->c_str(), 0700);
     const auto store = openStore(database);
     store->pruneExpired(unixNow());
+    // This process's workers tell its requests how far each task has come. Made before
+    // the workers, so that it outlives them.
+    TaskProgress progress;
     // Started once the address is bound, so that a server that cannot start says only
     // why.
     std::unique_ptr<RecognitionWorkers> workers;
     LogSmsSender sms;
     http.uploadDirectory = *uploads;
+    http.progress = &progress;
+    WorkerSetup local = *setup;
+    local.options.progress = &progress;
     HttpService service(*store, sms, http, [&workers] {
         if (workers)
             workers->wake();
@@ -287,7 +297,7 @@ int serve(int argc, char **argv)
     const bool ipv6 = address.find(':') != std::string::npos;
     logLine(std::string("listening on ") + (tls ? "https" : "http") + "://"
             + (ipv6 ? "[" + address + "]" : address) + ":" + std::to_string(bound));
-    workers = startWorkers(*store, *setup);
+    workers = startWorkers(*store, local);
 
     std::thread signalWaiter([&service, signals] {
         int received = 0;

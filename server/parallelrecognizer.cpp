@@ -1,5 +1,6 @@
 #include "parallelrecognizer.h"
 
+#include <algorithm>
 #include <exception>
 #include <mutex>
 #include <thread>
@@ -9,6 +10,11 @@ namespace kavel::server {
 namespace {
 
 constexpr double samplesPerSecond = 16000.0;
+constexpr double longestStretch = 30.0;
+// Shorter stretches decode worse: the recogniser has less speech to adapt to at the start
+// of each.
+constexpr double shortestStretch = 4.0;
+constexpr int stretchesPerThread = 1;
 
 } // namespace
 
@@ -18,11 +24,22 @@ ParallelRecognizer::ParallelRecognizer(const Factory &makeRecognizer, int thread
         m_recognizers.push_back(makeRecognizer());
 }
 
+std::vector<size_t> ParallelRecognizer::boundaries(std::span<const std::int16_t> samples,
+                                                   int threads)
+{
+    const double seconds = static_cast<double>(samples.size()) / samplesPerSecond;
+    const double target = std::clamp(seconds / (std::max(1, threads) * stretchesPerThread),
+                                     shortestStretch, longestStretch);
+    return stretchBoundaries(samples, target);
+}
+
 std::vector<RecognizedWord> ParallelRecognizer::recognize(std::span<const std::int16_t> samples,
                                                           const std::atomic<bool> &cancel)
 {
-    const std::vector<size_t> boundaries = stretchBoundaries(samples);
+    const std::vector<size_t> boundaries
+        = ParallelRecognizer::boundaries(samples, static_cast<int>(m_recognizers.size()));
     const size_t stretches = boundaries.size() - 1;
+    std::atomic<size_t> samplesDone = 0;
     std::vector<std::vector<RecognizedWord>> heard(stretches);
     std::atomic<size_t> next = 0;
     // Set when one stretch failed, so that no further ones are started; the first
@@ -37,6 +54,9 @@ std::vector<RecognizedWord> ParallelRecognizer::recognize(std::span<const std::i
                 const auto stretch
                     = samples.subspan(boundaries[i], boundaries[i + 1] - boundaries[i]);
                 heard[i] = recognizer.recognize(stretch, cancel);
+                samplesDone += stretch.size();
+                reportProgress(static_cast<double>(samplesDone)
+                               / static_cast<double>(std::max<size_t>(1, samples.size())));
             } catch (...) {
                 const std::lock_guard lock(failureMutex);
                 if (!failure)

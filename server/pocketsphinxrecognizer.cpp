@@ -58,6 +58,8 @@ std::vector<RecognizedWord> PocketSphinxRecognizer::recognize(std::span<const st
             throw RecognitionCancelled();
         const auto stretch = samples.subspan(boundaries[i], boundaries[i + 1] - boundaries[i]);
         decodeStretch(stretch, static_cast<double>(boundaries[i]) / samplesPerSecond, words);
+        reportProgress(static_cast<double>(boundaries[i + 1])
+                       / static_cast<double>(samples.size()));
     }
     return words;
 }

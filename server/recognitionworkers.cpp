@@ -162,6 +162,12 @@ void RecognitionWorkers::process(const std::string &worker, const ClaimedTask &t
             throw RecognitionError("Speech recognition is unavailable: " + loadError);
         const auto started = std::chrono::steady_clock::now();
         const std::vector<std::int16_t> samples = decodeAudioForRecognition(audioPath);
+        if (m_options.progress) {
+            m_options.progress->report(task.id, 0.0);
+            recognizer->setProgressSink([board = m_options.progress, id = task.id](double done) {
+                board->report(id, done);
+            });
+        }
         const std::vector<RecognizedWord> words = recognizer->recognize(samples, *cancel);
         finished = m_store.completeTask(task.id, worker, paragraphsJson(words));
         const auto took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
@@ -194,6 +200,10 @@ void RecognitionWorkers::process(const std::string &worker, const ClaimedTask &t
             logLine(std::string("cannot record the failure: ") + storeError.what());
         }
     }
+    if (recognizer)
+        recognizer->setProgressSink({});
+    if (m_options.progress)
+        m_options.progress->finish(task.id);
     {
         const std::lock_guard lock(m_mutex);
         m_held.erase(task.id);

@@ -2,6 +2,7 @@
 
 #include "speechrecognizer.h"
 #include "store.h"
+#include "taskprogress.h"
 
 #include <atomic>
 #include <chrono>
@@ -28,6 +29,8 @@ struct WorkerOptions
     std::chrono::milliseconds idlePoll {500};
     // A task whose worker died this many times fails instead of taking down another.
     int maxClaims = 3;
+    // Where each task's progress is told, for the requests of this process; optional.
+    TaskProgress *progress = nullptr;
 };
 
 // Recognition workers: threads that claim tasks from the store, recognise their audio

@@ -9,15 +9,16 @@ namespace kavel::server {
 namespace {
 
 constexpr size_t samplesPerSecond = 16000;
-constexpr size_t stretchTarget = 30 * samplesPerSecond;
-constexpr size_t cutSearchRadius = 5 * samplesPerSecond;
 constexpr size_t quietWindow = samplesPerSecond / 10;
 constexpr size_t quietStep = samplesPerSecond / 100;
 
 } // namespace
 
-std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples)
+std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples, double targetSeconds)
 {
+    const auto stretchTarget = static_cast<size_t>(std::max(1.0, targetSeconds) * samplesPerSecond);
+    // A sixth of the stretch either side: 5 s for half a minute.
+    const size_t cutSearchRadius = std::max(quietWindow, stretchTarget / 6);
     std::vector<size_t> boundaries {0};
     size_t position = 0;
     while (samples.size() - position > stretchTarget + cutSearchRadius) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -47,12 +48,30 @@ public:
     virtual std::vector<RecognizedWord> recognize(std::span<const std::int16_t> samples,
                                                   const std::atomic<bool> &cancel)
         = 0;
+
+    // Told the share of the recording done so far (0 to 1) while recognize() runs, from
+    // whichever thread did the work; a recognizer that cannot tell says nothing until
+    // it returns.
+    using ProgressSink = std::function<void(double)>;
+    void setProgressSink(ProgressSink sink) { m_progress = std::move(sink); }
+
+protected:
+    void reportProgress(double done) const
+    {
+        if (m_progress)
+            m_progress(done);
+    }
+
+private:
+    ProgressSink m_progress;
 };
 
 // Where long audio is cut into stretches that are recognised one at a time: 0, the cut
-// points, the end. Cuts fall at the quietest moment near every half minute, so that no
-// word is split and a recogniser's work per stretch stays bounded.
-std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples);
+// points, the end. Cuts fall at the quietest moment near every `targetSeconds` (half a
+// minute unless asked otherwise), so that no word is split and a recogniser's work per
+// stretch stays bounded.
+std::vector<size_t> stretchBoundaries(std::span<const std::int16_t> samples,
+                                      double targetSeconds = 30.0);
 
 // "um", "uh" and the like, which the editor offers to cut.
 bool isHesitation(const std::string &word);

@@ -1,9 +1,11 @@
 #include "homepage.h"
 
 #include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "filemanager.h"
 #include "model/errors.h"
 #include "projectactions.h"
+#include "importbadge.h"
 #include "symbolicons.h"
 
 #include <QContextMenuEvent>
@@ -386,6 +388,15 @@ void HomePage::undoDelete()
     }
 }
 
+void HomePage::setImports(ImportPipeline *imports)
+{
+    m_imports = imports;
+    // A new import's project gets its card at once, and a finished one its new figures.
+    if (imports)
+        connect(imports, &ImportPipeline::activeCountChanged, this, [this] { m_store.refresh(); });
+    rebuildCards();
+}
+
 void HomePage::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
@@ -424,6 +435,8 @@ void HomePage::rebuildCards()
         connect(card, &ProjectCard::deleteRequested, this,
                 [this](const ProjectReference &r) { deleteProject(r); });
         connect(card, &ProjectCard::renameRequested, this, &HomePage::askToRename);
+        if (m_imports)
+            ImportBadge::attach(card, ref.bundlePath, *m_imports);
         if (rows)
             rows->addWidget(card);
         else

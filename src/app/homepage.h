@@ -19,7 +19,8 @@ class QVBoxLayout;
 
 namespace kavel {
 class EditorViewModel;
-}
+class ImportPipeline;
+} // namespace kavel
 
 namespace kavel::app {
 
@@ -112,6 +113,8 @@ public:
     // Asks for files with the dialog, then starts their import; signed out, the dialog is
     // not shown at all.
     void pickAndImport();
+    // The imports whose progress the cards show.
+    void setImports(ImportPipeline *imports);
 
     // Asks for a new name for the project; a refusal is said in an alert.
     void askToRename(const ProjectReference &reference);
@@ -142,6 +145,7 @@ private:
 
     EditorViewModel &m_editor;
     ProjectStore &m_store;
+    ImportPipeline *m_imports = nullptr;
     std::function<QList<QUrl>()> m_pickMedia;
     std::function<bool()> m_isSignedIn;
     QList<QUrl> m_awaitingSignIn;

@@ -2,6 +2,7 @@
 // them to the window.
 #include "editor/desktopnotifier.h"
 #include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "export/exportflow.h"
 #include "homepage.h"
 #include "maineditorview.h"
@@ -131,12 +132,19 @@ int main(int argc, char *argv[])
     services.pickFiles = [&dialogParent](const ImportPickerRequest &request) {
         return pickMediaFiles(dialogParent, request.message);
     };
+    ImportPipeline imports(clock, services);
     EditorViewModel editor(engine, clock, std::move(services));
+    imports.setReceiver([&editor](const KavelProject &project, QList<Paragraph> arrived) {
+        return editor.receiveTranscript(project, std::move(arrived));
+    });
 
+    // Imports the last run left unfinished (it crashed or was killed) show as failed.
+    ImportPipeline::markInterrupted(projectsDirectory());
     ProjectStore store(media::recordingSummarizer(engine), projectsDirectory());
 
     app::ShellServices shell;
     shell.editor = &editor;
+    shell.imports = &imports;
     shell.appState = &appState;
     shell.settings = &settings;
     shell.store = &store;

@@ -2,6 +2,7 @@
 
 #include "editor/editorviewmodel.h"
 #include "projecttitle.h"
+#include "importcover.h"
 #include "symbolicons.h"
 #include "ui/timeline/timelineview.h"
 #include "ui/transcript/deletekeyhandler.h"
@@ -156,39 +157,13 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     deleteKey->setFixedSize(0, 0);
     deleteKey->setOnDelete([this](bool forward) { m_editor.deleteAtCursor(forward); });
 
-    m_overlay = new QWidget(this);
-    m_overlay->setAutoFillBackground(true);
-    QPalette shade = m_overlay->palette();
-    shade.setColor(QPalette::Window, QColor(0, 0, 0, 150));
-    shade.setColor(QPalette::WindowText, Qt::white);
-    m_overlay->setPalette(shade);
-    auto *overlayLayout = new QVBoxLayout(m_overlay);
-    overlayLayout->addStretch(1);
-    auto *steps = new QHBoxLayout;
-    steps->addStretch(1);
-    for (const QString &step : transcriptionSteps()) {
-        if (!m_stepLabels.isEmpty()) {
-            auto *arrow = new QLabel(u"→"_s, m_overlay);
-            arrow->setEnabled(false);
-            steps->addWidget(arrow);
-        }
-        auto *label = new QLabel(step, m_overlay);
-        steps->addWidget(label);
-        m_stepLabels.append(label);
-    }
-    steps->addStretch(1);
-    overlayLayout->addLayout(steps);
-    m_processingLabel = new QLabel(m_overlay);
-    m_processingLabel->setAlignment(Qt::AlignCenter);
-    m_processingLabel->setWordWrap(true);
-    QFont big = m_processingLabel->font();
-    big.setPointSizeF(big.pointSizeF() * 1.3);
-    m_processingLabel->setFont(big);
-    overlayLayout->addWidget(m_processingLabel);
-    m_dismiss = new QPushButton(u"关闭"_s, m_overlay);
-    overlayLayout->addWidget(m_dismiss, 0, Qt::AlignHCenter);
-    overlayLayout->addStretch(1);
-    m_overlay->hide();
+    m_overlay = new ImportCover(editor, topBar, this);
+    // A status said while no import of this project runs (a save that failed, a transcript
+    // that could not be read) stays on the cover until the user closes it.
+    connect(&editor, &EditorViewModel::processingStatusChanged, this, [this] {
+        if (!m_editor.processingStatus().isEmpty())
+            m_overlay->showNotice(m_editor.processingStatus());
+    });
 
     connect(m_back, &QToolButton::clicked, this, &MainEditorView::backRequested);
     connect(m_export, &QToolButton::clicked, this, [this] { m_editor.setShowExportSheet(true); });
@@ -258,28 +233,6 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
             m_search->setText(m_editor.searchQuery());
     });
 
-    // How an import ended stays on screen until the user closes it or something else
-    // starts: a failure would otherwise vanish with the cover that showed the progress.
-    connect(&editor, &EditorViewModel::isProcessingChanged, this, [this] {
-        m_showsOutcome = !m_editor.isProcessing();
-        refreshProcessing();
-    });
-    // A status said while nothing runs (a save that failed) is an outcome too.
-    connect(&editor, &EditorViewModel::processingStatusChanged, this, [this] {
-        if (!m_editor.isProcessing() && !m_editor.processingStatus().isEmpty())
-            m_showsOutcome = true;
-        refreshProcessing();
-    });
-    connect(&editor, &EditorViewModel::transcriptionStepChanged, this,
-            &MainEditorView::refreshProcessing);
-    connect(&editor, &EditorViewModel::projectChanged, this, [this] {
-        m_showsOutcome = false;
-        refreshProcessing();
-    });
-    connect(m_dismiss, &QPushButton::clicked, this, [this] {
-        m_showsOutcome = false;
-        refreshProcessing();
-    });
     // Ctrl+F asks for the search bar, which is always there: it takes the cursor, and
     // gives the request back when the cursor leaves it, so the next Ctrl+F works again.
     connect(&editor, &EditorViewModel::showSearchBarChanged, this, [this] {
@@ -291,7 +244,11 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
 
     refreshUndoButtons();
     refreshSearchCounter();
-    refreshProcessing();
+}
+
+void MainEditorView::setImports(ImportPipeline *imports)
+{
+    m_overlay->setImports(imports);
 }
 
 QToolButton *MainEditorView::addToolButton(QWidget *bar, const QString &symbol,
@@ -346,35 +303,6 @@ void MainEditorView::refreshSearchCounter()
     m_next->setEnabled(any);
 }
 
-void MainEditorView::refreshProcessing()
-{
-    const bool processing = m_editor.isProcessing();
-    if (!processing && m_editor.processingStatus().isEmpty())
-        m_showsOutcome = false; // it ended well: nothing to keep on screen
-    m_processingLabel->setText(m_editor.processingStatus());
-    const QString &current = m_editor.transcriptionStep();
-    for (QLabel *label : std::as_const(m_stepLabels)) {
-        QFont font = label->font();
-        font.setBold(label->text() == current);
-        label->setFont(font);
-        label->setEnabled(label->text() == current);
-    }
-    for (QWidget *w : m_overlay->findChildren<QLabel *>()) {
-        if (w != m_processingLabel)
-            w->setVisible(processing && !current.isEmpty());
-    }
-    m_dismiss->setVisible(!processing);
-    m_overlay->setGeometry(rect());
-    m_overlay->raise();
-    m_overlay->setVisible(processing || (m_showsOutcome && !m_editor.processingStatus().isEmpty()));
-}
-
-const QStringList &MainEditorView::transcriptionSteps()
-{
-    static const QStringList steps {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s};
-    return steps;
-}
-
 bool MainEditorView::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_search) {
@@ -388,12 +316,6 @@ bool MainEditorView::eventFilter(QObject *watched, QEvent *event)
         }
     }
     return QWidget::eventFilter(watched, event);
-}
-
-void MainEditorView::resizeEvent(QResizeEvent *event)
-{
-    QWidget::resizeEvent(event);
-    m_overlay->setGeometry(rect());
 }
 
 } // namespace kavel::app

@@ -11,7 +11,8 @@ class QToolButton;
 
 namespace kavel {
 class EditorViewModel;
-}
+class ImportPipeline;
+} // namespace kavel
 namespace kavel::ui {
 class MagneticTextStripView;
 class TimelineView;
@@ -20,16 +21,19 @@ class TimelineView;
 namespace kavel::app {
 
 class ProjectTitle;
+class ImportCover;
 class VideoPlayerView;
 
 // The editor screen: the top bar, the editing toolbar with search, the preview beside the
-// transcript, the timeline underneath, and a cover while an import is processed.
+// transcript, the timeline underneath, and a cover while the open project is imported.
 class MainEditorView : public QWidget
 {
     Q_OBJECT
 
 public:
     explicit MainEditorView(EditorViewModel &editor, QWidget *parent = nullptr);
+    // The imports whose progress the cover shows, for the open project only.
+    void setImports(ImportPipeline *imports);
 
     QToolButton *backButton() const { return m_back; }
     QToolButton *exportButton() const { return m_export; }
@@ -46,13 +50,9 @@ public:
     QLabel *searchCounter() const { return m_counter; }
     QToolButton *previousMatchButton() const { return m_previous; }
     QToolButton *nextMatchButton() const { return m_next; }
-    // Covers the editor while an import runs, and afterwards with how it failed until
-    // closed with dismissButton().
-    QWidget *processingOverlay() const { return m_overlay; }
-    QLabel *processingLabel() const { return m_processingLabel; }
-    QPushButton *dismissButton() const { return m_dismiss; }
-    // The import's steps as the cover names them; the running one is enabled.
-    const QList<QLabel *> &stepLabels() const { return m_stepLabels; }
+    // Covers the editor below the top bar while the open project is imported, and
+    // afterwards with how it failed until closed.
+    ImportCover *processingOverlay() const { return m_overlay; }
     VideoPlayerView *playerView() const { return m_player; }
     ui::MagneticTextStripView *transcriptView() const { return m_transcript; }
     ui::TimelineView *timelineView() const { return m_timeline; }
@@ -62,16 +62,13 @@ Q_SIGNALS:
     void renameRequested(const QString &title);
 
 protected:
-    void resizeEvent(QResizeEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    static const QStringList &transcriptionSteps();
     QToolButton *addToolButton(QWidget *bar, const QString &symbol, const QString &tooltip);
     void showNotice(const QString &text);
     void refreshUndoButtons();
     void refreshSearchCounter();
-    void refreshProcessing();
 
     EditorViewModel &m_editor;
     QToolButton *m_back;
@@ -90,12 +87,7 @@ private:
     VideoPlayerView *m_player;
     ui::MagneticTextStripView *m_transcript;
     ui::TimelineView *m_timeline;
-    QWidget *m_overlay;
-    QLabel *m_processingLabel;
-    QList<QLabel *> m_stepLabels;
-    QPushButton *m_dismiss;
-    // The import has ended and its last status has not been closed yet.
-    bool m_showsOutcome = false;
+    ImportCover *m_overlay;
 };
 
 } // namespace kavel::app

@@ -1,10 +1,12 @@
 #include "mainwindow.h"
 
 #include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "export/exportflow.h"
 #include "homepage.h"
 #include "maineditorview.h"
 #include "model/kavelproject.h"
+#include "model/errors.h"
 #include "model/projectstore.h"
 #include "projectactions.h"
 #include "screens.h"
@@ -54,7 +56,8 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     , m_services(std::move(services))
     , m_editor(*m_services.editor)
 {
-    Q_ASSERT(m_services.editor && m_services.appState && m_services.settings && m_services.store);
+    Q_ASSERT(m_services.editor && m_services.imports && m_services.appState && m_services.settings
+             && m_services.store);
     setWindowTitle(u"Kavel"_s);
     resize(defaultSize);
 
@@ -74,7 +77,9 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
                 : QList<QUrl> {};
         },
         [this] { return m_services.appState->isAuthenticated(); }, m_stack);
+    m_home->setImports(m_services.imports);
     m_editorView = new MainEditorView(m_editor, m_stack);
+    m_editorView->setImports(m_services.imports);
     m_placeholder = new ProjectPlaceholder(m_stack);
     m_guide = new GuidePage(m_services.makeGuidePlayer, m_stack);
     m_settingsPage = new SettingsPage(*m_services.settings, m_services.pickFolder, m_stack);
@@ -96,7 +101,6 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
             m_stack->setCurrentWidget(screenFor(NavigationItem::editor));
     };
     connect(&m_editor, &EditorViewModel::projectChanged, this, refreshEditorScreen);
-    connect(&m_editor, &EditorViewModel::isProcessingChanged, this, refreshEditorScreen);
     connect(m_editorView, &MainEditorView::backRequested, this, [this] {
         whenDocumentMayBeLeft([this] {
             // Undo belongs to one stretch of work on a document; leaving it ends that.
@@ -201,7 +205,7 @@ void MainWindow::buildMenu()
         = file->addAction(u"导出…"_s, this, [this] { m_editor.setShowExportSheet(true); });
     m_exportAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
     connect(&m_editor, &EditorViewModel::projectChanged, this, &MainWindow::refreshExportAction);
-    connect(&m_editor, &EditorViewModel::isProcessingChanged, this,
+    connect(m_services.imports, &ImportPipeline::jobChanged, this,
             &MainWindow::refreshExportAction);
     refreshExportAction();
 
@@ -234,8 +238,11 @@ void MainWindow::refreshExportAction()
 {
     // Like the editor's export button: there is nothing to export before a project is open
     // or while its transcript is still being made.
+    const ImportJob *job = m_editor.project()
+        ? m_services.imports->jobFor(m_editor.project()->bundlePath())
+        : nullptr;
     m_exportAction->setEnabled(m_services.makeExportFlow && m_editor.project()
-                               && !m_editor.isProcessing());
+                               && !(job && job->isActive()));
 }
 
 QToolButton *MainWindow::sidebarButton(NavigationItem item) const
@@ -264,7 +271,7 @@ QWidget *MainWindow::screenFor(NavigationItem item) const
 
 bool MainWindow::editorHasContent() const
 {
-    return m_editor.project() || m_editor.isProcessing();
+    return m_editor.project() != nullptr;
 }
 
 QWidget *MainWindow::currentScreen() const
@@ -295,6 +302,13 @@ void MainWindow::openProject(const QUrl &bundleUrl)
         // A successful open replaces the project object; a failed one only changes the
         // status.
         const KavelProject *before = m_editor.project();
+        // A project being imported is shared with its import, which fills it in.
+        const ImportJob *job = m_services.imports->jobFor(bundleUrl.toLocalFile());
+        if (job && job->isActive()) {
+            m_editor.openProject(job->project());
+            navigate(NavigationItem::editor);
+            return;
+        }
         m_editor.openProject(bundleUrl);
         if (!m_editor.project() || m_editor.project() == before) {
             showError(m_editor.processingStatus());
@@ -352,6 +366,44 @@ void MainWindow::reportDamagedTranscript()
     box->open();
 }
 
+void MainWindow::startImport(const QList<QUrl> &urls)
+{
+    ImportJob *job = nullptr;
+    try {
+        job = m_services.imports->start(urls);
+    } catch (const Error &error) {
+        showError(u"无法创建项目: "_s + error.description());
+        return;
+    }
+    openProject(QUrl::fromLocalFile(job->bundlePath()));
+}
+
+void MainWindow::whenImportsMayStop(std::function<void()> proceed)
+{
+    const int running = m_services.imports->activeCount();
+    if (running == 0) {
+        proceed();
+        return;
+    }
+    auto *box = new QMessageBox(
+        QMessageBox::Warning, u"Kavel"_s,
+        u"还有 %1 个项目正在导入。现在退出会中断导入，这些项目将标记为导入失败。确定退出吗？"_s.arg(
+            running),
+        QMessageBox::NoButton, this);
+    QPushButton *quit = box->addButton(u"退出"_s, QMessageBox::DestructiveRole);
+    box->addButton(u"取消"_s, QMessageBox::RejectRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this, box, quit, proceed] {
+        if (box->clickedButton() != quit)
+            return;
+        m_services.imports->interruptAll();
+        proceed();
+    });
+    m_alert = box;
+    box->open();
+}
+
 void MainWindow::offerRecovery()
 {
     if (!m_editor.recoverableEdits())
@@ -404,14 +456,16 @@ void MainWindow::whenDocumentMayBeLeft(std::function<void()> proceed)
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
-    if (m_mayClose || !m_editor.hasUnsavedChanges()) {
+    if (m_mayClose || (!m_editor.hasUnsavedChanges() && m_services.imports->activeCount() == 0)) {
         QMainWindow::closeEvent(event);
         return;
     }
     event->ignore();
-    whenDocumentMayBeLeft([this] {
-        m_mayClose = true;
-        close();
+    whenImportsMayStop([this] {
+        whenDocumentMayBeLeft([this] {
+            m_mayClose = true;
+            close();
+        });
     });
 }
 
@@ -450,6 +504,7 @@ void MainWindow::showImportConfirm()
     if (m_importConfirm)
         return;
     auto *dialog = new ImportConfirmDialog(m_editor, m_services.pickMedia, this);
+    connect(dialog, &ImportConfirmDialog::importConfirmed, this, &MainWindow::startImport);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QDialog::finished, this, [this] { m_editor.setShowImportConfirm(false); });
     m_importConfirm = dialog;

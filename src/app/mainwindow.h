@@ -20,6 +20,7 @@ class QToolButton;
 namespace kavel {
 class EditorViewModel;
 class ExportFlow;
+class ImportPipeline;
 class ProjectStore;
 namespace service {
 class AppState;
@@ -38,6 +39,7 @@ class MainEditorView;
 struct ShellServices
 {
     EditorViewModel *editor = nullptr;
+    ImportPipeline *imports = nullptr;
     service::AppState *appState = nullptr;
     service::Settings *settings = nullptr;
     ProjectStore *store = nullptr;
@@ -75,6 +77,9 @@ public:
     // What a second start handed over: the first bundle among `paths` opens, media files
     // go to the import; the window comes to the front.
     void openFiles(const QStringList &paths);
+    // Makes the project for the files, opens it and queues its import; whatever else is
+    // open or importing carries on.
+    void startImport(const QList<QUrl> &urls);
     void showError(const QString &message);
     // Runs `proceed` once the open document may be left: at once when it has nothing
     // unsaved, else after the user chose 保存 (and the save worked) or 不保存; 取消 stops.
@@ -105,6 +110,9 @@ protected:
 private:
     void offerRecovery();
     void reportDamagedTranscript();
+    // Asks before a quit would cut imports short; runs `proceed` when there are none or
+    // the user chose to quit anyway.
+    void whenImportsMayStop(std::function<void()> proceed);
     QWidget *buildSidebar();
     void buildMenu();
     void openProjectFromPicker();

@@ -87,7 +87,7 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     connect(m_start, &QPushButton::clicked, this, [this] {
         const QList<QUrl> urls = m_editor.pendingImportURLs();
         accept();
-        QCoro::connect(m_editor.importAndTranscribe(urls), &m_editor, [] {});
+        Q_EMIT importConfirmed(urls);
     });
     connect(m_add, &QPushButton::clicked, this, [this] {
         if (!m_pickMedia)

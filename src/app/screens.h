@@ -43,6 +43,10 @@ public:
     // The remove button of each row, in list order.
     QList<QPushButton *> removeButtons() const;
 
+Q_SIGNALS:
+    // 开始导入 was chosen with these files.
+    void importConfirmed(const QList<QUrl> &urls);
+
 private:
     void rebuildRows();
 

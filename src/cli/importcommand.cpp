@@ -2,7 +2,7 @@
 
 #include "clisupport.h"
 #include "editor/desktopnotifier.h"
-#include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "editor/usernotifier.h"
 #include "media/ffmpeg/loudness.h"
 #include "media/mlt/mltaudioconverter.h"
@@ -13,6 +13,7 @@
 #include "service/settings.h"
 
 #include <QCommandLineParser>
+#include <QCoroSignal>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
@@ -55,6 +56,12 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
     awaitTask(session.restoreSession(), deadline, timedOut);
     if (!session.isAuthenticated())
         throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
+}
+
+QCoro::Task<> whenEnded(ImportJob &job)
+{
+    if (job.isActive())
+        co_await qCoro(&job, &ImportJob::ended);
 }
 
 } // namespace
@@ -134,41 +141,42 @@ int runImport(const QStringList &arguments)
     services.log = errorSink();
     if (!parser.isSet(noRefineOption))
         services.measureLoudness = media::ffmpeg::loudnessPerMillisecond;
-    // Held by pointer so that it can be closed on purpose: its preview player runs engine
-    // threads that read the bundle's media, so they are stopped and joined before the
-    // bundle is removed, and before the engine and services it uses go away.
-    auto editor = std::make_unique<EditorViewModel>(engine, clock, std::move(services));
-    QObject::connect(editor.get(), &EditorViewModel::processingStatusChanged, editor.get(),
-                     [vm = editor.get()] {
-                         if (!vm->processingStatus().isEmpty())
-                             err() << vm->processingStatus() << Qt::endl;
-                     });
+    ImportPipeline imports(clock, std::move(services));
+    ImportJob *job = nullptr;
+    try {
+        job = imports.start(urls);
+    } catch (const Error &error) {
+        throw CommandFailure {u"无法创建项目: "_s + error.description()};
+    }
+    QString shown;
+    QObject::connect(job, &ImportJob::changed, job, [job, &shown] {
+        // The countdown and the percentage change often; each line is said once.
+        if (!job->status().isEmpty() && job->status() != shown)
+            err() << job->status() << Qt::endl;
+        shown = job->status();
+    });
 
     // Nothing is left behind by an import that did not finish: the bundle is removed.
-    const auto discard = [&editor] {
-        const QString bundle = editor->project() ? editor->project()->bundlePath() : QString();
-        editor.reset();
-        if (!bundle.isEmpty())
-            QDir(bundle).removeRecursively();
-    };
-    // A task the service accepted but never finishes is a recognition that took too long,
-    // not a service that cannot be reached.
-    const auto timedOut = [vm = editor.get()] {
-        return vm->transcriptionStep() == u"语音识别中"_s ? u"语音识别超时"_s
-                                                          : u"语音识别失败: 连接服务器超时"_s;
-    };
+    const QString bundle = job->bundlePath();
+    const auto discard = [&bundle] { QDir(bundle).removeRecursively(); };
     try {
-        awaitTask(editor->importAndTranscribe(urls), deadline, timedOut);
+        // A task the service accepted but never finishes is a recognition that took too
+        // long, not a service that cannot be reached.
+        const auto timedOut = [job] {
+            return job->step() == u"语音识别中"_s ? u"语音识别超时"_s
+                                                  : u"语音识别失败: 连接服务器超时"_s;
+        };
+        awaitTask(whenEnded(*job), deadline, timedOut);
     } catch (...) {
         discard();
         throw;
     }
-    if (!editor->project() || editor->project()->status() != ProjectStatus::ready) {
-        const QString status = editor->processingStatus();
+    if (job->state() != ImportJob::State::finished) {
+        const QString reason = job->status();
         discard();
-        throw CommandFailure {status};
+        throw CommandFailure {reason};
     }
-    out() << editor->project()->bundlePath() << Qt::endl;
+    out() << bundle << Qt::endl;
     return 0;
 }
 

@@ -27,10 +27,11 @@ class ProgressReporter
 {
 public:
     ProgressReporter(PlaybackClock &clock, const media::AudioConversion &conversion,
-                     const service::LogSink &log)
+                     const service::LogSink &log, AudioExtractor::ProgressListener listener)
         : m_clock(clock)
         , m_conversion(&conversion)
         , m_log(log)
+        , m_listener(std::move(listener))
     {
         schedule();
     }
@@ -42,8 +43,11 @@ private:
     void schedule()
     {
         m_pending = m_clock.callAfter(AudioExtractor::progressInterval, [this] {
-            const int percent = static_cast<int>(std::trunc(m_conversion->progress() * 100.0));
+            const double done = m_conversion->progress();
+            const int percent = static_cast<int>(std::trunc(done * 100.0));
             m_log(u"[AudioExtract] Progress: "_s + QString::number(percent) + u'%');
+            if (m_listener)
+                m_listener(done);
             schedule();
         });
     }
@@ -51,6 +55,7 @@ private:
     PlaybackClock &m_clock;
     QPointer<const media::AudioConversion> m_conversion;
     const service::LogSink &m_log;
+    AudioExtractor::ProgressListener m_listener;
     PlaybackClock::CallId m_pending = 0;
 };
 
@@ -113,7 +118,8 @@ const QSet<QString> &AudioExtractor::audioExtensions()
     return extensions;
 }
 
-QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirectory)
+QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirectory,
+                                               ProgressListener onProgress)
 {
     const QString sourcePath = source.toLocalFile();
     const QString extension = QFileInfo(sourcePath).suffix().toLower();
@@ -139,7 +145,7 @@ QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirect
     }
 
     {
-        const ProgressReporter reporter(m_clock, *conversion, m_log);
+        const ProgressReporter reporter(m_clock, *conversion, m_log, std::move(onProgress));
         if (conversion->status() == media::ConversionStatus::running)
             co_await qCoro(conversion.get(), &media::AudioConversion::finished);
     }
@@ -167,7 +173,8 @@ QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirect
     throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
 }
 
-QCoro::Task<QList<ExtractedAudio>> AudioExtractor::extractAudio(const KavelProject &project)
+QCoro::Task<QList<ExtractedAudio>> AudioExtractor::extractAudio(const KavelProject &project,
+                                                                ProgressListener onProgress)
 {
     // Everything needed from the project is read before the first wait: the project may
     // change while the conversions run.
@@ -191,7 +198,13 @@ QCoro::Task<QList<ExtractedAudio>> AudioExtractor::extractAudio(const KavelProje
 
     for (qsizetype i = 0; i < located.size(); ++i) {
         try {
-            located[i].audioURL = co_await convertToM4A(located[i].sourceURL, cache);
+            ProgressListener share;
+            if (onProgress) {
+                share = [onProgress, i, files = double(located.size())](double done) {
+                    onProgress((double(i) + done) / files);
+                };
+            }
+            located[i].audioURL = co_await convertToM4A(located[i].sourceURL, cache, share);
         } catch (...) {
             // What was converted so far would otherwise stay in the bundle for good.
             for (qsizetype done = 0; done < i; ++done) {

@@ -8,6 +8,7 @@
 #include <QString>
 #include <QUrl>
 #include <QUuid>
+#include <functional>
 
 namespace kavel {
 
@@ -37,6 +38,8 @@ class AudioExtractor
 {
 public:
     static constexpr double progressInterval = 0.5;
+    // Told how much is done, 0 to 1, at every report of the log.
+    using ProgressListener = std::function<void(double)>;
 
     AudioExtractor(media::AudioConverter &converter, PlaybackClock &clock,
                    service::LogSink log = service::standardOutputSink());
@@ -48,13 +51,16 @@ public:
     // URL to upload: that file, or `source` itself for audio the engine cannot convert.
     // Throws the engine's error (or KavelProjectError::audioExtractionFailed) for other
     // sources, and audioExtractionFailed when the conversion was cancelled.
-    QCoro::Task<QUrl> convertToM4A(QUrl source, QString outputDirectory);
+    QCoro::Task<QUrl> convertToM4A(QUrl source, QString outputDirectory,
+                                   ProgressListener onProgress = {});
 
     // The project's media, one entry per file in source-file order: the recorded sources
     // whose copies are in "media", or, when none are, the media files found there (keyed
     // by the id their name carries, else by an id derived from the name). Converted files
-    // go to the bundle's "cache" folder; the caller removes them once uploaded.
-    QCoro::Task<QList<ExtractedAudio>> extractAudio(const KavelProject &project);
+    // go to the bundle's "cache" folder; the caller removes them once uploaded. The
+    // progress told covers all the files.
+    QCoro::Task<QList<ExtractedAudio>> extractAudio(const KavelProject &project,
+                                                    ProgressListener onProgress = {});
 
 private:
     media::AudioConverter &m_converter;

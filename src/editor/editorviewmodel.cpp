@@ -32,9 +32,6 @@ EditorViewModel::EditorViewModel(media::MediaEngine &engine, PlaybackClock &cloc
         if (!m_playerVM->isPlaying())
             setPlayingSentenceId(std::nullopt);
     });
-    if (m_import.audioConverter)
-        m_audioExtractor
-            = std::make_unique<AudioExtractor>(*m_import.audioConverter, m_clock, m_import.log);
     connect(this, &EditorViewModel::paragraphsChanged, this, &EditorViewModel::scheduleJournal);
 }
 
@@ -57,10 +54,6 @@ void EditorViewModel::setParagraphs(const QList<Paragraph> &paragraphs)
 void EditorViewModel::setIsDragging(bool v)
 {
     assign(m_isDragging, v, &EditorViewModel::isDraggingChanged);
-}
-void EditorViewModel::setIsProcessing(bool v)
-{
-    assign(m_isProcessing, v, &EditorViewModel::isProcessingChanged);
 }
 void EditorViewModel::setProcessingStatus(const QString &v)
 {
@@ -152,8 +145,12 @@ void EditorViewModel::openProject(const QUrl &url)
                 + (error.detail().isEmpty() ? QString() : u" ("_s + error.detail() + u')'));
         return;
     }
+    openProject(std::shared_ptr<KavelProject>(std::move(loaded)));
+}
 
-    m_project = std::move(loaded);
+void EditorViewModel::openProject(std::shared_ptr<KavelProject> project)
+{
+    m_project = std::move(project);
     m_savedParagraphs = m_project->paragraphs();
     Q_EMIT projectChanged();
     setParagraphs(m_project->paragraphs());

@@ -1,12 +1,11 @@
 #pragma once
 
-#include "audioextraction.h"
 #include "editcommands.h"
 #include "editorundomanager.h"
 #include "export/exportsettings.h"
+#include "importservices.h"
 #include "model/kavelproject.h"
 #include "playback/videoplayerviewmodel.h"
-#include "service/servicelog.h"
 #include "transcriptsearch.h"
 
 #include <QCoroTask>
@@ -22,45 +21,8 @@ namespace kavel {
 
 namespace media {
 class MediaEngine;
-class AudioConverter;
-} // namespace media
-namespace service {
-class APIClient;
-class AppState;
-struct TranscriptionResult;
-} // namespace service
+}
 class PlaybackClock;
-class UserNotifier;
-
-// What the file picker for an import is asked to show. Content types are MIME names in
-// the order the picker lists them; "video/*" and "audio/*" stand for any movie or sound.
-struct ImportPickerRequest
-{
-    QString message;
-    QStringList contentTypes;
-    bool allowsMultipleSelection = true;
-    bool canChooseDirectories = false;
-};
-
-// What the import pipeline works with, handed in by the composition root. An editor made
-// without them edits and plays as usual; an import then ends with an error on its status
-// line.
-struct ImportServices
-{
-    service::APIClient *apiClient = nullptr;
-    // The session; openFilePickerForImport() asks it whether the user is signed in.
-    const service::AppState *appState = nullptr;
-    media::AudioConverter *audioConverter = nullptr;
-    UserNotifier *notifier = nullptr;
-    // Shows the modal picker and returns the chosen files; empty when cancelled.
-    std::function<QList<QUrl>(const ImportPickerRequest &)> pickFiles;
-    // Where new bundles go; empty means the user's projects folder.
-    QString projectsDirectory;
-    service::LogSink log = service::standardOutputSink();
-    // Mean power per millisecond of a recording; when given, the edges of arriving words
-    // are moved into the quiet beside them. Runs off the main thread. Throws Error.
-    std::function<std::vector<float>(const QString &path)> measureLoudness;
-};
 
 // The state behind the editor screen: the document being edited, the selection and
 // the text cursor, the preview player, the undo history and the open project. Views
@@ -79,7 +41,6 @@ class EditorViewModel : public QObject, private EditTarget
     Q_PROPERTY(
         std::optional<qsizetype> selectionAnchor READ selectionAnchor NOTIFY selectionAnchorChanged)
     Q_PROPERTY(bool isDragging READ isDragging WRITE setIsDragging NOTIFY isDraggingChanged)
-    Q_PROPERTY(bool isProcessing READ isProcessing NOTIFY isProcessingChanged)
     Q_PROPERTY(QString processingStatus READ processingStatus NOTIFY processingStatusChanged)
     Q_PROPERTY(bool showExportSheet READ showExportSheet WRITE setShowExportSheet NOTIFY
                    showExportSheetChanged)
@@ -107,9 +68,6 @@ class EditorViewModel : public QObject, private EditTarget
     Q_PROPERTY(kavel::KavelProject *project READ project NOTIFY projectChanged)
     Q_PROPERTY(bool navigateToEditor READ navigateToEditor WRITE setNavigateToEditor NOTIFY
                    navigateToEditorChanged)
-    Q_PROPERTY(QString transcriptionStep READ transcriptionStep NOTIFY transcriptionStepChanged)
-    Q_PROPERTY(
-        int transcriptionPollCount READ transcriptionPollCount NOTIFY transcriptionPollCountChanged)
     Q_PROPERTY(QList<QUrl> pendingImportURLs READ pendingImportURLs WRITE setPendingImportURLs
                    NOTIFY pendingImportURLsChanged)
     Q_PROPERTY(bool showImportConfirm READ showImportConfirm WRITE setShowImportConfirm NOTIFY
@@ -120,9 +78,6 @@ class EditorViewModel : public QObject, private EditTarget
 public:
     static constexpr double saveConfirmationSeconds = 2.0;
     static constexpr double deleteForwardingPauseSeconds = 0.15;
-
-    static constexpr double transcriptionPollSeconds = 5.0;
-    static constexpr int transcriptionEstimateSeconds = 180;
 
     EditorViewModel(media::MediaEngine &engine, PlaybackClock &clock,
                     ImportServices importServices = {}, QObject *parent = nullptr);
@@ -137,7 +92,6 @@ public:
     std::optional<qsizetype> selectionAnchor() const { return m_selectionAnchor; }
     bool isDragging() const { return m_isDragging; }
     void setIsDragging(bool dragging);
-    bool isProcessing() const { return m_isProcessing; }
     const QString &processingStatus() const { return m_processingStatus; }
     bool showExportSheet() const { return m_showExportSheet; }
     void setShowExportSheet(bool show);
@@ -180,17 +134,13 @@ public:
     bool isDeferringPlayerSync() const { return m_isDeferringPlayerSync; }
     bool deferredSyncNeeded() const { return m_deferredSyncNeeded; }
 
-    // --- import and transcription (importpipeline.cpp) ---------------------------------
-    const QString &transcriptionStep() const { return m_transcriptionStep; }
-    int transcriptionPollCount() const { return m_transcriptionPollCount; }
-    int transcriptionEstimateTotalSeconds() const { return m_transcriptionEstimateTotalSeconds; }
+    // --- starting an import (importpicker.cpp); ImportPipeline runs it -------------------
     const QList<QUrl> &pendingImportURLs() const { return m_pendingImportURLs; }
     void setPendingImportURLs(const QList<QUrl> &urls);
     bool showImportConfirm() const { return m_showImportConfirm; }
     void setShowImportConfirm(bool show);
     bool showLoginRequired() const { return m_showLoginRequired; }
     void setShowLoginRequired(bool show);
-    std::optional<QUuid> pendingASRSourceFileId() const { return m_pendingASRSourceFileId; }
 
     static ImportPickerRequest importPickerRequest();
     // Signed out: asks the shell to explain that sign-in is needed. Otherwise shows the
@@ -198,14 +148,16 @@ public:
     void openFilePickerForImport(bool isAuthenticated);
     // The same, asking the session handed in at construction.
     void openFilePickerForImport();
-    // Creates a project from the files, transcribes it and opens the result. Never
-    // throws: how it ended shows in processingStatus and in the project's status, and
-    // the notifier is told when recognition succeeded or failed.
-    QCoro::Task<> importAndTranscribe(QList<QUrl> urls);
+    // A transcript made for `project`: when that is the open project, its words are
+    // appended (undo starts afresh) and it is saved, and true is returned; otherwise
+    // nothing changes. Throws FileError when the save fails, with the words on screen.
+    bool receiveTranscript(const KavelProject &project, QList<Paragraph> arrived);
 
     // --- project and player ------------------------------------------------------------
     // Loads the bundle; on failure only processingStatus changes ("打开项目失败: …").
     void openProject(const QUrl &url);
+    // Opens a project already in memory, such as one an import is filling in.
+    void openProject(std::shared_ptr<KavelProject> project);
     // Hands the flattened document to the preview (or notes that it must be, while
     // pushes are deferred).
     void syncPlayer() override;
@@ -280,7 +232,6 @@ Q_SIGNALS:
     void cursorPositionChanged();
     void selectionAnchorChanged();
     void isDraggingChanged();
-    void isProcessingChanged();
     void processingStatusChanged();
     void showExportSheetChanged();
     void playingSentenceIdChanged();
@@ -296,8 +247,6 @@ Q_SIGNALS:
     void pauseLimitChanged();
     void wordCorrectionRequested();
     void navigateToEditorChanged();
-    void transcriptionStepChanged();
-    void transcriptionPollCountChanged();
     void pendingImportURLsChanged();
     void showImportConfirmChanged();
     void showLoginRequiredChanged();
@@ -307,8 +256,6 @@ Q_SIGNALS:
 
 protected:
     void setProcessingStatus(const QString &status);
-    void setIsProcessing(bool processing);
-    void setTranscriptionStep(const QString &step);
 
 private:
     // EditTarget: what the undo commands use.
@@ -341,34 +288,14 @@ private:
     void forwardPlayerChange();
     void loadProjectSources();
 
-    // Pipeline steps (importpipeline.cpp). They throw what ends the pipeline; the expired
-    // task and a failed result set their own texts before throwing.
-    QCoro::Task<> runImport(QList<QUrl> urls);
-    QCoro::Task<> pollTranscription(QString taskId);
-    void finishTranscription(const service::TranscriptionResult &result,
-                             const std::vector<float> &sourcePower);
-    // The recording's power for refining word edges, measured on a worker thread; empty
-    // when not asked for or not readable.
-    QCoro::Task<std::vector<float>> measureSourcePower();
-    QList<Paragraph> arrivedParagraphs(const service::TranscriptionResult &result,
-                                       qint64 existingParagraphs,
-                                       const std::vector<float> &sourcePower) const;
-    // The open project when it is the import's bundle, else nothing.
-    KavelProject *openImportProject() const;
-    bool saveImportedTranscript(KavelProject &project);
-    void failTranscription(const QString &status);
-    void setTranscriptionPollCount(int count);
     void logLine(const QString &line) const;
 
     PlaybackClock &m_clock;
     ImportServices m_import;
-    std::unique_ptr<AudioExtractor> m_audioExtractor;
     std::unique_ptr<VideoPlayerViewModel> m_playerVM;
     std::unique_ptr<EditorUndoManager> m_undoManager;
+    // Shared with the import that fills it in, when one does.
     std::shared_ptr<KavelProject> m_project;
-    // The project a running import was started for. It stays alive, and receives the
-    // transcript, even when the user opens another project meanwhile.
-    std::shared_ptr<KavelProject> m_importProject;
 
     QList<Paragraph> m_paragraphs;
     QSet<QUuid> m_selectedBlockIds;
@@ -377,7 +304,6 @@ private:
     qsizetype m_cursorPosition = 0;
     std::optional<qsizetype> m_selectionAnchor;
     bool m_isDragging = false;
-    bool m_isProcessing = false;
     QString m_processingStatus;
     bool m_showExportSheet = false;
     std::optional<QUuid> m_playingSentenceId;
@@ -406,13 +332,9 @@ private:
     bool m_deferredSyncNeeded = false;
     bool m_isDeleteInProgress = false;
 
-    QString m_transcriptionStep;
-    int m_transcriptionPollCount = 0;
-    int m_transcriptionEstimateTotalSeconds = transcriptionEstimateSeconds;
     QList<QUrl> m_pendingImportURLs;
     bool m_showImportConfirm = false;
     bool m_showLoginRequired = false;
-    std::optional<QUuid> m_pendingASRSourceFileId;
     QList<WordBlock> m_copiedWords;
 };
 

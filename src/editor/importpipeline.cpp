@@ -1,21 +1,27 @@
-// The import and transcription pipeline of EditorViewModel: from picked files to a
-// transcribed, saved project.
+#include "importpipeline.h"
 
+#include "audioextraction.h"
 #include "clocksleep.h"
-#include "editorviewmodel.h"
 #include "model/errors.h"
+#include "model/fileio.h"
 #include "model/jsonfields.h"
+#include "model/kavelproject.h"
 #include "model/projectpaths.h"
 #include "service/apiclient.h"
-#include "service/appstate.h"
+#include "service/apierror.h"
 #include "timing/cutedges.h"
 #include "timing/pauses.h"
 #include "usernotifier.h"
 
 #include <QCoroFuture>
+#include <QDir>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPointer>
+#include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
+#include <cmath>
 
 using namespace Qt::StringLiterals;
 
@@ -24,6 +30,15 @@ namespace kavel {
 namespace {
 
 const QString failurePrefix = u"语音识别失败: "_s;
+const QString noteName = u"import.json"_s;
+const QString interruptedText = u"导入被中断（应用已退出），请重新导入。"_s;
+
+QString describe(const std::exception &error)
+{
+    if (const auto *known = dynamic_cast<const Error *>(&error))
+        return known->description();
+    return QString::fromUtf8(error.what());
+}
 
 void removeConvertedCopies(const QList<ExtractedAudio> &audio)
 {
@@ -33,239 +48,346 @@ void removeConvertedCopies(const QList<ExtractedAudio> &audio)
     }
 }
 
-QString describe(const std::exception &error)
+// The note an import keeps in its bundle: {"state": "running"} while it runs, the reason
+// once it failed, nothing once it finished. A note that cannot be written costs only the
+// marking after a crash; the import goes on.
+void writeNote(const QString &bundlePath, const QString &state, const QString &message = {})
 {
-    if (const auto *known = dynamic_cast<const Error *>(&error))
-        return known->description();
-    return QString::fromUtf8(error.what());
+    QJsonObject note {{u"state"_s, state}};
+    if (!message.isEmpty())
+        note.insert(u"message"_s, message);
+    try {
+        fileio::writeFileAtomically(QDir(bundlePath).filePath(noteName),
+                                    QJsonDocument(note).toJson(QJsonDocument::Compact));
+    } catch (const Error &) { }
 }
+
+QJsonObject readNote(const QString &bundlePath)
+{
+    QFile file(QDir(bundlePath).filePath(noteName));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+// Counts down the service's estimate between its answers, once a second.
+class Countdown
+{
+public:
+    Countdown(PlaybackClock &clock, ImportJob &job)
+        : m_clock(clock)
+        , m_job(&job)
+        , m_rawJob(&job)
+    { }
+    ~Countdown() { m_clock.cancel(m_pending); }
+    Countdown(const Countdown &) = delete;
+    Countdown &operator=(const Countdown &) = delete;
+
+    void restart(int seconds)
+    {
+        m_clock.cancel(m_pending);
+        m_left = seconds;
+        show();
+        schedule();
+    }
+
+private:
+    void schedule()
+    {
+        m_pending = m_clock.callAfter(1.0, [this] {
+            if (!m_job || !m_rawJob->isActive())
+                return;
+            m_left = std::max(0, m_left - 1);
+            show();
+            if (m_left > 0)
+                schedule();
+        });
+    }
+    void show()
+    {
+        if (m_left < 1) {
+            m_rawJob->setRemainingSeconds(std::nullopt);
+            m_rawJob->setStatus(u"正在识别语音... (即将完成)"_s);
+            return;
+        }
+        m_rawJob->setRemainingSeconds(m_left);
+        m_rawJob->setStatus(u"正在识别语音... ("_s + remainingText(m_left) + u')');
+    }
+
+    PlaybackClock &m_clock;
+    // The job is looked at only while the guard says it is still there.
+    QPointer<ImportJob> m_job;
+    ImportJob *m_rawJob;
+    int m_left = 0;
+    PlaybackClock::CallId m_pending = 0;
+};
 
 } // namespace
 
-void EditorViewModel::setPendingImportURLs(const QList<QUrl> &v)
+ImportPipeline::ImportPipeline(PlaybackClock &clock, ImportServices services, QObject *parent)
+    : QObject(parent)
+    , m_clock(clock)
+    , m_services(std::move(services))
 {
-    assign(m_pendingImportURLs, v, &EditorViewModel::pendingImportURLsChanged);
-}
-void EditorViewModel::setShowImportConfirm(bool v)
-{
-    assign(m_showImportConfirm, v, &EditorViewModel::showImportConfirmChanged);
-}
-void EditorViewModel::setShowLoginRequired(bool v)
-{
-    assign(m_showLoginRequired, v, &EditorViewModel::showLoginRequiredChanged);
-}
-void EditorViewModel::setTranscriptionStep(const QString &v)
-{
-    assign(m_transcriptionStep, v, &EditorViewModel::transcriptionStepChanged);
-}
-void EditorViewModel::setTranscriptionPollCount(int v)
-{
-    assign(m_transcriptionPollCount, v, &EditorViewModel::transcriptionPollCountChanged);
+    if (m_services.audioConverter)
+        m_extractor
+            = std::make_unique<AudioExtractor>(*m_services.audioConverter, m_clock, m_services.log);
 }
 
-void EditorViewModel::logLine(const QString &line) const
+ImportPipeline::~ImportPipeline() = default;
+
+void ImportPipeline::logLine(const QString &line) const
 {
-    if (m_import.log)
-        m_import.log(line);
+    if (m_services.log)
+        m_services.log(line);
 }
 
-ImportPickerRequest EditorViewModel::importPickerRequest()
+ImportJob *ImportPipeline::start(const QList<QUrl> &urls)
 {
-    ImportPickerRequest request;
-    request.message = u"选择要编辑的视频文件（可多选）"_s;
-    // MPEG-4 movie, QuickTime movie, movie, video, AVI, MPEG, MPEG-2 video, MP3, WAV,
-    // AIFF, audio, MPEG-4 audio.
-    request.contentTypes
-        = {u"video/mp4"_s,       u"video/quicktime"_s, u"video/*"_s,    u"video/*"_s,
-           u"video/x-msvideo"_s, u"video/mpeg"_s,      u"video/mp2t"_s, u"audio/mpeg"_s,
-           u"audio/x-wav"_s,     u"audio/x-aiff"_s,    u"audio/*"_s,    u"audio/mp4"_s};
-    return request;
+    const QString directory = m_services.projectsDirectory.isEmpty() ? projectsDirectory()
+                                                                     : m_services.projectsDirectory;
+    const QString title = titleForMedia(urls.value(0).toLocalFile(), directory);
+    std::shared_ptr<KavelProject> project = KavelProject::create(title, directory);
+    // Ours from the start: no other window or command may write into it while it fills.
+    project->claim();
+    writeNote(project->bundlePath(), u"running"_s);
+    auto *job = new ImportJob(urls, std::move(project), this);
+    m_jobs.append(job);
+    connect(job, &ImportJob::changed, this, [this, job] { Q_EMIT jobChanged(job); });
+    connect(job, &ImportJob::ended, this, [this] {
+        Q_EMIT activeCountChanged();
+        // Not from inside the ending import's own steps.
+        QTimer::singleShot(0, this, &ImportPipeline::startWaiting);
+    });
+    Q_EMIT jobAdded(job);
+    Q_EMIT activeCountChanged();
+    startWaiting();
+    return job;
 }
 
-void EditorViewModel::openFilePickerForImport()
+QList<ImportJob *> ImportPipeline::jobs() const
 {
-    openFilePickerForImport(m_import.appState && m_import.appState->isAuthenticated());
+    return m_jobs;
 }
 
-void EditorViewModel::openFilePickerForImport(bool isAuthenticated)
+ImportJob *ImportPipeline::jobFor(const QString &bundlePath) const
 {
-    if (!isAuthenticated) {
-        logLine(u"[EditorVM] Import blocked: not authenticated"_s);
-        setShowLoginRequired(true);
-        return;
+    for (auto it = m_jobs.crbegin(); it != m_jobs.crend(); ++it) {
+        if ((*it)->bundlePath() == bundlePath)
+            return *it;
     }
-    logLine(u"[EditorVM] Opening file picker for import..."_s);
-    if (!m_import.pickFiles)
-        return;
-    const QList<QUrl> chosen = m_import.pickFiles(importPickerRequest());
-    if (chosen.isEmpty())
-        return;
-    setPendingImportURLs(chosen);
-    setShowImportConfirm(true);
+    return nullptr;
 }
 
-QCoro::Task<> EditorViewModel::importAndTranscribe(QList<QUrl> urls)
+int ImportPipeline::activeCount() const
 {
-    QPointer<EditorViewModel> self(this);
-    QString unreported;
+    return static_cast<int>(
+        std::count_if(m_jobs.cbegin(), m_jobs.cend(), [](ImportJob *j) { return j->isActive(); }));
+}
+
+void ImportPipeline::startWaiting()
+{
+    for (ImportJob *job : std::as_const(m_jobs)) {
+        if (job->state() == ImportJob::State::running)
+            return;
+    }
+    for (ImportJob *job : std::as_const(m_jobs)) {
+        if (job->state() == ImportJob::State::waiting) {
+            QCoro::connect(run(job), this, [] {});
+            return;
+        }
+    }
+}
+
+void ImportPipeline::interruptAll()
+{
+    for (ImportJob *job : std::as_const(m_jobs)) {
+        if (job->isActive())
+            fail(job, interruptedText);
+    }
+}
+
+int ImportPipeline::markInterrupted(const QString &directory)
+{
+    int marked = 0;
+    const QFileInfoList bundles = QDir(directory).entryInfoList({u"*.kavel"_s}, QDir::Dirs);
+    for (const QFileInfo &bundle : bundles) {
+        if (readNote(bundle.filePath()).value(u"state"_s).toString() == u"running"_s) {
+            writeNote(bundle.filePath(), u"failed"_s, interruptedText);
+            ++marked;
+        }
+    }
+    return marked;
+}
+
+QString ImportPipeline::failureOf(const QString &bundlePath)
+{
+    const QJsonObject note = readNote(bundlePath);
+    if (note.value(u"state"_s).toString() != u"failed"_s)
+        return {};
+    return note.value(u"message"_s).toString(u"导入失败"_s);
+}
+
+void ImportPipeline::fail(ImportJob *job, const QString &status)
+{
+    logLine(u"[Import] "_s + job->bundlePath() + u": "_s + status);
+    writeNote(job->bundlePath(), u"failed"_s, status);
+    job->project()->setStatus(ProjectStatus::failed);
+    job->setStep({}, status);
+    job->setState(ImportJob::State::failed);
+}
+
+QCoro::Task<> ImportPipeline::run(ImportJob *job)
+{
+    QPointer<ImportPipeline> self(this);
+    QPointer<ImportJob> guard(job);
+    job->setState(ImportJob::State::running);
     try {
-        co_await runImport(std::move(urls));
+        co_await runSteps(job);
     } catch (const std::exception &error) {
-        unreported = describe(error);
         const auto *known = dynamic_cast<const Error *>(&error);
         if (self && known && !known->detail().isEmpty())
-            logLine(u"[EditorVM] Import failed: "_s + unreported + u" ("_s + known->detail()
+            logLine(u"[Import] Failed: "_s + known->description() + u" ("_s + known->detail()
                     + u')');
+        // The expired task and a failed result have said so in their own words already.
+        if (self && guard && job->isActive())
+            fail(job, failurePrefix + describe(error));
     }
-    // The expired task and a failed result have said so already (and stopped
-    // processing); anything else is told here, in its own words.
-    if (!self || !m_isProcessing)
-        co_return;
-    setIsProcessing(false);
-    setProcessingStatus(failurePrefix + unreported);
-    setTranscriptionStep({});
-    if (m_importProject)
-        m_importProject->setStatus(ProjectStatus::failed);
-    m_importProject.reset();
 }
 
-QCoro::Task<> EditorViewModel::runImport(QList<QUrl> urls)
+QCoro::Task<> ImportPipeline::runSteps(ImportJob *job)
 {
-    QPointer<EditorViewModel> self(this);
-    setIsProcessing(true);
-    m_transcriptionEstimateTotalSeconds = transcriptionEstimateSeconds;
-    setProcessingStatus(u"正在创建项目..."_s);
-    if (!m_import.apiClient || !m_audioExtractor)
+    QPointer<ImportPipeline> self(this);
+    QPointer<ImportJob> guard(job);
+    // Quitting may end the import while it waits; what it was waiting for is then dropped.
+    const auto gone = [&] { return !self || !guard || !job->isActive(); };
+    const std::shared_ptr<KavelProject> project = job->project();
+    if (!m_services.apiClient || !m_extractor)
         throw Error(u"导入需要语音识别服务和媒体引擎"_s);
 
-    const QString directory
-        = m_import.projectsDirectory.isEmpty() ? projectsDirectory() : m_import.projectsDirectory;
-    const QString title = titleForMedia(urls.value(0).toLocalFile(), directory);
-    m_importProject = KavelProject::create(title, directory);
-    m_importProject->claim();
-    m_project = m_importProject;
-    Q_EMIT projectChanged();
-    // A new project starts empty: nothing of the one open before may be carried into it,
-    // nor undone back into it.
-    m_savedParagraphs.clear();
-    setParagraphs({});
-    clearSelection();
-    m_undoManager->clear();
-    syncPlayer();
-    const std::shared_ptr<KavelProject> project = m_importProject;
-    // The shell can show the editor now: the project exists and fills in as we go.
-    setNavigateToEditor(true);
-
     project->setStatus(ProjectStatus::importingMedia);
+    const QList<QUrl> &urls = job->urls();
     for (qsizetype i = 0; i < urls.size(); ++i) {
-        setProcessingStatus(u"正在导入视频 (%1/%2)..."_s.arg(i + 1).arg(urls.size()));
+        job->setStep({}, u"正在导入视频 (%1/%2)..."_s.arg(i + 1).arg(urls.size()));
         project->addSourceFile(urls.at(i));
     }
 
     project->setStatus(ProjectStatus::extractingAudio);
-    setTranscriptionStep(u"提取音频"_s);
-    setProcessingStatus(u"正在提取音频..."_s);
-    const QList<ExtractedAudio> audio = co_await m_audioExtractor->extractAudio(*project);
-    if (!self) {
+    job->setStep(u"提取音频"_s, u"正在提取音频..."_s);
+    job->setProgress(0.0);
+    // Every argument of an awaited call is named: GCC 12 destroys the temporaries of a
+    // co_await expression twice.
+    AudioExtractor::ProgressListener showProgress = [job, guard](double done) {
+        if (!guard || !job->isActive())
+            return;
+        job->setProgress(done);
+        job->setStatus(u"正在提取音频... %1%"_s.arg(static_cast<int>(done * 100.0)));
+    };
+    const QList<ExtractedAudio> audio = co_await m_extractor->extractAudio(*project, showProgress);
+    if (gone()) {
         removeConvertedCopies(audio);
         co_return;
     }
     if (audio.isEmpty())
         throw KavelProjectError(KavelProjectError::Code::noSourceVideo);
-    // Only now, so that the preview does not open and decode the same files while the
-    // engine is converting them.
-    if (m_project == project)
-        loadProjectSources();
 
     // One recording is recognised per import: the first source's.
-    const ExtractedAudio &upload = audio.first();
+    const ExtractedAudio upload = audio.first();
     project->setStatus(ProjectStatus::transcribing);
-    setTranscriptionStep(u"上传音频"_s);
-    setProcessingStatus(u"正在上传音频进行语音识别..."_s);
+    job->setStep(u"上传音频"_s, u"正在上传音频进行语音识别..."_s);
     service::TranscribeResponse task;
+    const QString uploadPath = upload.audioURL.toLocalFile();
     try {
-        task = co_await m_import.apiClient->transcribe(upload.audioURL.toLocalFile());
+        task = co_await m_services.apiClient->transcribe(uploadPath);
     } catch (...) {
         removeConvertedCopies(audio);
         throw;
     }
     // The service has its own copy now; ours was made only to be sent.
     removeConvertedCopies(audio);
-    if (!self)
+    if (gone())
         co_return;
-    m_pendingASRSourceFileId = upload.sourceFileId;
 
-    setTranscriptionStep(u"语音识别中"_s);
-    setProcessingStatus(u"正在识别语音..."_s);
-    co_await pollTranscription(task.taskId);
+    job->setStep(u"语音识别中"_s, u"正在识别语音..."_s);
+    const service::TranscriptionResult result = co_await awaitRecognition(job, task.taskId);
+    if (gone())
+        co_return;
+    const std::optional<QUrl> source = project->sourceFileURL(upload.sourceFileId);
+    const QString sourcePath = source ? source->toLocalFile() : QString();
+    const std::vector<float> power = co_await measurePower(sourcePath);
+    if (gone())
+        co_return;
+    deliver(job, result, upload.sourceFileId, power);
 }
 
-QCoro::Task<> EditorViewModel::pollTranscription(QString taskId)
+QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(ImportJob *job,
+                                                                           QString taskId)
 {
-    QPointer<EditorViewModel> self(this);
-    setTranscriptionPollCount(0);
+    QPointer<ImportPipeline> self(this);
+    Countdown countdown(m_clock, *job);
+    QString lastStatus = u"pending"_s;
+    std::optional<double> lastProgress;
+    // When the service began on the task, and how far it was then: the estimate is the
+    // pace since.
+    std::optional<double> startedAt;
+    double startedProgress = 0.0;
     for (;;) {
+        const double asked = m_clock.now();
         service::TranscriptionResult result;
         try {
-            result = co_await m_import.apiClient->getTranscriptionResult(taskId);
+            result = co_await m_services.apiClient->getTranscriptionResult(taskId, pollWaitSeconds);
         } catch (const service::APIError &error) {
-            if (self && error.code() == service::APIError::Code::httpError
+            if (self && job->isActive() && error.code() == service::APIError::Code::httpError
                 && error.statusCode() == 404) {
-                failTranscription(
-                    u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s);
+                fail(job, u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s);
                 throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
             }
             throw;
         }
-        if (!self)
-            co_return;
-        if (result.isCompleted()) {
-            const std::vector<float> power = co_await measureSourcePower();
-            if (!self)
-                co_return;
-            finishTranscription(result, power);
-            co_return;
-        }
+        if (!self || !job->isActive() || result.isCompleted())
+            co_return result;
         if (result.isFailed()) {
-            failTranscription(failurePrefix + result.errorMessage.value_or(u"未知错误"_s));
-            if (m_import.notifier)
-                m_import.notifier->deliver(u"Kavel"_s, u"语音识别失败，请重试。"_s);
+            fail(job, failurePrefix + result.errorMessage.value_or(u"未知错误"_s));
+            if (m_services.notifier)
+                m_services.notifier->deliver(u"Kavel"_s, u"语音识别失败，请重试。"_s);
             throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
         }
 
-        co_await sleepOn(m_clock, transcriptionPollSeconds, this);
-        setTranscriptionPollCount(m_transcriptionPollCount + 1);
-        const int remaining = m_transcriptionEstimateTotalSeconds
-            - static_cast<int>(transcriptionPollSeconds) * m_transcriptionPollCount;
-        if (remaining < 1)
-            setProcessingStatus(u"正在识别语音... (即将完成)"_s);
-        else
-            setProcessingStatus(QString::asprintf("正在识别语音... (预计剩余 %02d:%02d)",
-                                                  remaining / 60, remaining % 60));
+        const bool moved = result.status != lastStatus || result.progress != lastProgress;
+        lastStatus = result.status;
+        lastProgress = result.progress;
+        const double now = m_clock.now();
+        if (result.progress && !startedAt && result.status != u"pending"_s) {
+            startedAt = now;
+            startedProgress = *result.progress;
+        }
+        if (result.progress) {
+            job->setProgress(*result.progress);
+            const double done = *result.progress - startedProgress;
+            if (startedAt && done > 0.0 && now > *startedAt) {
+                const double pace = done / (now - *startedAt);
+                countdown.restart(static_cast<int>(std::ceil((1.0 - *result.progress) / pace)));
+            }
+        }
+        // A service that answers at once, unchanged, is asked again only after a pause.
+        if (!moved && now - asked < 1.0) {
+            co_await sleepOn(m_clock, pollIntervalSeconds, this);
+            if (!self)
+                co_return result;
+        }
     }
 }
 
-KavelProject *EditorViewModel::openImportProject() const
+QCoro::Task<std::vector<float>> ImportPipeline::measurePower(QString path)
 {
-    if (!m_project || !m_importProject)
-        return nullptr;
-    return m_project->bundlePath() == m_importProject->bundlePath() ? m_project.get() : nullptr;
-}
-
-QCoro::Task<std::vector<float>> EditorViewModel::measureSourcePower()
-{
-    if (!m_import.measureLoudness || !m_importProject || !m_pendingASRSourceFileId)
-        co_return {};
-    const std::optional<QUrl> url = m_importProject->sourceFileURL(*m_pendingASRSourceFileId);
-    if (!url)
+    if (!m_services.measureLoudness || path.isEmpty())
         co_return {};
     struct Measured
     {
         std::vector<float> power;
         QString failure;
     };
-    const auto measure = m_import.measureLoudness;
-    const QString path = url->toLocalFile();
+    const auto measure = m_services.measureLoudness;
     // Named, not awaited as a temporary: GCC 12 frees such a temporary's strings twice.
     QFuture<Measured> future = QtConcurrent::run([measure, path] {
         try {
@@ -278,89 +400,39 @@ QCoro::Task<std::vector<float>> EditorViewModel::measureSourcePower()
     Measured measured = future.takeResult();
     // Unrefined edges are still the recogniser's usable edges.
     if (!measured.failure.isEmpty())
-        logLine(u"[EditorVM] Word edges left as recognised: "_s + measured.failure);
+        logLine(u"[Import] Word edges left as recognised: "_s + measured.failure);
     co_return std::move(measured.power);
 }
 
-QList<Paragraph> EditorViewModel::arrivedParagraphs(const service::TranscriptionResult &result,
-                                                    qint64 existingParagraphs,
-                                                    const std::vector<float> &sourcePower) const
+void ImportPipeline::deliver(ImportJob *job, const service::TranscriptionResult &result,
+                             const QUuid &sourceId, const std::vector<float> &power)
 {
-    const QUuid sourceId = m_pendingASRSourceFileId.value_or(placeholderSourceFileId);
     QList<Paragraph> arrived = service::paragraphsFromPayload(
-        result.paragraphs.value_or(QList<service::ParagraphPayload> {}), sourceId,
-        existingParagraphs);
-    if (!sourcePower.empty()) {
-        const qsizetype moved = refineCutEdges(arrived, sourceId, sourcePower);
-        logLine(u"[EditorVM] Moved %1 word edges into quiet"_s.arg(moved));
+        result.paragraphs.value_or(QList<service::ParagraphPayload> {}), sourceId, 0);
+    if (!power.empty()) {
+        const qsizetype moved = refineCutEdges(arrived, sourceId, power);
+        logLine(u"[Import] Moved %1 word edges into quiet"_s.arg(moved));
     }
     recordPauses(arrived);
-    return arrived;
-}
 
-void EditorViewModel::finishTranscription(const service::TranscriptionResult &result,
-                                          const std::vector<float> &sourcePower)
-{
-
-    if (KavelProject *open = openImportProject()) {
-        const QList<Paragraph> arrived
-            = arrivedParagraphs(result, m_paragraphs.size(), sourcePower);
-        setParagraphs(m_paragraphs + arrived);
-        // Undo must not reach back past the transcript's arrival.
-        m_undoManager->clear();
-        syncPlayer();
-        open->setParagraphs(m_paragraphs);
-        if (!saveImportedTranscript(*open))
-            return;
-        m_savedParagraphs = m_paragraphs;
-    } else if (m_importProject) {
-        // The user moved on to another project: the transcript goes into its own bundle,
-        // as that bundle stands on disk now, and the open editor is left alone.
-        std::shared_ptr<KavelProject> target = m_importProject;
-        try {
-            target = KavelProject::load(m_importProject->bundleURL());
-        } catch (const Error &error) {
-            logLine(u"[EditorVM] Reloading the imported project failed: "_s + error.description());
+    KavelProject &project = *job->project();
+    // Throws when a save fails; the import then fails with the reason, and what arrived
+    // stays in memory (and on screen when the project is open) for the user's next save.
+    if (!m_receiver || !m_receiver(project, arrived)) {
+        QList<Paragraph> paragraphs = project.paragraphs();
+        for (Paragraph &paragraph : arrived) {
+            paragraph.sortOrder = paragraphs.size();
+            paragraphs.append(std::move(paragraph));
         }
-        const QList<Paragraph> arrived
-            = arrivedParagraphs(result, target->paragraphs().size(), sourcePower);
-        target->setParagraphs(target->paragraphs() + arrived);
-        if (!saveImportedTranscript(*target))
-            return;
-    }
-    m_importProject.reset();
-    setIsProcessing(false);
-    setProcessingStatus({});
-    setTranscriptionStep({});
-    if (m_import.notifier)
-        m_import.notifier->deliver(u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
-}
-
-bool EditorViewModel::saveImportedTranscript(KavelProject &project)
-{
-    try {
+        project.setParagraphs(paragraphs);
         project.saveTimeline();
-        project.setStatus(ProjectStatus::ready);
-        if (m_importProject && &project != m_importProject.get())
-            m_importProject->setStatus(ProjectStatus::ready);
-        return true;
-    } catch (const Error &error) {
-        // An import is done only once its transcript is on disk. What arrived stays in
-        // memory (and on screen when the project is open) for the user's next save.
-        logLine(u"[EditorVM] Saving the transcript failed: "_s + error.description());
-        failTranscription(failurePrefix + error.description());
-        m_importProject.reset();
-        return false;
     }
-}
-
-void EditorViewModel::failTranscription(const QString &status)
-{
-    setIsProcessing(false);
-    setProcessingStatus(status);
-    setTranscriptionStep({});
-    if (m_importProject)
-        m_importProject->setStatus(ProjectStatus::failed);
+    project.setStatus(ProjectStatus::ready);
+    QFile::remove(QDir(job->bundlePath()).filePath(noteName));
+    job->setStep({}, {});
+    job->setState(ImportJob::State::finished);
+    if (m_services.notifier)
+        m_services.notifier->deliver(u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
 }
 
 } // namespace kavel

@@ -253,8 +253,11 @@ QCoro::Task<TranscribeResponse> APIClient::transcribe(QString filePath)
     throw APIError::httpError(reply.statusCode);
 }
 
-QCoro::Task<TranscriptionResult> APIClient::getTranscriptionResult(QString taskId)
+QCoro::Task<TranscriptionResult> APIClient::getTranscriptionResult(QString taskId, int waitSeconds)
 {
+    if (waitSeconds > 0)
+        co_return co_await get<TranscriptionResult>(u"/media/transcribe/"_s + taskId + u"?wait="_s
+                                                    + QString::number(waitSeconds));
     co_return co_await get<TranscriptionResult>(u"/media/transcribe/"_s + taskId);
 }
 

@@ -70,7 +70,10 @@ public:
     // anything is sent; a rejection carrying a non-empty "detail" throws
     // APIError::httpErrorWithDetail.
     QCoro::Task<TranscribeResponse> transcribe(QString filePath);
-    QCoro::Task<TranscriptionResult> getTranscriptionResult(QString taskId);
+    // With `waitSeconds`, the service may hold the answer until the task moves on (its
+    // status or progress changes) or that time is up; a service that does not wait
+    // answers at once, which is just as right.
+    QCoro::Task<TranscriptionResult> getTranscriptionResult(QString taskId, int waitSeconds = 0);
 
     // Multipart pieces of the upload, exposed for the wire-format tests.
     static QString mediaTypeForFile(const QString &fileName);

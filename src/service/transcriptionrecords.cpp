@@ -129,6 +129,7 @@ TranscriptionResult TranscriptionResult::fromJson(const QJsonObject &object)
     if (auto array = json::optionalArray(object, "paragraphs"_L1))
         result.paragraphs = decodeList<ParagraphPayload>(*array, u"paragraphs"_s);
     result.errorMessage = json::optionalString(object, "errorMessage"_L1);
+    result.progress = json::optionalDouble(object, "progress"_L1);
     return result;
 }
 
@@ -138,6 +139,8 @@ QJsonObject TranscriptionResult::toJson() const
     if (paragraphs)
         object.insert("paragraphs"_L1, encodeList(*paragraphs));
     insertOptional(object, "errorMessage"_L1, errorMessage);
+    if (progress)
+        object.insert("progress"_L1, *progress);
     return object;
 }
 

@@ -60,6 +60,9 @@ struct TranscriptionResult
     QString status;
     std::optional<QList<ParagraphPayload>> paragraphs;
     std::optional<QString> errorMessage;
+    // How much of the recording the service has recognised, 0 to 1; services that do not
+    // tell leave it out.
+    std::optional<double> progress;
 
     bool isCompleted() const { return status == QLatin1StringView(completed); }
     bool isFailed() const { return status == QLatin1StringView(failed); }

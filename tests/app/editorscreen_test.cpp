@@ -99,13 +99,13 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
         full.whileFull([&] { tool(u"保存"_s)->click(); });
         EXPECT_TRUE(view->savedIndicator()->isHidden());
         EXPECT_TRUE(view->processingOverlay()->isVisible());
-        const QString said = view->processingLabel()->text();
+        const QString said = view->processingOverlay()->statusLabel()->text();
         EXPECT_TRUE(said.startsWith(u"保存失败："_s)
                     && (!full.isMounted() || said.contains(u"磁盘空间不足"_s)))
             << said.toStdString();
         EXPECT_TRUE(vm.hasUnsavedChanges());
         EXPECT_TRUE(QFileInfo::exists(journal));
-        view->dismissButton()->click();
+        view->processingOverlay()->dismissButton()->click();
         view->hide();
         vm.openProject(QUrl::fromLocalFile(dir.filePath(u"Widgets.kavel"_s)));
     }
@@ -147,67 +147,6 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     EXPECT_EQ(view->searchField()->text(), QString());
     EXPECT_TRUE(view->searchCounter()->isHidden());
     EXPECT_EQ(std::pair(limit->value(), limit->isEnabled()), std::pair(0.5, false));
-}
-
-// The import pipeline is the only writer of the processing state; a subclass stands in,
-// changing it in the pipeline's order.
-class ProcessingEditor : public EditorViewModel
-{
-public:
-    using EditorViewModel::EditorViewModel;
-    void run(const QString &step, const QString &status)
-    {
-        setIsProcessing(true);
-        setTranscriptionStep(step);
-        setProcessingStatus(status);
-    }
-    void end(const QString &status)
-    {
-        setIsProcessing(false);
-        setProcessingStatus(status);
-        setTranscriptionStep({});
-    }
-};
-
-TEST(EditorScreenOverlay, ShowsTheStepWhileProcessingAndAFailureUntilClosed)
-{
-    test::FakeMediaEngine engine;
-    test::FakeClock clock;
-    ProcessingEditor editor(engine, clock);
-    MainEditorView view(editor);
-    view.resize(900, 600);
-    view.show();
-    QWidget *cover = view.processingOverlay();
-    const auto shown = [&](const QString &status, const QString &step, bool closable) {
-        QStringList current;
-        for (QLabel *label : view.stepLabels())
-            if (label->isVisible() && label->isEnabled())
-                current.append(label->text());
-        return cover->isVisible() && view.processingLabel()->text() == status
-            && current == (step.isEmpty() ? QStringList() : QStringList {step})
-            && view.dismissButton()->isVisible() == closable;
-    };
-    EXPECT_FALSE(cover->isVisible());
-    for (const QString &step : {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s}) {
-        editor.run(step, u"正在识别…"_s);
-        EXPECT_TRUE(shown(u"正在识别…"_s, step, false)) << step.toStdString();
-    }
-    EXPECT_EQ(cover->geometry(), view.rect());
-
-    // Ending well leaves nothing; a failure stays until closed or until the next import.
-    editor.end({});
-    EXPECT_FALSE(cover->isVisible());
-    for (const bool closeIt : {true, false}) {
-        editor.run(u"语音识别中"_s, u"正在识别…"_s);
-        editor.end(u"语音识别失败: 未知错误"_s);
-        EXPECT_TRUE(shown(u"语音识别失败: 未知错误"_s, {}, true));
-        if (closeIt) {
-            view.dismissButton()->click();
-            EXPECT_FALSE(cover->isVisible());
-        }
-    }
-    editor.run(u"提取音频"_s, u"正在提取音频..."_s);
-    EXPECT_TRUE(shown(u"正在提取音频..."_s, u"提取音频"_s, false));
 }
 
 // The size the surface reports for frames is walked by the full-screen part below.

@@ -1,9 +1,13 @@
 #include "app/exportdialog.h"
+#include "app/homepage.h"
+#include "app/importbadge.h"
+#include "app/importcover.h"
 #include "app/maineditorview.h"
 #include "app/projecttitle.h"
 #include "app/screens.h"
 #include "app/singleinstance.h"
 #include "app/videoplayerview.h"
+#include "editor/audioextraction.h"
 #include "export/exportflow.h"
 #include "export/fakerenderer.h"
 #include "model/fileio.h"
@@ -19,6 +23,8 @@
 #include <QLocalServer>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QSlider>
 #include <QToolButton>
 #include <unistd.h>
@@ -273,6 +279,91 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
               2);
     journal::write(*vm.project(), saved);
     EXPECT_TRUE(offered());
+}
+
+// An import covers its own project only: the card on the home page and the cover in its
+// editor tell its step and progress, every other project stays editable, and quitting
+// while it runs asks first.
+TEST_F(MainWindowTest, AnImportCoversOnlyItsOwnProjectAndQuittingAsksFirst)
+{
+    activateWindow();
+    openTranscript({{u"one"_s, u"two"_s}, {u"three"_s}});
+    const QUrl earlier = vm.project()->bundleURL();
+    const QString media = QDir(dir.path()).filePath(u"talk.wav"_s);
+    test::writeFile(media, "sound");
+
+    main->startImport({QUrl::fromLocalFile(media)});
+    ImportJob *job = imports.jobs().constLast();
+    ASSERT_EQ(vm.project(), job->project().get()) << "the new project opens at once";
+    EXPECT_EQ(main->currentScreen(), main->editorView());
+    app::ImportCover *cover = main->editorView()->processingOverlay();
+    converter.current().setProgress(0.3);
+    clock.advance(AudioExtractor::progressInterval);
+    EXPECT_TRUE(cover->isVisible());
+    EXPECT_EQ(cover->statusLabel()->text(), u"正在提取音频... 30%"_s);
+    EXPECT_EQ(cover->progressBar()->value(), 30);
+    QStringList current;
+    for (QLabel *label : cover->stepLabels())
+        if (label->isVisible() && label->isEnabled())
+            current.append(label->text());
+    EXPECT_EQ(current, QStringList {u"提取音频"_s});
+    // 返回首页 is not covered: the home page's card tells the same.
+    QToolButton *back = main->editorView()->backButton();
+    EXPECT_GE(cover->geometry().top(),
+              back->mapTo(main->editorView(), QPoint(0, back->height())).y());
+    back->click();
+    EXPECT_EQ(main->currentScreen(), main->homePage());
+    QString told;
+    for (app::ProjectCard *card : main->homePage()->cards()) {
+        if (card->reference().bundlePath == job->bundlePath())
+            told = card->findChild<app::ImportBadge *>()->label()->text();
+    }
+    EXPECT_EQ(told, u"提取音频 30%"_s);
+
+    // Another project is edited meanwhile, uncovered.
+    main->openProject(earlier);
+    EXPECT_FALSE(cover->isVisible());
+    vm.deleteParagraph(paragraph(0).id);
+    EXPECT_EQ(text(), u"three"_s);
+    vm.save();
+
+    // Back in the importing project, the cover is there again; its failure stays until
+    // closed.
+    main->openProject(job->project()->bundleURL());
+    EXPECT_TRUE(cover->isVisible());
+    converter.current().finish(media::ConversionStatus::failed);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !job->isActive(); }));
+    EXPECT_TRUE(cover->isVisible() && cover->dismissButton()->isVisible());
+    // The sound went up as it was, and nothing listens where the service should be.
+    EXPECT_EQ(cover->statusLabel()->text(), u"语音识别失败: 无法连接到服务器"_s);
+    cover->dismissButton()->click();
+    EXPECT_FALSE(cover->isVisible());
+
+    // Quitting with an import running asks; 取消 keeps it going, 退出 ends it as failed.
+    main->startImport({QUrl::fromLocalFile(media)});
+    ImportJob *second = imports.jobs().constLast();
+    for (const QString &choice : {u"取消"_s, u"退出"_s}) {
+        main->close();
+        answerAlert(
+            u"还有 1 个项目正在导入。现在退出会中断导入，这些项目将标记为导入失败。确定退出吗？"_s,
+            choice);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(main->isVisible(), choice == u"取消"_s);
+        EXPECT_EQ(second->isActive(), choice == u"取消"_s);
+    }
+    EXPECT_EQ(ImportPipeline::failureOf(second->bundlePath()),
+              u"导入被中断（应用已退出），请重新导入。"_s);
+
+    // The next run shows why when that project is opened, until closed.
+    ImportPipeline nextRun {clock, ImportServices {}};
+    main->show();
+    main->editorView()->setImports(&nextRun);
+    vm.openProject(QUrl::fromLocalFile(second->bundlePath()));
+    EXPECT_TRUE(cover->isVisible());
+    EXPECT_EQ(cover->statusLabel()->text(), u"导入被中断（应用已退出），请重新导入。"_s);
+    cover->dismissButton()->click();
+    EXPECT_FALSE(cover->isVisible());
+    main->editorView()->setImports(&imports);
 }
 
 // A walk through the sidebar's other screens: the guide, the settings and the account.

@@ -2,6 +2,8 @@
 
 #include "app/homepage.h"
 #include "app/mainwindow.h"
+#include "editor/importpipeline.h"
+#include "import/importfakes.h"
 #include "media/recordingsummary.h"
 #include "model/projectstore.h"
 #include "service/apiclient.h"
@@ -29,6 +31,16 @@ protected:
     service::AppState appState {api, settings, [](const QString &) {}};
     service::LoginModel login {api, settings, appState};
     ProjectStore store {media::recordingSummarizer(engine), projectsDir.path()};
+    // Conversions wait for the test unless told otherwise; nothing answers the uploads.
+    FakeAudioConverter converter;
+    ImportPipeline imports {clock, [this] {
+                                ImportServices services;
+                                services.apiClient = &api;
+                                services.audioConverter = &converter;
+                                services.projectsDirectory = projectsDir.path();
+                                services.log = {};
+                                return services;
+                            }()};
     int mediaPicks = 0;
     QList<QUrl> filesToPick;
     const std::function<QList<QUrl>()> pickMedia = [this] { return ++mediaPicks, filesToPick; };
@@ -41,8 +53,13 @@ protected:
 
     void makeWindow()
     {
+        converter.completeAtOnce = false;
+        imports.setReceiver([this](const KavelProject &project, QList<Paragraph> arrived) {
+            return vm.receiveTranscript(project, std::move(arrived));
+        });
         main = std::make_unique<app::MainWindow>(app::ShellServices {
             .editor = &vm,
+            .imports = &imports,
             .appState = &appState,
             .settings = &settings,
             .store = &store,

@@ -333,6 +333,96 @@ wait_for 10 "the Settings menu closing on Return" has_no_other_window
 shot 16-settings
 expect_new_screen 15-guide 16-settings "choosing 设置 → 偏好设置…"
 
+# --- an edit in one project while another imports -------------------------------------
+
+step="importing a second, longer recording"
+# Six times the first recording: long enough to be still recognised while the first
+# project is edited.
+long_source="$work/media/lesson.mp4"
+ffmpeg -loglevel error -y -stream_loop 5 -i "$source" -c copy "$long_source"
+focus "$main_window"
+key ctrl+i
+focus_window '^选择要编辑的视频文件' "the file dialog after Ctrl+I"
+xdotool type --delay 10 "$long_source"
+key Return
+focus_window '^确认导入' "the import confirmation of the second recording"
+key Return
+wait_for 10 "the second import starting" has_no_window '^确认导入'
+second_made() { app_running && [ "$(compgen -G "$projects/*.kavel/import.json" | wc -l)" -eq 1 ]; }
+wait_for 30 "the second project being made, with its import running" second_made
+second=$(dirname "$(compgen -G "$projects/*.kavel/import.json")")
+focus "$main_window"
+shot 17-import-cover
+expect_new_screen 16-settings 17-import-cover "the new project opening under its import's cover"
+
+step="leaving the importing project with 返回首页"
+# The cover leaves the top bar free.
+click_at "${back_button[@]}"
+shot 18-home-import-progress
+expect_new_screen 17-import-cover 18-home-import-progress "返回首页 above the import's cover"
+
+step="editing the first project while the second imports"
+key ctrl+o
+focus_window '^选择 .kavel 项目文件' "the folder dialog after Ctrl+O"
+xdotool type --delay 10 "$bundle"
+key Return
+wait_for 10 "the folder dialog taking the path" has_no_window '^选择 .kavel 项目文件'
+focus "$main_window"
+words_of "$timeline" >"$work/words-before-second.tsv"
+first_count=$(wc -l <"$work/words-before-second.tsv")
+click_at "${transcript_first_line[@]}"
+first_paragraph=$(jq '.paragraphs | sort_by(.sortOrder)[0].wordBlocks | length' "$timeline")
+for _ in $(seq "$first_paragraph"); do key Left; done
+key shift+Right BackSpace ctrl+s
+edited_while_importing() {
+    app_running && [ "$(words_of "$timeline" | wc -l)" -eq $((first_count - 1)) ]
+}
+wait_for 20 "the edit being saved while the other project imports" edited_while_importing
+[ -f "$second/import.json" ] || fail "the second import ended before the edit: use a longer recording"
+shot 19-edit-while-importing
+expect_new_screen 18-home-import-progress 19-edit-while-importing "opening the first project"
+
+step="asking before quitting with an import running"
+# What a window manager sends when the window's close button is pressed.
+python3 - "$main_window" <<'PY'
+import ctypes, sys
+x = ctypes.cdll.LoadLibrary("libX11.so.6")
+x.XOpenDisplay.restype = ctypes.c_void_p
+x.XOpenDisplay.argtypes = [ctypes.c_char_p]
+x.XFlush.argtypes = [ctypes.c_void_p]
+x.XInternAtom.restype = ctypes.c_ulong
+x.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+display = x.XOpenDisplay(None)
+window = int(sys.argv[1])
+class ClientMessage(ctypes.Structure):
+    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
+                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong),
+                ("message_type", ctypes.c_ulong), ("format", ctypes.c_int),
+                ("data", ctypes.c_long * 5)]
+class Event(ctypes.Union):
+    _fields_ = [("message", ClientMessage), ("pad", ctypes.c_long * 24)]
+event = Event()
+event.message.type = 33  # ClientMessage
+event.message.window = window
+event.message.message_type = x.XInternAtom(display, b"WM_PROTOCOLS", 0)
+event.message.format = 32
+event.message.data[0] = x.XInternAtom(display, b"WM_DELETE_WINDOW", 0)
+x.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long,
+                         ctypes.c_void_p]
+x.XSendEvent(display, window, 0, 0, ctypes.byref(event))
+x.XFlush(display)
+PY
+wait_for 10 "the question before quitting during an import" has_other_window
+shot 20-quit-while-importing
+key Escape
+wait_for 10 "取消 keeping the window" has_no_other_window
+
+step="waiting for the second transcript"
+second_done() { app_running && [ ! -f "$second/import.json" ] && [ -n "$(words_of "$second/timeline.json" 2>/dev/null)" ]; }
+wait_for 240 "the second transcript arriving in its own project" second_done
+edited_while_importing || fail "the second import changed the first project"
+echo "e2e: the second project was transcribed while the first was edited"
+
 step="quitting"
 app_ended() { ended "$app_pid"; }
 kill "$app_pid"

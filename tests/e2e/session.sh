@@ -172,6 +172,8 @@ player_controls=(180 556 440 52)
 search_area=(960 55 240 32)
 list_toggle=(1155 224)
 menu_file=(22 11)
+# 返回首页 at the left of the editor's top bar.
+back_button=(230 42)
 
 # Clicks (or double-clicks with "2") at a window point, then parks the pointer on the empty
 # end of the menu bar so that no hover effect shows in the screenshots.

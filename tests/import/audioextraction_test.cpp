@@ -13,6 +13,7 @@
 #include "support/testenvironment.h"
 
 #include <QDir>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
@@ -140,6 +141,13 @@ TEST(MltAudioConversion, SoundBecomesAacOfTheSameLengthOrSaysWhyNot)
         const media::MediaInfo info = media::mlt::probeMedia(out.toLocalFile()).info;
         EXPECT_TRUE(info.hasAudio && !info.hasVideo) << source.toStdString();
         EXPECT_NEAR(info.audioDuration, source == video ? 3.0 : 2.0, 0.15) << source.toStdString();
+        // Recognition hears 16 kHz mono; more would only make the upload longer.
+        QProcess probe;
+        probe.start(u"ffprobe"_s,
+                    {u"-v"_s, u"error"_s, u"-select_streams"_s, u"a:0"_s, u"-show_entries"_s,
+                     u"stream=sample_rate,channels"_s, u"-of"_s, u"csv=p=0"_s, out.toLocalFile()});
+        ASSERT_TRUE(probe.waitForFinished(30000));
+        EXPECT_EQ(probe.readAllStandardOutput().trimmed(), "16000,1") << source.toStdString();
     }
     EXPECT_EQ(outputs.size(), 3);
 

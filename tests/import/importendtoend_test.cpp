@@ -1,11 +1,12 @@
 // The whole import on real parts: media made with flite and ffmpeg, MLT extracting the
 // sound, a kavel-server on loopback recognising it.
 
-#include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "generatedmedia.h"
 #include "importfakes.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
+#include "model/kavelproject.h"
 #include "model/timeline.h"
 #include "playback/playbackclock.h"
 #include "service/apiclient.h"
@@ -20,6 +21,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTest>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -77,7 +79,7 @@ protected:
         return QUrl::fromLocalFile(QDir(s_media->path()).filePath(name));
     }
 
-    std::unique_ptr<EditorViewModel> makeEditor(service::APIClient &client)
+    std::unique_ptr<ImportPipeline> makeImports(service::APIClient &client)
     {
         ImportServices services;
         services.apiClient = &client;
@@ -85,20 +87,23 @@ protected:
         services.notifier = &notifier;
         services.projectsDirectory = projects.path();
         services.log = log.sink();
-        return std::make_unique<EditorViewModel>(*s_engine, clock, std::move(services));
+        return std::make_unique<ImportPipeline>(clock, std::move(services));
     }
 
-    static void import(EditorViewModel &vm, const QList<QUrl> &urls)
+    // Imports the files and returns the import once it has ended.
+    static ImportJob *import(ImportPipeline &imports, const QList<QUrl> &urls)
     {
-        runTask(vm.importAndTranscribe(urls), std::chrono::seconds(60)).get();
+        ImportJob *job = imports.start(urls);
+        EXPECT_TRUE(QTest::qWaitFor([job] { return !job->isActive(); }, 60000));
+        return job;
     }
 
-    // Calls `action` once, when the pipeline starts polling the uploaded task.
-    static void whenPolling(EditorViewModel &vm, std::function<void()> action)
+    // Calls `action` once, when an import starts polling the uploaded task.
+    static void whenPolling(ImportPipeline &imports, std::function<void()> action)
     {
-        QObject::connect(&vm, &EditorViewModel::transcriptionStepChanged, &vm,
-                         [&vm, action = std::move(action)]() mutable {
-                             if (action && vm.transcriptionStep() == u"语音识别中"_s)
+        QObject::connect(&imports, &ImportPipeline::jobChanged, &imports,
+                         [action = std::move(action)](ImportJob *job) mutable {
+                             if (action && job->step() == u"语音识别中"_s)
                                  std::exchange(action, nullptr)();
                          });
     }
@@ -136,23 +141,37 @@ void expectSpeech(const QList<Paragraph> &paragraphs, const QUuid &source)
     EXPECT_LT(words.last().mediaEnd, 6.0);
 }
 
-// The video goes through the command line's import below, on the same editor code.
+// The video goes through the command line's import below, on the same pipeline.
 TEST_F(ImportEndToEnd, SpokenAudioFilesBecomeTranscriptsOfTheirOwnProjects)
 {
-    auto vm = makeEditor(*api);
-    QUrl previous;
+    auto imports = makeImports(*api);
+    // What the service told of each import while it recognised: its progress, rising.
+    QHash<ImportJob *, QList<double>> progress;
+    QObject::connect(imports.get(), &ImportPipeline::jobChanged, imports.get(),
+                     [&progress](ImportJob *job) {
+                         QList<double> &told = progress[job];
+                         if (job->step() == u"语音识别中"_s && job->progress()
+                             && (told.isEmpty() || told.constLast() != *job->progress()))
+                             told.append(*job->progress());
+                     });
+    QString previous;
     for (const QString &name : {u"speech.wav"_s, u"speech.mp3"_s}) {
-        import(*vm, {media(name)});
-        ASSERT_EQ(vm->project()->status(), ProjectStatus::ready)
-            << vm->processingStatus().toStdString();
-        // Nothing of the project open before is carried into the new bundle.
-        EXPECT_NE(vm->project()->bundleURL(), previous);
-        previous = vm->project()->bundleURL();
-        expectSpeech(vm->paragraphs(), vm->project()->metadata().sourceFiles.first().id);
-        EXPECT_EQ(KavelProject::load(previous)->paragraphs(), vm->paragraphs());
-        EXPECT_TRUE(QDir(vm->project()->cacheDirectory()).isEmpty(QDir::Files))
+        ImportJob *job = import(*imports, {media(name)});
+        ASSERT_EQ(job->state(), ImportJob::State::finished) << job->status().toStdString();
+        EXPECT_EQ(job->project()->status(), ProjectStatus::ready);
+        // Nothing of the project imported before is carried into the new bundle.
+        EXPECT_NE(job->bundlePath(), previous);
+        previous = job->bundlePath();
+        const auto saved = KavelProject::load(job->project()->bundleURL());
+        expectSpeech(saved->paragraphs(), saved->metadata().sourceFiles.first().id);
+        EXPECT_TRUE(QDir(saved->cacheDirectory()).isEmpty(QDir::Files))
             << "the upload copy is removed";
+        const QList<double> &told = progress[job];
+        EXPECT_TRUE(std::is_sorted(told.cbegin(), told.cend()));
+        EXPECT_TRUE(!told.isEmpty() && told.constFirst() < 1.0) << told.size();
     }
+    // Each poll waited on the server for news instead of asking every few seconds.
+    EXPECT_LE(log.lines->filter(u"[APIClient] GET /api/media/transcribe/"_s).size(), 2 * 6);
     EXPECT_EQ(log.lines->filter(u"[AudioExtract] Completed: audio_"_s).size(), 2) << "converted";
     const QPair<QString, QString> ready {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s};
     EXPECT_EQ(notifier.delivered, (QList<QPair<QString, QString>> {ready, ready}));
@@ -196,14 +215,16 @@ TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
     const QList<QPair<QString, QString>> failed {{u"Kavel"_s, u"语音识别失败，请重试。"_s}};
     for (const auto &c : cases) {
         notifier.delivered.clear();
-        auto vm = makeEditor(*c.client);
+        auto imports = makeImports(*c.client);
         if (c.whilePolling)
-            whenPolling(*vm, c.whilePolling);
-        import(*vm, {c.file});
-        EXPECT_EQ(vm->project()->status(), ProjectStatus::failed) << c.name;
-        EXPECT_FALSE(vm->isProcessing() || !vm->transcriptionStep().isEmpty()) << c.name;
-        EXPECT_TRUE(QRegularExpression(c.status).match(vm->processingStatus()).hasMatch())
-            << c.name << ": " << vm->processingStatus().toStdString();
+            whenPolling(*imports, c.whilePolling);
+        ImportJob *job = import(*imports, {c.file});
+        EXPECT_EQ(job->project()->status(), ProjectStatus::failed) << c.name;
+        EXPECT_EQ(job->state(), ImportJob::State::failed) << c.name;
+        EXPECT_TRUE(job->step().isEmpty()) << c.name;
+        EXPECT_TRUE(QRegularExpression(c.status).match(job->status()).hasMatch())
+            << c.name << ": " << job->status().toStdString();
+        EXPECT_EQ(ImportPipeline::failureOf(job->bundlePath()), job->status()) << c.name;
         EXPECT_EQ(notifier.delivered, c.announced ? failed : decltype(failed) {}) << c.name;
     }
     EXPECT_TRUE(log.lines->contains(
@@ -228,7 +249,7 @@ CliRun importWithCli(const QString &projects, const QStringList &arguments)
     cli.start(programPath(u"kavel-cli"_s), QStringList {u"import"_s} + arguments);
     QElapsedTimer waited;
     waited.start();
-    while (cli.state() != QProcess::NotRunning && waited.elapsed() < 60'000)
+    while (cli.state() != QProcess::NotRunning && waited.elapsed() < 120'000)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
     if (cli.state() != QProcess::NotRunning)
         return {-1, {}, u"kavel-cli hung"_s};

@@ -23,7 +23,8 @@ public:
     { }
 
     media::ConversionStatus status() const override { return m_status; }
-    double progress() const override { return 0.0; }
+    double progress() const override { return m_progress; }
+    void setProgress(double progress) { m_progress = progress; }
     std::exception_ptr error() const override { return nullptr; }
     void cancel() override { finish(media::ConversionStatus::cancelled); }
 
@@ -41,6 +42,7 @@ public:
 
 private:
     QString m_output;
+    double m_progress = 0.0;
     media::ConversionStatus m_status = media::ConversionStatus::running;
 };
 

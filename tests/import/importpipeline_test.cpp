@@ -1,4 +1,6 @@
+#include "editor/audioextraction.h"
 #include "editor/editorviewmodel.h"
+#include "editor/importpipeline.h"
 #include "importfakes.h"
 #include "model/timeline.h"
 #include "service/apiclient.h"
@@ -22,6 +24,12 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QByteArray pending = R"({"task_id": "t-1", "status": "pending"})";
+
+QByteArray running(double progress)
+{
+    return uR"({"task_id": "t-1", "status": "processing", "progress": %1})"_s.arg(progress)
+        .toUtf8();
+}
 
 // Paragraphs of "hello um" three seconds apart, numbered as no editor would number them.
 QByteArray completed(int paragraphs)
@@ -55,21 +63,29 @@ QStringList shown(const QList<Paragraph> &paragraphs)
     return lines;
 }
 
-// The editor over a stand-in service that answers every request alike, a converter that
-// always succeeds and a clock that moves only when told.
-class ImportPipeline : public ::testing::Test
+// The pipeline and an editor over a stand-in service that answers every request alike
+// and at once, a converter that succeeds and a clock that moves only when told.
+class Imports : public ::testing::Test
 {
 protected:
-    ImportPipeline()
+    Imports()
     {
         stub.setReply(200, pending);
-        QObject::connect(&vm, &EditorViewModel::processingStatusChanged, &vm,
-                         [this] { statuses.append(vm.processingStatus()); });
-        QObject::connect(&vm, &EditorViewModel::transcriptionStepChanged, &vm,
-                         [this] { steps.append(vm.transcriptionStep()); });
-        QObject::connect(&vm, &EditorViewModel::projectChanged, &vm, [this] {
-            QObject::connect(vm.project(), &KavelProject::statusChanged, &vm,
-                             [this] { projectStates.append(vm.project()->status()); });
+        pipeline.setReceiver([this](const KavelProject &project, QList<Paragraph> arrived) {
+            return vm.receiveTranscript(project, std::move(arrived));
+        });
+        // What each import said, once per change.
+        QObject::connect(&pipeline, &ImportPipeline::jobChanged, &pipeline, [this](ImportJob *job) {
+            QStringList &said = statuses[job];
+            if (said.isEmpty() || said.constLast() != job->status())
+                said.append(job->status());
+            QStringList &stepsSeen = steps[job];
+            if (stepsSeen.isEmpty() || stepsSeen.constLast() != job->step())
+                stepsSeen.append(job->step());
+        });
+        QObject::connect(&pipeline, &ImportPipeline::jobAdded, &pipeline, [this](ImportJob *job) {
+            QObject::connect(job->project().get(), &KavelProject::statusChanged, job,
+                             [this, job] { projectStates[job].append(job->project()->status()); });
         });
     }
 
@@ -84,6 +100,7 @@ protected:
             return picked;
         };
         s.projectsDirectory = dir.filePath(u"projects"_s);
+        s.log = {};
         return s;
     }
 
@@ -94,36 +111,33 @@ protected:
         return QUrl::fromLocalFile(path);
     }
 
-    // Starts the import and lets it run up to its first wait between polls.
-    QCoro::Task<> start(const QList<QUrl> &urls)
+    // Waits until the service has answered `polls` polls in all and the import has done
+    // what it does with the last answer.
+    void answered(int polls)
     {
-        clock.advance(1.0); // whatever the previous import left to the player
-        auto task = vm.importAndTranscribe(urls);
-        waitForNextSleep();
-        return task;
-    }
-
-    void waitForNextSleep()
-    {
-        // While polling, the pipeline's sleep is the only thing on the clock.
-        EXPECT_TRUE(QTest::qWaitFor([this] {
+        EXPECT_TRUE(QTest::qWaitFor([&] {
             clock.advance(0.0); // what is due now, such as the player loading its sources
-            return (vm.transcriptionStep() == u"语音识别中"_s && clock.pendingCalls() > 0)
-                || !vm.isProcessing();
-        }));
+            return pollAnswers >= polls;
+        })) << polls
+            << " polls, " << pollAnswers << " answered";
     }
 
-    // One poll interval passes; the next poll is answered with `reply`.
-    void poll(const QByteArray &reply = pending)
+    void ended(ImportJob *job)
     {
-        stub.setReply(200, reply);
-        clock.advance(EditorViewModel::transcriptionPollSeconds);
-        waitForNextSleep();
+        EXPECT_TRUE(QTest::qWaitFor([&] {
+            clock.advance(0.0);
+            return !job->isActive();
+        }));
     }
 
     QTemporaryDir dir;
     HttpStub stub;
-    service::APIClient api {stub.apiBaseUrl(), service::SessionTimeouts {}, service::LogSink {}};
+    int pollAnswers = 0;
+    service::APIClient api {stub.apiBaseUrl(), service::SessionTimeouts {},
+                            [this](const QString &line) {
+                                if (line.startsWith(u"[APIClient] GET Response"_s))
+                                    ++pollAnswers;
+                            }};
     FakeMediaEngine engine;
     FakeClock clock;
     FakeAudioConverter converter;
@@ -131,22 +145,25 @@ protected:
     QList<QUrl> picked;
     QList<ImportPickerRequest> pickerRequests;
     EditorViewModel vm {engine, clock, services()};
+    ImportPipeline pipeline {clock, services()};
 
-    QStringList statuses;
-    QStringList steps;
-    QList<ProjectStatus> projectStates;
+    QHash<ImportJob *, QStringList> statuses;
+    QHash<ImportJob *, QStringList> steps;
+    QHash<ImportJob *, QList<ProjectStatus>> projectStates;
 
-    void expectFailed(const QString &status)
+    void expectFailed(ImportJob *job, const QString &status)
     {
-        EXPECT_EQ(vm.processingStatus(), status);
-        EXPECT_EQ(vm.project()->status(), ProjectStatus::failed);
-        EXPECT_FALSE(vm.isProcessing() || !vm.transcriptionStep().isEmpty());
+        EXPECT_EQ(job->state(), ImportJob::State::failed);
+        EXPECT_EQ(job->status(), status);
+        EXPECT_EQ(job->summary(), u"导入失败"_s);
+        EXPECT_EQ(job->project()->status(), ProjectStatus::failed);
+        EXPECT_EQ(ImportPipeline::failureOf(job->bundlePath()), status) << "told in the bundle";
     }
 };
 
 // Saving, announcing and removing the upload copy are followed against the real server
 // in importendtoend_test; here, each step in order, on a clock the test moves.
-TEST_F(ImportPipeline, PickedFilesArriveAsATranscriptNumberedAndInThePlayer)
+TEST_F(Imports, PickedFilesArriveAsATranscriptWhileTheServiceCountsDown)
 {
     vm.openFilePickerForImport(true);
     EXPECT_FALSE(vm.showImportConfirm()) << "a cancelled picker changes nothing";
@@ -155,35 +172,50 @@ TEST_F(ImportPipeline, PickedFilesArriveAsATranscriptNumberedAndInThePlayer)
     EXPECT_TRUE(pickerRequests.value(1).allowsMultipleSelection);
     EXPECT_TRUE(vm.showImportConfirm());
 
-    auto task = start(vm.pendingImportURLs());
-    ASSERT_TRUE(vm.project());
-    EXPECT_TRUE(vm.navigateToEditor());
-    const QList<SourceFile> sources = vm.project()->metadata().sourceFiles;
+    stub.setReply(200, running(0.0));
+    ImportJob *job = pipeline.start(vm.pendingImportURLs());
+    vm.openProject(job->project());
+    // Started at 0 %: the service is asked again at once, and answers alike; then the
+    // import waits before asking again.
+    answered(2);
+    const QList<SourceFile> sources = job->project()->metadata().sourceFiles;
     ASSERT_EQ(sources.size(), 2);
-    EXPECT_EQ(vm.pendingASRSourceFileId(), sources.first().id);
-
-    // Only the first source is recognised, from its converted copy.
-    ASSERT_EQ(stub.requests().size(), 2);
+    // Only the first source is recognised, from its converted copy; polls wait on the
+    // service for news.
+    ASSERT_EQ(stub.requests().size(), 3);
     const QByteArray upload = stub.requests().first();
     EXPECT_TRUE(upload.startsWith("POST /api/media/transcribe ") && upload.contains("audio_")
                 && upload.contains("converted audio"));
+    EXPECT_TRUE(stub.requests().at(1).startsWith("GET /api/media/transcribe/t-1?wait=25 "));
 
-    poll();
-    poll(completed(2));
-    runTask(std::move(task)).get();
+    // Half done after five seconds: five more to go, counted down between answers.
+    stub.setReply(200, running(0.5));
+    clock.advance(ImportPipeline::pollIntervalSeconds);
+    answered(4);
+    EXPECT_EQ(job->progress(), 0.5);
+    EXPECT_EQ(job->summary(), u"语音识别中 50% · 预计剩余 00:05"_s);
+    stub.setReply(200, completed(2));
+    clock.advance(ImportPipeline::pollIntervalSeconds);
+    ended(job);
 
     EXPECT_EQ(
-        statuses,
-        (QStringList {u"正在创建项目..."_s, u"正在导入视频 (1/2)..."_s, u"正在导入视频 (2/2)..."_s,
+        statuses[job],
+        (QStringList {u"等待导入..."_s, u"正在导入视频 (1/2)..."_s, u"正在导入视频 (2/2)..."_s,
                       u"正在提取音频..."_s, u"正在上传音频进行语音识别..."_s, u"正在识别语音..."_s,
-                      u"正在识别语音... (预计剩余 02:55)"_s, u"正在识别语音... (预计剩余 02:50)"_s,
+                      u"正在识别语音... (预计剩余 00:05)"_s, u"正在识别语音... (预计剩余 00:04)"_s,
+                      u"正在识别语音... (预计剩余 00:03)"_s, u"正在识别语音... (预计剩余 00:02)"_s,
+                      u"正在识别语音... (预计剩余 00:01)"_s, u"正在识别语音... (即将完成)"_s,
                       QString()}));
-    EXPECT_EQ(steps, (QStringList {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s, QString()}));
-    EXPECT_EQ(projectStates,
+    EXPECT_EQ(steps[job],
+              (QStringList {QString(), u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s, QString()}));
+    EXPECT_EQ(projectStates[job],
               (QList<ProjectStatus> {ProjectStatus::importingMedia, ProjectStatus::extractingAudio,
                                      ProjectStatus::transcribing, ProjectStatus::ready}));
+    EXPECT_EQ(job->state(), ImportJob::State::finished);
+    EXPECT_TRUE(ImportPipeline::failureOf(job->bundlePath()).isEmpty());
 
-    // The service's paragraphs, numbered in order, with fresh ids for every paragraph and word.
+    // The service's paragraphs, numbered in order, with fresh ids for every paragraph and
+    // word, in the open editor and its player, and saved.
     EXPECT_EQ(shown(vm.paragraphs()),
               (QStringList {u"0 1: hello@0.5/0 um@0.9/1*"_s, u"1 1: hello@3.5/0 um@3.9/1*"_s}));
     QSet<QUuid> ids;
@@ -195,71 +227,115 @@ TEST_F(ImportPipeline, PickedFilesArriveAsATranscriptNumberedAndInThePlayer)
     }
     EXPECT_EQ(ids.size(), 2 + 4);
     EXPECT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(vm.paragraphs()));
+    EXPECT_FALSE(vm.hasUnsavedChanges());
+    EXPECT_EQ(KavelProject::load(job->project()->bundleURL())->paragraphs(), vm.paragraphs());
 }
 
-TEST_F(ImportPipeline, TheTranscriptGoesToTheImportsOwnBundleWhateverIsOpen)
+TEST_F(Imports, OtherProjectsStayEditableAndASecondImportWaitsItsTurn)
 {
-    // An earlier project is open, edited, with history: none of it reaches the import.
+    // An earlier project is open, edited, with history: the imports leave it alone.
     auto earlier = KavelProject::create(u"旧项目"_s, dir.filePath(u"projects"_s));
-    earlier->setParagraphs(test::transcript({{u"old"_s, u"words"_s}, {u"more"_s}}));
+    earlier->setParagraphs(test::transcript({{u"old"_s, u"words"_s}, {u"more"_s}, {u"last"_s}}));
     earlier->saveTimeline();
     vm.openProject(earlier->bundleURL());
     vm.deleteParagraph(vm.paragraphs().last().id);
-    ASSERT_TRUE(vm.undoManager().canUndo());
 
-    auto task = start({media(u"talk.wav"_s)});
-    const QUrl imported = vm.project()->bundleURL();
-    EXPECT_TRUE(vm.paragraphs().isEmpty());
-    EXPECT_FALSE(vm.undoManager().canUndo());
+    converter.completeAtOnce = false;
+    ImportJob *first = pipeline.start({media(u"talk.wav"_s)});
+    ImportJob *second = pipeline.start({media(u"lesson.wav"_s)});
+    EXPECT_EQ(pipeline.activeCount(), 2);
+    EXPECT_EQ(second->state(), ImportJob::State::waiting);
+    EXPECT_EQ(second->summary(), u"等待导入"_s);
+    EXPECT_EQ(pipeline.jobFor(second->bundlePath()), second);
+    ASSERT_EQ(first->step(), u"提取音频"_s);
+    // The extraction tells how far it has come.
+    converter.current().setProgress(0.42);
+    clock.advance(AudioExtractor::progressInterval);
+    EXPECT_EQ(first->status(), u"正在提取音频... 42%"_s);
+    EXPECT_EQ(first->summary(), u"提取音频 42%"_s);
 
-    // The user opens the earlier project again while recognition runs.
-    vm.openProject(earlier->bundleURL());
+    // Meanwhile the open project is edited and undone as ever.
+    EXPECT_EQ(vm.project()->bundleURL(), earlier->bundleURL());
+    vm.deleteParagraph(vm.paragraphs().first().id);
+    vm.undoManager().undo();
+    EXPECT_EQ(vm.paragraphs().size(), 2);
     const QList<Paragraph> onScreen = vm.paragraphs();
-    poll(completed(1));
-    runTask(std::move(task)).get();
+    ASSERT_TRUE(vm.save());
+
+    converter.current().finish(media::ConversionStatus::completed);
+    stub.setReply(200, completed(1));
+    ended(first);
+    // The second one starts once the first has ended.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return second->step() == u"提取音频"_s; }));
+    converter.current().finish(media::ConversionStatus::completed);
+    ended(second);
 
     EXPECT_EQ(vm.project()->bundleURL(), earlier->bundleURL());
     EXPECT_EQ(vm.paragraphs(), onScreen);
-    EXPECT_EQ(KavelProject::load(earlier->bundleURL())->paragraphs(), earlier->paragraphs());
-    const auto bundle = KavelProject::load(imported);
-    EXPECT_EQ(shown(bundle->paragraphs()), QStringList {u"0 1: hello@0.5/0 um@0.9/1*"_s});
-    // Every word names a recording of its own bundle.
-    for (const WordBlock &w : flattenParagraphs(bundle->paragraphs()))
-        EXPECT_TRUE(bundle->sourceFileURL(w.sourceFileId)) << w.text.toStdString();
-
-    // Back in the imported project, the transcript is there and undo has nothing to undo.
-    vm.openProject(imported);
-    EXPECT_EQ(vm.paragraphs(), bundle->paragraphs());
-    EXPECT_FALSE(vm.undoManager().canUndo());
+    EXPECT_TRUE(vm.undoManager().canUndo());
+    EXPECT_EQ(KavelProject::load(earlier->bundleURL())->paragraphs(), onScreen);
+    for (ImportJob *job : {first, second}) {
+        EXPECT_EQ(job->state(), ImportJob::State::finished);
+        const auto bundle = KavelProject::load(job->project()->bundleURL());
+        EXPECT_EQ(shown(bundle->paragraphs()), QStringList {u"0 1: hello@0.5/0 um@0.9/1*"_s});
+        // Every word names a recording of its own bundle.
+        for (const WordBlock &w : flattenParagraphs(bundle->paragraphs()))
+            EXPECT_TRUE(bundle->sourceFileURL(w.sourceFileId)) << w.text.toStdString();
+    }
+    EXPECT_EQ(pipeline.activeCount(), 0);
 }
 
 // The service's own failures (a forgotten task, a dropped connection) are covered against
 // a real server in importendtoend_test.
-TEST_F(ImportPipeline, FailedExtractionOrRecognitionSaysWhyAfterTheEstimateRunsOut)
+TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
 {
     // A video whose sound cannot be extracted never reaches the service.
     converter.completeAtOnce = false;
-    auto extraction = vm.importAndTranscribe({media(u"film.mkv"_s)});
+    ImportJob *extraction = pipeline.start({media(u"film.mkv"_s)});
     converter.current().finish(media::ConversionStatus::failed);
-    runTask(std::move(extraction)).get();
-    expectFailed(u"语音识别失败: 音频提取失败"_s);
+    ended(extraction);
+    expectFailed(extraction, u"语音识别失败: 音频提取失败"_s);
     EXPECT_TRUE(stub.requests().isEmpty());
     EXPECT_TRUE(notifier.delivered.isEmpty()) << "only a failed result is announced";
 
+    // A service that neither waits nor tells its progress is asked every five seconds,
+    // and nothing is promised.
     converter.completeAtOnce = true;
-    auto task = start({media(u"talk.wav"_s)});
-    for (int i = 0; i < 35; ++i)
-        poll();
-    EXPECT_EQ(vm.processingStatus(), u"正在识别语音... (预计剩余 00:05)"_s);
-    poll();
-    EXPECT_EQ(vm.processingStatus(), u"正在识别语音... (即将完成)"_s);
-    poll(); // polling goes on after the estimate has run out
+    ImportJob *job = pipeline.start({media(u"talk.wav"_s)});
+    answered(1);
+    clock.advance(ImportPipeline::pollIntervalSeconds - 0.5);
+    EXPECT_EQ(stub.requests().size(), 2) << "the upload and one poll";
+    clock.advance(0.5);
+    answered(2);
+    EXPECT_EQ(job->status(), u"正在识别语音..."_s);
+    EXPECT_FALSE(job->remainingSeconds());
 
-    poll(R"({"task_id": "t-1", "status": "failed"})");
-    runTask(std::move(task)).get();
-    expectFailed(u"语音识别失败: 未知错误"_s);
+    stub.setReply(200, R"({"task_id": "t-1", "status": "failed"})");
+    clock.advance(ImportPipeline::pollIntervalSeconds);
+    ended(job);
+    expectFailed(job, u"语音识别失败: 未知错误"_s);
     EXPECT_EQ(notifier.delivered,
               (QList<QPair<QString, QString>> {{u"Kavel"_s, u"语音识别失败，请重试。"_s}}));
+
+    // Quitting ends what still runs as failed, in its bundle too; an import a crash cut
+    // short is found at the next start.
+    stub.setReply(200, pending);
+    converter.completeAtOnce = false;
+    ImportJob *quit = pipeline.start({media(u"quit.wav"_s)});
+    ImportJob *crashed = pipeline.start({media(u"crash.wav"_s)});
+    pipeline.interruptAll();
+    expectFailed(quit, u"导入被中断（应用已退出），请重新导入。"_s);
+    // What it waited for is dropped when it comes.
+    converter.current().finish(media::ConversionStatus::completed);
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return QDir(quit->project()->cacheDirectory()).isEmpty(QDir::Files); }));
+    EXPECT_EQ(stub.requests().size(), 4) << "nothing more was sent";
+    EXPECT_EQ(pipeline.activeCount(), 0);
+    writeFile(QDir(crashed->bundlePath()).filePath(u"import.json"_s), R"({"state": "running"})");
+    EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 1);
+    EXPECT_EQ(ImportPipeline::failureOf(crashed->bundlePath()),
+              u"导入被中断（应用已退出），请重新导入。"_s);
+    EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 0);
 }
 
 } // namespace

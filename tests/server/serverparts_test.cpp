@@ -16,6 +16,7 @@
 #include <QTemporaryDir>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <numeric>
 
 using namespace kavel::server;
@@ -149,22 +150,43 @@ TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGi
     const std::vector<std::int16_t> samples = humWithPauses();
     const std::atomic<bool> cancel = false;
     const std::vector<RecognizedWord> words = make()->recognize(samples, cancel);
-    const std::vector<size_t> cuts = stretchBoundaries(samples);
-    ASSERT_EQ(cuts.size(), 4u);
-    QStringList expected;
-    for (size_t stretch = 0; stretch < 3; ++stretch) {
-        const double offset = static_cast<double>(cuts[stretch]) / 16000.0;
-        const auto bytes = std::to_string(44 + 2 * (cuts[stretch + 1] - cuts[stretch]));
-        expected << shown({{bytes + "-RIFF-16000", offset + 0.5, offset + 0.75, false},
-                           {"Um", offset + 1.0, offset + 1.5, true}});
-    }
-    EXPECT_EQ(shown(words), expected.join(u' '));
+    // What one recognizer hears working through the stretches cut at `cuts`, in turn.
+    const auto heardIn = [](const std::vector<size_t> &cuts) {
+        QStringList expected;
+        for (size_t stretch = 0; stretch + 1 < cuts.size(); ++stretch) {
+            const double offset = static_cast<double>(cuts[stretch]) / 16000.0;
+            const auto bytes = std::to_string(44 + 2 * (cuts[stretch + 1] - cuts[stretch]));
+            expected << shown({{bytes + "-RIFF-16000", offset + 0.5, offset + 0.75, false},
+                               {"Um", offset + 1.0, offset + 1.5, true}});
+        }
+        return expected.join(u' ');
+    };
+    ASSERT_EQ(stretchBoundaries(samples).size(), 4u);
+    EXPECT_EQ(shown(words), heardIn(stretchBoundaries(samples)));
 
-    // Stretches recognised at once come back as if one recognizer had worked in turn.
-    for (int threads : {2, 3, 8}) {
-        EXPECT_EQ(shown(ParallelRecognizer(make, threads).recognize(samples, cancel)),
-                  expected.join(u' '))
+    // Stretches recognised at once come back as if one recognizer had worked through the
+    // same stretches in turn. They are shorter the more threads there are, so that a short
+    // recording keeps every one busy, but never shorter than a few seconds.
+    std::vector<size_t> previousCuts;
+    for (int threads : {1, 2, 3, 8, 64}) {
+        const std::vector<size_t> cuts = ParallelRecognizer::boundaries(samples, threads);
+        EXPECT_GE(cuts.size() - 1, std::min<size_t>(threads, 70 / 5)) << threads;
+        EXPECT_GE(cuts.size(), previousCuts.size()) << threads;
+        for (size_t i = 0; i + 2 < cuts.size(); ++i)
+            EXPECT_GE(cuts[i + 1] - cuts[i], 3 * 16000u) << threads << " threads, stretch " << i;
+        previousCuts = cuts;
+        ParallelRecognizer parallel(make, threads);
+        std::vector<double> told;
+        std::mutex toldMutex;
+        parallel.setProgressSink([&](double done) {
+            const std::lock_guard lock(toldMutex);
+            told.push_back(done);
+        });
+        EXPECT_EQ(shown(parallel.recognize(samples, cancel)), heardIn(cuts))
             << threads << " threads";
+        // One report per stretch, the last one for the whole recording.
+        EXPECT_EQ(told.size(), cuts.size() - 1) << threads;
+        EXPECT_TRUE(!told.empty() && told.back() == 1.0) << threads;
     }
 
     const struct

@@ -20,6 +20,7 @@ namespace {
 // Audio frames are cut at the profile's rate; any rate works for sound alone.
 constexpr int audioFrameRate = 25;
 constexpr int pollIntervalMs = 40;
+constexpr int recognitionSampleRate = 16000;
 // A render that stopped early or stalled is tried once more before it counts as failed:
 // now and then the consumer ends with a truncated file, or never gets going, for no
 // reason it reports.
@@ -79,7 +80,11 @@ private:
             = std::make_unique<Mlt::Consumer>(m_profile, "avformat", m_output.toUtf8().constData());
         m_consumer->set("f", "ipod");
         m_consumer->set("acodec", "aac");
-        m_consumer->set("ab", "128k");
+        // The sound goes only to recognition, which hears 16 kHz mono: anything more is
+        // upload time for nothing.
+        m_consumer->set("frequency", recognitionSampleRate);
+        m_consumer->set("channels", 1);
+        m_consumer->set("ab", "32k");
         m_consumer->set("vn", 1);
         m_consumer->set("video_off", 1);
         m_consumer->set("real_time", -1);

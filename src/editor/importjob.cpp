@@ -1,0 +1,94 @@
+#include "importjob.h"
+
+#include "model/kavelproject.h"
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel {
+
+ImportJob::ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QObject *parent)
+    : QObject(parent)
+    , m_urls(std::move(urls))
+    , m_project(std::move(project))
+{
+    m_status = u"等待导入..."_s;
+}
+
+ImportJob::~ImportJob() = default;
+
+QString ImportJob::bundlePath() const
+{
+    return m_project->bundlePath();
+}
+
+QString remainingText(int seconds)
+{
+    return QString::asprintf("预计剩余 %02d:%02d", seconds / 60, seconds % 60);
+}
+
+QString ImportJob::summary() const
+{
+    switch (m_state) {
+    case State::waiting:
+        return u"等待导入"_s;
+    case State::finished:
+        return {};
+    case State::failed:
+        return u"导入失败"_s;
+    case State::running:
+        break;
+    }
+    QString text = m_step.isEmpty() ? u"正在导入"_s : m_step;
+    if (m_progress)
+        text += u' ' + QString::number(static_cast<int>(std::floor(*m_progress * 100.0))) + u'%';
+    if (m_remaining)
+        text += u" · "_s + remainingText(*m_remaining);
+    return text;
+}
+
+void ImportJob::setState(State state)
+{
+    if (m_state == state)
+        return;
+    m_state = state;
+    Q_EMIT changed();
+    if (!isActive())
+        Q_EMIT ended();
+}
+
+void ImportJob::setStep(const QString &step, const QString &status)
+{
+    m_step = step;
+    m_status = status;
+    m_progress.reset();
+    m_remaining.reset();
+    Q_EMIT changed();
+}
+
+void ImportJob::setStatus(const QString &status)
+{
+    if (m_status == status)
+        return;
+    m_status = status;
+    Q_EMIT changed();
+}
+
+void ImportJob::setProgress(std::optional<double> progress)
+{
+    if (m_progress == progress)
+        return;
+    m_progress = progress;
+    Q_EMIT changed();
+}
+
+void ImportJob::setRemainingSeconds(std::optional<int> seconds)
+{
+    if (m_remaining == seconds)
+        return;
+    m_remaining = seconds;
+    Q_EMIT changed();
+}
+
+} // namespace kavel
