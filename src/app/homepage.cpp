@@ -353,7 +353,7 @@ void HomePage::askToRename(const ProjectReference &reference)
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     const QString bundle = reference.bundlePath;
     connect(dialog, &QInputDialog::textValueSelected, this, [this, bundle](const QString &title) {
-        const QString refused = renameProject(m_editor, m_store, bundle, title);
+        const QString refused = renameProject(m_editor, m_store, m_imports, bundle, title);
         if (!refused.isEmpty())
             showAlert(refused);
     });

@@ -112,7 +112,8 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
         if (!m_editor.project())
             return;
         const QString refused
-            = renameProject(m_editor, *m_services.store, m_editor.project()->bundlePath(), title);
+            = renameProject(m_editor, *m_services.store, m_services.imports,
+                             m_editor.project()->bundlePath(), title);
         if (!refused.isEmpty())
             showError(refused);
     });

@@ -1,6 +1,8 @@
 #include "projectactions.h"
 
 #include "editor/editorviewmodel.h"
+#include "editor/importjob.h"
+#include "editor/importpipeline.h"
 #include "model/errors.h"
 #include "model/projectstore.h"
 #include "playback/videoplayerviewmodel.h"
@@ -11,9 +13,13 @@ using namespace Qt::StringLiterals;
 
 namespace kavel::app {
 
-QString renameProject(EditorViewModel &editor, ProjectStore &store, const QString &bundlePath,
-                      const QString &title)
+QString renameProject(EditorViewModel &editor, ProjectStore &store, const ImportPipeline *imports,
+                      const QString &bundlePath, const QString &title)
 {
+    // The import writes into its bundle until it ends; the folder must stay where it is.
+    if (const ImportJob *job = imports ? imports->jobFor(bundlePath) : nullptr;
+        job && job->isActive())
+        return u"无法重命名：项目正在导入中，请等导入完成。"_s;
     KavelProject *open = editor.project();
     try {
         if (!open || QFileInfo(open->bundlePath()) != QFileInfo(bundlePath)) {
@@ -25,8 +31,6 @@ QString renameProject(EditorViewModel &editor, ProjectStore &store, const QStrin
             }
             return u"无法重命名：找不到这个项目。"_s;
         }
-        if (editor.isProcessing())
-            return u"无法重命名：项目正在导入中，请等导入完成。"_s;
         open->rename(title);
     } catch (const Error &error) {
         return error.description();

@@ -1,3 +1,4 @@
+#include "app/importcover.h"
 #include "app/maineditorview.h"
 #include "app/videoplayerview.h"
 #include "model/recoveryjournal.h"
