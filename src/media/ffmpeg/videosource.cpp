@@ -17,8 +17,10 @@ namespace kavel::media::ffmpeg {
 
 namespace {
 
-// Decoding the pictures between here and a keyframe this far ahead costs more than a seek.
-constexpr double worthSeeking = 0.5;
+// A seek costs about as much as decoding this many pictures: the demuxer jumps through its
+// index, and the decoder's threads drain and fill again. Decoding on to a keyframe further
+// ahead than that costs more than seeking to it.
+constexpr int worthSeeking = 3;
 // Without an index, the distance past which a seek is still the better bet.
 constexpr double blindSeek = 10.0;
 constexpr int maxFailures = 64;
@@ -106,7 +108,7 @@ const AVFrame *VideoSource::frameAt(double seconds)
     } else if (m_previous && seconds < m_previous->t) {
         seekBefore(seconds);
     } else if (!(m_next && seconds <= m_next->t) && !m_eof
-               && keyframeBetween(latest + worthSeeking, seconds)) {
+               && keyframeBetween(latest + m_rate.secondsAt(worthSeeking), seconds)) {
         seekBefore(seconds);
     }
     while (!m_eof && !(m_next && m_next->t >= seconds))
