@@ -68,7 +68,7 @@ QString makeRampSound(const QString &dir, const QString &name, double seconds, i
 }
 
 QString makeCountingVideo(const QString &dir, const QString &name, double seconds, int fps,
-                          bool bFrames)
+                          bool cameraLike)
 {
     const QString path = QDir(dir).filePath(name);
     const QString counter = u"color=c=black:s=160x90:r=%1:d=%2,format=gray,"
@@ -80,8 +80,10 @@ QString makeCountingVideo(const QString &dir, const QString &name, double second
                            u"-preset"_s,  u"ultrafast"_s, u"-g"_s,  u"30"_s,   u"-pix_fmt"_s,
                            u"yuv420p"_s,  u"-c:a"_s,      u"aac"_s, u"-b:a"_s, u"256k"_s,
                            u"-shortest"_s};
-    if (bFrames)
-        arguments << u"-x264-params"_s << u"bframes=3:b-adapt=0:b-pyramid=normal"_s;
+    if (cameraLike)
+        arguments << u"-x264-params"_s << u"bframes=3:b-adapt=0:b-pyramid=normal"_s
+                  << u"-colorspace"_s << u"bt709"_s << u"-color_primaries"_s << u"bt709"_s
+                  << u"-color_trc"_s << u"bt709"_s;
     runFfmpeg(arguments << path);
     return path;
 }

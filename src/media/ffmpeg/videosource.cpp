@@ -101,6 +101,12 @@ bool VideoSource::wanted(double seconds) const
 
 const AVFrame *VideoSource::frameAt(double seconds)
 {
+    if (!wanted(seconds)) {
+        // Pictures around a time it was not told of may have been left out: from here on
+        // every picture is decoded, starting again from the keyframe before.
+        m_wanted.clear();
+        seekBefore(seconds);
+    }
     const double latest = m_next ? m_next->t : m_previous ? m_previous->t : -1.0;
     const bool started = m_previous || m_next;
     if (!started && !m_eof) {

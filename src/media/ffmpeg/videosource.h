@@ -27,8 +27,8 @@ public:
     VideoSource &operator=(const VideoSource &) = delete;
 
     timing::Rate frameRate() const { return m_rate; }
-    // Every time frameAt will be asked for, in any order. Asking for another time later
-    // still gives the right picture, but may cost a seek.
+    // Every time frameAt will be asked for, in any order. Asked for a time not among them,
+    // it still gives the right picture, and decodes every picture from then on.
     void want(std::vector<double> times);
     // The converted frame nearest `seconds` on the file's clock. Valid until the next
     // call. Throws MediaError when the file yields no picture at all.
