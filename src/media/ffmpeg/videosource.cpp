@@ -72,6 +72,11 @@ VideoSource::VideoSource(const QString &path, QSize outputSize, AVPixelFormat fo
     m_rateKnown = rate.num > 0 && rate.den > 0;
     if (m_rateKnown)
         m_rate = {rate.num, rate.den};
+    // An index holds decoding times, which run ahead of showing times by the pictures held
+    // back for reordering; seeking that much earlier lands on a keyframe shown before the
+    // time sought instead of just after it (which would cost a second seek, further back).
+    if (m_rateKnown)
+        m_reorder = stream->codecpar->video_delay * m_rate.secondsAt(1);
 }
 
 VideoSource::~VideoSource()
@@ -142,7 +147,7 @@ bool VideoSource::keyframeBetween(double after, double upTo) const
     if (upTo <= after)
         return false;
     const double base = av_q2d(stream->time_base);
-    const auto ts = static_cast<int64_t>((upTo + m_origin) / base);
+    const auto ts = static_cast<int64_t>((upTo - m_reorder + m_origin) / base);
     const int index = av_index_search_timestamp(stream, ts, AVSEEK_FLAG_BACKWARD);
     const AVIndexEntry *entry = index >= 0 ? avformat_index_get_entry(stream, index) : nullptr;
     if (!entry)
@@ -154,7 +159,7 @@ void VideoSource::seekBefore(double seconds)
 {
     AVStream *stream = m_input->streams[m_stream];
     const auto ts = static_cast<int64_t>(
-        std::floor((std::max(seconds, 0.0) + m_origin) / av_q2d(stream->time_base)));
+        std::floor((std::max(seconds - m_reorder, 0.0) + m_origin) / av_q2d(stream->time_base)));
     if (av_seek_frame(m_input.get(), m_stream, ts, AVSEEK_FLAG_BACKWARD) < 0)
         av_seek_frame(m_input.get(), -1, 0, AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_BYTE);
     avcodec_flush_buffers(m_decoder.get());

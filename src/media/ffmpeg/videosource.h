@@ -54,6 +54,7 @@ private:
     int m_rotation = 0;
     timing::Rate m_rate;
     bool m_rateKnown = false;
+    double m_reorder = 0.0;
     PacketPtr m_packet;
     std::unique_ptr<Decoded> m_previous;
     std::unique_ptr<Decoded> m_next;
