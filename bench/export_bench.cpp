@@ -1,9 +1,17 @@
 // Times Kavel's exports against the ffmpeg command line on the same cut list and media,
 // in one run, and prints the ratios. Not a Google Benchmark: each job runs once and is
-// long enough that one run tells.
+// long enough that one run tells. Beside wall time it gives the processor time (user +
+// system) each job took, which a machine busy with other work disturbs less.
 //
-//   bench_export [--video-seconds N] [--video-cuts N,...] [--audio-seconds N] [--audio-cuts N]
-//                [--keep DIR]
+// The floor for a movie is the encoder: ffmpeg transcoding one stretch of the source as
+// long as the kept words, with the same settings. It runs right before Kavel's export so
+// both see the same load.
+//
+//   bench_export [--video-seconds N,...] [--video-cuts N,...] [--no-trim-concat]
+//                [--audio-seconds N] [--audio-cuts N] [--video-only | --sound-only] [--keep DIR]
+//
+// By default the movie runs are 200 cuts of a 120 s source and 1,000 cuts of a 600 s one;
+// ffmpeg's trim+concat graph takes many minutes on the second.
 #include "export/localrenderservice.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
@@ -19,11 +27,27 @@
 #include <QTimer>
 #include <cstdio>
 #include <random>
+#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 using namespace kavel;
 
 namespace {
+
+double cpuSeconds(int who)
+{
+    rusage usage {};
+    getrusage(who, &usage);
+    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+// Wall and processor seconds of one job.
+struct Timing
+{
+    double wall = 0;
+    double cpu = 0;
+};
 
 void runFfmpeg(const QStringList &arguments)
 {
@@ -105,8 +129,9 @@ QCoro::Task<> settle(QCoro::Task<> task, bool &done, QString &error)
 
 // Waits by hand rather than with QCoro::waitFor, which never returns when the task has
 // already finished by the time it starts waiting.
-double timeKavel(QCoro::Task<> task)
+Timing timeKavel(QCoro::Task<> task)
 {
+    const double cpu = cpuSeconds(RUSAGE_SELF);
     QElapsedTimer timer;
     timer.start();
     bool done = false;
@@ -121,15 +146,32 @@ double timeKavel(QCoro::Task<> task)
         std::fprintf(stderr, "export failed: %s\n", qPrintable(error));
         std::exit(1);
     }
-    return timer.elapsed() / 1000.0;
+    return {timer.elapsed() / 1000.0, cpuSeconds(RUSAGE_SELF) - cpu};
 }
 
-double timeFfmpeg(const QStringList &arguments)
+Timing timeFfmpeg(const QStringList &arguments)
 {
+    const double cpu = cpuSeconds(RUSAGE_CHILDREN);
     QElapsedTimer timer;
     timer.start();
     runFfmpeg(arguments);
-    return timer.elapsed() / 1000.0;
+    return {timer.elapsed() / 1000.0, cpuSeconds(RUSAGE_CHILDREN) - cpu};
+}
+
+// The settings Kavel's movie export uses, for ffmpeg's outputs.
+QStringList movieSettings(const QString &output)
+{
+    return {u"-c:v"_s, u"libx264"_s,  u"-preset"_s,   u"veryfast"_s,   u"-crf"_s,
+            u"23"_s,   u"-pix_fmt"_s, u"yuv420p"_s,   u"-c:a"_s,       u"aac"_s,
+            u"-b:a"_s, u"160k"_s,     u"-movflags"_s, u"+faststart"_s, output};
+}
+
+QString loadAverage()
+{
+    QFile file(u"/proc/loadavg"_s);
+    if (!file.open(QIODevice::ReadOnly))
+        return u"?"_s;
+    return QString::fromLatin1(file.readAll()).section(u' ', 0, 2);
 }
 
 } // namespace
@@ -139,8 +181,10 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
     parser.addHelpOption();
-    const QCommandLineOption videoSeconds(u"video-seconds"_s, u"length of the 720p source"_s,
-                                          u"N"_s, u"120"_s);
+    const QCommandLineOption videoSeconds(
+        u"video-seconds"_s,
+        u"length of the 720p source of each run, or one length for all of them"_s, u"N,..."_s,
+        u"120,600"_s);
     const QCommandLineOption videoCuts(
         u"video-cuts"_s, u"stretches kept from it, one run per comma-separated count"_s, u"N,..."_s,
         u"200,1000"_s);
@@ -150,7 +194,11 @@ int main(int argc, char *argv[])
                                        u"2000"_s);
     const QCommandLineOption keep(u"keep"_s, u"work in DIR and keep the files"_s, u"DIR"_s);
     const QCommandLineOption soundOnly(u"sound-only"_s, u"skip the video comparison"_s);
-    parser.addOptions({videoSeconds, videoCuts, audioSeconds, audioCuts, keep, soundOnly});
+    const QCommandLineOption videoOnly(u"video-only"_s, u"skip the sound comparison"_s);
+    const QCommandLineOption noGraph(u"no-trim-concat"_s,
+                                     u"skip ffmpeg's trim+concat graph, slow at many cuts"_s);
+    parser.addOptions(
+        {videoSeconds, videoCuts, audioSeconds, audioCuts, keep, soundOnly, videoOnly, noGraph});
     parser.process(app);
 
     QTemporaryDir temporary;
@@ -166,72 +214,68 @@ int main(int argc, char *argv[])
 
     if (!parser.isSet(soundOnly)) {
         // Video: a 720p H.264/AAC source, cut, encoded by both at x264 veryfast CRF 23.
-        const double vSeconds = parser.value(videoSeconds).toDouble();
-        const QString video = path(u"source720.mp4"_s);
-        if (!QFileInfo::exists(video)) {
-            std::printf("making a %.0f s 720p source...\n", vSeconds);
-            std::fflush(stdout);
-            const QString d = QString::number(vSeconds);
-            runFfmpeg({u"-f"_s,       u"lavfi"_s,
-                       u"-i"_s,       u"testsrc2=size=1280x720:rate=30:duration="_s + d,
-                       u"-f"_s,       u"lavfi"_s,
-                       u"-i"_s,       u"sine=frequency=440:sample_rate=48000:duration="_s + d,
-                       u"-c:v"_s,     u"libx264"_s,
-                       u"-preset"_s,  u"veryfast"_s,
-                       u"-g"_s,       u"60"_s,
-                       u"-pix_fmt"_s, u"yuv420p"_s,
-                       u"-c:a"_s,     u"aac"_s,
-                       u"-ac"_s,      u"2"_s,
-                       video});
-        }
-        for (const QString &count : parser.value(videoCuts).split(u',')) {
-            const QList<WordBlock> videoBlocks = cutList(vSeconds, count.toInt(), random);
+        const QStringList counts = parser.value(videoCuts).split(u',');
+        const QStringList lengths = parser.value(videoSeconds).split(u',');
+        for (qsizetype run = 0; run < counts.size(); ++run) {
+            const double vSeconds = lengths.value(std::min(run, lengths.size() - 1)).toDouble();
+            const QString video = path(u"source720-%1.mp4"_s.arg(vSeconds));
+            if (!QFileInfo::exists(video)) {
+                std::printf("making a %.0f s 720p source...\n", vSeconds);
+                std::fflush(stdout);
+                const QString d = QString::number(vSeconds);
+                runFfmpeg({u"-f"_s,       u"lavfi"_s,
+                           u"-i"_s,       u"testsrc2=size=1280x720:rate=30:duration="_s + d,
+                           u"-f"_s,       u"lavfi"_s,
+                           u"-i"_s,       u"sine=frequency=440:sample_rate=48000:duration="_s + d,
+                           u"-c:v"_s,     u"libx264"_s,
+                           u"-preset"_s,  u"veryfast"_s,
+                           u"-g"_s,       u"60"_s,
+                           u"-pix_fmt"_s, u"yuv420p"_s,
+                           u"-c:a"_s,     u"aac"_s,
+                           u"-ac"_s,      u"2"_s,
+                           video});
+            }
+            const QList<WordBlock> videoBlocks = cutList(vSeconds, counts[run].toInt(), random);
             const auto videoKept = stretches(videoBlocks);
             double kept = 0;
             for (const auto &[from, to] : videoKept)
                 kept += to - from;
+            const QString loadBefore = loadAverage();
+            const Timing encodeOnly
+                = timeFfmpeg(QStringList {u"-t"_s, QString::number(kept, 'f', 6), u"-i"_s, video}
+                             + movieSettings(path(u"encode-only.mp4"_s)));
             ExportSettings settings;
             settings.resolution = Resolution::p720;
-            const double kavelVideo
+            const Timing kavelVideo
                 = timeKavel(service.renderVideo({{QUuid(), QUrl::fromLocalFile(video)}},
                                                 videoBlocks, settings, path(u"kavel.mp4"_s)));
+            std::printf("video  %lld cuts, %.1f s kept of %.0f s, 720p H.264, load %s\n"
+                        "       kavel %.2f s (cpu %.2f s)   encode-only %.2f s (cpu %.2f s)"
+                        "   ratio kavel/encode-only %.2f (cpu %.2f)\n",
+                        static_cast<long long>(videoKept.size()), kept, vSeconds,
+                        qPrintable(loadBefore), kavelVideo.wall, kavelVideo.cpu, encodeOnly.wall,
+                        encodeOnly.cpu, kavelVideo.wall / encodeOnly.wall,
+                        kavelVideo.cpu / encodeOnly.cpu);
+            std::fflush(stdout);
+            if (parser.isSet(noGraph))
+                continue;
             const QString videoGraphFile = path(u"video-graph.txt"_s);
             {
                 QFile graph(videoGraphFile);
                 graph.open(QIODevice::WriteOnly);
                 graph.write(trimConcatGraph(videoKept, true).toUtf8());
             }
-            const double ffmpegVideo = timeFfmpeg({u"-i"_s,
-                                                   video,
-                                                   u"-filter_complex_script"_s,
-                                                   videoGraphFile,
-                                                   u"-map"_s,
-                                                   u"[v]"_s,
-                                                   u"-map"_s,
-                                                   u"[a]"_s,
-                                                   u"-c:v"_s,
-                                                   u"libx264"_s,
-                                                   u"-preset"_s,
-                                                   u"veryfast"_s,
-                                                   u"-crf"_s,
-                                                   u"23"_s,
-                                                   u"-pix_fmt"_s,
-                                                   u"yuv420p"_s,
-                                                   u"-c:a"_s,
-                                                   u"aac"_s,
-                                                   u"-b:a"_s,
-                                                   u"160k"_s,
-                                                   u"-movflags"_s,
-                                                   u"+faststart"_s,
-                                                   path(u"ffmpeg.mp4"_s)});
-            std::printf(
-                "video  %lld cuts, %.1f s kept of %.0f s, 720p H.264\n"
-                "       kavel %.2f s   ffmpeg trim+concat %.2f s   ratio kavel/ffmpeg %.2f\n",
-                static_cast<long long>(videoKept.size()), kept, vSeconds, kavelVideo, ffmpegVideo,
-                kavelVideo / ffmpegVideo);
+            const Timing ffmpegVideo
+                = timeFfmpeg(QStringList {u"-i"_s, video, u"-filter_complex_script"_s,
+                                          videoGraphFile, u"-map"_s, u"[v]"_s, u"-map"_s, u"[a]"_s}
+                             + movieSettings(path(u"ffmpeg.mp4"_s)));
+            std::printf("       ffmpeg trim+concat %.2f s (cpu %.2f s)   ratio kavel/ffmpeg %.2f\n",
+                        ffmpegVideo.wall, ffmpegVideo.cpu, kavelVideo.wall / ffmpegVideo.wall);
             std::fflush(stdout);
         }
     }
+    if (parser.isSet(videoOnly))
+        return 0;
 
     // Sound: an hour of AAC, 2,000 stretches kept, written as WAV.
     const double aSeconds = parser.value(audioSeconds).toDouble();
@@ -250,7 +294,8 @@ int main(int argc, char *argv[])
         soundLength += to - from;
     const double kavelWav
         = timeKavel(service.renderAudioOnly({{QUuid(), QUrl::fromLocalFile(sound)}}, soundBlocks,
-                                            false, AudioFormat::wav, path(u"kavel.wav"_s)));
+                                            false, AudioFormat::wav, path(u"kavel.wav"_s)))
+              .wall;
     std::printf("wav    %lld cuts, %.0f s kept of %.0f s\n"
                 "       kavel %.2f s (%.0fx real time)\n",
                 static_cast<long long>(soundKept.size()), soundLength, aSeconds, kavelWav,
@@ -269,7 +314,8 @@ int main(int argc, char *argv[])
     }
     const double ffmpegWav = timeFfmpeg({u"-f"_s, u"concat"_s, u"-safe"_s, u"0"_s, u"-i"_s,
                                          listFile, u"-c:a"_s, u"pcm_s16le"_s, u"-ar"_s, u"44100"_s,
-                                         u"-ac"_s, u"2"_s, path(u"ffmpeg.wav"_s)});
+                                         u"-ac"_s, u"2"_s, path(u"ffmpeg.wav"_s)})
+                                 .wall;
     std::printf("       ffmpeg concat demuxer %.2f s   ratio kavel/ffmpeg %.2f\n", ffmpegWav,
                 kavelWav / ffmpegWav);
     return 0;

@@ -125,8 +125,8 @@ class ExactPicture : public ExactExport, public ::testing::WithParamInterface<in
 TEST_P(ExactPicture, FramesFollowTheGridAndStayWithTheirSound)
 {
     const int fps = GetParam();
-    const QString source
-        = test::makeCountingVideo(s_dir->path(), u"count-%1.mp4"_s.arg(fps), sourceSeconds, fps);
+    const QString source = test::makeCountingVideo(s_dir->path(), u"count-%1.mp4"_s.arg(fps),
+                                                   sourceSeconds, fps, true);
     std::mt19937 random(fps);
     const CompositionPlan map = plan(test::randomEdit(sourceSeconds, 1000, random), source, true);
     const QString out
@@ -223,7 +223,7 @@ TEST_F(ExactExport, MeltPlaysTheHandOffProjectAsWeExportIt)
 {
     const int fps = 25;
     const QString source
-        = test::makeCountingVideo(s_dir->path(), u"handoff.mp4"_s, sourceSeconds, fps);
+        = test::makeCountingVideo(s_dir->path(), u"handoff.mp4"_s, sourceSeconds, fps, true);
     std::mt19937 random(7);
     const CompositionPlan map = plan(test::randomEdit(sourceSeconds, 300, random), source, true);
     const QString ours = render(map.editList, media::RenderFormat::mp4, u"handoff-out.mp4"_s);

@@ -67,17 +67,24 @@ QString makeRampSound(const QString &dir, const QString &name, double seconds, i
     return path;
 }
 
-QString makeCountingVideo(const QString &dir, const QString &name, double seconds, int fps)
+QString makeCountingVideo(const QString &dir, const QString &name, double seconds, int fps,
+                          bool cameraLike)
 {
     const QString path = QDir(dir).filePath(name);
     const QString counter = u"color=c=black:s=160x90:r=%1:d=%2,format=gray,"
                             u"geq=lum='255*mod(floor(N/pow(2,floor(X*16/W))),2)'"_s.arg(fps)
                                 .arg(seconds);
     const QString ramp = u"aevalsrc=%1|%1:s=48000:d=%2"_s.arg(rampExpression).arg(seconds);
-    runFfmpeg({u"-f"_s,   u"lavfi"_s, u"-i"_s,        counter,      u"-f"_s,      u"lavfi"_s,
-               u"-i"_s,   ramp,       u"-c:v"_s,      u"libx264"_s, u"-preset"_s, u"ultrafast"_s,
-               u"-g"_s,   u"30"_s,    u"-pix_fmt"_s,  u"yuv420p"_s, u"-c:a"_s,    u"aac"_s,
-               u"-b:a"_s, u"256k"_s,  u"-shortest"_s, path});
+    QStringList arguments {u"-f"_s,       u"lavfi"_s,     u"-i"_s,  counter,   u"-f"_s,
+                           u"lavfi"_s,    u"-i"_s,        ramp,     u"-c:v"_s, u"libx264"_s,
+                           u"-preset"_s,  u"ultrafast"_s, u"-g"_s,  u"30"_s,   u"-pix_fmt"_s,
+                           u"yuv420p"_s,  u"-c:a"_s,      u"aac"_s, u"-b:a"_s, u"256k"_s,
+                           u"-shortest"_s};
+    if (cameraLike)
+        arguments << u"-x264-params"_s << u"bframes=3:b-adapt=0:b-pyramid=normal"_s
+                  << u"-colorspace"_s << u"bt709"_s << u"-color_primaries"_s << u"bt709"_s
+                  << u"-color_trc"_s << u"bt709"_s;
+    runFfmpeg(arguments << path);
     return path;
 }
 

@@ -19,8 +19,12 @@ inline constexpr double rampPeriod = 2.0;
 // Sound alone, 16-bit WAV at `rate` with `channels` channels.
 QString makeRampSound(const QString &dir, const QString &name, double seconds, int rate,
                       int channels);
-// 160x90 H.264 at `fps` counting its frames, with the ramp as 48 kHz AAC stereo.
-QString makeCountingVideo(const QString &dir, const QString &name, double seconds, int fps);
+// 160x90 H.264 at `fps` counting its frames, with the ramp as 48 kHz AAC stereo. With
+// `cameraLike`, pictures come as cameras and screen recorders write them: in groups of three
+// B-frames, the outer two of which no other picture is predicted from, and with their
+// colours tagged BT.709.
+QString makeCountingVideo(const QString &dir, const QString &name, double seconds, int fps,
+                          bool cameraLike = false);
 
 struct Sound
 {

@@ -2,14 +2,13 @@
 
 #include "editaudio.h"
 #include "outputfile.h"
-#include "videosource.h"
+#include "picturefeed.h"
 
 #include <QFile>
 
 extern "C" {
 #include <libavutil/log.h>
 }
-#include <QHash>
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -111,44 +110,22 @@ private:
         file.finish();
     }
 
-    VideoSource &videoOf(const QString &path, QSize size, AVPixelFormat format)
-    {
-        auto it = m_videos.find(path);
-        if (it == m_videos.end())
-            it = m_videos.insert(path, std::make_shared<VideoSource>(path, size, format));
-        return **it;
-    }
-
     void renderMovie()
     {
         const EditList &edit = m_request.editList;
         const QSize size(m_request.frameSize.width() & ~1, m_request.frameSize.height() & ~1);
-        // The picture runs at the rate of the first source that has one.
-        timing::Rate rate;
-        for (const EditSegment &segment : edit.segments) {
-            if (segment.withVideo) {
-                rate = videoOf(segment.sourcePath, size, AV_PIX_FMT_YUV420P).frameRate();
-                break;
-            }
-        }
+        PictureFeed pictures(edit, size, AV_PIX_FMT_YUV420P);
+        const timing::Rate rate = pictures.rate();
         EditAudio audio(edit, FfmpegRenderer::movieSampleRate);
         OutputFile file(m_request.outputPath, m_request.format, audio.rate(),
                         {m_request.videoEncoding, size, rate});
         std::vector<float> left, right;
-        const std::int64_t frames = timing::frameCount(edit.duration(), rate);
-        qsizetype segment = 0;
+        const std::int64_t frames = pictures.frameCount();
+        pictures.start();
         for (std::int64_t k = 0; k < frames; ++k) {
             checkCancelled();
-            // Output frame k shows what the map plays at k / fps.
-            while (segment + 1 < edit.segments.size()
-                   && timing::outputFrames(edit.segments.at(segment + 1), rate).begin <= k)
-                ++segment;
-            const EditSegment &current = edit.segments.at(segment);
-            const AVFrame *picture = current.withVideo
-                ? videoOf(current.sourcePath, size, file.pixelFormat())
-                      .frameAt(timing::sourceTimeAtFrame(current, k, rate))
-                : file.blackFrame();
-            file.writeVideo(picture, k);
+            const FramePtr picture = pictures.next();
+            file.writeVideo(picture ? picture.get() : file.blackFrame(), k);
 
             // The sound that plays while this frame shows, so the two stay interleaved.
             const std::int64_t until = k + 1 == frames
@@ -165,7 +142,6 @@ private:
     }
 
     RenderRequest m_request;
-    QHash<QString, std::shared_ptr<VideoSource>> m_videos;
     std::atomic<RenderState> m_state {RenderState::running};
     std::atomic<double> m_progress {0.0};
     std::atomic<bool> m_cancelled {false};

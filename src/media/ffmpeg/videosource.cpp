@@ -8,6 +8,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include <algorithm>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -16,11 +17,23 @@ namespace kavel::media::ffmpeg {
 
 namespace {
 
-// Decoding the pictures between here and a keyframe this far ahead costs more than a seek.
-constexpr double worthSeeking = 0.5;
+// A seek costs about as much as decoding this many pictures: the demuxer jumps through its
+// index, and the decoder's threads drain and fill again. Decoding on to a keyframe further
+// ahead than that costs more than seeking to it.
+constexpr int worthSeeking = 3;
 // Without an index, the distance past which a seek is still the better bet.
 constexpr double blindSeek = 10.0;
 constexpr int maxFailures = 64;
+
+// The matrix a frame's colours are in. Files that do not say are taken the way players
+// take them: high definition in BT.709, smaller pictures in BT.601 (left to the scaler,
+// whose default it is).
+AVColorSpace matrixOf(const AVFrame *frame)
+{
+    if (frame->colorspace != AVCOL_SPC_UNSPECIFIED)
+        return frame->colorspace;
+    return frame->width >= 1280 || frame->height >= 720 ? AVCOL_SPC_BT709 : AVCOL_SPC_UNSPECIFIED;
+}
 
 } // namespace
 
@@ -56,8 +69,14 @@ VideoSource::VideoSource(const QString &path, QSize outputSize, AVPixelFormat fo
     m_rotation = clockwiseRotation(stream);
     const AVRational rate
         = stream->avg_frame_rate.num > 0 ? stream->avg_frame_rate : stream->r_frame_rate;
-    if (rate.num > 0 && rate.den > 0)
+    m_rateKnown = rate.num > 0 && rate.den > 0;
+    if (m_rateKnown)
         m_rate = {rate.num, rate.den};
+    // An index holds decoding times, which run ahead of showing times by the pictures held
+    // back for reordering; seeking that much earlier lands on a keyframe shown before the
+    // time sought instead of just after it (which would cost a second seek, further back).
+    if (m_rateKnown)
+        m_reorder = stream->codecpar->video_delay * m_rate.secondsAt(1);
 }
 
 VideoSource::~VideoSource()
@@ -65,8 +84,34 @@ VideoSource::~VideoSource()
     avfilter_graph_free(&m_graph);
 }
 
+void VideoSource::want(std::vector<double> times)
+{
+    std::sort(times.begin(), times.end());
+    m_wanted = std::move(times);
+    // The nearest picture lies within one frame of the time asked for, and so do the two
+    // that decide which is nearest; the half frame more allows for timestamps that wobble.
+    // Without a known rate every picture is decoded.
+    m_reach = 1.5 * m_rate.secondsAt(1);
+    if (!m_rateKnown)
+        m_wanted.clear();
+}
+
+bool VideoSource::wanted(double seconds) const
+{
+    if (m_wanted.empty() || !std::isfinite(seconds))
+        return true;
+    const auto it = std::lower_bound(m_wanted.cbegin(), m_wanted.cend(), seconds - m_reach);
+    return it != m_wanted.cend() && *it <= seconds + m_reach;
+}
+
 const AVFrame *VideoSource::frameAt(double seconds)
 {
+    if (!wanted(seconds)) {
+        // Pictures around a time it was not told of may have been left out: from here on
+        // every picture is decoded, starting again from the keyframe before.
+        m_wanted.clear();
+        seekBefore(seconds);
+    }
     const double latest = m_next ? m_next->t : m_previous ? m_previous->t : -1.0;
     const bool started = m_previous || m_next;
     if (!started && !m_eof) {
@@ -74,7 +119,7 @@ const AVFrame *VideoSource::frameAt(double seconds)
     } else if (m_previous && seconds < m_previous->t) {
         seekBefore(seconds);
     } else if (!(m_next && seconds <= m_next->t) && !m_eof
-               && keyframeBetween(latest + worthSeeking, seconds)) {
+               && keyframeBetween(latest + m_rate.secondsAt(worthSeeking), seconds)) {
         seekBefore(seconds);
     }
     while (!m_eof && !(m_next && m_next->t >= seconds))
@@ -102,7 +147,7 @@ bool VideoSource::keyframeBetween(double after, double upTo) const
     if (upTo <= after)
         return false;
     const double base = av_q2d(stream->time_base);
-    const auto ts = static_cast<int64_t>((upTo + m_origin) / base);
+    const auto ts = static_cast<int64_t>((upTo - m_reorder + m_origin) / base);
     const int index = av_index_search_timestamp(stream, ts, AVSEEK_FLAG_BACKWARD);
     const AVIndexEntry *entry = index >= 0 ? avformat_index_get_entry(stream, index) : nullptr;
     if (!entry)
@@ -114,7 +159,7 @@ void VideoSource::seekBefore(double seconds)
 {
     AVStream *stream = m_input->streams[m_stream];
     const auto ts = static_cast<int64_t>(
-        std::floor((std::max(seconds, 0.0) + m_origin) / av_q2d(stream->time_base)));
+        std::floor((std::max(seconds - m_reorder, 0.0) + m_origin) / av_q2d(stream->time_base)));
     if (av_seek_frame(m_input.get(), m_stream, ts, AVSEEK_FLAG_BACKWARD) < 0)
         av_seek_frame(m_input.get(), -1, 0, AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_BYTE);
     avcodec_flush_buffers(m_decoder.get());
@@ -156,6 +201,14 @@ bool VideoSource::decodeNext()
             avcodec_send_packet(m_decoder.get(), nullptr);
             continue;
         }
+        if (m_packet->stream_index == m_stream && !m_wanted.empty()) {
+            // A picture nothing shows is still decoded when later ones are predicted from
+            // it; only the ones no other refers to are left out.
+            const double at = m_packet->pts == AV_NOPTS_VALUE
+                ? std::nan("")
+                : double(m_packet->pts) * av_q2d(m_input->streams[m_stream]->time_base) - m_origin;
+            m_decoder->skip_frame = wanted(at) ? AVDISCARD_DEFAULT : AVDISCARD_NONREF;
+        }
         if (m_packet->stream_index == m_stream
             && avcodec_send_packet(m_decoder.get(), m_packet.get()) < 0
             && ++m_failures > maxFailures) {
@@ -194,12 +247,15 @@ void VideoSource::buildFilter(const AVFrame *frame)
         chain = u"hflip,vflip,"_s;
     const int w = m_outputSize.width();
     const int h = m_outputSize.height();
+    const bool guessed
+        = frame->colorspace == AVCOL_SPC_UNSPECIFIED && matrixOf(frame) == AVCOL_SPC_BT709;
     chain += QStringLiteral("scale=%1:%2:force_original_aspect_ratio=decrease:force_divisible_by=2"
-                            ":out_color_matrix=bt709:out_range=tv,"
+                            ":out_color_matrix=bt709:out_range=tv%4,"
                             "pad=%1:%2:(ow-iw)/2:(oh-ih)/2:black,setsar=1,format=%3")
                  .arg(w)
                  .arg(h)
-                 .arg(QString::fromLatin1(av_get_pix_fmt_name(m_format)));
+                 .arg(QString::fromLatin1(av_get_pix_fmt_name(m_format)),
+                      guessed ? u":in_color_matrix=bt709"_s : QString());
 
     const auto fail = [this] { throw MediaError(u"无法转换视频画面 "_s + m_path); };
     if (avfilter_graph_create_filter(&m_filterIn, avfilter_get_by_name("buffer"), "in",
@@ -227,11 +283,34 @@ void VideoSource::buildFilter(const AVFrame *frame)
     m_filterFormat = frame->format;
 }
 
+bool VideoSource::fitsAsIs(const AVFrame *frame) const
+{
+    const AVRational sar = frame->sample_aspect_ratio;
+    return m_rotation == 0 && frame->width == m_outputSize.width()
+        && frame->height == m_outputSize.height() && frame->format == m_format
+        && frame->color_range != AVCOL_RANGE_JPEG && matrixOf(frame) == AVCOL_SPC_BT709
+        && (sar.num == 0 || sar.num == sar.den);
+}
+
 const AVFrame *VideoSource::convert(Decoded &decoded)
 {
     if (m_convertedAt == decoded.t && m_converted->data[0])
         return m_converted.get();
     const AVFrame *frame = decoded.frame.get();
+    if (fitsAsIs(frame)) {
+        // Already what the filter would make: the decoder's picture is used as it is, which
+        // saves a pass over every pixel.
+        av_frame_unref(m_converted.get());
+        if (av_frame_ref(m_converted.get(), frame) < 0)
+            throw std::bad_alloc();
+        while (m_converted->nb_side_data > 0)
+            av_frame_remove_side_data(m_converted.get(), m_converted->side_data[0]->type);
+        m_converted->sample_aspect_ratio = {1, 1};
+        m_converted->colorspace = AVCOL_SPC_BT709;
+        m_converted->color_range = AVCOL_RANGE_MPEG;
+        m_convertedAt = decoded.t;
+        return m_converted.get();
+    }
     if (!m_graph || frame->width != m_filterWidth || frame->height != m_filterHeight
         || frame->format != m_filterFormat)
         buildFilter(frame);
