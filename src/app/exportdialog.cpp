@@ -197,6 +197,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
         s.title = m_editor.project()->metadata().title;
         m_flow.setSettings(s);
     }
+    m_flow.offerChoicesFor(subject());
     m_duration->setText(ExportFlow::formatDuration(m_flow.editedDuration(subject())));
     showSettings();
 }

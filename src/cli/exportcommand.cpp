@@ -105,8 +105,8 @@ int runExport(const QStringList &arguments)
         u"title"_s, u"base name of the files (default: the project's title)"_s, u"T"_s);
     const QCommandLineOption videoOption(u"video"_s, u"write a movie: mp4 or mov"_s, u"FORMAT"_s);
     const QCommandLineOption codecOption(u"codec"_s, u"h264 (default) or hevc"_s, u"CODEC"_s);
-    const QCommandLineOption resolutionOption(u"resolution"_s, u"720p, 1080p (default) or 4k"_s,
-                                              u"RES"_s);
+    const QCommandLineOption resolutionOption(
+        u"resolution"_s, u"720p, 1080p or 4k (default: the recording's own)"_s, u"RES"_s);
     const QCommandLineOption audioOption(u"audio"_s, u"write sound alone: wav, aac or mp3"_s,
                                          u"FORMAT"_s);
     const QCommandLineOption srtOption(u"srt"_s, u"write SubRip subtitles"_s);
@@ -131,7 +131,6 @@ int runExport(const QStringList &arguments)
             && !parser.isSet(interchangeOption));
     settings.videoFormat = choice(parser, videoOption, videoFormatFromRaw, VideoFormat::mp4);
     settings.codec = choice(parser, codecOption, videoCodecFromRaw, VideoCodec::h264);
-    settings.resolution = choice(parser, resolutionOption, resolutionFromRaw, Resolution::p1080);
     settings.audioEnabled = parser.isSet(audioOption);
     settings.audioFormat = choice(parser, audioOption, audioFormatFromRaw, AudioFormat::mp3);
     if (parser.isSet(srtOption) && parser.isSet(vttOption))
@@ -151,6 +150,10 @@ int runExport(const QStringList &arguments)
     media::ffmpeg::FfmpegRenderer renderer;
     const service::Settings preferences;
     ExportFlow flow(engine, renderer, preferences);
+    const ExportSubject subject {project.get(), project->paragraphs(), false};
+    // A recording is not enlarged unless asked for.
+    settings.resolution = choice(parser, resolutionOption, resolutionFromRaw,
+                                 flow.sourceResolution(subject).value_or(Resolution::p1080));
     flow.setSettings(settings);
     // The engine's diagnostics would tear the progress bar; they go to the summary's
     // stream only when something failed.
@@ -175,7 +178,7 @@ int runExport(const QStringList &arguments)
     out() << project->metadata().title << u"  "_s << blocks.size() << u" 词  "_s
           << ExportFlow::formatDuration(duration) << Qt::endl;
 
-    awaitTask(flow.startExport(ExportSubject {project.get(), project->paragraphs(), false}));
+    awaitTask(flow.startExport(subject));
     bar.finish();
 
     if (!flow.exportComplete()) {

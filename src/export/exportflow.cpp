@@ -279,6 +279,30 @@ void ExportFlow::endCancelled()
     log(u"Cancelled"_s);
 }
 
+std::optional<Resolution> ExportFlow::sourceResolution(const ExportSubject &subject)
+{
+    if (!subject.project)
+        return std::nullopt;
+    for (const PlaybackSource &source : sourcesOf(*subject.project)) {
+        try {
+            const media::MediaInfo info = m_engine.probe(source.url.toLocalFile());
+            if (info.hasVideo && info.videoSize.isValid())
+                return resolutionOfFrame(info.videoSize);
+        } catch (const Error &) {
+            // An unreadable file says nothing about the size; the next one may.
+        }
+    }
+    return std::nullopt;
+}
+
+void ExportFlow::offerChoicesFor(const ExportSubject &subject)
+{
+    ExportSettings offered = m_settings;
+    if (const auto resolution = sourceResolution(subject))
+        offered.resolution = *resolution;
+    setSettings(offered);
+}
+
 double ExportFlow::editedDuration(const ExportSubject &subject)
 {
     if (!subject.project)

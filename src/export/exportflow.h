@@ -67,6 +67,12 @@ public:
     // and the files this run wrote are removed.
     void cancel();
 
+    // Sets the choices a new dialog starts from for this subject: the movie at the size of
+    // the recording.
+    void offerChoicesFor(const ExportSubject &subject);
+    // The size class of the first recording with a picture; none for sound alone.
+    std::optional<Resolution> sourceResolution(const ExportSubject &subject);
+
     // Seconds the edited result lasts: what the movie and the sound will last.
     double editedDuration(const ExportSubject &subject);
 

@@ -105,6 +105,20 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_EQ(makeFlow()->settings().outputPath, QUrl::fromLocalFile(used));
     const QString chosen = dir.filePath(u"默认"_s);
     EXPECT_EQ(makeFlow(chosen)->settings().outputPath, QUrl::fromLocalFile(chosen));
+    // The movie is offered at the recording's own size class, never enlarged.
+    for (const auto &[size, resolution] : {std::pair {QSize(640, 360), Resolution::p720},
+                                           {QSize(1920, 1080), Resolution::p1080},
+                                           {QSize(1080, 1920), Resolution::p1080},
+                                           {QSize(2560, 1440), Resolution::p1080},
+                                           {QSize(3840, 2160), Resolution::p4k}}) {
+        media::MediaInfo info = test::FakeMediaEngine::videoWithAudio(10.0);
+        info.videoSize = size;
+        engine.addMedia(sourcePath, info);
+        auto offered = makeFlow();
+        offered->offerChoicesFor({project.get(), paragraphs, false});
+        EXPECT_EQ(offered->settings().resolution, resolution) << size.width();
+    }
+    engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
     // The dialog gives the edited length in minutes, or in hours once there are any.
     EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), paragraphs, false}), 0.75);
     for (const auto &[seconds, text] : {std::pair {0.0, u"0分00秒"_s},
@@ -122,7 +136,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     ExportSettings settings = outputsInto(out());
     settings.videoFormat = VideoFormat::mov;
     settings.codec = VideoCodec::hevc;
-    settings.resolution = Resolution::p4k;
+    settings.resolution = Resolution::p720;
     flow->setSettings(settings);
     QDir().mkpath(out(u"成片.srt"_s)); // a folder takes the subtitle path
     renderer.failing = true;
@@ -161,7 +175,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     ASSERT_EQ(renderer.requests.size(), 2);
     EXPECT_EQ(renderer.requests[0].format, media::RenderFormat::wav);
     EXPECT_EQ(renderer.requests[1].videoEncoding, media::VideoEncoding::hevc);
-    EXPECT_EQ(renderer.requests[1].frameSize, QSize(3840, 2160));
+    EXPECT_EQ(renderer.requests[1].frameSize, QSize(1280, 720));
     // A muted audio track keeps every stretch, silent; the cut is the preview's.
     for (const media::RenderRequest &request : renderer.requests) {
         ASSERT_EQ(request.editList.segments.size(), 2);
