@@ -269,8 +269,17 @@ void ExportDialog::showOutcome()
     if (m_running)
         return; // the step under way is shown until the run is over
     QStringList lines;
-    if (m_flow.exportCancelled())
-        lines.append(u"导出已取消"_s);
+    if (m_flow.exportCancelled()) {
+        lines.append(u"导出已停止"_s);
+        if (!m_flow.interruptedFile().isEmpty())
+            lines.append(u"未写完的 "_s + QFileInfo(m_flow.interruptedFile()).fileName()
+                         + u" 已删除"_s);
+        QStringList kept;
+        for (const QString &file : m_flow.writtenFiles())
+            kept.append(QFileInfo(file).fileName());
+        if (!kept.isEmpty())
+            lines.append(u"已完成的文件已保留："_s + kept.join(u"、"_s));
+    }
     if (m_flow.exportError())
         lines.append(*m_flow.exportError());
     if (m_flow.exportNotice())

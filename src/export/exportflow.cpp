@@ -134,6 +134,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     setExportNotice(std::nullopt);
     setExportCancelled(false);
     setWrittenFiles({});
+    m_interruptedFile.clear();
     m_cancelRequested = false;
 
     if (!m_settings.outputPath) {
@@ -211,9 +212,12 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
         }
         if (!self)
             co_return;
-        if (!m_cancelRequested && !failure.isNull())
+        // A stop that came as the file was put in place has nothing left to stop.
+        if (m_cancelRequested && !failure.isNull())
+            m_interruptedFile = audioPath();
+        else if (!failure.isNull())
             failed(u"音频导出失败: "_s, failure, detail);
-        else if (!m_cancelRequested && !keepWritten(audioPath()))
+        else if (!keepWritten(audioPath()) && !m_cancelRequested)
             failed(u"音频导出失败: "_s, noFileWritten, {});
     }
 
@@ -232,9 +236,11 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             }
             if (!self)
                 co_return;
-            if (!m_cancelRequested && !failure.isNull())
+            if (m_cancelRequested && !failure.isNull())
+                m_interruptedFile = videoPath();
+            else if (!failure.isNull())
                 failed(u"视频导出失败: "_s, failure, detail);
-            else if (!m_cancelRequested && !keepWritten(videoPath()))
+            else if (!keepWritten(videoPath()) && !m_cancelRequested)
                 failed(u"视频导出失败: "_s, noFileWritten, {});
         }
     }
@@ -268,15 +274,12 @@ bool ExportFlow::keepWritten(const QString &path)
     return true;
 }
 
-// A stopped export leaves nothing of itself: a render that was cut short has removed its
-// partial file already, and the steps that had finished are taken back.
+// What a stopped run finished is as good as any finished file and stays; the step under
+// way has removed its partial file already.
 void ExportFlow::endCancelled()
 {
-    for (const QString &path : std::as_const(m_writtenFiles))
-        QFile::remove(path);
-    setWrittenFiles({});
     setExportCancelled(true);
-    log(u"Cancelled"_s);
+    log(u"Cancelled; kept "_s + QString::number(m_writtenFiles.size()) + u" file(s)"_s);
 }
 
 std::optional<Resolution> ExportFlow::sourceResolution(const ExportSubject &subject)

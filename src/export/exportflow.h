@@ -50,10 +50,14 @@ public:
     const std::optional<QString> &exportError() const { return m_exportError; }
     bool exportComplete() const { return m_exportComplete; }
     const std::optional<QString> &exportNotice() const { return m_exportNotice; }
-    // The last run was stopped with cancel(); it left no files behind.
+    // The last run was stopped with cancel(). What it had finished is kept, in
+    // writtenFiles(); only the file under way when it stopped is gone.
     bool exportCancelled() const { return m_exportCancelled; }
     // The files the last run wrote, each checked to exist and to hold something.
     const QStringList &writtenFiles() const { return m_writtenFiles; }
+    // The file a stopped run was writing and did not finish; empty when the stop came
+    // between steps or the run was not stopped.
+    const QString &interruptedFile() const { return m_interruptedFile; }
     bool isExporting() const { return m_isExporting; }
     const QString &defaultExportPath() const { return m_defaultExportPath; }
 
@@ -63,8 +67,8 @@ public:
     // fails does not stop the next. Resolves when the run is over; the outcome is in the
     // properties, never thrown.
     QCoro::Task<> startExport(ExportSubject subject);
-    // Stops the running export as a whole: the step under way ends, no later step runs,
-    // and the files this run wrote are removed.
+    // Stops the running export as a whole: the step under way ends and its partial file
+    // is removed, no later step runs, and the files finished before are kept.
     void cancel();
 
     // Sets the choices a new dialog starts from for this subject: the movie at the size of
@@ -121,6 +125,7 @@ private:
     std::optional<QString> m_exportNotice;
     bool m_exportCancelled = false;
     QStringList m_writtenFiles;
+    QString m_interruptedFile;
     bool m_isExporting = false;
     bool m_cancelRequested = false;
 };

@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <gtest/gtest.h>
 
 using namespace kavel;
@@ -183,6 +184,31 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
         EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
         EXPECT_TRUE(request.editList.segments.at(0).audio.muted);
     }
+
+    // A stop during the movie keeps the subtitles and sound finished before it and
+    // leaves no part of the movie.
+    QObject::connect(flow.get(), &ExportFlow::stepStarted, flow.get(), [&](const QString &step) {
+        if (step != u"video"_s)
+            return;
+        renderer.pollsToFinish = 1000;
+        QTimer::singleShot(0, flow.get(), [&] { flow->cancel(); });
+    });
+    QFile::remove(out(u"成片.mov"_s));
+    run(*flow);
+    EXPECT_TRUE(flow->exportCancelled());
+    EXPECT_FALSE(flow->exportComplete());
+    EXPECT_EQ(flow->writtenFiles(), (QStringList {out(u"成片.srt"_s), out(u"成片.wav"_s)}));
+    EXPECT_EQ(flow->interruptedFile(), out(u"成片.mov"_s));
+    QStringList left = QDir(out()).entryList(QDir::Files | QDir::Hidden);
+    left.sort();
+    EXPECT_EQ(left, (QStringList {u"成片.srt"_s, u"成片.wav"_s}));
+    renderer.pollsToFinish = 3;
+    settings.videoEnabled = false;
+    flow->setSettings(settings);
+    run(*flow); // the next run starts clean
+    EXPECT_FALSE(flow->exportCancelled());
+    EXPECT_TRUE(flow->interruptedFile().isEmpty());
+    settings.videoEnabled = true;
 
     // Sound alone has no movie: the video step is skipped with a notice.
     engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
