@@ -158,6 +158,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
 
     m_projectTitle = subject.project->metadata().title;
     m_renderService.setPauseLimit(subject.project->metadata().pauseLimit);
+    m_renderService.setScratchDirectory(subject.project->cacheDirectory());
     const QString exportsDirectory = subject.project->exportsDirectory();
     const ExportSettings settings = m_settings;
     const QString folder = settings.outputPath->toLocalFile();

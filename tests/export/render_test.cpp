@@ -87,13 +87,18 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
     const QString bin = out(u"bin/"_s);
     QDir().mkpath(bin);
     EncoderSearch search {{}, {bin}};
+    const QString cache = out(u"cache"_s);
+    service.setScratchDirectory(cache);
+    // What the encoder sees in the chosen folder while it works.
+    const QByteArray looksAround = "ls -A '" + QFile::encodeName(dir.path()) + "' > '"
+        + QFile::encodeName(bin) + "during.txt'\n";
     const struct
     {
         QByteArray script;
         QString codec; // none when the export fails
         bool cancelled = false;
     } cases[] = {{"", u"aac"_s},
-                 {"exec /usr/bin/ffmpeg \"$@\"\n", u"mp3"_s},
+                 {looksAround + "exec /usr/bin/ffmpeg \"$@\"\n", u"mp3"_s},
                  {"exit 3\n", {}},
                  // Stalls: the export must end all the same, within the limit.
                  {"exec sleep 600\n", {}},
@@ -112,6 +117,7 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         if (c.cancelled)
             QTimer::singleShot(1000, &service, [&] { service.cancel(); });
         const QString target = out(u"声音.mp3"_s);
+        QFile::remove(target);
         QElapsedTimer clock;
         clock.start();
         auto outcome
@@ -119,8 +125,13 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
                             std::chrono::seconds(60));
         EXPECT_LT(clock.elapsed(), 20'000);
         EXPECT_EQ(!outcome.error, !c.codec.isEmpty());
-        EXPECT_EQ(QDir(dir.path()).entryList({u"*.m4a"_s}, QDir::Files | QDir::Hidden),
-                  QStringList {});
+        // The intermediate sound lives in the cache, never beside the result, and is gone
+        // however the export ended; so is any partial result.
+        EXPECT_EQ(QDir(cache).entryList(QDir::Files | QDir::Hidden), QStringList {});
+        QStringList expected {u"tone.wav"_s};
+        if (!c.codec.isEmpty())
+            expected.append(u"声音.mp3"_s);
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name), expected);
         if (c.codec.isEmpty()) {
             EXPECT_FALSE(QFile::exists(target));
             continue;
@@ -130,6 +141,9 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         EXPECT_NEAR(p.duration(), 1.2, 0.1);
         if (c.codec == "mp3"_L1) {
             EXPECT_EQ(p.audio.value(u"bit_rate"_s).toString(), u"128000"_s);
+            const QByteArray during = fileio::readFile(bin + u"during.txt"_s);
+            EXPECT_TRUE(during.contains("tone.wav")) << during.constData();
+            EXPECT_FALSE(during.contains(".m4a")) << during.constData();
         }
     }
 
