@@ -112,7 +112,7 @@ int runExport(const QStringList &arguments)
     const QCommandLineOption srtOption(u"srt"_s, u"write SubRip subtitles"_s);
     const QCommandLineOption vttOption(u"vtt"_s, u"write WebVTT subtitles"_s);
     const QCommandLineOption cuesOption(u"subtitles"_s,
-                                        u"cues of single words (default) or of whole phrases"_s,
+                                        u"cues of whole phrases (default) or of single words"_s,
                                         u"words|phrases"_s);
     const QCommandLineOption interchangeOption(
         u"interchange"_s, u"write the edit for another editor: mlt, edl or fcpxml"_s, u"FORMAT"_s);
@@ -137,7 +137,8 @@ int runExport(const QStringList &arguments)
         throw CommandFailure {u"--srt 与 --vtt 只能选一个"_s, 2};
     settings.subtitleEnabled = parser.isSet(srtOption) || parser.isSet(vttOption);
     settings.subtitleFormat = parser.isSet(vttOption) ? SubtitleFormat::vtt : SubtitleFormat::srt;
-    settings.subtitleStyle = choice(parser, cuesOption, subtitleStyleFromRaw, SubtitleStyle::words);
+    settings.subtitleStyle
+        = choice(parser, cuesOption, subtitleStyleFromRaw, SubtitleStyle::phrases);
     settings.interchangeEnabled = parser.isSet(interchangeOption);
     settings.interchangeFormat
         = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);

@@ -84,7 +84,7 @@ struct ExportSettings
     AudioFormat audioFormat = AudioFormat::mp3;
     bool subtitleEnabled = false;
     SubtitleFormat subtitleFormat = SubtitleFormat::srt;
-    SubtitleStyle subtitleStyle = SubtitleStyle::words;
+    SubtitleStyle subtitleStyle = SubtitleStyle::phrases;
     // "项目交换文件": the edit for another editor.
     bool interchangeEnabled = false;
     interchange::Format interchangeFormat = interchange::Format::mlt;
