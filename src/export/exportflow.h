@@ -71,9 +71,13 @@ public:
     // is removed, no later step runs, and the files finished before are kept.
     void cancel();
 
-    // Sets the choices a new dialog starts from for this subject: the movie at the size of
-    // the recording.
+    // Sets the choices a new dialog starts from for this subject: those of the project's
+    // last export when there was one, else the movie at the size of the recording; never
+    // the movie for a project of sound alone. From then on every run that passes its
+    // checks keeps its choices in the project for the next dialog.
     void offerChoicesFor(const ExportSubject &subject);
+    // Where a project keeps the choices of its last export.
+    static QString choicesPath(const KavelProject &project);
     // The size class of the first recording with a picture; none for sound alone.
     std::optional<Resolution> sourceResolution(const ExportSubject &subject);
 
@@ -105,6 +109,7 @@ Q_SIGNALS:
 private:
     QString outputFile(const QString &extension) const;
     bool isAudioMaterial(const QList<PlaybackSource> &sources);
+    void rememberChoices(const KavelProject &project, ExportSettings settings);
     // Whether a step's file is really there: a step may end without an error and without
     // having written anything.
     bool keepWritten(const QString &path);
@@ -128,6 +133,7 @@ private:
     QString m_interruptedFile;
     bool m_isExporting = false;
     bool m_cancelRequested = false;
+    bool m_remembersChoices = false;
 };
 
 } // namespace kavel

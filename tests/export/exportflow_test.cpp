@@ -95,6 +95,17 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_FALSE(flow->exportComplete());
     EXPECT_TRUE(renderer.requests.isEmpty());
     EXPECT_FALSE(QDir(out()).exists());
+    // Choosing a folder answers the complaint about it, and only that one.
+    ExportSettings noFolder = outputsInto(out());
+    noFolder.outputPath.reset();
+    flow->setSettings(noFolder);
+    run(*flow);
+    ASSERT_EQ(flow->exportError(), u"请选择导出目录"_s);
+    flow->setSettings(outputsInto(out()));
+    EXPECT_FALSE(flow->exportError());
+    run(*flow, {nullptr, paragraphs, false});
+    flow->setSettings(outputsInto(dir.filePath(u"别处"_s)));
+    EXPECT_EQ(flow->exportError(), u"未找到项目"_s);
 
     // A new export starts in the default folder, else in the last one used.
     EXPECT_FALSE(makeFlow()->settings().outputPath);
@@ -120,6 +131,52 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
         EXPECT_EQ(offered->settings().resolution, resolution) << size.width();
     }
     engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
+
+    // A dialog offers what the project's last export chose, the folder included, over
+    // the default folder; a run from the command line, which was offered nothing, keeps
+    // nothing. The title follows the project.
+    const ExportSubject subject {project.get(), paragraphs, false};
+    ExportSettings kept = outputsInto(dir.filePath(u"这里"_s));
+    kept.codec = VideoCodec::hevc;
+    kept.resolution = Resolution::p4k;
+    kept.videoFormat = VideoFormat::mov;
+    kept.audioFormat = AudioFormat::aac;
+    kept.subtitleFormat = SubtitleFormat::vtt;
+    kept.subtitleStyle = SubtitleStyle::words;
+    auto unoffered = makeFlow();
+    unoffered->setSettings(kept);
+    run(*unoffered);
+    EXPECT_TRUE(unoffered->exportComplete());
+    EXPECT_FALSE(QFile::exists(ExportFlow::choicesPath(*project)));
+    auto first = makeFlow();
+    first->offerChoicesFor(subject);
+    first->setSettings(kept);
+    run(*first);
+    auto again = makeFlow(dir.filePath(u"默认"_s));
+    again->offerChoicesFor(subject);
+    ExportSettings expected = kept;
+    expected.title.clear();
+    EXPECT_EQ(again->settings(), expected);
+    // Sound alone opens without the movie, whatever was kept; with nothing else kept
+    // the sound is what it offers.
+    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
+    again->offerChoicesFor(subject);
+    EXPECT_FALSE(again->settings().videoEnabled);
+    EXPECT_TRUE(again->settings().subtitleEnabled && again->settings().audioEnabled);
+    QFile::remove(ExportFlow::choicesPath(*project));
+    auto fresh = makeFlow();
+    fresh->offerChoicesFor(subject);
+    EXPECT_FALSE(fresh->settings().videoEnabled);
+    EXPECT_TRUE(fresh->settings().audioEnabled);
+    EXPECT_FALSE(fresh->settings().subtitleEnabled);
+    // A damaged record is passed over.
+    test::writeFile(ExportFlow::choicesPath(*project), "{\"codec\": 3");
+    engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
+    auto damaged = makeFlow();
+    damaged->offerChoicesFor(subject);
+    EXPECT_EQ(damaged->settings().resolution, Resolution::p720);
+    EXPECT_TRUE(damaged->settings().videoEnabled);
+
     // The dialog gives the edited length in minutes, or in hours once there are any.
     EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), paragraphs, false}), 0.75);
     for (const auto &[seconds, text] : {std::pair {0.0, u"0分00秒"_s},
