@@ -3,6 +3,7 @@
 #include "editor/editorviewmodel.h"
 #include "export/exportflow.h"
 #include "export/localrenderservice.h"
+#include "filemanager.h"
 #include "model/kavelproject.h"
 #include "symbolicons.h"
 
@@ -79,6 +80,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     , m_interchangeFormat(new QComboBox(this))
     , m_progress(new QProgressBar(this))
     , m_outcome(new QLabel(this))
+    , m_reveal(new QPushButton(symbolIcon(u"folder"_s), u"打开所在文件夹"_s, this))
     , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), u"导出"_s, this))
     , m_close(new QPushButton(u"取消"_s, this))
 {
@@ -146,6 +148,8 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     m_outcome->setWordWrap(true);
     layout->addWidget(m_outcome);
     auto *buttons = new QHBoxLayout;
+    m_reveal->hide();
+    buttons->addWidget(m_reveal);
     buttons->addStretch(1);
     buttons->addWidget(m_close);
     buttons->addWidget(m_start);
@@ -181,10 +185,17 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     connect(&flow.renderService(), &LocalRenderService::progressChanged, this,
             [this] { m_progress->setValue(int(m_flow.renderService().progress() * 1000.0)); });
     connect(m_close, &QPushButton::clicked, this, &ExportDialog::reject);
+    m_revealFiles = [](const QStringList &files) { revealInFileManager(files); };
+    connect(m_reveal, &QPushButton::clicked, this, [this] {
+        if (m_revealFiles && !m_flow.writtenFiles().isEmpty())
+            m_revealFiles(m_flow.writtenFiles());
+    });
     connect(m_start, &QPushButton::clicked, this, [this] {
         applyControls();
-        // Nothing of the last run stays on screen once a new one starts.
+        // Nothing of the last run stays on screen once a new one starts, not even its red.
         m_outcome->clear();
+        m_outcome->setPalette(palette());
+        m_reveal->hide();
         setRunning(true);
         QCoro::connect(m_flow.startExport(subject()), this, [this] {
             setRunning(false);
@@ -197,6 +208,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
         s.title = m_editor.project()->metadata().title;
         m_flow.setSettings(s);
     }
+    m_flow.offerChoicesFor(subject());
     m_duration->setText(ExportFlow::formatDuration(m_flow.editedDuration(subject())));
     showSettings();
 }
@@ -268,8 +280,17 @@ void ExportDialog::showOutcome()
     if (m_running)
         return; // the step under way is shown until the run is over
     QStringList lines;
-    if (m_flow.exportCancelled())
-        lines.append(u"导出已取消"_s);
+    if (m_flow.exportCancelled()) {
+        lines.append(u"导出已停止"_s);
+        if (!m_flow.interruptedFile().isEmpty())
+            lines.append(u"未写完的 "_s + QFileInfo(m_flow.interruptedFile()).fileName()
+                         + u" 已删除"_s);
+        QStringList kept;
+        for (const QString &file : m_flow.writtenFiles())
+            kept.append(QFileInfo(file).fileName());
+        if (!kept.isEmpty())
+            lines.append(u"已完成的文件已保留："_s + kept.join(u"、"_s));
+    }
     if (m_flow.exportError())
         lines.append(*m_flow.exportError());
     if (m_flow.exportNotice())
@@ -284,6 +305,7 @@ void ExportDialog::showOutcome()
             lines.append(u"已写出 "_s + QFileInfo(file).fileName());
     }
     m_outcome->setText(lines.join(u'\n'));
+    m_reveal->setVisible(!m_flow.writtenFiles().isEmpty());
     QPalette tone = m_outcome->palette();
     tone.setColor(QPalette::WindowText,
                   m_flow.exportError() ? QColor(Qt::red) : palette().color(QPalette::WindowText));

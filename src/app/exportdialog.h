@@ -3,6 +3,7 @@
 #include "folderpicker.h"
 
 #include <QDialog>
+#include <functional>
 
 class QCheckBox;
 class QComboBox;
@@ -41,6 +42,13 @@ public:
     QCheckBox *interchangeToggle() const { return m_interchange; }
     QPushButton *exportButton() const { return m_start; }
     QLabel *outcomeLabel() const { return m_outcome; }
+    // "打开所在文件夹": shown once a run has written something.
+    QPushButton *revealButton() const { return m_reveal; }
+    // How the written files are shown; the desktop's file manager unless set.
+    void setRevealFiles(std::function<void(const QStringList &)> reveal)
+    {
+        m_revealFiles = std::move(reveal);
+    }
     bool isRunning() const { return m_running; }
 
     // While an export runs, closing (Escape, 停止) stops it and stays: the run still uses
@@ -74,8 +82,10 @@ private:
     QComboBox *m_interchangeFormat;
     QProgressBar *m_progress;
     QLabel *m_outcome;
+    QPushButton *m_reveal;
     QPushButton *m_start;
     QPushButton *m_close;
+    std::function<void(const QStringList &)> m_revealFiles;
     bool m_running = false;
 };
 

@@ -13,5 +13,10 @@ namespace kavel::app {
 // back on the event loop.
 void revealInFileManager(const QString &path, QDBusConnection bus = QDBusConnection::sessionBus(),
                          std::function<bool(const QUrl &)> openFolder = {});
+// The same for several files shown at once (those of one folder); the fallback opens the
+// folder of the first.
+void revealInFileManager(const QStringList &paths,
+                         QDBusConnection bus = QDBusConnection::sessionBus(),
+                         std::function<bool(const QUrl &)> openFolder = {});
 
 } // namespace kavel::app

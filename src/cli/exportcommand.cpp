@@ -105,14 +105,14 @@ int runExport(const QStringList &arguments)
         u"title"_s, u"base name of the files (default: the project's title)"_s, u"T"_s);
     const QCommandLineOption videoOption(u"video"_s, u"write a movie: mp4 or mov"_s, u"FORMAT"_s);
     const QCommandLineOption codecOption(u"codec"_s, u"h264 (default) or hevc"_s, u"CODEC"_s);
-    const QCommandLineOption resolutionOption(u"resolution"_s, u"720p, 1080p (default) or 4k"_s,
-                                              u"RES"_s);
+    const QCommandLineOption resolutionOption(
+        u"resolution"_s, u"720p, 1080p or 4k (default: the recording's own)"_s, u"RES"_s);
     const QCommandLineOption audioOption(u"audio"_s, u"write sound alone: wav, aac or mp3"_s,
                                          u"FORMAT"_s);
     const QCommandLineOption srtOption(u"srt"_s, u"write SubRip subtitles"_s);
     const QCommandLineOption vttOption(u"vtt"_s, u"write WebVTT subtitles"_s);
     const QCommandLineOption cuesOption(u"subtitles"_s,
-                                        u"cues of single words (default) or of whole phrases"_s,
+                                        u"cues of whole phrases (default) or of single words"_s,
                                         u"words|phrases"_s);
     const QCommandLineOption interchangeOption(
         u"interchange"_s, u"write the edit for another editor: mlt, edl or fcpxml"_s, u"FORMAT"_s);
@@ -131,14 +131,14 @@ int runExport(const QStringList &arguments)
             && !parser.isSet(interchangeOption));
     settings.videoFormat = choice(parser, videoOption, videoFormatFromRaw, VideoFormat::mp4);
     settings.codec = choice(parser, codecOption, videoCodecFromRaw, VideoCodec::h264);
-    settings.resolution = choice(parser, resolutionOption, resolutionFromRaw, Resolution::p1080);
     settings.audioEnabled = parser.isSet(audioOption);
     settings.audioFormat = choice(parser, audioOption, audioFormatFromRaw, AudioFormat::mp3);
     if (parser.isSet(srtOption) && parser.isSet(vttOption))
         throw CommandFailure {u"--srt 与 --vtt 只能选一个"_s, 2};
     settings.subtitleEnabled = parser.isSet(srtOption) || parser.isSet(vttOption);
     settings.subtitleFormat = parser.isSet(vttOption) ? SubtitleFormat::vtt : SubtitleFormat::srt;
-    settings.subtitleStyle = choice(parser, cuesOption, subtitleStyleFromRaw, SubtitleStyle::words);
+    settings.subtitleStyle
+        = choice(parser, cuesOption, subtitleStyleFromRaw, SubtitleStyle::phrases);
     settings.interchangeEnabled = parser.isSet(interchangeOption);
     settings.interchangeFormat
         = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);
@@ -151,6 +151,10 @@ int runExport(const QStringList &arguments)
     media::ffmpeg::FfmpegRenderer renderer;
     const service::Settings preferences;
     ExportFlow flow(engine, renderer, preferences);
+    const ExportSubject subject {project.get(), project->paragraphs(), false};
+    // A recording is not enlarged unless asked for.
+    settings.resolution = choice(parser, resolutionOption, resolutionFromRaw,
+                                 flow.sourceResolution(subject).value_or(Resolution::p1080));
     flow.setSettings(settings);
     // The engine's diagnostics would tear the progress bar; they go to the summary's
     // stream only when something failed.
@@ -175,7 +179,7 @@ int runExport(const QStringList &arguments)
     out() << project->metadata().title << u"  "_s << blocks.size() << u" 词  "_s
           << ExportFlow::formatDuration(duration) << Qt::endl;
 
-    awaitTask(flow.startExport(ExportSubject {project.get(), project->paragraphs(), false}));
+    awaitTask(flow.startExport(subject));
     bar.finish();
 
     if (!flow.exportComplete()) {

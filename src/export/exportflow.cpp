@@ -1,6 +1,7 @@
 #include "exportflow.h"
 
 #include "media/mediaengine.h"
+#include "model/fileio.h"
 #include "model/kavelproject.h"
 #include "model/timeline.h"
 #include "service/settings.h"
@@ -8,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QPointer>
 #include <QTextStream>
 #include <cmath>
@@ -20,6 +22,7 @@ namespace kavel {
 namespace {
 
 const QString noFileWritten = u"未生成有效的文件"_s;
+const QString noFolderChosen = u"请选择导出目录"_s;
 
 void log(const QString &line)
 {
@@ -82,6 +85,9 @@ void ExportFlow::setSettings(const ExportSettings &settings)
         return;
     m_settings = settings;
     Q_EMIT settingsChanged();
+    // The complaint about the folder is answered once one is chosen.
+    if (m_settings.outputPath && m_exportError == noFolderChosen)
+        setExportError(std::nullopt);
 }
 
 QString ExportFlow::outputFile(const QString &extension) const
@@ -134,10 +140,11 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     setExportNotice(std::nullopt);
     setExportCancelled(false);
     setWrittenFiles({});
+    m_interruptedFile.clear();
     m_cancelRequested = false;
 
     if (!m_settings.outputPath) {
-        setExportError(u"请选择导出目录"_s);
+        setExportError(noFolderChosen);
         co_return;
     }
     if (!subject.project) {
@@ -156,7 +163,10 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     }
 
     m_projectTitle = subject.project->metadata().title;
+    if (m_remembersChoices)
+        rememberChoices(*subject.project, m_settings);
     m_renderService.setPauseLimit(subject.project->metadata().pauseLimit);
+    m_renderService.setScratchDirectory(subject.project->cacheDirectory());
     const QString exportsDirectory = subject.project->exportsDirectory();
     const ExportSettings settings = m_settings;
     const QString folder = settings.outputPath->toLocalFile();
@@ -210,9 +220,12 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
         }
         if (!self)
             co_return;
-        if (!m_cancelRequested && !failure.isNull())
+        // A stop that came as the file was put in place has nothing left to stop.
+        if (m_cancelRequested && !failure.isNull())
+            m_interruptedFile = audioPath();
+        else if (!failure.isNull())
             failed(u"音频导出失败: "_s, failure, detail);
-        else if (!m_cancelRequested && !keepWritten(audioPath()))
+        else if (!keepWritten(audioPath()) && !m_cancelRequested)
             failed(u"音频导出失败: "_s, noFileWritten, {});
     }
 
@@ -231,9 +244,11 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             }
             if (!self)
                 co_return;
-            if (!m_cancelRequested && !failure.isNull())
+            if (m_cancelRequested && !failure.isNull())
+                m_interruptedFile = videoPath();
+            else if (!failure.isNull())
                 failed(u"视频导出失败: "_s, failure, detail);
-            else if (!m_cancelRequested && !keepWritten(videoPath()))
+            else if (!keepWritten(videoPath()) && !m_cancelRequested)
                 failed(u"视频导出失败: "_s, noFileWritten, {});
         }
     }
@@ -267,15 +282,79 @@ bool ExportFlow::keepWritten(const QString &path)
     return true;
 }
 
-// A stopped export leaves nothing of itself: a render that was cut short has removed its
-// partial file already, and the steps that had finished are taken back.
+// What a stopped run finished is as good as any finished file and stays; the step under
+// way has removed its partial file already.
 void ExportFlow::endCancelled()
 {
-    for (const QString &path : std::as_const(m_writtenFiles))
-        QFile::remove(path);
-    setWrittenFiles({});
     setExportCancelled(true);
-    log(u"Cancelled"_s);
+    log(u"Cancelled; kept "_s + QString::number(m_writtenFiles.size()) + u" file(s)"_s);
+}
+
+std::optional<Resolution> ExportFlow::sourceResolution(const ExportSubject &subject)
+{
+    if (!subject.project)
+        return std::nullopt;
+    for (const PlaybackSource &source : sourcesOf(*subject.project)) {
+        try {
+            const media::MediaInfo info = m_engine.probe(source.url.toLocalFile());
+            if (info.hasVideo && info.videoSize.isValid())
+                return resolutionOfFrame(info.videoSize);
+        } catch (const Error &) {
+            // An unreadable file says nothing about the size; the next one may.
+        }
+    }
+    return std::nullopt;
+}
+
+QString ExportFlow::choicesPath(const KavelProject &project)
+{
+    return QDir(project.exportsDirectory()).filePath(u"settings.json"_s);
+}
+
+void ExportFlow::offerChoicesFor(const ExportSubject &subject)
+{
+    m_remembersChoices = true;
+    if (!subject.project)
+        return;
+    ExportSettings offered = m_settings;
+    const QString path = choicesPath(*subject.project);
+    bool remembered = false;
+    if (QFileInfo::exists(path)) {
+        try {
+            ExportSettings kept
+                = exportSettingsFromJson(QJsonDocument::fromJson(fileio::readFile(path)).object());
+            kept.title = offered.title;
+            if (!kept.outputPath)
+                kept.outputPath = offered.outputPath;
+            offered = kept;
+            remembered = true;
+        } catch (const Error &error) {
+            // A damaged record costs the user the remembered choices, nothing more.
+            log(u"Remembered choices unreadable: "_s + error.description() + detailOf(error));
+        }
+    }
+    if (!remembered)
+        if (const auto resolution = sourceResolution(subject))
+            offered.resolution = *resolution;
+    const QList<PlaybackSource> sources = sourcesOf(*subject.project);
+    if (!sources.isEmpty() && isAudioMaterial(sources)) {
+        offered.videoEnabled = false;
+        if (!offered.subtitleEnabled && !offered.interchangeEnabled)
+            offered.audioEnabled = true;
+    }
+    setSettings(offered);
+}
+
+void ExportFlow::rememberChoices(const KavelProject &project, ExportSettings settings)
+{
+    // The title follows the project unless typed again.
+    settings.title.clear();
+    try {
+        fileio::makeDirectory(project.exportsDirectory());
+        fileio::writeFileAtomically(choicesPath(project), QJsonDocument(toJson(settings)).toJson());
+    } catch (const Error &error) {
+        log(u"Choices not kept: "_s + error.description() + detailOf(error));
+    }
 }
 
 double ExportFlow::editedDuration(const ExportSubject &subject)

@@ -50,10 +50,14 @@ public:
     const std::optional<QString> &exportError() const { return m_exportError; }
     bool exportComplete() const { return m_exportComplete; }
     const std::optional<QString> &exportNotice() const { return m_exportNotice; }
-    // The last run was stopped with cancel(); it left no files behind.
+    // The last run was stopped with cancel(). What it had finished is kept, in
+    // writtenFiles(); only the file under way when it stopped is gone.
     bool exportCancelled() const { return m_exportCancelled; }
     // The files the last run wrote, each checked to exist and to hold something.
     const QStringList &writtenFiles() const { return m_writtenFiles; }
+    // The file a stopped run was writing and did not finish; empty when the stop came
+    // between steps or the run was not stopped.
+    const QString &interruptedFile() const { return m_interruptedFile; }
     bool isExporting() const { return m_isExporting; }
     const QString &defaultExportPath() const { return m_defaultExportPath; }
 
@@ -63,9 +67,19 @@ public:
     // fails does not stop the next. Resolves when the run is over; the outcome is in the
     // properties, never thrown.
     QCoro::Task<> startExport(ExportSubject subject);
-    // Stops the running export as a whole: the step under way ends, no later step runs,
-    // and the files this run wrote are removed.
+    // Stops the running export as a whole: the step under way ends and its partial file
+    // is removed, no later step runs, and the files finished before are kept.
     void cancel();
+
+    // Sets the choices a new dialog starts from for this subject: those of the project's
+    // last export when there was one, else the movie at the size of the recording; never
+    // the movie for a project of sound alone. From then on every run that passes its
+    // checks keeps its choices in the project for the next dialog.
+    void offerChoicesFor(const ExportSubject &subject);
+    // Where a project keeps the choices of its last export.
+    static QString choicesPath(const KavelProject &project);
+    // The size class of the first recording with a picture; none for sound alone.
+    std::optional<Resolution> sourceResolution(const ExportSubject &subject);
 
     // Seconds the edited result lasts: what the movie and the sound will last.
     double editedDuration(const ExportSubject &subject);
@@ -95,6 +109,7 @@ Q_SIGNALS:
 private:
     QString outputFile(const QString &extension) const;
     bool isAudioMaterial(const QList<PlaybackSource> &sources);
+    void rememberChoices(const KavelProject &project, ExportSettings settings);
     // Whether a step's file is really there: a step may end without an error and without
     // having written anything.
     bool keepWritten(const QString &path);
@@ -115,8 +130,10 @@ private:
     std::optional<QString> m_exportNotice;
     bool m_exportCancelled = false;
     QStringList m_writtenFiles;
+    QString m_interruptedFile;
     bool m_isExporting = false;
     bool m_cancelRequested = false;
+    bool m_remembersChoices = false;
 };
 
 } // namespace kavel

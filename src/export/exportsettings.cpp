@@ -3,6 +3,7 @@
 #include "model/errors.h"
 #include "model/jsonfields.h"
 
+#include <algorithm>
 #include <array>
 
 using namespace Qt::StringLiterals;
@@ -203,18 +204,31 @@ QString fileExtension(OutputFileType type)
 
 ExportPreset ExportSettings::preset() const
 {
-    if (codec == VideoCodec::hevc)
-        return {VideoCodec::hevc,
-                resolution == Resolution::p4k ? QSize(3840, 2160) : QSize(1920, 1080)};
+    return {codec, frameSize(resolution)};
+}
+
+QSize frameSize(Resolution resolution)
+{
     switch (resolution) {
     case Resolution::p720:
-        return {VideoCodec::h264, QSize(1280, 720)};
+        return {1280, 720};
     case Resolution::p1080:
-        return {VideoCodec::h264, QSize(1920, 1080)};
+        return {1920, 1080};
     case Resolution::p4k:
-        return {VideoCodec::h264, QSize(3840, 2160)};
+        return {3840, 2160};
     }
-    return {VideoCodec::h264, QSize(1920, 1080)};
+    return {1920, 1080};
+}
+
+Resolution resolutionOfFrame(QSize source)
+{
+    // The short side decides, so an upright phone recording is classed like a wide one.
+    const int side = std::min(source.width(), source.height());
+    if (side >= 2160)
+        return Resolution::p4k;
+    if (side >= 1080)
+        return Resolution::p1080;
+    return Resolution::p720;
 }
 
 OutputFileType ExportSettings::outputFileType() const

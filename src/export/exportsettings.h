@@ -47,8 +47,8 @@ QString label(VideoCodec value);
 
 template<typename E> QList<E> allCases();
 
-// The encoder set-up a settings record asks for: codec and frame size. There is no HEVC
-// set-up at 1280x720, so HEVC at 720p exports at 1920x1080.
+// The encoder set-up a settings record asks for: codec and frame size. The size chosen is
+// the size written, whatever the codec.
 struct ExportPreset
 {
     VideoCodec codec = VideoCodec::h264;
@@ -56,6 +56,12 @@ struct ExportPreset
 
     friend bool operator==(const ExportPreset &, const ExportPreset &) = default;
 };
+
+// 1280x720, 1920x1080 or 3840x2160.
+QSize frameSize(Resolution resolution);
+// The class a recording of this size belongs to: the largest not above it, 720p below
+// that. What the dialog starts from, so a recording is not enlarged unless asked.
+Resolution resolutionOfFrame(QSize source);
 
 enum class OutputFileType { mpeg4, quickTimeMovie };
 QString fileExtension(OutputFileType type);
@@ -78,7 +84,7 @@ struct ExportSettings
     AudioFormat audioFormat = AudioFormat::mp3;
     bool subtitleEnabled = false;
     SubtitleFormat subtitleFormat = SubtitleFormat::srt;
-    SubtitleStyle subtitleStyle = SubtitleStyle::words;
+    SubtitleStyle subtitleStyle = SubtitleStyle::phrases;
     // "项目交换文件": the edit for another editor.
     bool interchangeEnabled = false;
     interchange::Format interchangeFormat = interchange::Format::mlt;

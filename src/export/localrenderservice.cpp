@@ -12,8 +12,8 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QStorageInfo>
+#include <QUuid>
 #include <chrono>
 #include <filesystem>
 #include <system_error>
@@ -40,6 +40,37 @@ QString besideTarget(const QString &target, const QString &name)
     return QFileInfo(target).dir().filePath(name);
 }
 
+// The hidden name a file is written under until it is complete.
+QString partialOf(const QString &target)
+{
+    const QFileInfo info(target);
+    return besideTarget(target, u"."_s + info.completeBaseName() + u".part."_s + info.suffix());
+}
+
+// Removes the files it holds when it goes, however the export ends: done, failed, stopped
+// or the service destroyed under it.
+class Leftovers
+{
+public:
+    Leftovers() = default;
+    Leftovers(const Leftovers &) = delete;
+    Leftovers &operator=(const Leftovers &) = delete;
+    ~Leftovers()
+    {
+        for (const QString &path : std::as_const(m_paths))
+            QFile::remove(path);
+    }
+    QString add(const QString &path)
+    {
+        QFile::remove(path);
+        m_paths.append(path);
+        return path;
+    }
+
+private:
+    QStringList m_paths;
+};
+
 // POSIX rename replaces the destination in one step, so a reader never sees the old
 // file gone and the new one missing.
 void moveIntoPlace(const QString &from, const QString &to)
@@ -49,6 +80,29 @@ void moveIntoPlace(const QString &from, const QString &to)
                             QFile::encodeName(to).toStdString(), error);
     if (error)
         throw FileError(FileError::Kind::writeFailed, to, QString::fromStdString(error.message()));
+}
+
+// The scratch folder may be on another disk than the target, where no rename reaches: the
+// file is then copied in beside the target under its hidden name first.
+void placeFile(const QString &from, const QString &to)
+{
+    std::error_code error;
+    std::filesystem::rename(QFile::encodeName(from).toStdString(),
+                            QFile::encodeName(to).toStdString(), error);
+    if (!error)
+        return;
+    const QString partial = partialOf(to);
+    QFile::remove(partial);
+    if (!QFile::copy(from, partial)) {
+        QFile::remove(partial);
+        throw FileError(FileError::Kind::writeFailed, to, QString::fromStdString(error.message()));
+    }
+    try {
+        moveIntoPlace(partial, to);
+    } catch (const FileError &) {
+        QFile::remove(partial);
+        throw;
+    }
 }
 
 } // namespace
@@ -115,9 +169,7 @@ QCoro::Task<> LocalRenderService::render(media::RenderRequest request, QString f
 {
     if (m_isRendering)
         throw RenderError(RenderError::Code::exportSessionFailed);
-    const QFileInfo target(finalPath);
-    const QString partial = besideTarget(
-        finalPath, u"."_s + target.completeBaseName() + u".part."_s + target.suffix());
+    const QString partial = partialOf(finalPath);
     request.outputPath = partial;
     std::unique_ptr<media::RenderJob> job = m_renderer.start(request);
 
@@ -213,41 +265,37 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
     const auto timeLimit = m_encoderSearch.baseTimeLimit
         + std::chrono::milliseconds(qint64(seconds * m_encoderSearch.timeLimitPerSecondOfSound
                                            * 1000.0));
-    const QString m4a = besideTarget(outputPath, u"_kavel_tmp_export.m4a"_s);
-    QFile::remove(m4a);
+    // The intermediate sound stays out of the user's folder; the encoder writes under a
+    // hidden name beside the target, put in place only once it succeeded.
+    Leftovers leftovers;
+    const QString stem
+        = scratchDirectory() + u"/export-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces);
+    const QString m4a = leftovers.add(stem + u".m4a"_s);
     // The intermediate file is ours, not the user's: a failure is told about the file
     // the user asked for.
-    const auto asOutput = [&](const Error &error) {
-        static const QRegularExpression internal(u"\\S*_kavel_tmp_export\\S*"_s);
-        QString text = error.description();
-        text.replace(internal, outputPath);
-        return media::MediaError(text);
-    };
     std::optional<media::MediaError> writeFailure;
     try {
         co_await writeAudio(editList, media::RenderFormat::m4a, m4a);
     } catch (const Error &error) {
-        writeFailure = asOutput(error);
+        writeFailure = media::MediaError(error.description().replace(m4a, outputPath));
     }
-    if (writeFailure) {
-        QFile::remove(m4a);
+    if (writeFailure)
         throw *writeFailure;
-    }
 
     audioLog(u"Converting M4A to MP3..."_s);
-    QFile::remove(outputPath);
     const std::optional<QString> ffmpeg = findEncoder(u"ffmpeg"_s);
     const std::optional<QString> lame = ffmpeg ? std::nullopt : findEncoder(u"lame"_s);
     if (!ffmpeg && !lame) {
-        moveIntoPlace(m4a, outputPath);
+        placeFile(m4a, outputPath);
         audioLog(u"No MP3 encoder found. Exported as M4A instead."_s);
         co_return;
     }
 
+    const QString encoded = leftovers.add(partialOf(outputPath));
     bool converted = false;
     if (ffmpeg) {
-        QStringList arguments {u"-i"_s,   m4a,       u"-codec:a"_s, u"libmp3lame"_s,
-                               u"-b:a"_s, u"128k"_s, u"-y"_s,       outputPath};
+        QStringList arguments {u"-i"_s,   m4a,     u"-codec:a"_s, u"libmp3lame"_s, u"-b:a"_s,
+                               u"128k"_s, u"-f"_s, u"mp3"_s,      u"-y"_s,         encoded};
         const int status = co_await runProcess(*ffmpeg, std::move(arguments), timeLimit);
         converted = status == 0;
         if (!converted)
@@ -255,25 +303,15 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
     } else {
         // lame reads WAV; without afconvert on this platform the engine writes it from
         // the same edit.
-        const QString wav = besideTarget(outputPath, u"_kavel_tmp_export.wav"_s);
-        QFile::remove(wav);
-        try {
-            co_await writeAudio(std::move(editList), media::RenderFormat::wav, wav);
-            QStringList arguments {u"-b"_s, u"128"_s, u"--quiet"_s, wav, outputPath};
-            const int status = co_await runProcess(*lame, std::move(arguments), timeLimit);
-            converted = status == 0;
-            if (!converted)
-                audioLog(u"lame MP3 encoding failed"_s);
-        } catch (...) {
-            QFile::remove(wav);
-            QFile::remove(m4a);
-            throw;
-        }
-        QFile::remove(wav);
+        const QString wav = leftovers.add(stem + u".wav"_s);
+        co_await writeAudio(std::move(editList), media::RenderFormat::wav, wav);
+        QStringList arguments {u"-b"_s, u"128"_s, u"--quiet"_s, wav, encoded};
+        const int status = co_await runProcess(*lame, std::move(arguments), timeLimit);
+        converted = status == 0;
+        if (!converted)
+            audioLog(u"lame MP3 encoding failed"_s);
     }
-    QFile::remove(m4a);
-    if (!converted) {
-        QFile::remove(outputPath);
+    if (!converted || QFileInfo(encoded).size() <= 0) {
         // The encoder says nothing we can read; a disk that has filled up is the one cause
         // the user can do something about, so it is named.
         const QStorageInfo volume(QFileInfo(outputPath).absolutePath());
@@ -283,7 +321,15 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
         throw media::MediaError(RenderError::descriptionOf(RenderError::Code::exportFailed)
                                 + u"：MP3 编码器没有完成转换"_s);
     }
+    moveIntoPlace(encoded, outputPath);
     audioLog(u"MP3 export complete: "_s + outputPath);
+}
+
+QString LocalRenderService::scratchDirectory() const
+{
+    const QString folder = m_scratchDirectory.isEmpty() ? QDir::tempPath() : m_scratchDirectory;
+    QDir().mkpath(folder);
+    return folder;
 }
 
 QCoro::Task<int> LocalRenderService::runProcess(QString program, QStringList arguments,

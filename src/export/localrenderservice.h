@@ -78,6 +78,10 @@ public:
     void writeInterchange(const QList<PlaybackSource> &sources, const QList<WordBlock> &blocks,
                           const QString &outputPath, interchange::Format format,
                           const QString &title);
+    // Where intermediate files go while an export runs (the project's cache folder); the
+    // system's temporary folder when unset. They are removed however the export ends.
+    void setScratchDirectory(const QString &folder) { m_scratchDirectory = folder; }
+
     // The project's "保留停顿" limit, applied to every map this service makes.
     void setPauseLimit(double seconds) { m_pauseLimit = seconds; }
 
@@ -102,6 +106,7 @@ private:
     QCoro::Task<int> runProcess(QString program, QStringList arguments,
                                 std::chrono::milliseconds timeLimit);
     void audioLog(const QString &line) const;
+    QString scratchDirectory() const;
 
     void setProgress(double progress);
     void setRendering(bool rendering);
@@ -114,6 +119,7 @@ private:
     media::RenderJob *m_job = nullptr;
     // The external MP3 encoder while it runs, so that a cancel reaches it too.
     QProcess *m_encoder = nullptr;
+    QString m_scratchDirectory;
     double m_pauseLimit = 0.0;
     double m_progress = 0.0;
     bool m_isRendering = false;

@@ -72,6 +72,144 @@ bool pauseBetween(const WordBlock &a, const WordBlock &b)
     return b.mediaStart - a.mediaEnd > phrasePause;
 }
 
+// Punctuation that ends a clause: a cue too long for its sentence is best cut there.
+bool endsClause(const QString &text)
+{
+    const QString trimmed = text.trimmed();
+    return !trimmed.isEmpty() && u"，,、；;：:—"_s.contains(trimmed.back());
+}
+
+// The silence between two neighbouring words in the recording.
+double gapBetween(const WordBlock &a, const WordBlock &b)
+{
+    return a.sourceFileId == b.sourceFileId ? b.mediaStart - a.mediaEnd : 0.0;
+}
+
+// Words first..last (inclusive) of a sentence, as one cue.
+class Phrases
+{
+public:
+    Phrases(const QList<const WordBlock *> &blocks, const QList<SubtitleCue> &words)
+        : m_blocks(blocks)
+        , m_words(words)
+    { }
+
+    SubtitleCue cue(qsizetype first, qsizetype last) const
+    {
+        SubtitleCue joinedCue {m_words.at(first).start, m_words.at(last).end, {}};
+        for (qsizetype i = first; i <= last; ++i)
+            joinedCue.text = joined(joinedCue.text, m_words.at(i).text);
+        return joinedCue;
+    }
+
+    static bool fits(const SubtitleCue &cue)
+    {
+        return cue.end - cue.start <= phraseSeconds && widthOf(cue.text) <= phraseWidth;
+    }
+
+    // One or two words that together read as a fragment.
+    static bool isFragment(const SubtitleCue &cue, qsizetype words)
+    {
+        return words <= 2 && widthOf(cue.text) <= phraseWidth / 3.5;
+    }
+
+    // The sentence first..last cut into cues that fit. Where a cue must end before the
+    // sentence does, it ends at the last clause punctuation within the limits, else at
+    // the longest silence within them, never so as to leave a fragment on either side
+    // when another place will do.
+    void split(qsizetype first, qsizetype last, QList<std::pair<SubtitleCue, qsizetype>> &out)
+    {
+        qsizetype from = first;
+        while (from <= last) {
+            if (fits(cue(from, last))) {
+                out.append({cue(from, last), last - from + 1});
+                return;
+            }
+            qsizetype reach = from;
+            while (reach + 1 < last && fits(cue(from, reach + 1)))
+                ++reach;
+            qsizetype end = -1;
+            for (qsizetype j = reach; j >= from && end < 0; --j)
+                if (endsClause(m_words.at(j).text))
+                    end = j;
+            if (end < 0) {
+                double longest = -1.0;
+                for (qsizetype j = from; j <= reach; ++j) {
+                    if (isFragment(cue(from, j), j - from + 1)
+                        || isFragment(cue(j + 1, last), last - j))
+                        continue;
+                    const double gap = gapBetween(*m_blocks.at(j), *m_blocks.at(j + 1));
+                    if (gap >= longest - 1e-6) {
+                        longest = gap;
+                        end = j;
+                    }
+                }
+            }
+            if (end < 0)
+                end = reach;
+            out.append({cue(from, end), end - from + 1});
+            from = end + 1;
+        }
+    }
+
+private:
+    const QList<const WordBlock *> &m_blocks;
+    const QList<SubtitleCue> &m_words;
+};
+
+// Sentences end at their punctuation and at pauses; each is cut to fit, and a fragment
+// left over then joins the neighbour that has room for it.
+QList<SubtitleCue> phraseCues(const QList<const WordBlock *> &blocks,
+                              const QList<SubtitleCue> &words)
+{
+    Phrases phrases(blocks, words);
+    QList<std::pair<SubtitleCue, qsizetype>> cues; // with their word counts
+    qsizetype first = 0;
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const bool last = i + 1 == words.size() || endsSentence(blocks.at(i)->text)
+            || pauseBetween(*blocks.at(i), *blocks.at(i + 1));
+        if (last) {
+            phrases.split(first, i, cues);
+            first = i + 1;
+        }
+    }
+
+    const auto merged = [](const auto &a, const auto &b) {
+        return std::pair {
+            SubtitleCue {a.first.start, b.first.end, joined(a.first.text, b.first.text)},
+            a.second + b.second};
+    };
+    for (qsizetype i = 0; i < cues.size();) {
+        if (!Phrases::isFragment(cues[i].first, cues[i].second)) {
+            ++i;
+            continue;
+        }
+        const bool intoPrevious = i > 0 && Phrases::fits(merged(cues[i - 1], cues[i]).first);
+        const bool intoNext
+            = i + 1 < cues.size() && Phrases::fits(merged(cues[i], cues[i + 1]).first);
+        if (!intoPrevious && !intoNext) {
+            ++i;
+            continue;
+        }
+        // Where both have room, the shorter neighbour takes it, so the two stay balanced.
+        const bool previous = intoPrevious
+            && (!intoNext || widthOf(cues[i - 1].first.text) <= widthOf(cues[i + 1].first.text));
+        if (previous) {
+            cues[i - 1] = merged(cues[i - 1], cues[i]);
+            cues.remove(i);
+            --i; // the joined cue may be a fragment still
+        } else {
+            cues[i] = merged(cues[i], cues[i + 1]);
+            cues.remove(i + 1);
+        }
+    }
+    QList<SubtitleCue> out;
+    out.reserve(cues.size());
+    for (const auto &[cue, count] : std::as_const(cues))
+        out.append(cue);
+    return out;
+}
+
 } // namespace
 
 QString subRipTimestamp(double seconds)
@@ -95,12 +233,12 @@ QList<SubtitleCue> subtitleCues(const QList<WordBlock> &blocks, const Compositio
         return a->sortOrder < b->sortOrder;
     });
 
-    QList<SubtitleCue> cues;
+    QList<SubtitleCue> words;
+    words.reserve(ordered.size());
     // The map holds the played words in the same order, so one pass pairs them up.
     const QList<EditSegment> &segments = plan.editList.segments;
     qsizetype next = 0;
     double cursor = 0.0;
-    const WordBlock *previous = nullptr;
     for (const WordBlock *block : std::as_const(ordered)) {
         SubtitleCue word {cursor, cursor, block->text};
         if (next < segments.size() && segments.at(next).blockId == block->id) {
@@ -109,25 +247,11 @@ QList<SubtitleCue> subtitleCues(const QList<WordBlock> &blocks, const Compositio
             ++next;
         }
         cursor = word.end;
-        if (mode == SubtitleCues::words) {
-            cues.append(word);
-            continue;
-        }
-        const bool fresh = cues.isEmpty() || !previous || endsSentence(previous->text)
-            || pauseBetween(*previous, *block);
-        previous = block;
-        if (!fresh) {
-            SubtitleCue &open = cues.last();
-            const QString text = joined(open.text, word.text);
-            if (word.end - open.start <= phraseSeconds && widthOf(text) <= phraseWidth) {
-                open.text = text;
-                open.end = word.end;
-                continue;
-            }
-        }
-        cues.append(word);
+        words.append(word);
     }
-    return cues;
+    if (mode == SubtitleCues::words)
+        return words;
+    return phraseCues(ordered, words);
 }
 
 QByteArray subRipDocument(const QList<SubtitleCue> &cues)

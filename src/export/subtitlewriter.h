@@ -22,6 +22,9 @@ struct SubtitleCue
 // Phrase limits: a cue ends at sentence punctuation, at a pause in the recording longer
 // than phrasePause, or before it would grow past phraseSeconds or past phraseWidth, where
 // a Latin character counts 1 and a Chinese one 42/16 (16 Chinese or 42 Latin characters).
+// A sentence too long for one cue is cut at its last clause punctuation within the limits,
+// or, where the recogniser gave none, at the longest silence within them. One or two short
+// words are not left as a cue of their own where a neighbouring cue has room for them.
 inline constexpr double phrasePause = 0.5;
 inline constexpr double phraseSeconds = 7.0;
 inline constexpr double phraseWidth = 42.0;

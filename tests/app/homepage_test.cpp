@@ -224,6 +224,11 @@ TEST_F(RevealTest, TheFileManagerShowsTheBundleOrElseItsFolderOpens)
     revealInFileManager(bundle, client, open);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !fileManager.shown.isEmpty(); }, 5000));
     EXPECT_EQ(fileManager.shown.first(), QStringList {u"file:///tmp/projects/Demo clip.kavel"_s});
+    // An export's files are shown together.
+    revealInFileManager(QStringList {u"/tmp/out/a.srt"_s, u"/tmp/out/a.mp4"_s}, client, open);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return fileManager.shown.size() == 2; }, 5000));
+    EXPECT_EQ(fileManager.shown.last(),
+              (QStringList {u"file:///tmp/out/a.srt"_s, u"file:///tmp/out/a.mp4"_s}));
 
     // Without a file manager on the bus, or without a bus, the folder holding the bundle
     // opens. The answers come in order, so the one shown above did not open it too.
@@ -232,7 +237,7 @@ TEST_F(RevealTest, TheFileManagerShowsTheBundleOrElseItsFolderOpens)
     ASSERT_TRUE(QTest::qWaitFor([&] { return !opened.isEmpty(); }, 5000));
     revealInFileManager(bundle, QDBusConnection(u"never-connected"_s), open);
     EXPECT_EQ(opened, QList<QUrl>(2, QUrl::fromLocalFile(u"/tmp/projects"_s)));
-    EXPECT_EQ(fileManager.shown.size(), 1);
+    EXPECT_EQ(fileManager.shown.size(), 2);
 }
 
 } // namespace

@@ -445,9 +445,11 @@ TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
     dialog->exportButton()->click();
     QTRY_VERIFY(!dialog->isRunning());
     EXPECT_EQ(dialog->outcomeLabel()->text(), u"请选择导出目录"_s);
+    EXPECT_FALSE(dialog->revealButton()->isVisible());
     folderToPick = exportDir.path();
     dialog->folderButton()->click();
     EXPECT_EQ(dialog->folderLabel()->text(), exportDir.path());
+    EXPECT_EQ(dialog->outcomeLabel()->text(), QString()); // the red complaint is answered
     dialog->folderButton()->click(); // opens where the last choice was
     EXPECT_EQ(pickerStarts, QStringList({QString(), exportDir.path()}));
 
@@ -466,9 +468,24 @@ TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
               QStringList {u"cut.srt"_s});
     EXPECT_TRUE(renderer.requests.isEmpty());
     EXPECT_EQ(settings.lastExportPath(), exportDir.path());
+    // The files are shown where they are.
+    QList<QStringList> revealed;
+    dialog->setRevealFiles([&](const QStringList &files) { revealed.append(files); });
+    ASSERT_TRUE(dialog->revealButton()->isVisible());
+    dialog->revealButton()->click();
+    EXPECT_EQ(revealed, QList<QStringList> {{QDir(exportDir.path()).filePath(u"cut.srt"_s)}});
 
     dialog->reject();
     EXPECT_FALSE(vm.showExportSheet());
+    // The next dialog for this project offers the same choices.
+    QTest::keyClick(main.get(), Qt::Key_E, Qt::ControlModifier);
+    dialog = main->exportDialog();
+    ASSERT_NE(dialog, nullptr);
+    EXPECT_TRUE(dialog->subtitleToggle()->isChecked());
+    EXPECT_FALSE(dialog->videoToggle()->isChecked() || dialog->audioToggle()->isChecked());
+    EXPECT_EQ(dialog->folderLabel()->text(), exportDir.path());
+    EXPECT_FALSE(dialog->revealButton()->isVisible());
+    dialog->reject();
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <gtest/gtest.h>
 
 using namespace kavel;
@@ -94,6 +95,17 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_FALSE(flow->exportComplete());
     EXPECT_TRUE(renderer.requests.isEmpty());
     EXPECT_FALSE(QDir(out()).exists());
+    // Choosing a folder answers the complaint about it, and only that one.
+    ExportSettings noFolder = outputsInto(out());
+    noFolder.outputPath.reset();
+    flow->setSettings(noFolder);
+    run(*flow);
+    ASSERT_EQ(flow->exportError(), u"请选择导出目录"_s);
+    flow->setSettings(outputsInto(out()));
+    EXPECT_FALSE(flow->exportError());
+    run(*flow, {nullptr, paragraphs, false});
+    flow->setSettings(outputsInto(dir.filePath(u"别处"_s)));
+    EXPECT_EQ(flow->exportError(), u"未找到项目"_s);
 
     // A new export starts in the default folder, else in the last one used.
     EXPECT_FALSE(makeFlow()->settings().outputPath);
@@ -105,6 +117,66 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_EQ(makeFlow()->settings().outputPath, QUrl::fromLocalFile(used));
     const QString chosen = dir.filePath(u"默认"_s);
     EXPECT_EQ(makeFlow(chosen)->settings().outputPath, QUrl::fromLocalFile(chosen));
+    // The movie is offered at the recording's own size class, never enlarged.
+    for (const auto &[size, resolution] : {std::pair {QSize(640, 360), Resolution::p720},
+                                           {QSize(1920, 1080), Resolution::p1080},
+                                           {QSize(1080, 1920), Resolution::p1080},
+                                           {QSize(2560, 1440), Resolution::p1080},
+                                           {QSize(3840, 2160), Resolution::p4k}}) {
+        media::MediaInfo info = test::FakeMediaEngine::videoWithAudio(10.0);
+        info.videoSize = size;
+        engine.addMedia(sourcePath, info);
+        auto offered = makeFlow();
+        offered->offerChoicesFor({project.get(), paragraphs, false});
+        EXPECT_EQ(offered->settings().resolution, resolution) << size.width();
+    }
+    engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
+
+    // A dialog offers what the project's last export chose, the folder included, over
+    // the default folder; a run from the command line, which was offered nothing, keeps
+    // nothing. The title follows the project.
+    const ExportSubject subject {project.get(), paragraphs, false};
+    ExportSettings kept = outputsInto(dir.filePath(u"这里"_s));
+    kept.codec = VideoCodec::hevc;
+    kept.resolution = Resolution::p4k;
+    kept.videoFormat = VideoFormat::mov;
+    kept.audioFormat = AudioFormat::aac;
+    kept.subtitleFormat = SubtitleFormat::vtt;
+    kept.subtitleStyle = SubtitleStyle::words;
+    auto unoffered = makeFlow();
+    unoffered->setSettings(kept);
+    run(*unoffered);
+    EXPECT_TRUE(unoffered->exportComplete());
+    EXPECT_FALSE(QFile::exists(ExportFlow::choicesPath(*project)));
+    auto first = makeFlow();
+    first->offerChoicesFor(subject);
+    first->setSettings(kept);
+    run(*first);
+    auto again = makeFlow(dir.filePath(u"默认"_s));
+    again->offerChoicesFor(subject);
+    ExportSettings expected = kept;
+    expected.title.clear();
+    EXPECT_EQ(again->settings(), expected);
+    // Sound alone opens without the movie, whatever was kept; with nothing else kept
+    // the sound is what it offers.
+    engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));
+    again->offerChoicesFor(subject);
+    EXPECT_FALSE(again->settings().videoEnabled);
+    EXPECT_TRUE(again->settings().subtitleEnabled && again->settings().audioEnabled);
+    QFile::remove(ExportFlow::choicesPath(*project));
+    auto fresh = makeFlow();
+    fresh->offerChoicesFor(subject);
+    EXPECT_FALSE(fresh->settings().videoEnabled);
+    EXPECT_TRUE(fresh->settings().audioEnabled);
+    EXPECT_FALSE(fresh->settings().subtitleEnabled);
+    // A damaged record is passed over.
+    test::writeFile(ExportFlow::choicesPath(*project), "{\"codec\": 3");
+    engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
+    auto damaged = makeFlow();
+    damaged->offerChoicesFor(subject);
+    EXPECT_EQ(damaged->settings().resolution, Resolution::p720);
+    EXPECT_TRUE(damaged->settings().videoEnabled);
+
     // The dialog gives the edited length in minutes, or in hours once there are any.
     EXPECT_DOUBLE_EQ(flow->editedDuration({project.get(), paragraphs, false}), 0.75);
     for (const auto &[seconds, text] : {std::pair {0.0, u"0分00秒"_s},
@@ -122,7 +194,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     ExportSettings settings = outputsInto(out());
     settings.videoFormat = VideoFormat::mov;
     settings.codec = VideoCodec::hevc;
-    settings.resolution = Resolution::p4k;
+    settings.resolution = Resolution::p720;
     flow->setSettings(settings);
     QDir().mkpath(out(u"成片.srt"_s)); // a folder takes the subtitle path
     renderer.failing = true;
@@ -163,7 +235,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     ASSERT_EQ(renderer.requests.size(), 2);
     EXPECT_EQ(renderer.requests[0].format, media::RenderFormat::wav);
     EXPECT_EQ(renderer.requests[1].videoEncoding, media::VideoEncoding::hevc);
-    EXPECT_EQ(renderer.requests[1].frameSize, QSize(3840, 2160));
+    EXPECT_EQ(renderer.requests[1].frameSize, QSize(1280, 720));
     // A muted audio track keeps every stretch, silent; the cut is the preview's.
     for (const media::RenderRequest &request : renderer.requests) {
         ASSERT_EQ(request.editList.segments.size(), 2);
@@ -171,6 +243,31 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
         EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
         EXPECT_TRUE(request.editList.segments.at(0).audio.muted);
     }
+
+    // A stop during the movie keeps the subtitles and sound finished before it and
+    // leaves no part of the movie.
+    QObject::connect(flow.get(), &ExportFlow::stepStarted, flow.get(), [&](const QString &step) {
+        if (step != u"video"_s)
+            return;
+        renderer.pollsToFinish = 1000;
+        QTimer::singleShot(0, flow.get(), [&] { flow->cancel(); });
+    });
+    QFile::remove(out(u"成片.mov"_s));
+    run(*flow);
+    EXPECT_TRUE(flow->exportCancelled());
+    EXPECT_FALSE(flow->exportComplete());
+    EXPECT_EQ(flow->writtenFiles(), (QStringList {out(u"成片.srt"_s), out(u"成片.wav"_s)}));
+    EXPECT_EQ(flow->interruptedFile(), out(u"成片.mov"_s));
+    QStringList left = QDir(out()).entryList(QDir::Files | QDir::Hidden);
+    left.sort();
+    EXPECT_EQ(left, (QStringList {u"成片.srt"_s, u"成片.wav"_s}));
+    renderer.pollsToFinish = 3;
+    settings.videoEnabled = false;
+    flow->setSettings(settings);
+    run(*flow); // the next run starts clean
+    EXPECT_FALSE(flow->exportCancelled());
+    EXPECT_TRUE(flow->interruptedFile().isEmpty());
+    settings.videoEnabled = true;
 
     // Sound alone has no movie: the video step is skipped with a notice.
     engine.addMedia(sourcePath, test::FakeMediaEngine::audioOnly(10.0));

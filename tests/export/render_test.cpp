@@ -87,13 +87,18 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
     const QString bin = out(u"bin/"_s);
     QDir().mkpath(bin);
     EncoderSearch search {{}, {bin}};
+    const QString cache = out(u"cache"_s);
+    service.setScratchDirectory(cache);
+    // What the encoder sees in the chosen folder while it works.
+    const QByteArray looksAround = "ls -A '" + QFile::encodeName(dir.path()) + "' > '"
+        + QFile::encodeName(bin) + "during.txt'\n";
     const struct
     {
         QByteArray script;
         QString codec; // none when the export fails
         bool cancelled = false;
     } cases[] = {{"", u"aac"_s},
-                 {"exec /usr/bin/ffmpeg \"$@\"\n", u"mp3"_s},
+                 {looksAround + "exec /usr/bin/ffmpeg \"$@\"\n", u"mp3"_s},
                  {"exit 3\n", {}},
                  // Stalls: the export must end all the same, within the limit.
                  {"exec sleep 600\n", {}},
@@ -112,6 +117,7 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         if (c.cancelled)
             QTimer::singleShot(1000, &service, [&] { service.cancel(); });
         const QString target = out(u"声音.mp3"_s);
+        QFile::remove(target);
         QElapsedTimer clock;
         clock.start();
         auto outcome
@@ -119,8 +125,13 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
                             std::chrono::seconds(60));
         EXPECT_LT(clock.elapsed(), 20'000);
         EXPECT_EQ(!outcome.error, !c.codec.isEmpty());
-        EXPECT_EQ(QDir(dir.path()).entryList({u"*.m4a"_s}, QDir::Files | QDir::Hidden),
-                  QStringList {});
+        // The intermediate sound lives in the cache, never beside the result, and is gone
+        // however the export ended; so is any partial result.
+        EXPECT_EQ(QDir(cache).entryList(QDir::Files | QDir::Hidden), QStringList {});
+        QStringList expected {u"tone.wav"_s};
+        if (!c.codec.isEmpty())
+            expected.append(u"声音.mp3"_s);
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name), expected);
         if (c.codec.isEmpty()) {
             EXPECT_FALSE(QFile::exists(target));
             continue;
@@ -130,6 +141,9 @@ TEST(Render, Mp3GoesThroughAnExternalEncoderWithATimeLimit)
         EXPECT_NEAR(p.duration(), 1.2, 0.1);
         if (c.codec == "mp3"_L1) {
             EXPECT_EQ(p.audio.value(u"bit_rate"_s).toString(), u"128000"_s);
+            const QByteArray during = fileio::readFile(bin + u"during.txt"_s);
+            EXPECT_TRUE(during.contains("tone.wav")) << during.constData();
+            EXPECT_FALSE(during.contains(".m4a")) << during.constData();
         }
     }
 
@@ -209,30 +223,29 @@ TEST(Render, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
               (QStringList {u"deleted 3"_s, u"  0.000-0.500"_s, u"  1.400-2.500"_s}));
     runCli({u"composition"_s, out(u"none.kavel"_s)}, 1);
 
-    // HEVC has no 720p set-up; QuickTime plays HEVC only under the hvc1 tag. The file of
-    // an earlier export is replaced.
+    // The size chosen is the size written, for HEVC as for H.264; QuickTime plays HEVC
+    // only under the hvc1 tag. The file of an earlier export is replaced.
     test::writeFile(at(u"成片.mov"_s), QByteArray(4096, 'x'));
     exportCli({u"--title"_s, u"成片"_s, u"--video"_s, u"mov"_s, u"--codec"_s, u"hevc"_s,
                u"--resolution"_s, u"720p"_s, u"--audio"_s, u"wav"_s, u"--srt"_s});
-    expectMovie(u"成片.mov"_s, u"hevc"_s, u"hvc1"_s, 1920);
+    expectMovie(u"成片.mov"_s, u"hevc"_s, u"hvc1"_s, 1280);
     EXPECT_NEAR(probe(at(u"成片.wav"_s)).duration(), 1.4, 2 * frame);
     EXPECT_TRUE(QFileInfo(at(u"成片.srt"_s)).size() > 0);
 
-    // Phrase cues in WebVTT and the hand-off list: the two touching words are one cue and
-    // one event, the third word another.
-    exportCli({u"--title"_s, u"交接"_s, u"--vtt"_s, u"--subtitles"_s, u"phrases"_s,
-               u"--interchange"_s, u"edl"_s});
+    // Phrase cues (the default) in WebVTT and the hand-off list: the two touching words are
+    // one event and the third word another, but a word alone after the pause is no cue of
+    // its own while the phrase before has room for it.
+    exportCli({u"--title"_s, u"交接"_s, u"--vtt"_s, u"--interchange"_s, u"edl"_s});
     const QByteArray vtt = fileio::readFile(at(u"交接.vtt"_s));
-    EXPECT_TRUE(vtt.startsWith("WEBVTT\n\n00:00:00.000 --> 00:00:00.900\n")) << vtt.constData();
+    EXPECT_EQ(vtt, "WEBVTT\n\n00:00:00.000 --> 00:00:01.400\n词词词\n");
     const QByteArray edl = fileio::readFile(at(u"交接.edl"_s));
     EXPECT_EQ(edl.count("\n00"), 2) << edl.constData();
     EXPECT_TRUE(edl.contains("00:00:00:15 00:00:01:12 01:00:00:00 01:00:00:27")) << edl.constData();
 
-    // A step that cannot write makes the run fail, after the other steps ran.
+    // A step that cannot write makes the run fail, after the other steps ran. Without a
+    // size asked for, a small recording is written at the smallest class, not at 1080p.
     QDir().mkpath(at(u"访谈.srt"_s));
-    EXPECT_TRUE(exportCli({u"--srt"_s, u"--audio"_s, u"aac"_s, u"--video"_s, u"mp4"_s,
-                           u"--resolution"_s, u"720p"_s},
-                          1)
+    EXPECT_TRUE(exportCli({u"--srt"_s, u"--audio"_s, u"aac"_s, u"--video"_s, u"mp4"_s}, 1)
                     .contains(u"字幕导出失败"_s));
     expectMovie(u"访谈.mp4"_s, u"h264"_s, u"avc1"_s, 1280);
     const Probe aac = probe(at(u"访谈.m4a"_s));

@@ -55,15 +55,22 @@ TEST(Subtitles, FilesFollowTheMapInSortOrderAsUtf8WithoutBom)
 
 TEST(Subtitles, PhrasesEndAtSentencesPausesAndReadableLengths)
 {
-    const auto words = [](const QStringList &texts, double length, double gap = 0.0) {
+    // Words of `length` seconds; "|" stands for a pause that ends a phrase (0.6 s), "·"
+    // for a shorter one (0.3 s) the recogniser left without punctuation.
+    const auto words = [](const QStringList &texts, double length) {
         QList<WordBlock> blocks;
         double t = 1.0;
         for (const QString &text : texts) {
+            if (text == u"|"_s || text == u"·"_s) {
+                t += text == u"|"_s ? 0.6 : 0.3;
+                continue;
+            }
             blocks.append(cue(text, t, t + length, blocks.size()));
-            t += length + gap;
+            t += length;
         }
         return blocks;
     };
+    const auto spoken = [&](const QString &line) { return words(line.split(u' '), 0.2); };
     const QString ten = u"abcdefghij"_s;
     const struct
     {
@@ -71,24 +78,36 @@ TEST(Subtitles, PhrasesEndAtSentencesPausesAndReadableLengths)
         QList<WordBlock> blocks;
         QStringList cues;
     } cases[] = {
-        {"mixed Chinese and English, sentence end",
+        {"mixed Chinese and English, sentence ends; the last word joins the short sentence",
          words({u"我们"_s, u"今天"_s, u"讲"_s, u"Qt"_s, u"和"_s, u"MLT。"_s, u"Next"_s, u"one."_s,
                 u"好"_s},
                0.2),
-         {u"我们今天讲Qt和MLT。"_s, u"Next one."_s, u"好"_s}},
-        {"a pause over half a second",
-         words({u"a"_s, u"b"_s, u"c"_s}, 0.2, 0.6),
-         {u"a"_s, u"b"_s, u"c"_s}},
-        {"16 Chinese characters",
+         {u"我们今天讲Qt和MLT。"_s, u"Next one.好"_s}},
+        {"pauses over half a second",
+         spoken(u"we met there | in the old town | by the river"_s),
+         {u"we met there"_s, u"in the old town"_s, u"by the river"_s}},
+        {"a word alone after a pause joins the next phrase",
+         spoken(u"so | we begin the work today"_s),
+         {u"so we begin the work today"_s}},
+        {"but not when the neighbour has no room",
+         spoken(u"the committee deliberated for a long while | ok"_s),
+         {u"the committee deliberated for a long while"_s, u"ok"_s}},
+        {"16 Chinese characters, leaving no fragment behind",
          words(QString(u"一二三四五六七八九十甲乙丙丁戊己庚"_s).split(u""_s, Qt::SkipEmptyParts),
                0.1),
-         {u"一二三四五六七八九十甲乙丙丁戊己"_s, u"庚"_s}},
+         {u"一二三四五六七八九十甲乙丙丁"_s, u"戊己庚"_s}},
         {"42 Latin characters",
          words({ten, ten, ten, ten, ten}, 0.2),
-         {QStringList(4 - 1, ten).join(u' '), ten + u' ' + ten}},
+         {QStringList(3, ten).join(u' '), ten + u' ' + ten}},
         {"7 seconds",
          words(QStringList(8, u"x"_s), 1.0),
-         {QStringList(7, u"x"_s).join(u' '), u"x"_s}},
+         {QStringList(5, u"x"_s).join(u' '), u"x x x"_s}},
+        {"no punctuation: the longest silence within the limits",
+         spoken(u"he did all that lay · prudently in his power to do for them"_s),
+         {u"he did all that lay"_s, u"prudently in his power to do for them"_s}},
+        {"clause punctuation within the limits comes first",
+         spoken(u"when the estate was settled, the family · moved to the north"_s),
+         {u"when the estate was settled,"_s, u"the family moved to the north"_s}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
