@@ -150,8 +150,10 @@ BENCHMARK(BM_Plan)->Unit(benchmark::kMillisecond);
 void BM_DeletedRanges(benchmark::State &state)
 {
     const QList<WordBlock> blocks = flattenParagraphs(session().paragraphs);
+    const CompositionPlan plan = planComposition(
+        blocks, {{blocks.first().sourceFileId, QStringLiteral("/x.mp4"), true, 3600.0}});
     for (auto _ : state)
-        benchmark::DoNotOptimize(deletedTimeRanges(blocks, 3600.0));
+        benchmark::DoNotOptimize(deletedTimeRanges(plan.map, 3600.0));
 }
 BENCHMARK(BM_DeletedRanges)->Unit(benchmark::kMillisecond);
 

@@ -3,7 +3,6 @@
 #include <QWidget>
 
 class QCheckBox;
-class QDoubleSpinBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -19,6 +18,7 @@ class TimelineView;
 
 namespace kavel::app {
 
+class PauseLimitBox;
 class VideoPlayerView;
 
 // The editor screen: the top bar, the editing toolbar with search, the preview beside the
@@ -72,7 +72,7 @@ private:
     QToolButton *m_export;
     QList<QToolButton *> m_tools;
     QCheckBox *m_keepPauses;
-    QDoubleSpinBox *m_pauseLimit;
+    PauseLimitBox *m_pauseLimit;
     QWidget *m_savedBox;
     QLabel *m_saved;
     QLineEdit *m_search;

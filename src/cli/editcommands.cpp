@@ -92,7 +92,7 @@ int runEdit(const QStringList &arguments)
     const QCommandLineOption pauses(
         u"keep-pauses"_s,
         u"Keep up to S seconds (0.1-2.0) of each recorded pause between neighbouring words; "
-        "0 turns it off."_s,
+        "\"whole\" (or \"完整\") keeps them whole, as recorded; 0 turns it off."_s,
         u"S"_s);
     const QCommandLineOption fillers(u"delete-fillers"_s, u"Delete every filler word."_s);
     const QCommandLineOption text(u"delete-text"_s,
@@ -116,11 +116,16 @@ int runEdit(const QStringList &arguments)
 
     std::optional<double> pauseLimit;
     if (parser.isSet(pauses)) {
+        const QString value = parser.value(pauses).trimmed();
         bool ok = false;
-        const double seconds = parser.value(pauses).toDouble(&ok);
-        if (!ok || !(seconds == 0 || (seconds >= minPauseLimit && seconds <= maxPauseLimit)))
-            throw CommandFailure {u"--keep-pauses 需要 0 或 0.1 到 2.0 之间的秒数"_s, 2};
-        pauseLimit = seconds;
+        const double seconds = value.toDouble(&ok);
+        if (value.compare(u"whole"_s, Qt::CaseInsensitive) == 0 || value == u"完整"_s)
+            pauseLimit = wholePauses;
+        else if (ok && (seconds == 0 || (seconds >= minPauseLimit && seconds <= maxPauseLimit)))
+            pauseLimit = seconds;
+        else
+            throw CommandFailure {u"--keep-pauses 需要 0、0.1 到 2.0 之间的秒数或“完整”(whole)"_s,
+                                  2};
     }
     qsizetype corrected = 0;
     for (const QString &pair : parser.values(replace)) {
@@ -172,8 +177,9 @@ int runEdit(const QStringList &arguments)
     if (corrected > 0)
         out() << u"Corrected %1 places"_s.arg(corrected) << Qt::endl;
     if (pauseLimit)
-        out() << (*pauseLimit > 0 ? u"Pauses kept up to %1 s"_s.arg(*pauseLimit)
-                                  : u"Pauses removed"_s)
+        out() << (*pauseLimit == wholePauses ? u"Pauses kept whole"_s
+                      : *pauseLimit > 0      ? u"Pauses kept up to %1 s"_s.arg(*pauseLimit)
+                                             : u"Pauses removed"_s)
               << Qt::endl;
     out() << u"Deleted %1 words and %2 paragraphs, moved %3 paragraphs%4"_s.arg(words.size())
                  .arg(original.size() - paragraphsBefore + paragraphsDeleted)

@@ -247,7 +247,8 @@ public:
     // Asks the transcript to open its in-place editor on the selection, or on the word
     // before the cursor when nothing is selected (F2).
     void requestWordCorrection();
-    // "保留停顿": 0 turns it off; otherwise clamped to [minPauseLimit, maxPauseLimit].
+    // "保留停顿": 0 turns it off; above maxPauseLimit keeps pauses whole; otherwise at
+    // least minPauseLimit.
     // Written to the project at once and applied to the preview.
     void setPauseLimit(double seconds);
     double pauseLimit() const;

@@ -189,6 +189,7 @@ void VideoPlayerViewModel::rebuildComposition()
     QObject::disconnect(m_statusObservation);
     m_compositionMap = std::move(plan.map);
     setDuration(std::isfinite(plan.duration) ? plan.duration : 0.0);
+    Q_EMIT compositionMapChanged();
 
     double target;
     if (m_pendingSeekBlockId) {
@@ -241,11 +242,20 @@ void VideoPlayerViewModel::playRawSource()
         },
         Qt::QueuedConnection);
     m_compositionMap.clear();
+    Q_EMIT compositionMapChanged();
     if (!m_deletedTimeRanges.isEmpty()) {
         m_deletedTimeRanges.clear();
         Q_EMIT deletedTimeRangesChanged();
     }
     setDuration(m_sourceDuration);
+}
+
+CompositionPlan VideoPlayerViewModel::planFor(const QList<WordBlock> &blocks) const
+{
+    // Before the sources are known nothing is clamped to a track.
+    static const QList<SourceTrackInfo> unknownSources {SourceTrackInfo {}};
+    return planComposition(blocks, m_sourceTracks.isEmpty() ? unknownSources : m_sourceTracks,
+                           m_pauseLimit);
 }
 
 double VideoPlayerViewModel::compositionTimeToSourceTime(double t) const
@@ -311,7 +321,7 @@ QUuid VideoPlayerViewModel::blockAt(double t) const
 
 void VideoPlayerViewModel::recomputeDeletedTimeRanges()
 {
-    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_wordBlocks, m_sourceDuration);
+    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_compositionMap, m_sourceDuration);
     if (ranges != m_deletedTimeRanges) {
         m_deletedTimeRanges = std::move(ranges);
         Q_EMIT deletedTimeRangesChanged();

@@ -70,6 +70,10 @@ public:
     double pauseLimit() const { return m_pauseLimit; }
     void scheduleRebuild();
     void rebuildComposition();
+    // The map `blocks` would play as, laid by the same rules as the preview's own (the
+    // loaded sources, the pause setting), at once: views that must follow an edit before
+    // the debounced rebuild has run lay their clips from this.
+    CompositionPlan planFor(const QList<WordBlock> &blocks) const;
 
     void loadSources(const QList<PlaybackSource> &sources);
     bool tracksLoaded() const { return m_tracksLoaded; }
@@ -107,6 +111,8 @@ Q_SIGNALS:
     void volumeChanged();
     void activeWordBlockIdChanged();
     void deletedTimeRangesChanged();
+    // A rebuild laid a new map (after an edit, a change of the pause setting, a load).
+    void compositionMapChanged();
 
 private:
     struct SourceAsset

@@ -1,10 +1,13 @@
 #include "app/maineditorview.h"
 #include "app/videoplayerview.h"
+#include "model/projectmetadata.h"
 #include "ui/uifixture.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QDoubleSpinBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -97,6 +100,25 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     view->searchField()->setText(u"absent"_s);
     EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
     EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
+
+    // "保留停顿" starts on and whole; one step down is the longest limit, one up whole
+    // again; a typed limit and the check box reach the project.
+    auto *keep = view->findChild<QCheckBox *>();
+    auto *limit = view->findChild<QDoubleSpinBox *>();
+    ASSERT_TRUE(keep && limit);
+    EXPECT_TRUE(keep->isChecked());
+    EXPECT_EQ(limit->text(), u"完整"_s);
+    limit->stepDown();
+    EXPECT_EQ(limit->text(), u"2.0 秒"_s);
+    EXPECT_EQ(vm.pauseLimit(), maxPauseLimit);
+    limit->stepUp();
+    EXPECT_EQ(vm.pauseLimit(), wholePauses);
+    limit->findChild<QLineEdit *>()->setText(u"0.5 秒"_s);
+    limit->interpretText();
+    EXPECT_EQ(vm.pauseLimit(), 0.5);
+    keep->click();
+    EXPECT_EQ(vm.pauseLimit(), 0.0);
+    EXPECT_FALSE(limit->isEnabled());
 }
 
 // The import pipeline is the only writer of the processing state; a subclass stands in,

@@ -160,6 +160,15 @@ TEST(Cli, InfoAndSearchGoInPlaybackOrderCorrectionsKeepTimesAndDamageIsReported)
     EXPECT_DOUBLE_EQ(words[1].mediaStart, 0.5);
     EXPECT_DOUBLE_EQ(words[1].mediaEnd, 1.4);
     EXPECT_EQ(project->metadata().pauseLimit, 0.3);
+    // The whole pause, in either language, and off.
+    for (const auto &[value, kept] :
+         {std::pair {u"whole"_s, wholePauses}, {u"0"_s, 0.0}, {u"完整"_s, wholePauses}}) {
+        const CliResult set = runCli({u"edit"_s, bundle, u"--keep-pauses"_s, value});
+        ASSERT_EQ(set.exitCode, 0) << set.err.toStdString();
+        EXPECT_TRUE(set.out.contains(kept > 0 ? u"Pauses kept whole"_s : u"Pauses removed"_s))
+            << set.out.toStdString();
+        EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().pauseLimit, kept);
+    }
 
     // A garbage timeline only warns; garbage metadata fails, naming the file.
     test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");
@@ -186,8 +195,9 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
     EXPECT_EQ(runCli({u"edit"_s, bundle, u"--delete-paragraph"_s, u"2"_s}).exitCode, 0);
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 
-    for (const QString &bad : {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s,
-                               u"--replace-text=bye"_s, u"--keep-pauses=3"_s})
+    for (const QString &bad :
+         {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s, u"--replace-text=bye"_s,
+          u"--keep-pauses=3"_s, u"--keep-pauses=all"_s})
         expectRefusal(runCli({u"edit"_s, bundle, bad}));
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 }
