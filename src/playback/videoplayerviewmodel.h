@@ -78,7 +78,7 @@ public:
     void loadSources(const QList<PlaybackSource> &sources);
     bool tracksLoaded() const { return m_tracksLoaded; }
     double sourceDuration() const { return m_sourceDuration; }
-    const QList<CompositionEntry> &compositionMap() const { return m_compositionMap; }
+    const QList<CompositionEntry> &compositionMap() const { return m_plan.map; }
 
     std::optional<QUuid> pendingSeekBlockId() const { return m_pendingSeekBlockId; }
     void setPendingSeekBlockId(std::optional<QUuid> id) { m_pendingSeekBlockId = id; }
@@ -122,6 +122,7 @@ private:
     };
 
     void finishLoadingSources();
+    void forgetPlan();
     void playRawSource();
     void onPeriodicTime(double t);
     void publishCurrentTime(double t);
@@ -172,7 +173,11 @@ private:
     // 7,200 of them, far more than are ever on screen at once.
     static constexpr qsizetype thumbnailCacheBytes = 24 * 1024 * 1024;
     QCache<QString, QImage> m_thumbnailCache {thumbnailCacheBytes};
-    QList<CompositionEntry> m_compositionMap;
+    // The map and edit list playing now, and the blocks they were laid from: the next
+    // rebuild lays again only what an edit changed. Empty blocks with an empty plan when
+    // the next one must be laid afresh (new sources, another pause setting).
+    CompositionPlan m_plan;
+    QList<WordBlock> m_plannedBlocks;
     std::optional<PlaybackClock::CallId> m_rebuildWorkItem;
     // The list the preview was last asked to show (shared, not copied), to recognise
     // pushes that change nothing it plays.
