@@ -3,6 +3,7 @@
 #include "pauses.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace kavel {
 
@@ -167,9 +168,6 @@ bool updateComposition(CompositionPlan &plan, const QList<WordBlock> &before,
         ++tail;
     head = std::max<qsizetype>(head - 1, 0);
     tail = std::max<qsizetype>(tail - 1, 0);
-    // Laying most of the list again in place costs more than laying it afresh.
-    if (2 * (m - tail - head) > m)
-        return false;
 
     // The map's entries for those words: the map holds the words in order, less those too
     // short to play.
@@ -185,18 +183,79 @@ bool updateComposition(CompositionPlan &plan, const QList<WordBlock> &before,
             --laterEntries;
     }
 
-    // The changed words with their pauses, reckoned with one neighbour on each side.
-    const qsizetype from = std::max<qsizetype>(head - 1, 0);
-    const qsizetype to = std::min(m - tail + 1, m);
-    const QList<WordBlock> paused = withPauses(after.mid(from, to - from), pauseLimit);
+    // Where each word between them stood before, if it did: a moved paragraph is a few
+    // runs of words that kept their order, so the next word is nearly always found right
+    // after the last. Many runs (a shuffle) are planned afresh.
+    const qsizetype oldCount = n - tail - head, newCount = m - tail - head;
+    std::vector<qsizetype> origin(size_t(std::max<qsizetype>(newCount, 0)), -1);
+    qsizetype j = -1;
+    int searches = 0;
+    for (qsizetype i = head; i < m - tail; ++i) {
+        const QUuid &id = after.at(i).id;
+        if (j >= head && j + 1 < n - tail && before.at(j + 1).id == id) {
+            ++j;
+        } else {
+            constexpr int mostSearches = 32;
+            if (++searches > mostSearches)
+                return false;
+            j = -1;
+            for (qsizetype k = head; k < n - tail; ++k) {
+                if (before.at(k).id == id) {
+                    j = k;
+                    break;
+                }
+            }
+        }
+        origin[size_t(i - head)] = j;
+    }
+    std::vector<qsizetype> entryOf(size_t(std::max<qsizetype>(oldCount, 0)), -1);
+    for (qsizetype i = head, e = keptEntries; i < n - tail; ++i) {
+        if (e < laterEntries && map.at(e).block.id == before.at(i).id)
+            entryOf[size_t(i - head)] = e++;
+    }
+    std::vector<bool> taken(entryOf.size(), false);
+    // Whether after[i] and before[k] lay alike, counting "no word there" in both as alike.
+    const auto alikeAt = [&](qsizetype i, qsizetype k) {
+        const bool inAfter = i >= 0 && i < m, inBefore = k >= 0 && k < n;
+        if (!inAfter || !inBefore)
+            return inAfter == inBefore;
+        return laidAlike(after.at(i), before.at(k));
+    };
+
+    // A word with the same neighbours as before keeps its pauses, and so its entry, which
+    // only moves; the others are laid again with the pauses their neighbours give them.
     double insertAt
         = keptEntries > 0 ? plan.editList.segments.at(keptEntries - 1).compositionEnd() : 0.0;
+    // Whoever plays the old list keeps its own copy; the entries that move are taken from
+    // ours rather than copied (every copy of a segment counts a reference to its path,
+    // which the playing thread counts too).
+    plan.editList.segments.detach();
     QList<CompositionEntry> entries;
     QList<EditSegment> segments;
-    entries.reserve(m - tail - head);
-    segments.reserve(m - tail - head);
-    for (qsizetype i = head; i < m - tail; ++i)
+    entries.reserve(newCount);
+    segments.reserve(newCount);
+    for (qsizetype i = head; i < m - tail; ++i) {
+        const qsizetype k = origin[size_t(i - head)];
+        if (k >= 0 && !taken[size_t(k - head)] && alikeAt(i, k) && alikeAt(i - 1, k - 1)
+            && alikeAt(i + 1, k + 1)) {
+            taken[size_t(k - head)] = true;
+            const qsizetype e = entryOf[size_t(k - head)];
+            if (e < 0)
+                continue; // too short to play then, and now
+            entries.append(std::move(plan.map[e]));
+            entries.last().compositionStart = insertAt;
+            entries.last().block.sortOrder = after.at(i).sortOrder;
+            EditSegment segment = std::move(plan.editList.segments[e]);
+            segment.compositionStart = insertAt;
+            insertAt += segment.sourceEnd - segment.sourceStart;
+            segments.append(std::move(segment));
+            continue;
+        }
+        const qsizetype from = std::max<qsizetype>(i - 1, 0);
+        const QList<WordBlock> paused
+            = withPauses(after.mid(from, std::min(i + 2, m) - from), pauseLimit);
         layBlock(entries, segments, paused.at(i - from), sources, insertAt);
+    }
     const qsizetype laid = entries.size();
     replaceRange(plan.map, keptEntries, laterEntries, std::move(entries));
     replaceRange(plan.editList.segments, keptEntries, laterEntries, std::move(segments));

@@ -109,8 +109,9 @@ CompositionPlan planComposition(const QList<WordBlock> &blocks,
 // planComposition(after, sources, pauseLimit) gives, laying again only the words between
 // the first and the last that changed; the entries before them are kept as they are and
 // those after them only move. An edit to one word of an hour then costs a walk over the
-// list, not a new map. Both lists must be in sortOrder; otherwise returns false and
-// leaves `plan` alone.
+// list, not a new map; words that only moved, beside the same neighbours, keep their
+// entries. Both lists must be in sortOrder; otherwise, or when the words were shuffled
+// rather than moved in runs, returns false and leaves `plan` alone.
 bool updateComposition(CompositionPlan &plan, const QList<WordBlock> &before,
                        const QList<WordBlock> &after, const QList<SourceTrackInfo> &sources,
                        double pauseLimit);
