@@ -171,7 +171,7 @@ void BM_DeletedRanges(benchmark::State &state)
     const CompositionPlan plan = planComposition(
         blocks, {{blocks.first().sourceFileId, QStringLiteral("/x.mp4"), true, 3600.0}});
     for (auto _ : state)
-        benchmark::DoNotOptimize(deletedTimeRanges(plan.map, 3600.0));
+        benchmark::DoNotOptimize(deletedTimeRanges(plan.map));
 }
 BENCHMARK(BM_DeletedRanges)->Unit(benchmark::kMillisecond);
 

@@ -36,7 +36,7 @@ LoadedSources loadSourceTracks(media::MediaEngine &engine, const QList<PlaybackS
     return loaded;
 }
 
-QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map, double sourceDuration)
+QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map)
 {
     // Only the times matter here; sorting them alone is far cheaper than sorting words.
     std::vector<std::pair<double, double>> sorted;
@@ -47,24 +47,12 @@ QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map, do
     const auto byStart = [](const auto &a, const auto &b) { return a.first < b.first; };
     if (!std::is_sorted(sorted.cbegin(), sorted.cend(), byStart))
         std::stable_sort(sorted.begin(), sorted.end(), byStart);
-    double total = sourceDuration;
-    if (!(total > 0))
-        total = sorted.empty() ? 1.0 : sorted.back().second + 1.0;
 
     QList<DeletedTimeRange> ranges;
-    if (sorted.empty()) {
-        ranges.append({0.0, total});
-        return ranges;
-    }
-    if (sorted.front().first > 0.05)
-        ranges.append({0.0, sorted.front().first});
     for (size_t i = 1; i < sorted.size(); ++i) {
         if (sorted[i].first - sorted[i - 1].second > 0.05)
             ranges.append({sorted[i - 1].second, sorted[i].first});
     }
-    // A remainder under 0.1 s is usually the container padding the last word.
-    if (total - sorted.back().second > 0.1)
-        ranges.append({sorted.back().second, total});
     return ranges;
 }
 

@@ -42,12 +42,12 @@ struct LoadedSources
 LoadedSources loadSourceTracks(media::MediaEngine &engine, const QList<PlaybackSource> &sources,
                                const std::function<void(const QString &)> &log);
 
-// The stretches of source time the map does not play, for the progress bar. They are read
-// from the map rather than the words, so the pauses it gives back are not marked as cuts.
-// Gaps under 0.05 s between stretches (0.1 s at the end) are breath, not cuts. A
-// non-positive sourceDuration makes the end one second past the last stretch.
-QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map,
-                                          double sourceDuration);
+// The cuts the edit makes in the speech, for the progress bar: the stretches of source
+// time between the first and the last stretch the map plays that it does not play. They
+// are read from the map rather than the words, so the pauses it gives back are not cuts;
+// nor is the silence before the first word and after the last, which is never played.
+// Gaps under 0.05 s between stretches are breath, not cuts.
+QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map);
 
 // Where each paragraph lies on the edited timeline, from the map: entry i is the start of
 // paragraphs[i] and the end of the one before it in playing order, the last entry the end

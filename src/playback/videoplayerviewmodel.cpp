@@ -333,7 +333,7 @@ QUuid VideoPlayerViewModel::blockAt(double t) const
 
 void VideoPlayerViewModel::recomputeDeletedTimeRanges()
 {
-    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_plan.map, m_sourceDuration);
+    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_plan.map);
     if (ranges != m_deletedTimeRanges) {
         m_deletedTimeRanges = std::move(ranges);
         Q_EMIT deletedTimeRangesChanged();
