@@ -247,8 +247,7 @@ public:
     // Asks the transcript to open its in-place editor on the selection, or on the word
     // before the cursor when nothing is selected (F2).
     void requestWordCorrection();
-    // "保留停顿": 0 turns it off; above maxPauseLimit keeps pauses whole; otherwise at
-    // least minPauseLimit.
+    // "保留停顿": 0 off, above maxPauseLimit whole, otherwise at least minPauseLimit.
     // Written to the project at once and applied to the preview.
     void setPauseLimit(double seconds);
     double pauseLimit() const;
