@@ -3,6 +3,7 @@
 #include "editor/editorviewmodel.h"
 #include "projecttitle.h"
 #include "importcover.h"
+#include "pauselimitbox.h"
 #include "symbolicons.h"
 #include "ui/timeline/timelineview.h"
 #include "ui/transcript/deletekeyhandler.h"
@@ -85,17 +86,13 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     auto *correct = addToolButton(toolbar, u"pencil"_s, u"更正文字 (F2)"_s);
     auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, u"保存 (Ctrl+S)"_s);
 
-    // The project's pause setting: off lays words end to end, on keeps up to the limit.
+    // The project's pause setting: off lays words end to end, on keeps the pauses whole or
+    // up to the limit.
     m_keepPauses = new QCheckBox(u"保留停顿"_s, toolbar);
-    m_keepPauses->setToolTip(u"在相邻的词之间保留录音中原有的停顿，最长不超过所设秒数"_s);
+    m_keepPauses->setToolTip(
+        u"在相邻的词之间保留录音中原有的停顿：完整保留，或最长不超过所设秒数"_s);
     tools->addWidget(m_keepPauses);
-    m_pauseLimit = new QDoubleSpinBox(toolbar);
-    m_pauseLimit->setRange(minPauseLimit, maxPauseLimit);
-    m_pauseLimit->setSingleStep(0.1);
-    m_pauseLimit->setDecimals(1);
-    m_pauseLimit->setSuffix(u" 秒"_s);
-    m_pauseLimit->setValue(defaultPauseLimit);
-    m_pauseLimit->setAccessibleName(u"最长停顿"_s);
+    m_pauseLimit = new PauseLimitBox(toolbar);
     tools->addWidget(m_pauseLimit);
 
     m_savedBox = new QWidget(toolbar);
@@ -203,7 +200,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
         m_keepPauses->setChecked(limit > 0);
         m_keepPauses->setEnabled(m_editor.project() != nullptr);
         // A project without pauses shows the usual limit, not the last project's.
-        m_pauseLimit->setValue(limit > 0 ? limit : defaultPauseLimit);
+        m_pauseLimit->showLimit(limit > 0 ? limit : defaultPauseLimit);
         m_pauseLimit->setEnabled(limit > 0);
     };
     connect(&m_editor, &EditorViewModel::pauseLimitChanged, this, showPauses);

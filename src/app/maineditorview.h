@@ -3,7 +3,6 @@
 #include <QWidget>
 
 class QCheckBox;
-class QDoubleSpinBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -22,6 +21,7 @@ namespace kavel::app {
 
 class ProjectTitle;
 class ImportCover;
+class PauseLimitBox;
 class VideoPlayerView;
 
 // The editor screen: the top bar, the editing toolbar with search, the preview beside the
@@ -76,7 +76,7 @@ private:
     ProjectTitle *m_title;
     QList<QToolButton *> m_tools;
     QCheckBox *m_keepPauses;
-    QDoubleSpinBox *m_pauseLimit;
+    PauseLimitBox *m_pauseLimit;
     QWidget *m_savedBox;
     QLabel *m_saved;
     QLabel *m_notice;

@@ -61,7 +61,7 @@ int runEdit(const QStringList &arguments)
     const QCommandLineOption pauses(
         u"keep-pauses"_s,
         u"Keep up to S seconds (0.1-2.0) of each recorded pause between neighbouring words; "
-        "0 turns it off."_s,
+        "\"whole\" (or \"完整\") keeps them whole, as recorded; 0 turns it off."_s,
         u"S"_s);
     const QCommandLineOption fillers(u"delete-fillers"_s, u"Delete every filler word."_s);
     const QCommandLineOption text(u"delete-text"_s,
@@ -85,11 +85,16 @@ int runEdit(const QStringList &arguments)
 
     std::optional<double> pauseLimit;
     if (parser.isSet(pauses)) {
+        const QString value = parser.value(pauses).trimmed();
         bool ok = false;
-        const double seconds = parser.value(pauses).toDouble(&ok);
-        if (!ok || !(seconds == 0 || (seconds >= minPauseLimit && seconds <= maxPauseLimit)))
-            throw CommandFailure {u"--keep-pauses 需要 0 或 0.1 到 2.0 之间的秒数"_s, 2};
-        pauseLimit = seconds;
+        const double seconds = value.toDouble(&ok);
+        if (value.compare(u"whole"_s, Qt::CaseInsensitive) == 0 || value == u"完整"_s)
+            pauseLimit = wholePauses;
+        else if (ok && (seconds == 0 || (seconds >= minPauseLimit && seconds <= maxPauseLimit)))
+            pauseLimit = seconds;
+        else
+            throw CommandFailure {u"--keep-pauses 需要 0、0.1 到 2.0 之间的秒数或“完整”(whole)"_s,
+                                  2};
     }
     QList<edits::TextCorrection> corrections;
     for (const QString &pair : parser.values(replace)) {
@@ -152,7 +157,9 @@ int runEdit(const QStringList &arguments)
         report << u"替换了 %1 处"_s.arg(corrected.replaced);
     }
     if (pauseLimit)
-        report << (*pauseLimit > 0 ? u"保留停顿，最长 %1 秒"_s.arg(*pauseLimit) : u"已去掉停顿"_s);
+        report << (*pauseLimit == wholePauses ? u"完整保留停顿"_s
+                   : *pauseLimit > 0          ? u"保留停顿，最长 %1 秒"_s.arg(*pauseLimit)
+                                              : u"已去掉停顿"_s);
     report << u"删除了 %1 个词和 %2 个段落，移动了 %3 个段落"_s.arg(words.size())
                   .arg(original.size() - paragraphsBefore + paragraphsDeleted)
                   .arg(moved);

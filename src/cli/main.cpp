@@ -31,7 +31,7 @@ const QList<Command> &commands()
         {u"info"_s, u"BUNDLE [--json]"_s,
          u"show title, dates, sources, counts and the words with their times"_s, runInfo},
         {u"edit"_s,
-         u"BUNDLE [--replace-text OLD=NEW] [--keep-pauses S] [--delete-fillers] "
+         u"BUNDLE [--replace-text OLD=NEW] [--keep-pauses S|whole] [--delete-fillers] "
          "[--delete-text PHRASE] [--delete-paragraph N] [--move-paragraph FROM:TO] [--dry-run]"_s,
          u"edit the transcript in a batch and save it"_s, runEdit},
         {u"search"_s, u"BUNDLE TEXT [--json]"_s,

@@ -123,7 +123,7 @@ int runComposition(const QStringList &arguments)
         out() << u"  "_s << seconds(entry.compositionStart) << u"  "_s
               << json::uuidString(entry.block.id) << u"  ["_s << seconds(entry.block.mediaStart)
               << u'-' << seconds(entry.block.mediaEnd) << u"]  "_s << entry.block.text << u'\n';
-    const QList<DeletedTimeRange> deleted = deletedTimeRanges(blocks, loaded.totalDuration);
+    const QList<DeletedTimeRange> deleted = deletedTimeRanges(plan.map);
     out() << u"deleted "_s << deleted.size() << u'\n';
     for (const DeletedTimeRange &range : deleted)
         out() << u"  "_s << seconds(range.start) << u'-' << seconds(range.end) << u'\n';

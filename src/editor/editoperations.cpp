@@ -269,7 +269,7 @@ void EditorViewModel::setPauseLimit(double seconds)
 {
     if (!m_project)
         return;
-    const double limit = seconds > 0 ? std::clamp(seconds, minPauseLimit, maxPauseLimit) : 0.0;
+    const double limit = normalizedPauseLimit(seconds);
     ProjectMetadata metadata = m_project->metadata();
     if (metadata.pauseLimit == limit)
         return;
@@ -280,8 +280,9 @@ void EditorViewModel::setPauseLimit(double seconds)
     } catch (const Error &error) {
         setProcessingStatus(u"保存失败: "_s + error.description());
     }
-    Q_EMIT pauseLimitChanged();
+    // The player first: views that follow the change lay their clips through it.
     pushToPlayer();
+    Q_EMIT pauseLimitChanged();
 }
 
 } // namespace kavel

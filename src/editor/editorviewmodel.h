@@ -204,7 +204,7 @@ public:
     // Asks the transcript to open its in-place editor on the selection, or on the word
     // at the caret when nothing is selected (F2).
     void requestWordCorrection();
-    // "保留停顿": 0 turns it off; otherwise clamped to [minPauseLimit, maxPauseLimit].
+    // "保留停顿": 0 off, above maxPauseLimit whole, otherwise at least minPauseLimit.
     // Written to the project at once and applied to the preview.
     void setPauseLimit(double seconds);
     double pauseLimit() const;

@@ -26,7 +26,8 @@ public:
 
     // Makes `editList` the current item. An engine may reuse what it built for the
     // previous list; the result must be as if built afresh. Returns the segments that
-    // could not be laid in. The play head position afterwards is unspecified: seek.
+    // could not be laid in. The play head position afterwards is unspecified, and what
+    // is shown may still come from the old item until the seek that must follow.
     virtual QList<SegmentFailure> replaceWithComposition(const EditList &editList) = 0;
     // Makes the file itself the current item; its status is reported by
     // itemStatusChanged(), possibly later.

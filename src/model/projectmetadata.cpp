@@ -5,11 +5,21 @@
 #include "jsonwriter.h"
 #include "recordreaders.h"
 
+#include <algorithm>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
 
 namespace kavel {
+
+double normalizedPauseLimit(double seconds)
+{
+    if (!(seconds > 0))
+        return 0.0;
+    if (seconds > maxPauseLimit)
+        return wholePauses;
+    return std::max(seconds, minPauseLimit);
+}
 
 void writeJson(JsonWriter &w, const SourceFile &file)
 {
@@ -30,8 +40,8 @@ void writeJson(JsonWriter &w, const ProjectMetadata &m)
     w.value(json::dateString(m.createdAt));
     w.key("id");
     w.value(m.id);
-    // Written only when on, so that projects that never used it read as they always did.
-    if (m.pauseLimit > 0) {
+    // Absent means whole: projects from before the setting existed keep their pauses too.
+    if (m.pauseLimit != wholePauses) {
         w.key("pauseLimit");
         w.value(m.pauseLimit);
     }

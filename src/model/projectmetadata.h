@@ -4,6 +4,7 @@
 #include <QList>
 #include <QString>
 #include <QUuid>
+#include <limits>
 
 namespace kavel {
 
@@ -17,9 +18,15 @@ struct SourceFile
     friend bool operator==(const SourceFile &, const SourceFile &) = default;
 };
 
-// The range the pause setting offers when it is on.
+// The range the pause setting offers when it is on, and the setting that keeps every pause
+// whole: an untouched recording then plays as it was spoken.
 inline constexpr double minPauseLimit = 0.1;
 inline constexpr double maxPauseLimit = 2.0;
+inline constexpr double wholePauses = std::numeric_limits<double>::infinity();
+
+// A requested pause setting as one the project can hold: 0 (off), a limit within
+// [minPauseLimit, maxPauseLimit], or wholePauses for anything above the range.
+double normalizedPauseLimit(double seconds);
 
 struct ProjectMetadata
 {
@@ -29,8 +36,9 @@ struct ProjectMetadata
     QDateTime updatedAt;
     QList<SourceFile> sourceFiles;
     // "保留停顿": the longest stretch of a recorded pause kept between two words that
-    // followed each other in the recording; 0 lays kept words end to end.
-    double pauseLimit = 0.0;
+    // followed each other in the recording; 0 lays kept words end to end. Written to
+    // "project.json" only when it is not whole, so a project that never chose keeps them.
+    double pauseLimit = wholePauses;
 
     friend bool operator==(const ProjectMetadata &, const ProjectMetadata &) = default;
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -35,36 +36,54 @@ LoadedSources loadSourceTracks(media::MediaEngine &engine, const QList<PlaybackS
     return loaded;
 }
 
-QList<DeletedTimeRange> deletedTimeRanges(const QList<WordBlock> &blocks, double sourceDuration)
+QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map)
 {
     // Only the times matter here; sorting them alone is far cheaper than sorting words.
     std::vector<std::pair<double, double>> sorted;
-    sorted.reserve(size_t(blocks.size()));
-    for (const WordBlock &block : blocks)
-        sorted.emplace_back(block.mediaStart, block.mediaEnd);
+    sorted.reserve(size_t(map.size()));
+    for (const CompositionEntry &entry : map)
+        sorted.emplace_back(entry.block.mediaStart, entry.block.mediaEnd);
     // Transcripts are mostly in source order already; checking costs far less than sorting.
     const auto byStart = [](const auto &a, const auto &b) { return a.first < b.first; };
     if (!std::is_sorted(sorted.cbegin(), sorted.cend(), byStart))
         std::stable_sort(sorted.begin(), sorted.end(), byStart);
-    double total = sourceDuration;
-    if (!(total > 0))
-        total = sorted.empty() ? 1.0 : sorted.back().second + 1.0;
 
     QList<DeletedTimeRange> ranges;
-    if (sorted.empty()) {
-        ranges.append({0.0, total});
-        return ranges;
-    }
-    if (sorted.front().first > 0.05)
-        ranges.append({0.0, sorted.front().first});
     for (size_t i = 1; i < sorted.size(); ++i) {
         if (sorted[i].first - sorted[i - 1].second > 0.05)
             ranges.append({sorted[i - 1].second, sorted[i].first});
     }
-    // A remainder under 0.1 s is usually the container padding the last word.
-    if (total - sorted.back().second > 0.1)
-        ranges.append({sorted.back().second, total});
     return ranges;
+}
+
+QList<ParagraphSpan> paragraphSpans(const QList<Paragraph> &paragraphs,
+                                    const QList<CompositionEntry> &map)
+{
+    QList<qsizetype> order(paragraphs.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
+        return paragraphs[a].sortOrder < paragraphs[b].sortOrder;
+    });
+    const double end = map.isEmpty() ? 0.0 : map.last().compositionEnd();
+    QList<ParagraphSpan> spans(paragraphs.size());
+    // The map holds the words in playing order, less those too short to play, so one walk
+    // over both finds where each paragraph's first played word lies.
+    qsizetype next = 0;
+    ParagraphSpan *previous = nullptr;
+    for (qsizetype index : std::as_const(order)) {
+        ParagraphSpan &span = spans[index];
+        span.start = next < map.size() ? map.at(next).compositionStart : end;
+        if (previous)
+            previous->end = span.start;
+        for (const WordBlock &block : paragraphs.at(index).wordBlocks) {
+            if (next < map.size() && map.at(next).block.id == block.id)
+                ++next;
+        }
+        previous = &span;
+    }
+    if (previous)
+        previous->end = end;
+    return spans;
 }
 
 } // namespace kavel

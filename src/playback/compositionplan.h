@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/mediaengine.h"
+#include "model/paragraph.h"
 #include "model/wordblock.h"
 #include "timing/compositionmap.h"
 
@@ -41,10 +42,23 @@ struct LoadedSources
 LoadedSources loadSourceTracks(media::MediaEngine &engine, const QList<PlaybackSource> &sources,
                                const std::function<void(const QString &)> &log);
 
-// The stretches of source time no block covers, for the progress bar. Gaps under 0.05 s
-// between words (0.1 s at the end) are breath, not cuts. A non-positive sourceDuration
-// makes the end one second past the last word.
-QList<DeletedTimeRange> deletedTimeRanges(const QList<WordBlock> &blocks, double sourceDuration);
+// The cuts the edit makes in the speech, for the progress bar: the stretches of source
+// time between the first and the last stretch the map plays that it does not play. They
+// are read from the map rather than the words, so the pauses it gives back are not cuts;
+// nor is the silence before the first word and after the last, which is never played.
+// Gaps under 0.05 s between stretches are breath, not cuts.
+QList<DeletedTimeRange> deletedTimeRanges(const QList<CompositionEntry> &map);
+
+// Where each paragraph lies on the edited timeline, from the map: entry i is the start of
+// paragraphs[i] and the end of the one before it in playing order, the last entry the end
+// of the result. A paragraph with no word in the map takes no time.
+struct ParagraphSpan
+{
+    double start = 0.0;
+    double end = 0.0;
+};
+QList<ParagraphSpan> paragraphSpans(const QList<Paragraph> &paragraphs,
+                                    const QList<CompositionEntry> &map);
 
 } // namespace kavel
 

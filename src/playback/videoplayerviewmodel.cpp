@@ -96,6 +96,7 @@ void VideoPlayerViewModel::setPauseLimit(double seconds)
     m_pauseLimit = seconds;
     // Every stretch may change length while the words stay the same.
     m_lastRebuiltBlocks.clear();
+    forgetPlan();
 }
 
 void VideoPlayerViewModel::scheduleRebuild()
@@ -110,7 +111,7 @@ void VideoPlayerViewModel::scheduleRebuild()
 
     // Deletions and restorations must never let the preview play a deleted word, so
     // they take effect at once; reorders and time edits come in bursts while dragging.
-    if (m_compositionMap.size() != m_wordBlocks.size()) {
+    if (m_plan.map.size() != m_wordBlocks.size()) {
         rebuildComposition();
         return;
     }
@@ -153,6 +154,7 @@ void VideoPlayerViewModel::finishLoadingSources()
     LoadedSources loaded = loadSourceTracks(m_engine, sources, log);
     m_sourceTracks = std::move(loaded.tracks);
     m_sourceDuration = loaded.totalDuration;
+    forgetPlan();
     QStringList paths;
     for (const SourceTrackInfo &tracks : std::as_const(m_sourceTracks))
         paths.append(tracks.path);
@@ -176,10 +178,12 @@ void VideoPlayerViewModel::rebuildComposition()
         return;
     }
 
-    CompositionPlan plan = planComposition(m_wordBlocks, m_sourceTracks, m_pauseLimit);
-    const QList<media::SegmentFailure> failures = m_player->replaceWithComposition(plan.editList);
+    if (!updateComposition(m_plan, m_plannedBlocks, m_wordBlocks, m_sourceTracks, m_pauseLimit))
+        m_plan = planComposition(m_wordBlocks, m_sourceTracks, m_pauseLimit);
+    m_plannedBlocks = m_wordBlocks;
+    const QList<media::SegmentFailure> failures = m_player->replaceWithComposition(m_plan.editList);
     for (const media::SegmentFailure &failure : failures) {
-        const media::EditSegment &segment = plan.editList.segments.at(failure.index);
+        const media::EditSegment &segment = m_plan.editList.segments.at(failure.index);
         const auto tracks
             = std::find_if(m_sourceTracks.cbegin(), m_sourceTracks.cend(),
                            [&](const SourceTrackInfo &s) { return s.path == segment.sourcePath; });
@@ -190,18 +194,18 @@ void VideoPlayerViewModel::rebuildComposition()
             + failure.reason);
     }
     QObject::disconnect(m_statusObservation);
-    m_compositionMap = std::move(plan.map);
-    setDuration(std::isfinite(plan.duration) ? plan.duration : 0.0);
+    setDuration(std::isfinite(m_plan.duration) ? m_plan.duration : 0.0);
+    Q_EMIT compositionMapChanged();
 
     double target;
     if (m_pendingSeekBlockId) {
         if (const CompositionEntry *entry = entryOfBlock(*m_pendingSeekBlockId)) {
             target = entry->compositionStart;
-        } else if (m_compositionMap.isEmpty()) {
+        } else if (m_plan.map.isEmpty()) {
             target = 0.0;
         } else {
             const auto nearest
-                = std::min_element(m_compositionMap.cbegin(), m_compositionMap.cend(),
+                = std::min_element(m_plan.map.cbegin(), m_plan.map.cend(),
                                    [anchor](const CompositionEntry &a, const CompositionEntry &b) {
                                        return std::abs(a.block.mediaStart - anchor)
                                            < std::abs(b.block.mediaStart - anchor);
@@ -246,7 +250,8 @@ void VideoPlayerViewModel::playRawSource()
             setDuration(std::isfinite(d) ? d : 0.0);
         },
         Qt::QueuedConnection);
-    m_compositionMap.clear();
+    forgetPlan();
+    Q_EMIT compositionMapChanged();
     if (!m_deletedTimeRanges.isEmpty()) {
         m_deletedTimeRanges.clear();
         Q_EMIT deletedTimeRangesChanged();
@@ -254,15 +259,32 @@ void VideoPlayerViewModel::playRawSource()
     setDuration(m_sourceDuration);
 }
 
+void VideoPlayerViewModel::forgetPlan()
+{
+    m_plan = {};
+    m_plannedBlocks.clear();
+}
+
+CompositionPlan VideoPlayerViewModel::planFor(const QList<WordBlock> &blocks) const
+{
+    // Before the sources are known nothing is clamped to a track.
+    static const QList<SourceTrackInfo> unknownSources {SourceTrackInfo {}};
+    return planComposition(blocks, m_sourceTracks.isEmpty() ? unknownSources : m_sourceTracks,
+                           m_pauseLimit);
+}
+
 double VideoPlayerViewModel::compositionTimeToSourceTime(double t) const
 {
-    if (m_compositionMap.isEmpty())
+    if (m_plan.map.isEmpty())
         return t;
-    for (auto it = m_compositionMap.crbegin(); it != m_compositionMap.crend(); ++it) {
-        if (it->compositionStart <= t)
-            return it->block.mediaStart + (t - it->compositionStart);
-    }
-    return m_compositionMap.first().block.mediaStart;
+    // The last entry starting at or before `t`; the map is in composition order.
+    const auto after = std::upper_bound(
+        m_plan.map.cbegin(), m_plan.map.cend(), t,
+        [](double time, const CompositionEntry &e) { return time < e.compositionStart; });
+    if (after == m_plan.map.cbegin() || std::isnan(t))
+        return m_plan.map.first().block.mediaStart;
+    const CompositionEntry &entry = *std::prev(after);
+    return entry.block.mediaStart + (t - entry.compositionStart);
 }
 
 // A moment that no kept word plays (a pause, a deleted word, the silence before the first
@@ -271,17 +293,17 @@ double VideoPlayerViewModel::compositionTimeToSourceTime(double t) const
 // moves it on to the next word rather than to the end.
 double VideoPlayerViewModel::sourceTimeToCompositionTime(double s) const
 {
-    if (m_compositionMap.isEmpty())
+    if (m_plan.map.isEmpty())
         return s;
     const CompositionEntry *next = nullptr;
-    for (const CompositionEntry &entry : m_compositionMap) {
+    for (const CompositionEntry &entry : m_plan.map) {
         if (entry.block.mediaStart <= s && s < entry.block.mediaEnd)
             return entry.compositionStart + (s - entry.block.mediaStart);
         if (entry.block.mediaStart > s
             && (!next || entry.block.mediaStart < next->block.mediaStart))
             next = &entry;
     }
-    return next ? next->compositionStart : m_compositionMap.last().compositionEnd();
+    return next ? next->compositionStart : m_plan.map.last().compositionEnd();
 }
 
 void VideoPlayerViewModel::onPeriodicTime(double t)
@@ -313,7 +335,7 @@ void VideoPlayerViewModel::onPeriodicTime(double t)
 
 QUuid VideoPlayerViewModel::blockAt(double t) const
 {
-    for (const CompositionEntry &entry : m_compositionMap) {
+    for (const CompositionEntry &entry : m_plan.map) {
         if (entry.compositionStart <= t && t < entry.compositionEnd())
             return entry.block.id;
     }
@@ -322,7 +344,7 @@ QUuid VideoPlayerViewModel::blockAt(double t) const
 
 void VideoPlayerViewModel::recomputeDeletedTimeRanges()
 {
-    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_wordBlocks, m_sourceDuration);
+    QList<DeletedTimeRange> ranges = kavel::deletedTimeRanges(m_plan.map);
     if (ranges != m_deletedTimeRanges) {
         m_deletedTimeRanges = std::move(ranges);
         Q_EMIT deletedTimeRangesChanged();
@@ -433,9 +455,9 @@ void VideoPlayerViewModel::setVideoRotationDegrees(double degrees)
 
 const CompositionEntry *VideoPlayerViewModel::entryOfBlock(const QUuid &id) const
 {
-    const auto it = std::find_if(m_compositionMap.cbegin(), m_compositionMap.cend(),
+    const auto it = std::find_if(m_plan.map.cbegin(), m_plan.map.cend(),
                                  [&id](const CompositionEntry &e) { return e.block.id == id; });
-    return it == m_compositionMap.cend() ? nullptr : &*it;
+    return it == m_plan.map.cend() ? nullptr : &*it;
 }
 
 void VideoPlayerViewModel::seekToBlock(const WordBlock &block)

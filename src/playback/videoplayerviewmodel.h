@@ -73,11 +73,15 @@ public:
     double pauseLimit() const { return m_pauseLimit; }
     void scheduleRebuild();
     void rebuildComposition();
+    // The map `blocks` would play as, laid by the same rules as the preview's own (the
+    // loaded sources, the pause setting), at once: views that must follow an edit before
+    // the debounced rebuild has run lay their clips from this.
+    CompositionPlan planFor(const QList<WordBlock> &blocks) const;
 
     void loadSources(const QList<PlaybackSource> &sources);
     bool tracksLoaded() const { return m_tracksLoaded; }
     double sourceDuration() const { return m_sourceDuration; }
-    const QList<CompositionEntry> &compositionMap() const { return m_compositionMap; }
+    const QList<CompositionEntry> &compositionMap() const { return m_plan.map; }
 
     std::optional<QUuid> pendingSeekBlockId() const { return m_pendingSeekBlockId; }
     void setPendingSeekBlockId(std::optional<QUuid> id) { m_pendingSeekBlockId = id; }
@@ -112,6 +116,8 @@ Q_SIGNALS:
     void volumeChanged();
     void activeWordBlockIdChanged();
     void deletedTimeRangesChanged();
+    // A rebuild laid a new map (after an edit, a change of the pause setting, a load).
+    void compositionMapChanged();
 
 private:
     struct SourceAsset
@@ -121,6 +127,7 @@ private:
     };
 
     void finishLoadingSources();
+    void forgetPlan();
     void playRawSource();
     void onPeriodicTime(double t);
     void publishCurrentTime(double t);
@@ -172,7 +179,11 @@ private:
     // 7,200 of them, far more than are ever on screen at once.
     static constexpr qsizetype thumbnailCacheBytes = 24 * 1024 * 1024;
     QCache<QString, QImage> m_thumbnailCache {thumbnailCacheBytes};
-    QList<CompositionEntry> m_compositionMap;
+    // The map and edit list playing now, and the blocks they were laid from: the next
+    // rebuild lays again only what an edit changed. Empty blocks with an empty plan when
+    // the next one must be laid afresh (new sources, another pause setting).
+    CompositionPlan m_plan;
+    QList<WordBlock> m_plannedBlocks;
     std::optional<PlaybackClock::CallId> m_rebuildWorkItem;
     // The list the preview was last asked to show (shared, not copied), to recognise
     // pushes that change nothing it plays.

@@ -105,6 +105,17 @@ inline constexpr double shortestSegment = 0.01;
 CompositionPlan planComposition(const QList<WordBlock> &blocks,
                                 const QList<SourceTrackInfo> &sources, double pauseLimit = 0.0);
 
+// Brings `plan`, laid by planComposition(before, sources, pauseLimit), to exactly what
+// planComposition(after, sources, pauseLimit) gives, laying again only the words between
+// the first and the last that changed; the entries before them are kept as they are and
+// those after them only move. An edit to one word of an hour then costs a walk over the
+// list, not a new map; words that only moved, beside the same neighbours, keep their
+// entries. Both lists must be in sortOrder; otherwise, or when the words were shuffled
+// rather than moved in runs, returns false and leaves `plan` alone.
+bool updateComposition(CompositionPlan &plan, const QList<WordBlock> &before,
+                       const QList<WordBlock> &after, const QList<SourceTrackInfo> &sources,
+                       double pauseLimit);
+
 namespace timing {
 
 // A rate as the container states it, exactly (30000/1001 for NTSC video).

@@ -3,9 +3,11 @@
 #include "app/videoplayerview.h"
 #include "model/recoveryjournal.h"
 #include "support/testenvironment.h"
+#include "model/projectmetadata.h"
 #include "ui/uifixture.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -139,15 +141,33 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
     EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
 
-    // Another project shows nothing of this one: no query, no count, the usual pause.
+    // "保留停顿" starts on and whole; one step down is the longest limit, one up whole
+    // again; a typed limit and the check box reach the project.
+    auto *keep = view->findChild<QCheckBox *>();
     auto *limit = view->findChild<QDoubleSpinBox *>();
+    ASSERT_TRUE(keep && limit);
+    EXPECT_TRUE(keep->isChecked());
+    EXPECT_EQ(limit->text(), u"完整"_s);
+    limit->stepDown();
+    EXPECT_EQ(limit->text(), u"2.0 秒"_s);
+    EXPECT_EQ(vm.pauseLimit(), maxPauseLimit);
+    limit->stepUp();
+    EXPECT_EQ(vm.pauseLimit(), wholePauses);
+    limit->findChild<QLineEdit *>()->setText(u"0.5 秒"_s);
+    limit->interpretText();
+    EXPECT_EQ(vm.pauseLimit(), 0.5);
+    keep->click();
+    EXPECT_EQ(vm.pauseLimit(), 0.0);
+    EXPECT_FALSE(limit->isEnabled());
+
+    // Another project shows nothing of this one: no query, no count, its own pauses.
     vm.setPauseLimit(1.5);
     EXPECT_EQ(limit->value(), 1.5);
     view->searchField()->setText(u"go"_s);
     openTranscript({{u"other"_s}});
     EXPECT_EQ(view->searchField()->text(), QString());
     EXPECT_TRUE(view->searchCounter()->isHidden());
-    EXPECT_EQ(std::pair(limit->value(), limit->isEnabled()), std::pair(0.5, false));
+    EXPECT_EQ(std::pair(limit->text(), limit->isEnabled()), std::pair(u"完整"_s, true));
 }
 
 // The size the surface reports for frames is walked by the full-screen part below.

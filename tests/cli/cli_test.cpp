@@ -197,6 +197,15 @@ TEST(Cli, InfoAndSearchGoInPlaybackOrderCorrectionsKeepTimesAndDamageIsReported)
     EXPECT_EQ(project->metadata().pauseLimit, 0.3);
     EXPECT_TRUE(runCli({u"edit"_s, bundle, u"--replace-text"_s, u"zzz=y"_s})
                     .out.contains(u"替换了 0 处"_s));
+    // The whole pause, in either language, and off.
+    for (const auto &[value, kept] :
+         {std::pair {u"whole"_s, wholePauses}, {u"0"_s, 0.0}, {u"完整"_s, wholePauses}}) {
+        const CliResult set = runCli({u"edit"_s, bundle, u"--keep-pauses"_s, value});
+        ASSERT_EQ(set.exitCode, 0) << set.err.toStdString();
+        EXPECT_TRUE(set.out.contains(kept > 0 ? u"完整保留停顿"_s : u"已去掉停顿"_s))
+            << set.out.toStdString();
+        EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(bundle))->metadata().pauseLimit, kept);
+    }
 
     // A garbage timeline only warns; garbage metadata fails, naming the file.
     test::writeFile(QDir(bundle).filePath(u"timeline.json"_s), "\x01\x02 not json");
@@ -228,7 +237,7 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
 
     for (const QString &bad :
          {u"--delete-paragraph=7"_s, u"--move-paragraph=1-2"_s, u"--replace-text=bye"_s,
-          u"--replace-text= =x"_s, u"--keep-pauses=3"_s})
+          u"--replace-text= =x"_s, u"--keep-pauses=3"_s, u"--keep-pauses=all"_s})
         expectRefusal(runCli({u"edit"_s, bundle, bad}));
     EXPECT_EQ(savedText(bundle), u"bye | yes"_s);
 

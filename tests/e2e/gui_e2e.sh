@@ -271,10 +271,15 @@ audio_duration=$(duration_of "$audio")
 echo "e2e: source ${source_duration}s, its words ${all_words}s, \"$deleted_text\" ${word_length}s;" \
     "movie ${video_duration}s, audio ${audio_duration}s"
 near() { awk -v a="$1" -v b="$2" 'BEGIN { d = a - b; exit !(d <= 0.15 && -d <= 0.15) }'; }
-# The edited result lays the kept words end to end, closing the pauses between them: it
-# lasts the words' time less the deleted word's.
-near "$video_duration" "$kept_words" \
-    || fail "the movie lasts ${video_duration}s, the kept words ${kept_words}s"
+# The edited result plays from the first word to the last with the pauses between words
+# that were neighbours in the recording kept whole; the deleted word's gap is closed.
+kept_span=$(awk -F'\t' -v skip="$deleted_id" '
+    $1 == skip { previous_end = ""; next }
+    { t += $3 - $2; if (previous_end != "" && $2 > previous_end) t += $2 - previous_end
+      previous_end = $3 }
+    END { printf "%.3f", t }' "$work/words-before.tsv")
+near "$video_duration" "$kept_span" \
+    || fail "the movie lasts ${video_duration}s, the kept words with their pauses ${kept_span}s (the words alone ${kept_words}s)"
 awk -v v="$video_duration" -v s="$source_duration" -v w="$word_length" \
     'BEGIN { exit !(v <= s - w + 0.15) }' \
     || fail "the movie (${video_duration}s) is not shorter than the source (${source_duration}s) by \"$deleted_text\""

@@ -378,8 +378,14 @@ TEST_F(Editor, PlayDeleteAndSaveInOneSession)
     vm.deleteAtCursor();
     EXPECT_EQ(text(), u"a b | e"_s) << "the guard is released after each delete";
 
-    for (const auto &[limit, kept] :
-         {std::pair {5.0, maxPauseLimit}, {0.05, minPauseLimit}, {0.0, 0.0}}) {
+    // A new project keeps pauses whole; above the range is whole, below it the least limit.
+    EXPECT_EQ(vm.pauseLimit(), wholePauses);
+    EXPECT_EQ(vm.playerVM().pauseLimit(), wholePauses);
+    for (const auto &[limit, kept] : {std::pair {5.0, wholePauses},
+                                      {maxPauseLimit, maxPauseLimit},
+                                      {0.05, minPauseLimit},
+                                      {0.0, 0.0},
+                                      {wholePauses, wholePauses}}) {
         vm.setPauseLimit(limit);
         EXPECT_EQ(vm.playerVM().pauseLimit(), kept);
         EXPECT_EQ(KavelProject::load(vm.project()->bundleURL())->metadata().pauseLimit, kept);

@@ -1,5 +1,6 @@
 // Word times that are changed before the composition map is made: pauses given back
 // between neighbours, and recognised edges moved into the quiet beside them.
+#include "model/projectmetadata.h"
 #include "support/transcriptbuilder.h"
 #include "timing/compositionmap.h"
 #include "timing/cutedges.h"
@@ -49,6 +50,7 @@ TEST(Pauses, NeighboursGetBackTheirPauseUpToTheLimitAndNothingElseChanges)
     } cases[] = {
         // Whole pauses fit: the words meet halfway and play as one stretch.
         {u"abcd"_s, 2.0, {{0, 0.65}, {0.65, 1.7}, {1.7, 2.625}, {2.625, 3}}},
+        {u"abc"_s, wholePauses, {{0, 0.65}, {0.65, 1.7}, {1.7, 2.6}}},
         // A longer pause keeps the limit, half on each side.
         {u"abc"_s, 0.4, {{0, 0.65}, {0.65, 1.4}, {2.0, 2.6}}},
         // A deleted word between, a reorder, or no limit: the words stay as they are.

@@ -1,7 +1,9 @@
 #include "media/mlt/compositionproducer.h"
 #include "mediafixture.h"
+#include "model/projectmetadata.h"
 #include "positionmedia.h"
 #include "support/transcriptbuilder.h"
+#include "timing/pauses.h"
 
 #include <Mlt.h>
 #include <cmath>
@@ -194,3 +196,79 @@ TEST_F(Composition, JumpCutsDoNotClickAndMutedWordsAreSilent)
 }
 
 } // namespace
+
+// Edit after edit, the map and the table are brought up to date from the first change on;
+// what they hold is what a plan and a producer laid afresh hold, to the last bit.
+TEST_F(Composition, AnEditLaysTheMapAndTheTableAsFreshOnesWould)
+{
+    const QString ramp = test::makeRampSound(s_dir->path(), u"ramp.wav"_s, 60.0, 48000, 1);
+    const QList<SourceTrackInfo> sources {{{}, ramp, false, 60.0}};
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    // 180 words with pauses of up to 0.3 s, the last ones past the end of the sound.
+    QList<Paragraph> spoken(1);
+    for (int i = 0; i < 180; ++i)
+        spoken[0].wordBlocks.append(
+            test::timedWord(i * 0.34, i * 0.34 + 0.04 + 0.3 * unit(random), i));
+    recordPauses(spoken);
+    QList<WordBlock> words = spoken[0].wordBlocks;
+    words.resize(150);
+    const auto pick = [&](qsizetype size) {
+        return qsizetype(unit(random) * double(size)) % std::max<qsizetype>(size, 1);
+    };
+
+    for (const double limit : {wholePauses, 0.1, 0.0}) {
+        CompositionPlan plan = planComposition(words, sources, limit);
+        CompositionProducer edited(profile);
+        edited.apply(plan.editList);
+        for (int round = 0; round < 40; ++round) {
+            SCOPED_TRACE(testing::Message() << limit << " round " << round);
+            const QList<WordBlock> before = words;
+            switch (round % 5) {
+            case 0: // delete a word or a run
+                words.remove(pick(words.size()), 1 + pick(4));
+                break;
+            case 1: // put back a word of the recording, where it was or elsewhere
+                words.insert(pick(words.size()), spoken[0].wordBlocks.at(pick(180)));
+                break;
+            case 2: // move a run
+                words.move(pick(words.size()), pick(words.size()));
+                break;
+            case 3: // a word's edge
+                words[pick(words.size())].mediaEnd += 0.05;
+                break;
+            default: // the last word, or nothing at all
+                if (round % 10 == 4)
+                    words.removeLast();
+                break;
+            }
+            for (qsizetype i = 0; i < words.size(); ++i)
+                words[i].sortOrder = i;
+            if (!updateComposition(plan, before, words, sources, limit))
+                plan = planComposition(words, sources, limit);
+            const CompositionPlan fresh = planComposition(words, sources, limit);
+            ASSERT_EQ(plan.map.size(), fresh.map.size());
+            ASSERT_EQ(plan.editList.segments.size(), plan.map.size());
+            for (qsizetype i = 0; i < plan.map.size(); ++i) {
+                ASSERT_TRUE(plan.editList.segments[i] == fresh.editList.segments[i]) << i;
+                ASSERT_EQ(std::tuple(plan.map[i].compositionStart, plan.map[i].block),
+                          std::tuple(fresh.map[i].compositionStart, fresh.map[i].block))
+                    << i;
+            }
+            EXPECT_EQ(plan.duration, fresh.duration);
+
+            edited.apply(plan.editList);
+            CompositionProducer afresh(profile);
+            afresh.apply(fresh.editList);
+            const auto cuts = [](const CompositionProducer &c) {
+                std::vector<std::tuple<int, bool, int, int, int, int, int>> table;
+                for (const mlt::CompositionCut &e : c.entries())
+                    table.emplace_back(e.source, e.playable, e.inFrame, e.outFrame,
+                                       e.compositionFrame, e.firstSegment, e.lastSegment);
+                return table;
+            };
+            ASSERT_EQ(cuts(edited), cuts(afresh));
+            EXPECT_EQ(edited.producer().get_playtime(), afresh.producer().get_playtime());
+        }
+    }
+}

@@ -66,6 +66,10 @@ TEST_F(ProjectBundle, CreateLaysOutTheBundleAndASavedProjectLoadsBackEqual)
     EXPECT_EQ(createdAt,
               QDateTime::fromString(createdAt, Qt::ISODate).toUTC().toString(Qt::ISODate))
         << "whole seconds in UTC";
+    // A project that never chose a pause setting keeps the recording's pauses whole.
+    EXPECT_FALSE(
+        QJsonDocument::fromJson(fileio::readFile(metadataPath)).object().contains("pauseLimit"_L1));
+    EXPECT_EQ(KavelProject::load(project->bundleURL())->metadata().pauseLimit, wholePauses);
     const QByteArray timeline = fileio::readFile(QDir(bundle).filePath(u"timeline.json"_s));
     EXPECT_EQ(timeline.simplified(), QByteArray(R"({ "paragraphs": [], "version": 2 })"));
 
@@ -85,6 +89,14 @@ TEST_F(ProjectBundle, CreateLaysOutTheBundleAndASavedProjectLoadsBackEqual)
     project->saveMetadata();
     EXPECT_GT(KavelProject::load(project->bundleURL())->metadata().updatedAt,
               QDateTime::currentDateTimeUtc().addSecs(-60));
+    // Off stays off once chosen, and every other setting reads back as it was saved.
+    for (const double limit : {0.0, 0.4, wholePauses}) {
+        ProjectMetadata metadata = project->metadata();
+        metadata.pauseLimit = limit;
+        project->setMetadata(metadata);
+        project->saveMetadata();
+        EXPECT_EQ(KavelProject::load(project->bundleURL())->metadata().pauseLimit, limit);
+    }
 }
 
 TEST_F(ProjectBundle, TimelineProblemsOpenTheProjectEmptyAndAnOldOneIsRewritten)

@@ -1,5 +1,6 @@
 #include "model/fileio.h"
 #include "model/jsonfields.h"
+#include "model/projectmetadata.h"
 #include "playback/compositionplan.h"
 #include "playback/guideplayerviewmodel.h"
 #include "playback/videoplayerviewmodel.h"
@@ -7,6 +8,7 @@
 #include "support/fakemediaengine.h"
 #include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
+#include "timing/pauses.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -228,11 +230,12 @@ TEST_F(PlayerModel, TimesMapThroughTheBlocksOwnTimesAndDeletedRangesMarkTheUnpla
     for (const auto &[source, t] : toComposition)
         EXPECT_DOUBLE_EQ(model->sourceTimeToCompositionTime(source), t) << source;
 
-    // The stretches of the source no kept word plays.
+    // The cuts in the speech: stretches between kept words that none plays; the silence
+    // before the first and after the last is never played, so it is no cut.
     push({word(0.04, 1.0), word(1.04, 2.0), word(5.0, 6.0), word(2.0, 3.0), word(59.95, 59.97)});
     EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange> {{3.0, 5.0}, {6.0, 59.95}}));
     push({word(0.1, 1.0), word(1.0, 59.0)});
-    EXPECT_EQ(model->deletedTimeRanges(), (QList<DeletedTimeRange> {{0.0, 0.1}, {59.0, 60.0}}));
+    EXPECT_TRUE(model->deletedTimeRanges().isEmpty());
 
     // Every word deleted: the raw source plays again, nothing is marked.
     push({});
@@ -240,14 +243,35 @@ TEST_F(PlayerModel, TimesMapThroughTheBlocksOwnTimesAndDeletedRangesMarkTheUnpla
     EXPECT_TRUE(model->compositionMap().isEmpty());
     EXPECT_TRUE(model->deletedTimeRanges().isEmpty());
 
-    // A source of unknown length: the trailing range ends a second after the last word.
-    media::MediaInfo unknownLength = FakeMediaEngine::videoWithAudio(20.0);
-    unknownLength.duration = std::nan("");
-    engine.addMedia(u"/m/stream.ts"_s, unknownLength);
-    load({{videoId, QUrl::fromLocalFile(u"/m/stream.ts"_s)}});
-    push({word(1.0, 2.0), word(4.0, 5.0)});
-    EXPECT_EQ(model->deletedTimeRanges(),
-              (QList<DeletedTimeRange> {{0.0, 1.0}, {2.0, 4.0}, {5.0, 6.0}}));
+    // The recording's own pauses, a 3 s one among them, kept whole: it plays from its first
+    // word to its last, with no cut marked. A deleted word closes the gap where it was; a
+    // limit keeps that much of each pause.
+    QList<Paragraph> spoken {
+        {{}, {word(1.0, 2.0), word(2.4, 3.0), word(6.0, 7.0), word(7.2, 8.0)}, 0, {}}};
+    recordPauses(spoken);
+    const QList<WordBlock> said = spoken.first().wordBlocks;
+    load({{videoId, QUrl::fromLocalFile(u"/m/video.mp4"_s)}});
+    const struct
+    {
+        double limit;
+        QList<qsizetype> kept;
+        double duration;
+        QList<DeletedTimeRange> unplayed;
+    } pauses[] = {
+        {wholePauses, {0, 1, 2, 3}, 7.0, {}},
+        {wholePauses, {0, 1, 3}, 2.8, {{3.0, 7.2}}},
+        {0.5, {0, 1, 2, 3}, 4.5, {{3.25, 5.75}}},
+    };
+    for (const auto &p : pauses) {
+        QList<WordBlock> kept;
+        for (const qsizetype i : p.kept)
+            kept.append(said.at(i));
+        model->setPauseLimit(p.limit);
+        push(kept);
+        EXPECT_DOUBLE_EQ(model->duration(), p.duration) << p.limit;
+        EXPECT_EQ(model->deletedTimeRanges(), p.unplayed) << p.limit;
+        EXPECT_DOUBLE_EQ(model->compositionMap().last().compositionEnd(), p.duration);
+    }
 }
 
 TEST_F(PlayerModel, SeekingMovesThePlayHeadOverThePendingPlacementOfARebuild)

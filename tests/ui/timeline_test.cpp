@@ -1,3 +1,4 @@
+#include "timing/pauses.h"
 #include "ui/timeline/audiowaveformview.h"
 #include "ui/timeline/pinchzoomdetector.h"
 #include "ui/timeline/timelinecanvas.h"
@@ -209,6 +210,32 @@ TEST_F(TimelineTest, ClipsMatchTheirParagraphsTheRulerSeeksAndDraggingReordersUn
     mouse(QEvent::MouseMove, centre(TrackType::audio, 2), Qt::LeftButton);
     mouse(QEvent::MouseButtonRelease, centre(TrackType::audio, 2), Qt::NoButton);
     EXPECT_EQ(text(), u"d e | f g h i | a b c"_s);
+
+    // Pauses of 0.6 s and 1.6 s in the recording: the clips hold what the player keeps of
+    // them, so the last one ends where the player's duration says, whole or limited.
+    QList<Paragraph> spoken {
+        {{}, {test::timedWord(0.0, 0.4, 0), test::timedWord(1.0, 1.4, 1)}, 0, {}},
+        {{}, {test::timedWord(3.0, 3.5, 0)}, 1, {}}};
+    recordPauses(spoken);
+    projectTitle = u"Pauses"_s;
+    openParagraphs(spoken);
+    const struct
+    {
+        double limit;
+        double firstEnd;
+        double duration;
+    } kept[] = {{wholePauses, 2.2, 3.5}, {0.4, 1.4, 2.1}, {0.0, 0.8, 1.3}};
+    for (const auto &k : kept) {
+        vm.setPauseLimit(k.limit);
+        clock.advance(VideoPlayerViewModel::rebuildDelay);
+        EXPECT_DOUBLE_EQ(vm.playerVM().duration(), k.duration) << k.limit;
+        EXPECT_NEAR(canvas()->clipRect(TrackType::video, 0).right(), canvas()->timeToX(k.firstEnd),
+                    1e-9)
+            << k.limit;
+        EXPECT_NEAR(canvas()->clipRect(TrackType::audio, 1).right(), canvas()->timeToX(k.duration),
+                    1e-9)
+            << k.limit;
+    }
 }
 
 // At every zoom step the play head at 0 shows whole with the "0s" label readable beside

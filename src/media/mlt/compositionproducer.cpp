@@ -63,17 +63,61 @@ timing::Rate CompositionProducer::rate() const
     return {m_profile.frame_rate_num(), m_profile.frame_rate_den()};
 }
 
+namespace {
+
+// Whether a segment takes the same place in the table as one laid before: the table
+// reads only its source, its times and where it lies.
+bool sameCut(const EditSegment &a, const EditSegment &b)
+{
+    return a.sourceStart == b.sourceStart && a.sourceEnd == b.sourceEnd
+        && a.compositionStart == b.compositionStart
+        && (a.sourcePath.constData() == b.sourcePath.constData() || a.sourcePath == b.sourcePath);
+}
+
+} // namespace
+
 QList<SegmentFailure> CompositionProducer::apply(const EditList &editList)
 {
     const timing::Rate grid = rate();
-    QList<SegmentFailure> failures;
-    std::vector<CompositionCut> entries;
-    entries.reserve(static_cast<size_t>(editList.segments.size()));
-    double openSourceEnd = 0.0;
+    const QList<EditSegment> &segments = editList.segments;
 
-    for (qsizetype i = 0; i < editList.segments.size(); ++i) {
-        const EditSegment &segment = editList.segments.at(i);
-        const int source = sourceIndex(segment.sourcePath);
+    // The first segment laid differently from last time, and the entry holding the one
+    // before it: that entry may now run on into the change, so it is laid again too.
+    const QList<EditSegment> &laid = m_applied.segments;
+    qsizetype same = 0;
+    if (segments.constData() == laid.constData())
+        same = std::min(segments.size(), laid.size());
+    const qsizetype shorter = std::min(segments.size(), laid.size());
+    while (same < shorter && sameCut(segments.at(same), laid.at(same)))
+        ++same;
+    size_t keptEntries = 0;
+    if (same > 0) {
+        const auto holding = std::upper_bound(
+            m_entries.cbegin(), m_entries.cend(), int(same - 1),
+            [](int segment, const CompositionCut &e) { return segment < e.firstSegment; });
+        keptEntries = holding == m_entries.cbegin() ? 0 : size_t(holding - m_entries.cbegin()) - 1;
+    }
+    const qsizetype from = keptEntries > 0 ? m_entries[keptEntries - 1].lastSegment + 1 : 0;
+    double openSourceEnd = from > 0 ? segments.at(from - 1).sourceEnd : 0.0;
+
+    QList<SegmentFailure> failures;
+    for (const SegmentFailure &failure : std::as_const(m_failures)) {
+        if (failure.index < from)
+            failures.append(failure);
+    }
+    std::vector<CompositionCut> entries;
+    entries.reserve(static_cast<size_t>(segments.size() - from) / 2 + 1);
+    // Nearly every segment comes from the source of the one before it.
+    const QChar *lastPath = nullptr;
+    int lastSource = -1;
+
+    for (qsizetype i = from; i < segments.size(); ++i) {
+        const EditSegment &segment = segments.at(i);
+        if (segment.sourcePath.constData() != lastPath || lastSource < 0) {
+            lastSource = sourceIndex(segment.sourcePath);
+            lastPath = segment.sourcePath.constData();
+        }
+        const int source = lastSource;
         const bool playable = m_sources[size_t(source)]->producer != nullptr;
         if (!playable)
             failures.append({i, u"无法打开媒体文件 "_s + segment.sourcePath});
@@ -90,11 +134,14 @@ QList<SegmentFailure> CompositionProducer::apply(const EditList &editList)
         // ended joins its entry: the two are one cut, and sharing the entry keeps their
         // boundary frame from being played twice. Continuity is judged on source times,
         // not frames, which the grid's phase may round either way.
+        // The first segment laid here began an entry last time, from the same unchanged
+        // segments before it, so it does not join the kept entry before it now either.
         if (!entries.empty()) {
-            CompositionCut &open = entries.back();
-            if (playable && open.playable && open.source == source
+            CompositionCut &last = entries.back();
+            if (playable && last.playable && last.source == source
                 && std::abs(segment.sourceStart - openSourceEnd) < 1e-9) {
-                open.outFrame += static_cast<int>(frames.count());
+                last.outFrame += static_cast<int>(frames.count());
+                last.lastSegment = int(i);
                 openSourceEnd = segment.sourceEnd;
                 continue;
             }
@@ -105,20 +152,23 @@ QList<SegmentFailure> CompositionProducer::apply(const EditList &editList)
         entry.inFrame = playable ? inFrame : 0;
         entry.outFrame = entry.inFrame + static_cast<int>(frames.count());
         entry.compositionFrame = static_cast<int>(frames.begin);
+        entry.firstSegment = entry.lastSegment = int(i);
         entries.push_back(entry);
         openSourceEnd = segment.sourceEnd;
     }
 
-    const int count
-        = entries.empty() ? 0 : entries.back().compositionFrame + entries.back().frames();
     {
         std::lock_guard lock(m_mutex);
-        m_entries = std::move(entries);
+        m_entries.resize(keptEntries);
+        m_entries.insert(m_entries.end(), entries.cbegin(), entries.cend());
     }
+    const int count = frameCount();
     m_producer->set("length", std::max(count, 1));
     m_producer->set_in_and_out(0, count - 1);
     m_duration = editList.duration();
     m_sound->setEdit(editList, grid.perSecond());
+    m_applied = editList;
+    m_failures = failures;
     return failures;
 }
 
@@ -128,6 +178,10 @@ int CompositionProducer::getFrame(mlt_producer producer, mlt_frame_ptr frame, in
 {
     const mlt_position position = mlt_producer_position(producer);
     *frame = nullptr;
+    // The table is read under the lock; the frame is decoded outside it, holding its own
+    // reference to the source, so that an edit never waits for a decode.
+    mlt_producer source = nullptr;
+    mlt_position sourceFrame = 0;
     if (auto *self = static_cast<CompositionProducer *>(producer->child)) {
         std::lock_guard lock(self->m_mutex);
         const auto &entries = self->m_entries;
@@ -138,13 +192,17 @@ int CompositionProducer::getFrame(mlt_producer producer, mlt_frame_ptr frame, in
             const CompositionCut &entry = *std::prev(after);
             const mlt_position offset = position - entry.compositionFrame;
             if (entry.playable && offset < entry.frames()) {
-                mlt_producer source
-                    = self->m_sources[size_t(entry.source)]->producer->get_producer();
-                mlt_producer_seek(source, entry.inFrame + offset);
-                if (mlt_service_get_frame(MLT_PRODUCER_SERVICE(source), frame, index) != 0)
-                    *frame = nullptr;
+                source = self->m_sources[size_t(entry.source)]->producer->get_producer();
+                sourceFrame = entry.inFrame + offset;
+                mlt_properties_inc_ref(MLT_PRODUCER_PROPERTIES(source));
             }
         }
+    }
+    if (source) {
+        mlt_producer_seek(source, sourceFrame);
+        if (mlt_service_get_frame(MLT_PRODUCER_SERVICE(source), frame, index) != 0)
+            *frame = nullptr;
+        mlt_producer_close(source);
     }
     // A blank entry, or a source that failed: MLT makes up a plain picture for a frame
     // marked as having none, as it does for a playlist's blank.

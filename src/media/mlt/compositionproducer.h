@@ -30,6 +30,9 @@ struct CompositionCut
     int outFrame = 0;
     // Where the entry starts in the composition, in frames.
     int compositionFrame = 0;
+    // The segments of the edit list it plays, first and last.
+    int firstSegment = 0;
+    int lastSegment = 0;
 
     int frames() const { return outFrame - inFrame; }
 };
@@ -51,6 +54,8 @@ public:
 
     // Makes the producer play `editList` from the next frame asked for. Returns the
     // segments whose source could not be opened; they take their time as blank frames.
+    // Entries before the first segment that differs from the last list applied are kept;
+    // the table is laid again from there, as a table laid afresh would be.
     QList<SegmentFailure> apply(const EditList &editList);
 
     // Opens a source ahead of its first use: opening a long recording reads its whole
@@ -81,6 +86,9 @@ private:
     QHash<QString, int> m_sourceByPath;
     std::vector<CompositionCut> m_entries;
     double m_duration = 0.0;
+    // The list the table was laid from (sharing its segments), and what failed in it.
+    EditList m_applied;
+    QList<SegmentFailure> m_failures;
 };
 
 } // namespace kavel::media::mlt

@@ -296,8 +296,9 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
         m_raw.reset();
     } else {
         syncRootLength();
-        // Frames decoded from the old list must not be shown.
-        m_consumer->purge();
+        // Frames decoded from the old list must not be shown: the seek every new item
+        // needs purges them. Purging here as well would wake the consumer twice per edit,
+        // and on a busy machine each wake costs the editor its turn on the processor.
     }
     m_status = ItemStatus::readyToPlay;
     QMetaObject::invokeMethod(this, &Player::itemStatusChanged, Qt::QueuedConnection);

@@ -83,24 +83,35 @@ void SoundFilter::setStopAt(std::optional<double> seconds)
 
 void SoundFilter::render(int position, float *planes, int channels, int samples, int frequency)
 {
-    std::lock_guard lock(m_mutex);
-    if (!m_audio || m_audioEdit != m_edit || m_audio->rate() != frequency) {
+    // The edit is taken under its own short lock, so an editor handing over the next one
+    // never waits for a frame's sound to be made.
+    std::shared_ptr<const EditList> edit;
+    double fps = 30.0;
+    std::optional<double> stopAt;
+    {
+        std::lock_guard lock(m_mutex);
+        edit = m_edit;
+        fps = m_fps;
+        stopAt = m_stopAt;
+    }
+    std::lock_guard lock(m_renderMutex);
+    if (!m_audio || m_audioEdit != edit || m_audio->rate() != frequency) {
         m_audio = std::make_shared<ffmpeg::EditAudio>(
-            *m_edit, frequency, ffmpeg::EditAudio::Unreadable::silence, m_sources);
-        m_audioEdit = m_edit;
+            *edit, frequency, ffmpeg::EditAudio::Unreadable::silence, m_sources);
+        m_audioEdit = edit;
     }
     // MLT hands out sound frame by frame; the frame's first sample is where its count of
     // samples so far says, on the same grid the composition was laid on.
     const std::int64_t first
-        = mlt_audio_calculate_samples_to_position(float(m_fps), frequency, position);
+        = mlt_audio_calculate_samples_to_position(float(fps), frequency, position);
     m_left.assign(size_t(samples), 0.0f);
     m_right.assign(size_t(samples), 0.0f);
     if (first != m_audio->position())
         m_audio->seek(first);
     if (first < m_audio->totalSamples())
         m_audio->render(m_left.data(), m_right.data(), samples);
-    if (m_stopAt) {
-        const std::int64_t stop = timing::sampleAt(*m_stopAt, frequency);
+    if (stopAt) {
+        const std::int64_t stop = timing::sampleAt(*stopAt, frequency);
         for (std::int64_t i = std::max<std::int64_t>(stop - first, 0); i < samples; ++i)
             m_left[size_t(i)] = m_right[size_t(i)] = 0.0f;
     }

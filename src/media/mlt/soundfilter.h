@@ -46,7 +46,8 @@ private:
     std::shared_ptr<const EditList> m_edit;
     double m_fps = 30.0;
     std::optional<double> m_stopAt;
-    // Touched only while rendering, under the same lock.
+    // Touched only while rendering, under a lock of its own.
+    std::mutex m_renderMutex;
     std::shared_ptr<ffmpeg::EditAudio> m_audio;
     std::shared_ptr<const EditList> m_audioEdit;
     std::shared_ptr<QHash<QString, std::shared_ptr<ffmpeg::AudioSource>>> m_sources;

@@ -34,6 +34,9 @@ TimelineCanvas::TimelineCanvas(EditorViewModel &editor, QWidget *parent)
     for (auto signal : {&EditorViewModel::selectedParagraphIdChanged,
                         &EditorViewModel::trackFlagsChanged, &EditorViewModel::playerStateChanged})
         connect(&m_editor, signal, this, qOverload<>(&QWidget::update));
+    // A rebuild lays the map anew when the sources load or the pause setting changes.
+    connect(&m_editor.playerVM(), &VideoPlayerViewModel::compositionMapChanged, this,
+            &TimelineCanvas::rebuildClips);
     connect(&m_editor.playerVM(), &VideoPlayerViewModel::durationChanged, this,
             &TimelineCanvas::updateSize);
     rebuildClips();
@@ -41,13 +44,16 @@ TimelineCanvas::TimelineCanvas(EditorViewModel &editor, QWidget *parent)
 
 void TimelineCanvas::rebuildClips()
 {
+    // Clips are laid by the preview's own rules, pauses included, so they end where the
+    // player's duration says; laid now rather than by the debounced rebuild, so a clip
+    // dragged along the track is under the pointer at once.
+    const QList<Paragraph> &paragraphs = m_editor.paragraphs();
+    const CompositionPlan plan = m_editor.playerVM().planFor(flattenParagraphs(paragraphs));
+    const QList<ParagraphSpan> spans = paragraphSpans(paragraphs, plan.map);
     m_clipStarts.clear();
-    double t = 0.0;
-    for (const Paragraph &p : m_editor.paragraphs()) {
-        m_clipStarts.append(t);
-        t += p.totalDuration();
-    }
-    m_clipStarts.append(t);
+    for (const ParagraphSpan &span : spans)
+        m_clipStarts.append(span.start);
+    m_clipStarts.append(plan.duration);
     updateSize();
     update();
 }

@@ -57,6 +57,8 @@ MagneticTextStripView::MagneticTextStripView(EditorViewModel &editor, QWidget *p
     });
 
     connect(&m_editor, &EditorViewModel::paragraphsChanged, this, &MagneticTextStripView::relayout);
+    connect(&m_editor.playerVM(), &VideoPlayerViewModel::compositionMapChanged, this,
+            &MagneticTextStripView::refreshParagraphStarts);
     for (auto signal :
          {&EditorViewModel::selectedBlockIdsChanged, &EditorViewModel::selectedParagraphIdChanged,
           &EditorViewModel::playingSentenceIdChanged})
@@ -142,6 +144,15 @@ void MagneticTextStripView::ensureContentVisible(const QRectF &content)
 
 // --- layout ------------------------------------------------------------------------
 
+void MagneticTextStripView::refreshParagraphStarts()
+{
+    m_paragraphStarts.clear();
+    for (const ParagraphSpan &span :
+         paragraphSpans(m_editor.paragraphs(), m_editor.playerVM().compositionMap()))
+        m_paragraphStarts.append(span.start);
+    viewport()->update();
+}
+
 void MagneticTextStripView::relayout()
 {
     m_lastRelayoutCount = m_layout.update(m_editor.paragraphs(), viewport()->width());
@@ -157,7 +168,7 @@ void MagneticTextStripView::relayout()
         }
     }
     updateScrollRange();
-    viewport()->update();
+    refreshParagraphStarts();
 }
 
 void MagneticTextStripView::updateScrollRange()
@@ -357,6 +368,7 @@ void MagneticTextStripView::paintEvent(QPaintEvent *event)
         sectionState.isHovering = m_hoverParagraphId == paragraph.id;
         sectionState.isDragged = m_draggedParagraphId == paragraph.id;
         sectionState.isPlayingSentence = playingSentence == paragraph.id;
+        sectionState.startTime = m_paragraphStarts.value(i);
         paintSectionFrame(painter, section, m_layout.headerRect(i).translated(0.0, shift),
                           paragraph, sectionState, m_colors, m_headerFont);
 

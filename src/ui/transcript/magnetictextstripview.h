@@ -99,6 +99,7 @@ private:
     Hit gapNear(QPointF viewportPoint) const;
 
     void relayout();
+    void refreshParagraphStarts();
     void updateScrollRange();
     void refreshSearchHits();
     void onPlayerChanged();
@@ -125,6 +126,8 @@ private:
 
     EditorViewModel &m_editor;
     TranscriptLayout m_layout;
+    // Where each paragraph starts in the edited result, from the preview's map.
+    QList<double> m_paragraphStarts;
     QFont m_headerFont;
     TranscriptColors m_colors;
     BlinkingCursor m_cursor;

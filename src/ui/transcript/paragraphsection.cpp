@@ -94,8 +94,7 @@ void paintSectionFrame(QPainter &painter, const QRectF &section, const QRectF &h
     }
     if (!paragraph.wordBlocks.isEmpty()) {
         painter.setPen(colors.secondaryText);
-        painter.drawText(QPointF(x, baseline),
-                         sectionTimeLabel(paragraph.wordBlocks.first().mediaStart));
+        painter.drawText(QPointF(x, baseline), sectionTimeLabel(state.startTime));
     }
 }
 

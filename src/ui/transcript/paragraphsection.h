@@ -40,6 +40,8 @@ struct SectionState
     bool isHovering = false;
     bool isDragged = false;
     bool isPlayingSentence = false;
+    // Where the paragraph starts in the edited result, as the player counts time.
+    double startTime = 0.0;
 };
 
 struct WordState
