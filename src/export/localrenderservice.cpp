@@ -277,7 +277,7 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
     try {
         co_await writeAudio(editList, media::RenderFormat::m4a, m4a);
     } catch (const Error &error) {
-        writeFailure = media::MediaError(error.description().replace(m4a, outputPath));
+        writeFailure = media::MediaError(QString(error.description()).replace(m4a, outputPath));
     }
     if (writeFailure)
         throw *writeFailure;
