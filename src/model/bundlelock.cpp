@@ -8,6 +8,7 @@
 #include <QHash>
 #include <QLockFile>
 #include <QMutex>
+#include <QStorageInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -83,7 +84,12 @@ void BundleLock::lock()
         throw Error(u"项目“%1”已在另一个 Kavel 窗口或程序中打开%2，请先在那里关闭它。"_s.arg(
             projectName(m_bundlePath), holder));
     }
-    throw Error(u"未能打开项目“%1”：无法在项目文件夹中写入。"_s.arg(projectName(m_bundlePath)),
+    // QLockFile keeps the system's reason to itself; a full disk is the one the user can do
+    // something about, so it is looked for.
+    const QStorageInfo volume(m_bundlePath);
+    const bool full = volume.isValid() && volume.bytesAvailable() < 64 * 1024;
+    throw Error(u"未能打开项目“%1”：无法在项目文件夹中写入%2。"_s.arg(
+                    projectName(m_bundlePath), full ? u"（磁盘空间不足）"_s : QString()),
                 file->fileName());
 }
 

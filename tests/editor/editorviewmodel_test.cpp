@@ -397,7 +397,12 @@ TEST_F(Editor, PlayDeleteAndSaveInOneSession)
     vm.save(); // the first save's timer still hides it
     clock.advance(0.6);
     EXPECT_FALSE(vm.showSaveConfirmation());
+    // A save that cannot write confirms nothing: it says why and the edit stays unsaved.
+    vm.deleteParagraph(paragraph(0).id);
     QDir(vm.project()->bundlePath()).removeRecursively();
-    vm.save();
-    EXPECT_TRUE(vm.showSaveConfirmation());
+    EXPECT_FALSE(vm.save());
+    EXPECT_FALSE(vm.showSaveConfirmation());
+    EXPECT_TRUE(vm.processingStatus().startsWith(u"保存失败：未能存储文件“timeline.json”"_s))
+        << vm.processingStatus().toStdString();
+    EXPECT_TRUE(vm.hasUnsavedChanges());
 }
