@@ -1,5 +1,6 @@
 #include "homepage.h"
 
+#include "alertbox.h"
 #include "editor/editorviewmodel.h"
 #include "editor/importpipeline.h"
 #include "filemanager.h"
@@ -331,13 +332,7 @@ void HomePage::finishImportAfterSignIn()
 
 void HomePage::showAlert(const QString &text)
 {
-    auto *box
-        = new QMessageBox(QMessageBox::Warning, u"Kavel"_s, text, QMessageBox::NoButton, this);
-    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setWindowModality(Qt::WindowModal);
-    m_alert = box;
-    box->open();
+    m_alert = openWarning(this, u"Kavel"_s, text);
 }
 
 void HomePage::askToRename(const ProjectReference &reference)

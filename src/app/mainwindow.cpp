@@ -1,5 +1,6 @@
 #include "mainwindow.h"
 
+#include "alertbox.h"
 #include "editor/editorviewmodel.h"
 #include "editor/importpipeline.h"
 #include "export/exportflow.h"
@@ -472,13 +473,7 @@ void MainWindow::closeEvent(QCloseEvent *event)
 
 void MainWindow::showError(const QString &message)
 {
-    auto *box
-        = new QMessageBox(QMessageBox::Warning, u"错误"_s, message, QMessageBox::NoButton, this);
-    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setWindowModality(Qt::WindowModal);
-    m_alert = box;
-    box->open();
+    m_alert = openWarning(this, u"错误"_s, message);
 }
 
 void MainWindow::showLoginRequired()

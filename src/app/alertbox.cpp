@@ -1,0 +1,19 @@
+#include "alertbox.h"
+
+#include <QMessageBox>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::app {
+
+QMessageBox *openWarning(QWidget *parent, const QString &title, const QString &text)
+{
+    auto *box = new QMessageBox(QMessageBox::Warning, title, text, QMessageBox::NoButton, parent);
+    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    box->open();
+    return box;
+}
+
+} // namespace kavel::app
