@@ -40,11 +40,15 @@ QString startedFrom(const KavelProject &project)
 // in cache/ for whoever wants to look at it, but never offered.
 void setAside(const KavelProject &project)
 {
+    const QDir cache(project.cacheDirectory());
     const QString stamp
         = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
-    QFile::rename(path(project),
-                  QDir(project.cacheDirectory())
-                      .filePath(QStringLiteral("unsaved-edits-set-aside-%1.json").arg(stamp)));
+    // Two journals can be set aside within one millisecond; neither may overwrite the other.
+    QString target = cache.filePath(QStringLiteral("unsaved-edits-set-aside-%1.json").arg(stamp));
+    for (int n = 2; QFileInfo::exists(target); ++n)
+        target = cache.filePath(
+            QStringLiteral("unsaved-edits-set-aside-%1-%2.json").arg(stamp).arg(n));
+    QFile::rename(path(project), target);
 }
 
 bool belongs(const KavelProject &project, const QByteArray &bytes)
