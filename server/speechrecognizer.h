@@ -17,6 +17,9 @@ struct RecognizedWord
     double start = 0.0; // seconds from the start of the audio
     double end = 0.0;
     bool isFiller = false;
+    // How sure the recogniser is of the word (0 to 1); 1 when it cannot tell, so a word
+    // is only flagged for checking on the recogniser's own evidence.
+    double confidence = 1.0;
 };
 
 class RecognitionError : public std::runtime_error
