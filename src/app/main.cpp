@@ -4,6 +4,7 @@
 #include "editor/editorviewmodel.h"
 #include "editor/importpipeline.h"
 #include "export/exportflow.h"
+#include "framerouting.h"
 #include "homepage.h"
 #include "maineditorview.h"
 #include "mainwindow.h"
@@ -11,7 +12,6 @@
 #include "media/ffmpeg/loudness.h"
 #include "media/mlt/mltaudioconverter.h"
 #include "media/mlt/mltengine.h"
-#include "media/mlt/mltplayer.h"
 #include "media/recordingsummary.h"
 #include "model/errors.h"
 #include "model/projectpaths.h"
@@ -53,24 +53,6 @@ QList<QUrl> pickMediaFiles(QWidget *parent, const QString &title)
         start = QDir::homePath();
     return QFileDialog::getOpenFileUrls(parent, title, QUrl::fromLocalFile(start),
                                         app::mediaFileFilter());
-}
-
-// The MLT player converts its frames to the size the view shows them at, on its own
-// thread, and hands them over through frameShown(); the queued connection brings them to
-// `show`. `sizeChanged` is the view's signal that carries that size.
-template<typename View>
-void routeFrames(media::Player &player, View *view, void (View::*sizeChanged)(QSize),
-                 QSize initialSize, std::function<void(const QImage &)> show)
-{
-    auto *mlt = dynamic_cast<media::mlt::MltPlayer *>(&player);
-    if (!mlt)
-        return;
-    QObject::connect(
-        mlt, &media::mlt::MltPlayer::frameShown, view,
-        [show = std::move(show)](const QImage &frame, double) { show(frame); },
-        Qt::QueuedConnection);
-    QObject::connect(view, sizeChanged, mlt, [mlt](QSize size) { mlt->setVideoSize(size); });
-    mlt->setVideoSize(initialSize);
 }
 
 } // namespace
@@ -160,17 +142,18 @@ int main(int argc, char *argv[])
     };
     shell.makeGuidePlayer = [&engine](app::VideoSurface &surface) {
         auto guide = std::make_unique<GuidePlayerViewModel>(engine);
-        routeFrames(guide->player(), &surface, &app::VideoSurface::sizeChanged, surface.size(),
-                    [&surface](const QImage &frame) { surface.showFrame(frame); });
+        app::routeFrames(guide->player(), &surface, &app::VideoSurface::sizeChanged,
+                         surface.pictureRoom(),
+                         [&surface](const QImage &frame) { surface.showFrame(frame); });
         return guide;
     };
     app::MainWindow window(shell);
     dialogParent = &window;
 
     app::VideoPlayerView *playerView = window.editorView()->playerView();
-    routeFrames(editor.playerVM().player(), playerView, &app::VideoPlayerView::frameSizeChanged,
-                playerView->frameSize(),
-                [playerView](const QImage &frame) { playerView->showFrame(frame); });
+    app::routeFrames(editor.playerVM().player(), playerView,
+                     &app::VideoPlayerView::frameSizeChanged, playerView->frameSize(),
+                     [playerView](const QImage &frame) { playerView->showFrame(frame); });
 
     // Back on the home page nothing plays: a good moment to give back what the last
     // project's playback and export left in the allocator's hands.

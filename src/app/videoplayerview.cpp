@@ -61,8 +61,48 @@ void VideoSurface::showFrame(const QImage &frame)
 
 void VideoSurface::setRotationDegrees(double degrees)
 {
+    const bool roomChanged = std::fmod(std::abs(degrees - m_rotation), 180.0) != 0.0;
     m_rotation = degrees;
     update();
+    if (roomChanged)
+        Q_EMIT sizeChanged(pictureRoom());
+}
+
+QSize VideoSurface::pictureRoom() const
+{
+    // A quarter turn swaps the room the picture has.
+    const bool sideways = std::fmod(std::abs(m_rotation), 180.0) == 90.0;
+    const QSize room = size() * devicePixelRatioF();
+    return sideways ? room.transposed() : room;
+}
+
+// The frame turned and fitted to the surface in device pixels, made once per frame and
+// size rather than on every paint. A frame the size it is shown at is drawn pixel for
+// pixel; only a smaller one (a picture smaller than the screen, or one rendered before
+// the surface grew) is enlarged, smoothly.
+const QImage &VideoSurface::fittedFrame()
+{
+    const QSize room = size() * devicePixelRatioF();
+    if (m_fitted.key == m_frame.cacheKey() && m_fitted.room == room
+        && m_fitted.rotation == m_rotation)
+        return m_fitted.image;
+    QImage turned = m_rotation == 0.0
+        ? m_frame
+        : m_frame.transformed(QTransform().rotate(m_rotation), Qt::SmoothTransformation);
+    QSize fitted = turned.size().scaled(room, Qt::KeepAspectRatio);
+    // The engine renders even sizes: a frame a pixel short of its room is already the size
+    // it is shown at, and stretching it by that pixel would soften all of it.
+    const QSize spare = fitted - turned.size();
+    if (spare.width() >= 0 && spare.height() >= 0 && spare.width() <= 2 && spare.height() <= 2)
+        fitted = turned.size();
+    m_fitted.image = fitted == turned.size()
+        ? turned
+        : turned.scaled(fitted, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    m_fitted.image.setDevicePixelRatio(devicePixelRatioF());
+    m_fitted.key = m_frame.cacheKey();
+    m_fitted.room = room;
+    m_fitted.rotation = m_rotation;
+    return m_fitted.image;
 }
 
 void VideoSurface::paintEvent(QPaintEvent *)
@@ -75,14 +115,13 @@ void VideoSurface::paintEvent(QPaintEvent *)
     }
     if (m_frame.isNull())
         return;
-    p.setRenderHint(QPainter::SmoothPixmapTransform);
-    p.translate(width() / 2.0, height() / 2.0);
-    p.rotate(m_rotation);
-    // A quarter turn swaps the room the picture has.
-    const bool sideways = std::fmod(std::abs(m_rotation), 180.0) == 90.0;
-    const QSizeF room = sideways ? QSizeF(height(), width()) : QSizeF(size());
-    QSizeF fitted = QSizeF(m_frame.size()).scaled(room, Qt::KeepAspectRatio);
-    p.drawImage(QRectF(QPointF(-fitted.width() / 2, -fitted.height() / 2), fitted), m_frame);
+    const QImage &picture = fittedFrame();
+    // Whole device pixels: half a pixel off would blur every line of the picture.
+    const double ratio = devicePixelRatioF();
+    const QSize room = size() * ratio;
+    const QPoint corner((room.width() - picture.width()) / 2,
+                        (room.height() - picture.height()) / 2);
+    p.drawImage(QPointF(corner) / ratio, picture);
 }
 
 // A row of bars like a level meter, with the word for what is playing under it.
@@ -114,7 +153,7 @@ void VideoSurface::paintSoundPlaceholder(QPainter &p)
 void VideoSurface::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
-    Q_EMIT sizeChanged(size() * devicePixelRatioF());
+    Q_EMIT sizeChanged(pictureRoom());
 }
 
 void VideoSurface::mouseDoubleClickEvent(QMouseEvent *)
@@ -467,7 +506,7 @@ void VideoPlayerView::setFullscreen(bool fullscreen)
 QSize VideoPlayerView::frameSize() const
 {
     const VideoSurface *shown = m_fullscreenWindow ? m_fullscreenWindow->surface() : m_surface;
-    return shown->size() * shown->devicePixelRatioF();
+    return shown->pictureRoom();
 }
 
 void VideoPlayerView::refreshTime()

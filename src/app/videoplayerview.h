@@ -24,9 +24,9 @@ namespace kavel::app {
 QString playerTimeText(double seconds);
 
 // Shows the frames the preview engine hands in, fitted and turned by the preview's
-// rotation, on black. The engine learns the size it should deliver from sizeChanged().
-// A null frame stands for a moment of sound without a picture, which shows a sound
-// placeholder instead.
+// rotation, on black. The engine learns the size it should deliver from sizeChanged():
+// the room the picture has before it is turned, in device pixels. A null frame stands for
+// a moment of sound without a picture, which shows a sound placeholder instead.
 class VideoSurface : public QWidget
 {
     Q_OBJECT
@@ -39,6 +39,9 @@ public:
     const QImage &frame() const { return m_frame; }
     bool isSoundOnly() const { return m_soundOnly; }
     void setRotationDegrees(double degrees);
+    // The room the upright picture has on the surface, in device pixels: its size, the
+    // other way round while the picture is turned a quarter.
+    QSize pictureRoom() const;
 
 Q_SIGNALS:
     void sizeChanged(QSize size);
@@ -51,8 +54,16 @@ protected:
 
 private:
     void paintSoundPlaceholder(QPainter &painter);
+    const QImage &fittedFrame();
 
     QImage m_frame;
+    struct Fitted
+    {
+        qint64 key = 0;
+        QSize room;
+        double rotation = 0.0;
+        QImage image;
+    } m_fitted;
     bool m_soundOnly = false;
     double m_rotation = 0.0;
 };
@@ -149,7 +160,8 @@ public:
     // while it is open.
     void showFrame(const QImage &frame);
     void setFullscreen(bool fullscreen);
-    // The size, in device pixels, that frames are shown at right now.
+    // The size, in device pixels, that frames are shown at right now (before the
+    // preview's rotation turns them).
     QSize frameSize() const;
 
 Q_SIGNALS:

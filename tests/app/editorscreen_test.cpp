@@ -1,9 +1,14 @@
+#include "app/framerouting.h"
 #include "app/importcover.h"
 #include "app/maineditorview.h"
 #include "app/videoplayerview.h"
-#include "model/recoveryjournal.h"
-#include "support/testenvironment.h"
+#include "generatedmedia.h"
+#include "media/mlt/mltengine.h"
 #include "model/projectmetadata.h"
+#include "model/recoveryjournal.h"
+#include "playback/playbackclock.h"
+#include "playback/videoplayerviewmodel.h"
+#include "support/testenvironment.h"
 #include "ui/uifixture.h"
 
 #include <QApplication>
@@ -13,17 +18,47 @@
 #include <QDoubleSpinBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPainter>
 #include <QPushButton>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QSlider>
+#include <QTemporaryDir>
 #include <QToolButton>
+#include <cmath>
 
 using namespace kavel;
 using namespace kavel::app;
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// Black and white pixels in turn: every pixel differs from its neighbours, so any blur or
+// half-pixel shift shows.
+QImage checkerboard(QSize size)
+{
+    QImage image(size, QImage::Format_RGB32);
+    for (int y = 0; y < size.height(); ++y)
+        for (int x = 0; x < size.width(); ++x)
+            image.setPixel(x, y, (x + y) % 2 ? 0xffffffff : 0xff000000);
+    return image;
+}
+
+// Peak signal-to-noise ratio of `a` against `b` (same size) over the three colours, in dB.
+double psnr(const QImage &a, const QImage &b)
+{
+    const QImage x = a.convertToFormat(QImage::Format_RGB32);
+    const QImage y = b.convertToFormat(QImage::Format_RGB32);
+    double sum = 0.0;
+    for (int row = 0; row < x.height(); ++row)
+        for (int col = 0; col < x.width(); ++col) {
+            const QRgb p = x.pixel(col, row), q = y.pixel(col, row);
+            for (const int d : {qRed(p) - qRed(q), qGreen(p) - qGreen(q), qBlue(p) - qBlue(q)})
+                sum += double(d) * d;
+        }
+    const double mse = sum / (3.0 * x.width() * x.height());
+    return mse == 0.0 ? 100.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
+}
 
 class EditorScreenTest : public test::UiFixture
 {
@@ -197,7 +232,25 @@ TEST(VideoSurface, LetterboxesTheLastFrameAndShowsAPlaceholderWithoutOne)
     const QImage turned = surface.grab().toImage();
     EXPECT_EQ(turned.pixel(2, turned.height() / 2), black);
 
+    // Detail: a frame smaller than the surface is enlarged smoothly; one the size it is
+    // shown at, or a pixel short of it (the engine renders even sizes), is drawn pixel for
+    // pixel, not blurred by half a pixel or a stretch of one.
+    surface.setRotationDegrees(0.0);
+    const QImage checker = checkerboard({160, 90});
+    surface.showFrame(checker);
+    surface.resize(320, 180);
+    EXPECT_EQ(surface.grab().toImage().convertToFormat(QImage::Format_RGB32),
+              checker.scaled(320, 180, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+    for (const QSize size : {QSize(160, 90), QSize(161, 91)}) {
+        surface.resize(size);
+        EXPECT_EQ(
+            surface.grab().toImage().convertToFormat(QImage::Format_RGB32).copy(0, 0, 160, 90),
+            checker)
+            << size.width();
+    }
+
     // Sound without a picture: the placeholder's bars on black, not the last picture.
+    surface.resize(320, 180);
     surface.showFrame(QImage());
     const QSet<QRgb> placeholder = colours();
     EXPECT_TRUE(placeholder.contains(black) && placeholder.size() > 1);
@@ -296,6 +349,70 @@ TEST_F(PlayerViewTest, ControlsTheProgressBarAndFullScreenDriveThePreview)
     ASSERT_TRUE(view.isFullscreen());
     QTest::keyClick(view.fullscreenWindow(), Qt::Key_Escape);
     EXPECT_FALSE(view.isFullscreen());
+}
+
+} // namespace
+
+namespace {
+
+// The preview on the real engine. A 1280x720 recording of fine detail (a one-pixel
+// checkerboard, small text) shown big, as full screen shows it: the picture must carry the
+// recording's detail, not a small preview's frame blown up. The view grows while paused,
+// which is when the old frame would stay on screen.
+TEST(PlayerViewOnTheEngine, AGrownPreviewShowsTheRecordingsOwnDetail)
+{
+    QTemporaryDir dir;
+    QImage source = checkerboard({1280, 720});
+    {
+        QPainter painter(&source);
+        painter.fillRect(QRect(40, 40, 600, 60), Qt::black);
+        painter.setPen(Qt::white);
+        QFont small = painter.font();
+        small.setPixelSize(11);
+        painter.setFont(small);
+        painter.drawText(QPoint(50, 70), u"00:00:01:17 small burnt-in time code 0123456789"_s);
+    }
+    const QString still = dir.filePath(u"detail.png"_s), movie = dir.filePath(u"detail.mp4"_s);
+    ASSERT_TRUE(source.save(still));
+    // Grey only and without loss, so the frames decode to the very pixels drawn.
+    test::runFfmpeg(
+        {u"-loop"_s, u"1"_s,        u"-framerate"_s, u"25"_s,      u"-i"_s,
+         still,      u"-f"_s,       u"lavfi"_s,      u"-i"_s,      u"anullsrc=r=48000:cl=stereo"_s,
+         u"-t"_s,    u"2"_s,        u"-c:v"_s,       u"libx264"_s, u"-qp"_s,
+         u"0"_s,     u"-pix_fmt"_s, u"yuv420p"_s,    u"-c:a"_s,    u"aac"_s,
+         movie});
+
+    media::mlt::MltMediaEngine engine;
+    SystemPlaybackClock clock;
+    VideoPlayerViewModel player(engine, clock);
+    VideoPlayerView view(player);
+    routeFrames(player.player(), &view, &VideoPlayerView::frameSizeChanged, view.frameSize(),
+                [&view](const QImage &frame) { view.showFrame(frame); });
+    view.resize(480, 360);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    player.loadSources({{QUuid::createUuid(), QUrl::fromLocalFile(movie)}});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return player.tracksLoaded(); }, 5000));
+    player.seek(0.5);
+    const auto shown = [&] { return view.surface()->frame().size(); };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !shown().isEmpty(); }, 5000));
+    // The small preview stays cheap: frames come at its size, not the recording's.
+    EXPECT_EQ(shown(), QSize(480, 270));
+
+    // Grown past the recording's size: frames come at the recording's own size (the engine
+    // adds no detail by enlarging) and the view enlarges them.
+    const int controls = view.height() - view.surface()->height();
+    view.resize(1600, 1000 + controls);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shown() == QSize(1280, 720); }, 5000))
+        << shown().width();
+    EXPECT_FALSE(player.isPlaying());
+    const QSize fitted(1600, 900);
+    const QRect picture(QPoint((view.surface()->width() - fitted.width()) / 2,
+                               (view.surface()->height() - fitted.height()) / 2),
+                        fitted);
+    const QImage grabbed = view.surface()->grab().toImage().copy(picture);
+    const QImage expected = source.scaled(fitted, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    EXPECT_GE(psnr(grabbed, expected), 30.0);
 }
 
 } // namespace

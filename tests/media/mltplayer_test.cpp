@@ -128,15 +128,29 @@ TEST_F(Preview, WithoutWordsTheRawSourcePlaysWithItsOwnDurationAndSignalsAreLeft
     EXPECT_TRUE(model.deletedTimeRanges().isEmpty());
 
     QSignalSpy frames(&player(), &media::mlt::MltPlayer::frameShown);
-    // Frames keep the picture's 16:9 in any box they are asked to fit.
+    const auto lastSize = [&] { return frames.last().at(0).value<QImage>().size(); };
+    // Frames keep the picture's 16:9 in any box they are asked to fit, and are never
+    // rendered bigger than the 160x90 picture itself: the view enlarges them.
     player().setVideoSize({64, 64});
     model.togglePlayPause();
     ASSERT_TRUE(frames.wait(3000));
-    EXPECT_EQ(frames.last().at(0).value<QImage>().size(), QSize(64, 36));
+    EXPECT_EQ(lastSize(), QSize(64, 36));
     player().setVideoSize({300, 100});
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return frames.last().at(0).value<QImage>().size() == QSize(176, 100); }, 3000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return lastSize() == QSize(160, 90); }, 3000));
+    player().setVideoSize({1600, 1000});
+    EXPECT_FALSE(QTest::qWaitFor([&] { return lastSize() != QSize(160, 90); }, 300));
     model.pause();
+    // Frames already on their way still show.
+    while (frames.wait(300)) { }
+
+    // Paused, a new size shows the same moment again at once, without playing on.
+    const double pausedAt = player().currentTime();
+    frames.clear();
+    player().setVideoSize({80, 80});
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !frames.isEmpty() && lastSize() == QSize(80, 44); }, 2000));
+    EXPECT_DOUBLE_EQ(frames.last().at(1).toDouble(), pausedAt);
+    EXPECT_DOUBLE_EQ(player().currentTime(), pausedAt);
 
     // Playing started the sound output, which must not claim the termination signals:
     // SIGTERM and Ctrl+C still end the editor.

@@ -71,11 +71,15 @@ void MltPlayer::ensureProfile(const QString &firstVideoPath)
             // Unreadable: the composition will report its segments; keep the defaults.
         }
     }
-    size = size.boundedTo({1920, 1920});
+    // The profile is the picture at its own size: frames are rendered smaller for a
+    // small view, but never larger than this, so a full screen gets all the detail the
+    // recording has and no more.
+    size = size.boundedTo({3840, 3840});
+    m_pictureSize = QSize(std::max(2, size.width() & ~1), std::max(2, size.height() & ~1));
     m_profile->set_explicit(1);
     m_profile->set_frame_rate(rate.num, rate.den);
-    m_profile->set_width(size.width() & ~1);
-    m_profile->set_height(size.height() & ~1);
+    m_profile->set_width(m_pictureSize.width());
+    m_profile->set_height(m_pictureSize.height());
     m_profile->set_sample_aspect(1, 1);
     m_profile->set_display_aspect(size.width(), size.height());
     m_profile->set_progressive(1);
@@ -113,8 +117,7 @@ void MltPlayer::ensureConsumer()
     m_consumer->set("audio_buffer", 512);
     m_consumer->set("scrub_audio", 0);
     m_consumer->set("volume", double(m_volume));
-    if (!m_videoSize.isEmpty())
-        renderFor(m_videoSize);
+    m_consumer->set("mlt_image_format", "rgba");
     m_consumer->set("channels", 2);
     m_consumer->set("frequency", 48000);
     m_consumer->listen(
@@ -126,6 +129,10 @@ void MltPlayer::ensureConsumer()
     startConsumer();
     // Starting a consumer sets its producer going at normal speed.
     m_root->set_speed(m_rate);
+    // Only now: before it starts, a consumer writes the frame size it is given into the
+    // profile it shares with the producers, and would shrink the picture for good.
+    if (!m_videoSize.isEmpty())
+        renderFor(m_videoSize);
 }
 
 void MltPlayer::startConsumer()
@@ -240,8 +247,10 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
             Qt::QueuedConnection);
         return;
     }
+    // A frame rendered before the view grew comes as it is: the view enlarges it, and
+    // enlarging it here would only cost more to hand over.
     QImage image = QImage(pixels, width, height, width * 4, QImage::Format_RGBA8888);
-    image = image.size() == size
+    image = image.width() <= size.width() && image.height() <= size.height()
         ? image.copy()
         : image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     QMetaObject::invokeMethod(
@@ -253,18 +262,30 @@ void MltPlayer::onFrameShow(void *owner, void *rawFrame)
 // The decoding thread then hands over frames already scaled and converted for the view,
 // so the thread that keeps time only copies them. They keep the picture's proportions:
 // asked for another shape, MLT would paint black bars into the frame itself, and a view
-// that fits the frame to a bigger screen would scale the bars up with it.
+// that fits the frame to a bigger screen would scale the bars up with it. A view bigger
+// than the picture gets the picture at its own size: MLT's enlarging adds no detail, and
+// the view does it as well at a fraction of the cost of handing over bigger frames.
 void MltPlayer::renderFor(const QSize &size)
 {
-    QSize fitted = QSize(m_profile->width(), m_profile->height()).scaled(size, Qt::KeepAspectRatio);
+    QSize fitted = m_pictureSize.scaled(size, Qt::KeepAspectRatio).boundedTo(m_pictureSize);
     fitted = QSize(std::max(2, fitted.width() & ~1), std::max(2, fitted.height() & ~1));
     {
         std::lock_guard lock(m_sizeMutex);
+        if (fitted == m_frameSize)
+            return;
         m_frameSize = fitted;
     }
     m_consumer->set("width", fitted.width());
     m_consumer->set("height", fitted.height());
-    m_consumer->set("mlt_image_format", "rgba");
+    // Playing, the next frames come at the new size anyway. Paused, the frame on show
+    // would stay as it was rendered (a small picture blown up to full screen), so it is
+    // rendered again where the play head is. That is the frame shown, not where the
+    // producer is: it read a frame or two ahead before the pause.
+    if (m_rate == 0.0 && m_awaitedFrame.load() == -1 && m_root && m_root->get_playtime() > 0) {
+        m_root->seek(m_shownFrame.load());
+        m_consumer->purge();
+        m_consumer->set("refresh", 1);
+    }
 }
 
 void MltPlayer::setVideoSize(const QSize &size)

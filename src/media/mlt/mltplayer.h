@@ -50,9 +50,11 @@ public:
     void removeTimeObserver(ObserverId id) override;
     void setStopTime(std::optional<double> seconds) override;
 
-    // Shown frames as images that fit `size` with the picture's own proportions,
-    // delivered on the player's thread; a frame without a picture (sound alone) comes as
-    // a null image. An empty size stops the delivery (frames are then not converted).
+    // Shown frames as images that fit `size` (device pixels) with the picture's own
+    // proportions but never larger than the picture itself, delivered on the player's
+    // thread; a frame without a picture (sound alone) comes as a null image. An empty size
+    // stops the delivery (frames are then not converted). A new size takes effect without
+    // a pause: the paused frame is shown again at it, playback goes on where it was.
     void setVideoSize(const QSize &size);
     // Frames the consumer has shown since the player was made.
     qint64 framesShown() const { return m_framesShown.load(); }
@@ -90,6 +92,8 @@ private:
 
     std::unique_ptr<Mlt::Profile> m_profile;
     bool m_profileSet = false;
+    // The picture's own size, even: the most a frame is rendered at.
+    QSize m_pictureSize {640, 360};
     std::unique_ptr<CompositionProducer> m_composition;
     std::unique_ptr<Mlt::Producer> m_raw;
     bool m_playingComposition = false;
