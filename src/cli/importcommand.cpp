@@ -161,10 +161,15 @@ int runImport(const QStringList &arguments)
     const auto discard = [&bundle] { QDir(bundle).removeRecursively(); };
     try {
         // A task the service accepted but never finishes is a recognition that took too
-        // long, not a service that cannot be reached.
+        // long, not a service that cannot be reached; time that ran out before anything
+        // was sent was spent here, on this machine.
         const auto timedOut = [job] {
-            return job->step() == u"语音识别中"_s ? u"语音识别超时"_s
-                                                  : u"语音识别失败: 连接服务器超时"_s;
+            if (job->step() == u"语音识别中"_s)
+                return u"语音识别超时"_s;
+            if (job->step() == u"上传音频"_s)
+                return u"语音识别失败: 连接服务器超时"_s;
+            return u"导入超时：%1未在限定时间内完成"_s.arg(job->step().isEmpty() ? u"导入媒体"_s
+                                                                                 : job->step());
         };
         awaitTask(whenEnded(*job), deadline, timedOut);
     } catch (...) {

@@ -351,7 +351,7 @@ TEST_F(ImportEndToEnd, CommandLineImportNeverHangsOrCrashesOnABrokenService)
          ok(R"({"task_id": "t", "status": "failed", "error_message": "no speech"})"),
          u"语音识别失败: no speech"_s},
         {"task never ends", signedIn, accepted, pending, u"语音识别超时"_s, B::reply, T::plain,
-         "8"},
+         "15"},
     };
     for (const auto &c : cases) {
         QTemporaryDir folder;
