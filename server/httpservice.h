@@ -3,14 +3,15 @@
 #include "ratelimiter.h"
 #include "smssender.h"
 #include "store.h"
-#include "uploadspool.h"
 #include "taskprogress.h"
+#include "uploadspool.h"
 
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace httplib {
 class Server;
@@ -37,6 +38,9 @@ struct HttpOptions
     // The progress of the tasks this process recognises; without it a running task
     // reports none until it ends.
     TaskProgress *progress = nullptr;
+    // The languages the recogniser hears (BCP 47 tags); the first serves uploads that
+    // name none.
+    std::vector<std::string> languages {"en"};
 };
 
 class HttpService
@@ -67,6 +71,14 @@ private:
     void upload(const httplib::Request &request, httplib::Response &response,
                 const httplib::ContentReader &content);
     void poll(const httplib::Request &request, httplib::Response &response);
+    // What an upload's "language" part asks for, as a supported tag; a detail for the
+    // user when it is none.
+    struct LanguageChoice
+    {
+        std::string tag;
+        std::string refusal;
+    };
+    LanguageChoice chooseLanguage(const std::string &asked) const;
     // How long a poll may wait for its task to move on: the "wait" query parameter in
     // seconds, capped, and none while too many polls already wait.
     std::chrono::milliseconds pollWait(const httplib::Request &request) const;
