@@ -237,6 +237,41 @@ TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGi
         << "temporary WAV files are removed";
 }
 
+// whisper.cpp's tokens become words: a character each in Chinese, sharing a token's time,
+// a character split over two tokens put back together; sub-word pieces joined in English;
+// punctuation on the word before; markers dropped; times inside the stretch and in order.
+TEST(RecognizerCommand, WhisperTokensBecomeWordsThroughTheBridge)
+{
+    QTemporaryDir dir;
+    const QString model = dir.filePath(u"ggml-small.bin"_s);
+    writeFile(model, "ggml");
+    const std::string bridge = programPath(u"kavel-whisper-bridge"_s).toStdString() + " --whisper "
+        + programPath(u"whisper-standin"_s).toStdString() + " --model ";
+    const std::vector<std::int16_t> fiveSeconds(5 * 16000, 0);
+    const std::atomic<bool> cancel = false;
+    const auto heard = [&](const std::string &command, const std::string &language) {
+        CommandRecognizer recognizer(command, std::chrono::seconds(20));
+        recognizer.setLanguage(language);
+        return shown(recognizer.recognize(fiveSeconds, cancel));
+    };
+    EXPECT_EQ(heard(bridge + model.toStdString(), "zh"),
+              u"大@0.400000-0.700000~0.95 家@0.700000-1.000000~0.95 好，@1.000000-1.300000~0.9 "
+              "今@1.600000-1.800000~0.97 天@1.800000-2.000000~0.97 讲@2.000000-2.200000~0.42 "
+              "剪@2.200000-2.400000~0.8 辑。@2.400000-2.600000~0.8 谢@2.600000-2.975000~0.97 "
+              "谢@2.975000-3.400000~0.97 再@3.600000-4.800000~0.97 见@4.800000-5.000000~0.97"_s);
+    EXPECT_EQ(heard(bridge + model.toStdString(), "en-GB"),
+              u"Hello,@0.300000-0.700000~0.97 world.@0.900000-1.300000~0.97 "
+              "It's@1.800000-2.150000~0.97 Kavel!@2.200000-2.700000~0.3"_s);
+    try {
+        heard(bridge + "/no/such/model.bin", "zh");
+        ADD_FAILURE() << "a missing model fails the task";
+    } catch (const RecognitionError &error) {
+        EXPECT_NE(std::string(error.what()).find("no whisper.cpp model at /no/such/model.bin"),
+                  std::string::npos)
+            << error.what();
+    }
+}
+
 // A decoder must not carry anything from one recording to the next: the same lesson heard
 // twice gives the same words.
 TEST(PocketSphinxWords, ARecordingGivesTheSameWordsWhateverWasHeardBefore)
