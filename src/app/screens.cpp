@@ -197,6 +197,10 @@ void ImportConfirmDialog::updateStart()
     m_languageNote->setText(heard ? QString() : service::unsupportedLanguageMessage(language()));
     m_languageNote->setVisible(!heard);
     m_start->setEnabled(heard && !m_editor.pendingImportURLs().isEmpty());
+    // The language is what has to change; and Return must not fall to 取消 when 开始导入
+    // cannot take it.
+    if (!heard)
+        m_language->setFocus();
 }
 
 // --- SettingsPage ----------------------------------------------------------------------
