@@ -434,7 +434,7 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     LanguageChoice language {m_options.languages.front(), {}};
     const auto languageDecided = [&] {
         if (askedLanguage && language.refusal.empty() && inLanguage)
-            language = chooseLanguage(*askedLanguage);
+            language = chooseLanguage(*askedLanguage, m_options.languages);
         inLanguage = false;
         return language.refusal.empty();
     };
@@ -500,18 +500,6 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     sendJson(
         response, 200,
         QJsonObject {{u"task_id"_s, QString::fromStdString(taskId)}, {u"status"_s, u"pending"_s}});
-}
-
-HttpService::LanguageChoice HttpService::chooseLanguage(const std::string &asked) const
-{
-    if (asked.empty())
-        return {m_options.languages.front(), {}};
-    if (!isLanguageTag(asked))
-        return {{}, "识别语言代码无效：" + asked.substr(0, 40)};
-    if (const auto tag = matchLanguage(asked, m_options.languages))
-        return {*tag, {}};
-    const std::string name = chineseLanguageName(asked);
-    return {{}, "此服务暂不支持识别" + name + "，请联系管理员配置" + name + "识别"};
 }
 
 void HttpService::poll(const httplib::Request &request, httplib::Response &response)

@@ -71,14 +71,6 @@ private:
     void upload(const httplib::Request &request, httplib::Response &response,
                 const httplib::ContentReader &content);
     void poll(const httplib::Request &request, httplib::Response &response);
-    // What an upload's "language" part asks for, as a supported tag; a detail for the
-    // user when it is none.
-    struct LanguageChoice
-    {
-        std::string tag;
-        std::string refusal;
-    };
-    LanguageChoice chooseLanguage(const std::string &asked) const;
     // How long a poll may wait for its task to move on: the "wait" query parameter in
     // seconds, capped, and none while too many polls already wait.
     std::chrono::milliseconds pollWait(const httplib::Request &request) const;

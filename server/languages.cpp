@@ -75,6 +75,18 @@ std::optional<std::string> matchLanguage(const std::string &wanted,
     return std::nullopt;
 }
 
+LanguageChoice chooseLanguage(const std::string &asked, const std::vector<std::string> &supported)
+{
+    if (asked.empty())
+        return {supported.front(), {}};
+    if (!isLanguageTag(asked))
+        return {{}, "识别语言代码无效：" + asked.substr(0, 40)};
+    if (const auto tag = matchLanguage(asked, supported))
+        return {*tag, {}};
+    const std::string name = chineseLanguageName(asked);
+    return {{}, "此服务暂不支持识别" + name + "，请联系管理员配置" + name + "识别"};
+}
+
 std::string chineseLanguageName(const std::string &tag)
 {
     static const std::map<std::string, std::string> names {

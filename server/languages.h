@@ -22,6 +22,15 @@ std::optional<std::vector<std::string>> parseLanguageList(const std::string &tex
 std::optional<std::string> matchLanguage(const std::string &wanted,
                                          const std::vector<std::string> &supported);
 
+// The supported tag an upload that asks for `asked` is recognised in (the first when it
+// asks for none), or the reason the user is told why it is refused.
+struct LanguageChoice
+{
+    std::string tag;
+    std::string refusal;
+};
+LanguageChoice chooseLanguage(const std::string &asked, const std::vector<std::string> &supported);
+
 // The language's name as a Chinese speaker says it ("中文", "英文"), or the tag itself
 // for one the service has no name for.
 std::string chineseLanguageName(const std::string &tag);
