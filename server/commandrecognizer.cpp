@@ -9,9 +9,13 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
+
+extern char **environ;
 
 namespace kavel::server {
 
@@ -86,8 +90,19 @@ std::string lastLine(const std::string &text)
 class ChildProcess
 {
 public:
-    ChildProcess(const std::string &command, const std::string &argument)
+    ChildProcess(const std::string &command, const std::string &argument,
+                 const std::string &language)
     {
+        // Built before the fork: the child may only call what is safe after it.
+        std::vector<std::string> environment {"KAVEL_LANGUAGE=" + language};
+        for (char **entry = environ; *entry; ++entry) {
+            if (std::string_view(*entry).rfind("KAVEL_LANGUAGE=", 0) != 0)
+                environment.emplace_back(*entry);
+        }
+        std::vector<const char *> envp;
+        for (const std::string &entry : environment)
+            envp.push_back(entry.c_str());
+        envp.push_back(nullptr);
         int out[2];
         int err[2];
         if (::pipe2(out, O_CLOEXEC) != 0)
@@ -111,7 +126,8 @@ public:
             ::dup2(null, 0);
             ::dup2(out[1], 1);
             ::dup2(err[1], 2);
-            ::execv("/bin/sh", const_cast<char *const *>(argv));
+            ::execve("/bin/sh", const_cast<char *const *>(argv),
+                     const_cast<char *const *>(envp.data()));
             ::_exit(127);
         }
         ::close(out[1]);
@@ -209,9 +225,15 @@ std::vector<RecognizedWord> parseWords(const std::string &output)
         if (text.isEmpty() || !start.isDouble() || !end.isDouble() || start.toDouble() < 0.0
             || end.toDouble() < start.toDouble())
             throw malformed;
+        // Optional: a recogniser that cannot tell says nothing and its words count as sure.
+        const QJsonValue confidence = word.value(u"confidence"_s);
+        if (!confidence.isUndefined()
+            && (!confidence.isDouble() || confidence.toDouble() < 0.0
+                || confidence.toDouble() > 1.0))
+            throw malformed;
         const std::string spelled = text.toStdString();
         words.push_back({spelled, start.toDouble(), end.toDouble(),
-                         isHesitation(text.toLower().toStdString())});
+                         isHesitation(text.toLower().toStdString()), confidence.toDouble(1.0)});
     }
     return words;
 }
@@ -253,7 +275,13 @@ CommandRecognizer::recognizeStretch(std::span<const std::int16_t> samples,
         const std::string &path;
         ~Remove() { ::unlink(path.c_str()); }
     } remove {wav};
-    ChildProcess child(m_command, wav);
+    // The tag passed isLanguageTag (letters, digits, hyphens), so it is safe among shell
+    // words.
+    std::string command = m_command;
+    for (size_t at = command.find("{language}"); at != std::string::npos;
+         at = command.find("{language}", at + language().size()))
+        command.replace(at, std::string_view("{language}").size(), language());
+    ChildProcess child(command, wav, language());
     const Outcome outcome = child.wait(m_timeLimit, cancel);
     const std::string reason = lastLine(outcome.errors);
     if (WIFSIGNALED(outcome.status))

@@ -11,9 +11,11 @@ namespace kavel::server {
 // command is run with the path of a 16 kHz mono 16-bit WAV file appended, and must print
 // one JSON object on its standard output:
 //
-//   {"words": [{"text": "hello", "start": 0.5, "end": 0.9}, …]}
+//   {"words": [{"text": "hello", "start": 0.5, "end": 0.9, "confidence": 0.8}, …]}
 //
-// with times in seconds from the start of that file. A command that exits with a
+// with times in seconds from the start of that file; "confidence" (0 to 1) is optional.
+// The recording's language is in the environment variable KAVEL_LANGUAGE, and every
+// "{language}" in the command is replaced by it. A command that exits with a
 // non-zero status, prints anything else or runs past the time limit fails the task,
 // with the last line it wrote to its standard error as the reason.
 class CommandRecognizer final : public SpeechRecognizer

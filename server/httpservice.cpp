@@ -2,6 +2,7 @@
 
 #include "connectionfront.h"
 #include "credentials.h"
+#include "languages.h"
 #include "serverlog.h"
 
 #include <QJsonArray>
@@ -40,7 +41,6 @@ constexpr double maxPollWaitSeconds = 25.0;
 // How often a waiting poll reads the store again, for tasks recognised by workers of
 // another process, which cannot wake it.
 constexpr auto pollRecheck = std::chrono::seconds(1);
-
 
 void refuseEarly(httplib::Response &response, int status, const std::string &detail,
                  std::optional<std::int64_t> retryAfter = std::nullopt)
@@ -196,6 +196,15 @@ void HttpService::routes()
                    });
     m_server->Get(R"(/api/media/transcribe/([^/]+))",
                   [this](const Request &rq, Response &rs) { poll(rq, rs); });
+    // Asked before an upload so the client offers only what can be heard; no secret in it.
+    m_server->Get("/api/recognition/languages", [this](const Request &, Response &response) {
+        QJsonArray tags;
+        for (const std::string &tag : m_options.languages)
+            tags.append(QString::fromStdString(tag));
+        sendJson(response, 200,
+                 QJsonObject {{u"languages"_s, tags},
+                              {u"default"_s, QString::fromStdString(m_options.languages.front())}});
+    });
 
     m_server->Get("/signup", [](const Request &, Response &response) {
         response.set_content(signUpPage, "text/html; charset=utf-8");
@@ -419,9 +428,25 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     bool unstored = false;
     std::uint64_t received = 0;
     std::uint64_t size = 0;
-    // Every part counts against the room, but only the file is kept.
+    // Old clients name no language and get the recogniser's default.
+    std::optional<std::string> askedLanguage;
+    bool inLanguage = false;
+    LanguageChoice language {m_options.languages.front(), {}};
+    const auto languageDecided = [&] {
+        if (askedLanguage && language.refusal.empty() && inLanguage)
+            language = chooseLanguage(*askedLanguage, m_options.languages);
+        inLanguage = false;
+        return language.refusal.empty();
+    };
+    // Every part counts against the room, but only the file and the language are kept.
     const bool complete = content(
         [&](const httplib::MultipartFormData &part) {
+            // A language it cannot hear is refused before the file that follows is read.
+            if (!languageDecided())
+                return false;
+            inLanguage = part.name == "language" && !askedLanguage;
+            if (inLanguage)
+                askedLanguage.emplace();
             inFile = part.name == "file" && !file;
             if (inFile) {
                 originalName = part.filename;
@@ -438,12 +463,18 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
                 exceeded = true;
                 return false;
             }
+            if (inLanguage) {
+                askedLanguage->append(data, std::min<size_t>(length, 64));
+                return true;
+            }
             if (!inFile)
                 return true;
             size += length;
             unstored = !file->write(data, length);
             return !unstored;
         });
+    if (!languageDecided())
+        return refuseEarly(response, 422, language.refusal);
     if (exceeded)
         return tooLarge();
     if (unstored)
@@ -457,14 +488,15 @@ void HttpService::upload(const httplib::Request &request, httplib::Response &res
     if (!file->commit())
         return sendDetail(response, 500, "Cannot store the upload");
     try {
-        m_store.createTask(taskId, user->id, fileName, unixNow());
+        m_store.createTask(taskId, user->id, fileName, language.tag, unixNow());
     } catch (...) {
         std::remove((m_options.uploadDirectory + "/" + fileName).c_str());
         throw;
     }
     if (m_taskQueued)
         m_taskQueued();
-    logLine("task " + taskId + " queued: " + originalName + ", " + std::to_string(size) + " bytes");
+    logLine("task " + taskId + " queued: " + originalName + ", " + std::to_string(size) + " bytes, "
+            + language.tag);
     sendJson(
         response, 200,
         QJsonObject {{u"task_id"_s, QString::fromStdString(taskId)}, {u"status"_s, u"pending"_s}});

@@ -3,14 +3,15 @@
 #include "ratelimiter.h"
 #include "smssender.h"
 #include "store.h"
-#include "uploadspool.h"
 #include "taskprogress.h"
+#include "uploadspool.h"
 
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace httplib {
 class Server;
@@ -37,6 +38,9 @@ struct HttpOptions
     // The progress of the tasks this process recognises; without it a running task
     // reports none until it ends.
     TaskProgress *progress = nullptr;
+    // The languages the recogniser hears (BCP 47 tags); the first serves uploads that
+    // name none.
+    std::vector<std::string> languages {"en"};
 };
 
 class HttpService

@@ -5,6 +5,7 @@
 #include "commandrecognizer.h"
 #include "credentials.h"
 #include "httpservice.h"
+#include "languages.h"
 #include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
 #include "recognitionworkers.h"
@@ -52,6 +53,8 @@ int usage()
            "                        [--nickname NAME] --password PASSWORD\n"
            "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
            "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch,\n"
+           "  [--recognizer-languages zh,en,...] for the languages CMD hears (default en;\n"
+           "  the first serves uploads that name none; PocketSphinx hears en only),\n"
            "  and [--recognition-threads N] (default: one per core) to recognise the\n"
            "  stretches of one recording at once.\n"
            "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
@@ -174,6 +177,7 @@ const std::set<std::string> workerOptionNames {"--database",
                                                "--lease",
                                                "--recognizer-command",
                                                "--recognizer-timeout",
+                                               "--recognizer-languages",
                                                "--recognition-threads"};
 
 std::optional<WorkerSetup> workerSetup(const Options &options, const std::string &uploads,
@@ -194,6 +198,15 @@ std::optional<WorkerSetup> workerSetup(const Options &options, const std::string
     setup.command = option(options, "--recognizer-command");
     setup.commandTimeLimit = std::chrono::seconds(*timeLimit);
     setup.recognitionThreads = *recognitionThreads;
+    if (const auto languages = option(options, "--recognizer-languages")) {
+        const auto tags = parseLanguageList(*languages);
+        if (!tags || !setup.command) {
+            std::cerr << "kavel-server: --recognizer-languages takes language tags such as "
+                         "zh,en and goes with --recognizer-command\n";
+            return std::nullopt;
+        }
+        setup.options.languages = *tags;
+    }
     return setup;
 }
 
@@ -280,6 +293,7 @@ int serve(int argc, char **argv)
     std::unique_ptr<RecognitionWorkers> workers;
     LogSmsSender sms;
     http.uploadDirectory = *uploads;
+    http.languages = setup->options.languages;
     http.progress = &progress;
     WorkerSetup local = *setup;
     local.options.progress = &progress;

@@ -33,6 +33,13 @@ std::vector<size_t> ParallelRecognizer::boundaries(std::span<const std::int16_t>
     return stretchBoundaries(samples, target);
 }
 
+void ParallelRecognizer::setLanguage(std::string language)
+{
+    for (const auto &recognizer : m_recognizers)
+        recognizer->setLanguage(language);
+    SpeechRecognizer::setLanguage(std::move(language));
+}
+
 std::vector<RecognizedWord> ParallelRecognizer::recognize(std::span<const std::int16_t> samples,
                                                           const std::atomic<bool> &cancel)
 {

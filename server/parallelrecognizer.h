@@ -22,6 +22,7 @@ public:
 
     std::vector<RecognizedWord> recognize(std::span<const std::int16_t> samples,
                                           const std::atomic<bool> &cancel) override;
+    void setLanguage(std::string language) override;
 
     // Where a recording is cut for `threads` recognizers: every half minute, or shorter
     // for a short recording, so that it still keeps every thread busy (a stretch each, none

@@ -1,6 +1,7 @@
 #include "recognitionworkers.h"
 
 #include "audiodecoder.h"
+#include "languages.h"
 #include "serverlog.h"
 
 #include <QJsonArray>
@@ -160,6 +161,14 @@ void RecognitionWorkers::process(const std::string &worker, const ClaimedTask &t
     try {
         if (!recognizer)
             throw RecognitionError("Speech recognition is unavailable: " + loadError);
+        // The API node checked the language against its own list; a worker set up with
+        // another recogniser checks it against what it can hear.
+        const auto language = task.language.empty()
+            ? std::optional(m_options.languages.front())
+            : matchLanguage(task.language, m_options.languages);
+        if (!language)
+            throw RecognitionError("This worker cannot recognise " + task.language);
+        recognizer->setLanguage(*language);
         const auto started = std::chrono::steady_clock::now();
         const std::vector<std::int16_t> samples = decodeAudioForRecognition(audioPath);
         if (m_options.progress) {

@@ -31,6 +31,9 @@ struct WorkerOptions
     int maxClaims = 3;
     // Where each task's progress is told, for the requests of this process; optional.
     TaskProgress *progress = nullptr;
+    // What the recogniser hears, the first being what a task that names no language is
+    // recognised in.
+    std::vector<std::string> languages {"en"};
 };
 
 // Recognition workers: threads that claim tasks from the store, recognise their audio

@@ -58,6 +58,11 @@ public:
     using ProgressSink = std::function<void(double)>;
     void setProgressSink(ProgressSink sink) { m_progress = std::move(sink); }
 
+    // The language of the recordings recognised next (a BCP 47 tag such as "zh"), for
+    // recognisers that hear more than one; one that hears a single language ignores it.
+    virtual void setLanguage(std::string language) { m_language = std::move(language); }
+    const std::string &language() const { return m_language; }
+
 protected:
     void reportProgress(double done) const
     {
@@ -67,6 +72,7 @@ protected:
 
 private:
     ProgressSink m_progress;
+    std::string m_language;
 };
 
 // Where long audio is cut into stretches that are recognised one at a time: 0, the cut

@@ -50,6 +50,11 @@ const std::vector<std::vector<std::string>> migrations {
         "task finished' WHERE status IN ('pending', 'processing')",
         "CREATE INDEX IF NOT EXISTS tasks_waiting ON tasks (status, created_at)",
     },
+    {
+        // The language each recording is recognised in; tasks already queued keep none
+        // and are served in the recogniser's default.
+        "ALTER TABLE tasks ADD COLUMN language TEXT",
+    },
 };
 
 std::string newUuid()
@@ -295,12 +300,13 @@ bool SqlStore::consumeSmsCode(const std::string &phone, const std::string &codeD
 }
 
 void SqlStore::createTask(const std::string &id, const std::string &userId,
-                          const std::string &audioFile, std::int64_t now)
+                          const std::string &audioFile, const std::string &language,
+                          std::int64_t now)
 {
     const auto lock = exclusive();
-    run("INSERT INTO tasks (id, user_id, status, audio_file, created_at) "
-        "VALUES ($1, $2, 'pending', $3, $4)",
-        {id, userId, audioFile, now});
+    run("INSERT INTO tasks (id, user_id, status, audio_file, language, created_at) "
+        "VALUES ($1, $2, 'pending', $3, $4, $5)",
+        {id, userId, audioFile, language, now});
 }
 
 std::optional<ClaimedTask> SqlStore::claimTask(const std::string &worker, std::int64_t nowMs,
@@ -318,11 +324,12 @@ std::optional<ClaimedTask> SqlStore::claimTask(const std::string &worker, std::i
                         "lease_until = $2, claims = claims + 1 WHERE id = (SELECT id FROM tasks "
                         "WHERE status = 'pending' OR (status = 'processing' AND lease_until < $3) "
                         "ORDER BY created_at, id LIMIT 1")
-                + skipLockedRows() + ") RETURNING id, audio_file",
+                + skipLockedRows() + ") RETURNING id, audio_file, language",
             {worker, nowMs + leaseMs, nowMs});
         if (claimed.rows.empty())
             return std::nullopt;
-        return ClaimedTask {*claimed.rows.front()[0], claimed.rows.front()[1].value_or("")};
+        const auto &row = claimed.rows.front();
+        return ClaimedTask {*row[0], row[1].value_or(""), row[2].value_or("")};
     });
 }
 

@@ -39,7 +39,7 @@ public:
     bool consumeSmsCode(const std::string &phone, const std::string &codeDigest, std::int64_t now,
                         int maxAttempts) override;
     void createTask(const std::string &id, const std::string &userId, const std::string &audioFile,
-                    std::int64_t now) override;
+                    const std::string &language, std::int64_t now) override;
     std::optional<ClaimedTask> claimTask(const std::string &worker, std::int64_t nowMs,
                                          std::int64_t leaseMs, int maxClaims) override;
     bool renewLease(const std::string &id, const std::string &worker,

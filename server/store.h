@@ -33,6 +33,9 @@ struct ClaimedTask
 {
     std::string id;
     std::string audioFile;
+    // The recording's language as the upload named it; empty for tasks queued before
+    // uploads named one, which the recogniser's default serves.
+    std::string language;
 };
 
 class StoreError : public std::runtime_error
@@ -89,7 +92,8 @@ public:
     // all, after which it fails. Only the holder of the lease can finish a task, so a
     // task completes once even when a slow worker was given up for dead.
     virtual void createTask(const std::string &id, const std::string &userId,
-                            const std::string &audioFile, std::int64_t now)
+                            const std::string &audioFile, const std::string &language,
+                            std::int64_t now)
         = 0;
     virtual std::optional<ClaimedTask> claimTask(const std::string &worker, std::int64_t nowMs,
                                                  std::int64_t leaseMs, int maxClaims)

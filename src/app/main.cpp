@@ -131,6 +131,7 @@ int main(int argc, char *argv[])
     shell.settings = &settings;
     shell.store = &store;
     shell.login = &login;
+    shell.apiClient = &apiClient;
     shell.pickMedia
         = [&dialogParent](const QString &title) { return pickMediaFiles(dialogParent, title); };
     shell.pickFolder = [&dialogParent](const QString &title, const QString &startFolder) {

@@ -6,12 +6,14 @@
 #include "export/exportflow.h"
 #include "homepage.h"
 #include "maineditorview.h"
-#include "model/kavelproject.h"
 #include "model/errors.h"
+#include "model/kavelproject.h"
 #include "model/projectstore.h"
 #include "projectactions.h"
 #include "screens.h"
+#include "service/apiclient.h"
 #include "service/appstate.h"
+#include "service/recognitionlanguage.h"
 #include "service/settings.h"
 #include "symbolicons.h"
 
@@ -20,6 +22,7 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLocale>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
@@ -112,9 +115,8 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
     connect(m_editorView, &MainEditorView::renameRequested, this, [this](const QString &title) {
         if (!m_editor.project())
             return;
-        const QString refused
-            = renameProject(m_editor, *m_services.store, m_services.imports,
-                             m_editor.project()->bundlePath(), title);
+        const QString refused = renameProject(m_editor, *m_services.store, m_services.imports,
+                                              m_editor.project()->bundlePath(), title);
         if (!refused.isEmpty())
             showError(refused);
     });
@@ -368,11 +370,13 @@ void MainWindow::reportDamagedTranscript()
     box->open();
 }
 
-void MainWindow::startImport(const QList<QUrl> &urls)
+void MainWindow::startImport(const QList<QUrl> &urls, const QString &language)
 {
     ImportJob *job = nullptr;
     try {
-        job = m_services.imports->start(urls);
+        if (!language.isEmpty() && m_services.settings)
+            m_services.settings->setLastRecognitionLanguage(language);
+        job = m_services.imports->start(urls, language);
     } catch (const Error &error) {
         showError(u"无法创建项目: "_s + error.description());
         return;
@@ -500,11 +504,28 @@ void MainWindow::showImportConfirm()
     if (m_importConfirm)
         return;
     auto *dialog = new ImportConfirmDialog(m_editor, m_services.pickMedia, this);
+    dialog->setLanguage(service::initialLanguage(
+        m_services.settings ? m_services.settings->lastRecognitionLanguage() : QString(),
+        QLocale().name()));
+    if (m_services.apiClient)
+        QCoro::connect(offerRecognitionLanguages(dialog), this, [] {});
     connect(dialog, &ImportConfirmDialog::importConfirmed, this, &MainWindow::startImport);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QDialog::finished, this, [this] { m_editor.setShowImportConfirm(false); });
     m_importConfirm = dialog;
     dialog->open();
+}
+
+QCoro::Task<> MainWindow::offerRecognitionLanguages(QPointer<ImportConfirmDialog> dialog)
+{
+    try {
+        const service::RecognitionLanguages heard
+            = co_await m_services.apiClient->recognitionLanguages();
+        if (dialog)
+            dialog->setServiceLanguages(heard.languages);
+    } catch (const std::exception &) {
+        // A service that cannot say is offered every language; its upload decides.
+    }
 }
 
 void MainWindow::showLoginSheet()

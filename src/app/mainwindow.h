@@ -4,6 +4,7 @@
 #include "navigation.h"
 #include "screens.h"
 
+#include <QCoroTask>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPointer>
@@ -23,6 +24,7 @@ class ExportFlow;
 class ImportPipeline;
 class ProjectStore;
 namespace service {
+class APIClient;
 class AppState;
 class LoginModel;
 class Settings;
@@ -52,6 +54,9 @@ struct ShellServices
     std::function<std::unique_ptr<ExportFlow>()> makeExportFlow;
     // Makes the guide's demonstration player; the guide shows no video without it.
     GuidePlayerFactory makeGuidePlayer;
+    // Asked which languages the service recognises when an import is confirmed; without
+    // it every language is offered and the upload decides.
+    service::APIClient *apiClient = nullptr;
 };
 
 // The application window: the sidebar, the screen of the current destination, the File
@@ -77,9 +82,10 @@ public:
     // What a second start handed over: the first bundle among `paths` opens, media files
     // go to the import; the window comes to the front.
     void openFiles(const QStringList &paths);
-    // Makes the project for the files, opens it and queues its import; whatever else is
-    // open or importing carries on.
-    void startImport(const QList<QUrl> &urls);
+    // Makes the project for the files, opens it and queues its import, recognised in
+    // `language` (empty: the service's default); whatever else is open or importing
+    // carries on.
+    void startImport(const QList<QUrl> &urls, const QString &language = {});
     void showError(const QString &message);
     // Runs `proceed` once the open document may be left: at once when it has nothing
     // unsaved, else after the user chose 保存 (and the save worked) or 不保存; 取消 stops.
@@ -119,6 +125,7 @@ private:
     void refreshExportAction();
     void showLoginRequired();
     void showImportConfirm();
+    QCoro::Task<> offerRecognitionLanguages(QPointer<ImportConfirmDialog> dialog);
     void showLoginSheet();
     void showExportSheet();
     bool editorHasContent() const;

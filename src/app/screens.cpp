@@ -4,10 +4,12 @@
 #include "playback/guideplayerviewmodel.h"
 #include "service/appstate.h"
 #include "service/loginmodel.h"
+#include "service/recognitionlanguage.h"
 #include "service/settings.h"
 #include "symbolicons.h"
 #include "videoplayerview.h"
 
+#include <QComboBox>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -15,6 +17,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QSignalBlocker>
 #include <QSlider>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -59,6 +62,8 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     , m_add(new QPushButton(symbolIcon(u"plus"_s), u"继续添加"_s, this))
     , m_start(new QPushButton(u"开始导入"_s, this))
     , m_cancel(new QPushButton(u"取消"_s, this))
+    , m_language(new QComboBox(this))
+    , m_languageNote(new QLabel(this))
 {
     setWindowTitle(u"确认导入"_s);
     setMinimumWidth(460);
@@ -71,6 +76,17 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     m_rows->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_rowsHost);
     layout->addWidget(m_add, 0, Qt::AlignLeft);
+    auto *languageRow = new QHBoxLayout;
+    auto *languageLabel = new QLabel(tr("识别语言"), this);
+    languageLabel->setBuddy(m_language);
+    languageRow->addWidget(languageLabel);
+    languageRow->addWidget(m_language, 1);
+    layout->addLayout(languageRow);
+    m_languageNote->setWordWrap(true);
+    m_languageNote->setStyleSheet(u"color: #c0392b;"_s);
+    m_languageNote->hide();
+    layout->addWidget(m_languageNote);
+    fillLanguages(service::offeredLanguages(), u"zh"_s);
     auto *notice = new QLabel(
         u"将创建新项目并开始语音识别。\n识别过程中您可以切换到其他页面，完成后会收到系统通知。"_s,
         this);
@@ -86,9 +102,11 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     connect(m_cancel, &QPushButton::clicked, this, &QDialog::reject);
     connect(m_start, &QPushButton::clicked, this, [this] {
         const QList<QUrl> urls = m_editor.pendingImportURLs();
+        const QString chosen = language();
         accept();
-        Q_EMIT importConfirmed(urls);
+        Q_EMIT importConfirmed(urls, chosen);
     });
+    connect(m_language, &QComboBox::currentIndexChanged, this, &ImportConfirmDialog::updateStart);
     connect(m_add, &QPushButton::clicked, this, [this] {
         if (!m_pickMedia)
             return;
@@ -134,7 +152,55 @@ void ImportConfirmDialog::rebuildRows()
         });
         m_rows->addWidget(row);
     }
-    m_start->setEnabled(!urls.isEmpty());
+    updateStart();
+}
+
+QString ImportConfirmDialog::language() const
+{
+    return m_language->currentData().toString();
+}
+
+void ImportConfirmDialog::setLanguage(const QString &tag)
+{
+    QStringList tags = service::offeredLanguages(m_heard);
+    if (!tags.contains(tag))
+        tags << tag;
+    fillLanguages(tags, tag);
+}
+
+void ImportConfirmDialog::setServiceLanguages(const QStringList &heard)
+{
+    m_heard = heard;
+    QStringList tags = service::offeredLanguages(heard);
+    if (!tags.contains(language()))
+        tags << language();
+    fillLanguages(tags, language());
+}
+
+void ImportConfirmDialog::fillLanguages(const QStringList &tags, const QString &chosen)
+{
+    const QSignalBlocker quiet(m_language);
+    m_language->clear();
+    for (const QString &tag : tags) {
+        const bool heard = m_heard.isEmpty() || service::hearsLanguage(m_heard, tag);
+        m_language->addItem(heard ? service::languageName(tag)
+                                  : tr("%1（此服务暂不支持）").arg(service::languageName(tag)),
+                            tag);
+    }
+    m_language->setCurrentIndex(std::max(0, static_cast<int>(tags.indexOf(chosen))));
+    updateStart();
+}
+
+void ImportConfirmDialog::updateStart()
+{
+    const bool heard = m_heard.isEmpty() || service::hearsLanguage(m_heard, language());
+    m_languageNote->setText(heard ? QString() : service::unsupportedLanguageMessage(language()));
+    m_languageNote->setVisible(!heard);
+    m_start->setEnabled(heard && !m_editor.pendingImportURLs().isEmpty());
+    // The language is what has to change; and Return must not fall to 取消 when 开始导入
+    // cannot take it.
+    if (!heard)
+        m_language->setFocus();
 }
 
 // --- SettingsPage ----------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 
+class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -42,13 +43,26 @@ public:
     QPushButton *cancelButton() const { return m_cancel; }
     // The remove button of each row, in list order.
     QList<QPushButton *> removeButtons() const;
+    // 识别语言: one entry per offered language, its BCP 47 tag as the item's data.
+    QComboBox *languageBox() const { return m_language; }
+    // Says why the chosen language cannot be imported; hidden otherwise.
+    QLabel *languageNote() const { return m_languageNote; }
+
+    // The recording's language; one not offered yet is added.
+    QString language() const;
+    void setLanguage(const QString &tag);
+    // What the service recognises. Until it has said, every language is offered as it is;
+    // afterwards the others are marked, and choosing one explains instead of importing.
+    void setServiceLanguages(const QStringList &heard);
 
 Q_SIGNALS:
-    // 开始导入 was chosen with these files.
-    void importConfirmed(const QList<QUrl> &urls);
+    // 开始导入 was chosen with these files, spoken in `language`.
+    void importConfirmed(const QList<QUrl> &urls, const QString &language);
 
 private:
     void rebuildRows();
+    void fillLanguages(const QStringList &tags, const QString &chosen);
+    void updateStart();
 
     EditorViewModel &m_editor;
     std::function<QList<QUrl>(const QString &)> m_pickMedia;
@@ -57,6 +71,9 @@ private:
     QPushButton *m_add;
     QPushButton *m_start;
     QPushButton *m_cancel;
+    QComboBox *m_language;
+    QLabel *m_languageNote;
+    QStringList m_heard;
 };
 
 // The default export folder.

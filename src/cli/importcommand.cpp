@@ -10,9 +10,11 @@
 #include "playback/playbackclock.h"
 #include "service/apiclient.h"
 #include "service/appstate.h"
+#include "service/recognitionlanguage.h"
 #include "service/settings.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QCoroSignal>
 #include <QDir>
 #include <QFileInfo>
@@ -58,6 +60,25 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
         throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
 }
 
+// A language the service cannot recognise is refused before a project is made or a byte
+// extracted. A service from before recognition languages cannot say; its upload decides.
+void requireLanguage(service::APIClient &client, const QString &language, const Deadline &deadline)
+{
+    service::RecognitionLanguages heard;
+    try {
+        heard = awaitTask(client.recognitionLanguages(), deadline,
+                          [] { return u"语音识别失败: 连接服务器超时"_s; });
+    } catch (const service::APIError &error) {
+        if (error.statusCode() == 404)
+            return;
+        throw CommandFailure {u"语音识别失败: "_s + error.description()};
+    } catch (const Error &error) {
+        throw CommandFailure {u"语音识别失败: "_s + error.description()};
+    }
+    if (!service::hearsLanguage(heard.languages, language))
+        throw CommandFailure {service::unsupportedLanguageMessage(language)};
+}
+
 QCoro::Task<> whenEnded(ImportJob &job)
 {
     if (job.isActive())
@@ -85,10 +106,21 @@ int runImport(const QStringList &arguments)
         u"no-refine"_s,
         u"Keep the recogniser's word edges instead of moving them into the "
         "quiet beside each word."_s);
-    parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption, noRefineOption});
+    const QCommandLineOption languageOption(
+        u"language"_s,
+        u"The language spoken in the recording, a BCP 47 code such as zh or en (default: the "
+        "service's)."_s,
+        u"CODE"_s);
+    parser.addOptions(
+        {serverOption, emailOption, passwordOption, timeoutOption, noRefineOption, languageOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
         throw CommandFailure {u"--email 和 --password 需要一起给出"_s, 2};
+    const QString language = parser.value(languageOption);
+    if (parser.isSet(languageOption) && !service::isLanguageTag(language))
+        throw CommandFailure {
+            QCoreApplication::translate("ImportCommand", "无效的识别语言代码：%1").arg(language),
+            2};
     bool timeoutOk = false;
     const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
     if (!timeoutOk || !(timeoutSeconds > 0))
@@ -127,6 +159,8 @@ int runImport(const QStringList &arguments)
     timeouts.answer = std::chrono::seconds(30);
     service::APIClient client(base, timeouts, errorSink());
     signIn(client, settings, parser.value(emailOption), parser.value(passwordOption), deadline);
+    if (!language.isEmpty())
+        requireLanguage(client, language, deadline);
 
     media::mlt::MltAudioConverter converter(engine);
     SystemPlaybackClock clock;
@@ -144,7 +178,7 @@ int runImport(const QStringList &arguments)
     ImportPipeline imports(clock, std::move(services));
     ImportJob *job = nullptr;
     try {
-        job = imports.start(urls);
+        job = imports.start(urls, language);
     } catch (const Error &error) {
         throw CommandFailure {u"无法创建项目: "_s + error.description()};
     }

@@ -8,10 +8,12 @@ using namespace Qt::StringLiterals;
 
 namespace kavel {
 
-ImportJob::ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QObject *parent)
+ImportJob::ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QString language,
+                     QObject *parent)
     : QObject(parent)
     , m_urls(std::move(urls))
     , m_project(std::move(project))
+    , m_language(std::move(language))
 {
     m_status = u"等待导入..."_s;
 }

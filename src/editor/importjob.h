@@ -22,10 +22,13 @@ class ImportJob : public QObject
 public:
     enum class State { waiting, running, finished, failed };
 
-    ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QObject *parent = nullptr);
+    // `language` is the recording's (a BCP 47 tag); empty leaves it to the service.
+    ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QString language = {},
+              QObject *parent = nullptr);
     ~ImportJob() override;
 
     const QList<QUrl> &urls() const { return m_urls; }
+    const QString &language() const { return m_language; }
     const std::shared_ptr<KavelProject> &project() const { return m_project; }
     QString bundlePath() const;
 
@@ -59,6 +62,7 @@ Q_SIGNALS:
 private:
     const QList<QUrl> m_urls;
     const std::shared_ptr<KavelProject> m_project;
+    const QString m_language;
     State m_state = State::waiting;
     QString m_step;
     QString m_status;

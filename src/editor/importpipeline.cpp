@@ -9,6 +9,7 @@
 #include "model/projectpaths.h"
 #include "service/apiclient.h"
 #include "service/apierror.h"
+#include "service/recognitionlanguage.h"
 #include "timing/cutedges.h"
 #include "timing/pauses.h"
 #include "usernotifier.h"
@@ -142,7 +143,7 @@ void ImportPipeline::logLine(const QString &line) const
         m_services.log(line);
 }
 
-ImportJob *ImportPipeline::start(const QList<QUrl> &urls)
+ImportJob *ImportPipeline::start(const QList<QUrl> &urls, const QString &language)
 {
     const QString directory = m_services.projectsDirectory.isEmpty() ? projectsDirectory()
                                                                      : m_services.projectsDirectory;
@@ -151,7 +152,7 @@ ImportJob *ImportPipeline::start(const QList<QUrl> &urls)
     // Ours from the start: no other window or command may write into it while it fills.
     project->claim();
     writeNote(project->bundlePath(), u"running"_s);
-    auto *job = new ImportJob(urls, std::move(project), this);
+    auto *job = new ImportJob(urls, std::move(project), language, this);
     m_jobs.append(job);
     connect(job, &ImportJob::changed, this, [this, job] { Q_EMIT jobChanged(job); });
     connect(job, &ImportJob::ended, this, [this] {
@@ -298,7 +299,14 @@ QCoro::Task<> ImportPipeline::runSteps(ImportJob *job)
     service::TranscribeResponse task;
     const QString uploadPath = upload.audioURL.toLocalFile();
     try {
-        task = co_await m_services.apiClient->transcribe(uploadPath);
+        task = co_await m_services.apiClient->transcribe(uploadPath, job->language());
+    } catch (const service::APIError &error) {
+        removeConvertedCopies(audio);
+        // The service names the language it cannot recognise in Chinese; the user is told
+        // in the interface's language, without the status code.
+        if (error.statusCode() == 422 && error.detail().startsWith(u"此服务暂不支持识别"_s))
+            throw Error(service::unsupportedLanguageMessage(job->language()));
+        throw;
     } catch (...) {
         removeConvertedCopies(audio);
         throw;

@@ -49,8 +49,9 @@ public:
     void setReceiver(Receiver receiver) { m_receiver = std::move(receiver); }
 
     // Makes the project for `urls` now and queues its import; it starts when the imports
-    // before it have ended. Throws FileError when the bundle cannot be made.
-    ImportJob *start(const QList<QUrl> &urls);
+    // before it have ended. `language` is the recording's (empty: the service's default).
+    // Throws FileError when the bundle cannot be made.
+    ImportJob *start(const QList<QUrl> &urls, const QString &language = {});
 
     // Every import of this run, oldest first.
     QList<ImportJob *> jobs() const;

@@ -214,11 +214,18 @@ QString APIClient::mediaTypeForFile(const QString &fileName)
 }
 
 QByteArray APIClient::multipartBody(const QString &boundary, const QString &fileName,
-                                    const QString &mediaType, const QByteArray &bytes)
+                                    const QString &mediaType, const QByteArray &bytes,
+                                    const QString &language)
 {
+    // The language goes before the file, so that a service which cannot hear it says so
+    // before the recording is on its way.
+    const QByteArray languagePart = language.isEmpty()
+        ? QByteArray()
+        : "--" + boundary.toUtf8() + "\r\nContent-Disposition: form-data; name=\"language\"\r\n\r\n"
+            + language.toUtf8() + "\r\n";
     // The file name goes in as it stands, quotes and all: the service reads it back the
     // same way, and nothing we upload is named by a stranger.
-    const QByteArray head = "--" + boundary.toUtf8() + "\r\n"
+    const QByteArray head = languagePart + "--" + boundary.toUtf8() + "\r\n"
         + "Content-Disposition: form-data; name=\"file\"; filename=\"" + fileName.toUtf8()
         + "\"\r\n" + "Content-Type: " + mediaType.toUtf8() + "\r\n\r\n";
     const QByteArray tail = "\r\n--" + boundary.toUtf8() + "--\r\n";
@@ -230,7 +237,12 @@ QByteArray APIClient::multipartBody(const QString &boundary, const QString &file
     return body;
 }
 
-QCoro::Task<TranscribeResponse> APIClient::transcribe(QString filePath)
+QCoro::Task<RecognitionLanguages> APIClient::recognitionLanguages()
+{
+    co_return co_await get<RecognitionLanguages>(u"/recognition/languages"_s);
+}
+
+QCoro::Task<TranscribeResponse> APIClient::transcribe(QString filePath, QString language)
 {
     QNetworkRequest request = makeRequest(endpoint(u"/media/transcribe"_s));
     const QString boundary = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
@@ -238,7 +250,8 @@ QCoro::Task<TranscribeResponse> APIClient::transcribe(QString filePath)
 
     const QByteArray bytes = fileio::readFile(filePath);
     const QString fileName = QFileInfo(filePath).fileName();
-    QByteArray body = multipartBody(boundary, fileName, mediaTypeForFile(fileName), bytes);
+    QByteArray body
+        = multipartBody(boundary, fileName, mediaTypeForFile(fileName), bytes, language);
 
     const Reply reply = co_await send(std::move(request), "POST", std::move(body));
     if (!reply.isHttp)

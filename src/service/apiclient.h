@@ -66,10 +66,13 @@ public:
 
     template<wire::Decodable Response> QCoro::Task<Response> get(QString path);
 
-    // Uploads the whole file for recognition. An unreadable file throws FileError before
-    // anything is sent; a rejection carrying a non-empty "detail" throws
-    // APIError::httpErrorWithDetail.
-    QCoro::Task<TranscribeResponse> transcribe(QString filePath);
+    // Uploads the whole file for recognition in `language` (a BCP 47 tag; empty leaves
+    // it to the service). An unreadable file throws FileError before anything is sent; a
+    // rejection carrying a non-empty "detail" throws APIError::httpErrorWithDetail, a
+    // language the service cannot hear among them (422).
+    QCoro::Task<TranscribeResponse> transcribe(QString filePath, QString language = {});
+    // The languages the service's recogniser hears.
+    QCoro::Task<RecognitionLanguages> recognitionLanguages();
     // With `waitSeconds`, the service may hold the answer until the task moves on (its
     // status or progress changes) or that time is up; a service that does not wait
     // answers at once, which is just as right.
@@ -78,7 +81,8 @@ public:
     // Multipart pieces of the upload, exposed for the wire-format tests.
     static QString mediaTypeForFile(const QString &fileName);
     static QByteArray multipartBody(const QString &boundary, const QString &fileName,
-                                    const QString &mediaType, const QByteArray &bytes);
+                                    const QString &mediaType, const QByteArray &bytes,
+                                    const QString &language = {});
 
 private:
     struct Reply

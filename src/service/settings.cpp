@@ -88,4 +88,15 @@ void Settings::setLastExportPath(const QString &path)
     m_store->sync();
 }
 
+QString Settings::lastRecognitionLanguage() const
+{
+    return string(lastRecognitionLanguageKey).value_or(QString());
+}
+
+void Settings::setLastRecognitionLanguage(const QString &tag)
+{
+    m_store->setValue(QLatin1StringView(lastRecognitionLanguageKey), tag);
+    m_store->sync();
+}
+
 } // namespace kavel::service

@@ -60,6 +60,26 @@ QJsonObject TranscribeResponse::toJson() const
     return {{"taskId"_L1, taskId}, {"status"_L1, status}};
 }
 
+RecognitionLanguages RecognitionLanguages::fromJson(const QJsonObject &object)
+{
+    RecognitionLanguages heard;
+    const QJsonArray languages = json::requiredArray(object, "languages"_L1);
+    for (qsizetype i = 0; i < languages.size(); ++i) {
+        if (!languages.at(i).isString())
+            throw json::wrongTypeError(u"languages[%1]"_s.arg(i), "string");
+        heard.languages << languages.at(i).toString();
+    }
+    heard.defaultLanguage
+        = json::optionalString(object, "default"_L1).value_or(heard.languages.value(0));
+    return heard;
+}
+
+QJsonObject RecognitionLanguages::toJson() const
+{
+    return {{"languages"_L1, QJsonArray::fromStringList(languages)},
+            {"default"_L1, defaultLanguage}};
+}
+
 WordBlockPayload WordBlockPayload::fromJson(const QJsonObject &object)
 {
     WordBlockPayload word;

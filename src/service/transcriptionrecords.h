@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QUuid>
 #include <optional>
 
@@ -20,6 +21,18 @@ struct TranscribeResponse
     static TranscribeResponse fromJson(const QJsonObject &object);
     QJsonObject toJson() const;
     friend bool operator==(const TranscribeResponse &, const TranscribeResponse &) = default;
+};
+
+// What the service's recogniser hears (BCP 47 tags) and what it assumes for an upload
+// that names no language.
+struct RecognitionLanguages
+{
+    QStringList languages;
+    QString defaultLanguage;
+
+    static RecognitionLanguages fromJson(const QJsonObject &object);
+    QJsonObject toJson() const;
+    friend bool operator==(const RecognitionLanguages &, const RecognitionLanguages &) = default;
 };
 
 struct WordBlockPayload

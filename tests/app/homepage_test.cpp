@@ -1,8 +1,10 @@
 #include "app/filemanager.h"
 #include "app/screens.h"
+#include "service/recognitionlanguage.h"
 #include "shellfixture.h"
 #include "support/privatebus.h"
 
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -171,7 +173,8 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     EXPECT_TRUE(vm.showImportConfirm());
 
     // Signed in, a click asks for files and a drop brings its own, which the window's
-    // confirmation then edits.
+    // confirmation then edits. It offers the language used last.
+    settings.setLastRecognitionLanguage(u"ja"_s);
     makeWindow();
     vm.setShowImportConfirm(false);
     QTest::mouseClick(home->uploadZone(), Qt::LeftButton);
@@ -191,8 +194,38 @@ TEST_F(HomePageTest, ClickedOrDroppedFilesWaitForASignInAndThenForTheConfirmatio
     EXPECT_EQ(confirm->removeButtons().size(), 1);
     confirm->addButton()->click();
     EXPECT_EQ(vm.pendingImportURLs(), files.mid(1) + filesToPick);
-    confirm->cancelButton()->click();
+
+    // 识别语言: every language as it is until the service has said what it recognises;
+    // then the others are marked, and choosing one explains instead of importing.
+    const auto offered = [confirm] {
+        QStringList items;
+        for (int i = 0; i < confirm->languageBox()->count(); ++i)
+            items << confirm->languageBox()->itemText(i);
+        return items.mid(0, 3).join(u' ');
+    };
+    EXPECT_EQ(confirm->language(), u"ja"_s);
+    EXPECT_EQ(offered(), u"中文 英文 日文"_s);
+    EXPECT_TRUE(confirm->startButton()->isEnabled());
+    confirm->setServiceLanguages({u"en"_s});
+    EXPECT_EQ(offered(), u"中文（此服务暂不支持） 英文 日文（此服务暂不支持）"_s);
+    EXPECT_EQ(confirm->language(), u"ja"_s);
+    EXPECT_FALSE(confirm->startButton()->isEnabled());
+    EXPECT_FALSE(confirm->languageNote()->isHidden());
+    EXPECT_EQ(confirm->languageNote()->text(),
+              u"此服务暂不支持识别日文，请联系管理员配置日文识别"_s);
+    confirm->languageBox()->setCurrentIndex(1);
+    EXPECT_TRUE(confirm->languageNote()->isHidden());
+    ASSERT_TRUE(confirm->startButton()->isEnabled());
+    // The choice goes with the import and is offered first next time.
+    confirm->startButton()->click();
     EXPECT_FALSE(vm.showImportConfirm());
+    ASSERT_FALSE(imports.jobs().isEmpty());
+    EXPECT_EQ(imports.jobs().constLast()->language(), u"en"_s);
+    EXPECT_EQ(settings.lastRecognitionLanguage(), u"en"_s);
+    // Before any import: the interface's language, Chinese when it says nothing.
+    EXPECT_EQ(service::initialLanguage({}, u"en_GB"_s), u"en"_s);
+    EXPECT_EQ(service::initialLanguage({}, u"zh_TW"_s), u"zh"_s);
+    EXPECT_EQ(service::initialLanguage({}, u"C"_s), u"zh"_s);
 }
 
 // Stands for the desktop's file manager on the bus.

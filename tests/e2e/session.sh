@@ -93,12 +93,14 @@ server_listening() {
 wait_for 30 "kavel-server start" server_listening
 port=$(grep -oE 'listening on http://127\.0\.0\.1:[0-9]+' "$work/server.log" | grep -oE '[0-9]+$')
 
-# The editor's preferences: where the service is, and an export folder so that the export
-# dialog needs no folder picker.
+# The editor's preferences: where the service is, an export folder so that the export
+# dialog needs no folder picker, and the language the recordings are spoken in (flite's
+# English, which PocketSphinx recognises) as if the last import had used it.
 cat >"$home/.config/Kavel/Kavel.conf" <<EOF
 [General]
 apiBaseURL=http://127.0.0.1:$port/api
 defaultExportPath=$exports
+lastRecognitionLanguage=${recognition_language:-en}
 EOF
 
 step="making the recording"

@@ -2,6 +2,7 @@
 // sound, a kavel-server on loopback recognising it.
 
 #include "editor/importpipeline.h"
+#include "export/subtitlewriter.h"
 #include "generatedmedia.h"
 #include "importfakes.h"
 #include "media/mlt/mltaudioconverter.h"
@@ -91,9 +92,10 @@ protected:
     }
 
     // Imports the files and returns the import once it has ended.
-    static ImportJob *import(ImportPipeline &imports, const QList<QUrl> &urls)
+    static ImportJob *import(ImportPipeline &imports, const QList<QUrl> &urls,
+                             const QString &language = {})
     {
-        ImportJob *job = imports.start(urls);
+        ImportJob *job = imports.start(urls, language);
         EXPECT_TRUE(QTest::qWaitFor([job] { return !job->isActive(); }, 60000));
         return job;
     }
@@ -175,6 +177,73 @@ TEST_F(ImportEndToEnd, SpokenAudioFilesBecomeTranscriptsOfTheirOwnProjects)
     EXPECT_EQ(log.lines->filter(u"[AudioExtract] Completed: audio_"_s).size(), 2) << "converted";
     const QPair<QString, QString> ready {u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s};
     EXPECT_EQ(notifier.delivered, (QList<QPair<QString, QString>> {ready, ready}));
+}
+
+// A service whose recogniser is whisper.cpp behind kavel-whisper-bridge (a stand-in that
+// answers as whisper.cpp does): a Chinese recording comes back as Chinese words, a word
+// per character, and reads as Chinese phrases in subtitles; a language the service does
+// not recognise is refused at the upload in the user's words.
+TEST_F(ImportEndToEnd, ChineseRecordingsComeBackAsChineseWordsAndSubtitles)
+{
+    QTemporaryDir models;
+    const QString model = models.filePath(u"ggml-small.bin"_s);
+    writeFile(model, "ggml");
+    ServerProcess whisper;
+    QString error;
+    ASSERT_TRUE(whisper.addUser(u"w@example.com"_s, {}, u"pw"_s, &error)) << error.toStdString();
+    ASSERT_TRUE(whisper.start(&error,
+                              {u"--recognizer-command"_s,
+                               programPath(u"kavel-whisper-bridge"_s) + u" --whisper "_s
+                                   + programPath(u"whisper-standin"_s) + u" --model "_s + model,
+                               u"--recognizer-languages"_s, u"zh,en"_s, u"--recognition-threads"_s,
+                               u"1"_s}))
+        << error.toStdString();
+    service::APIClient client(whisper.apiBaseUrl(), service::SessionTimeouts {}, {});
+    signIn(client, u"w@example.com"_s, u"pw"_s);
+    EXPECT_EQ(runTask(client.recognitionLanguages()).get().languages,
+              (QStringList {u"zh"_s, u"en"_s}));
+    auto imports = makeImports(client);
+
+    const struct
+    {
+        QString language;
+        QStringList words; // empty: refused
+        QStringList phrases;
+    } cases[] = {
+        {u"zh"_s,
+         u"大 家 好， 今 天 讲 剪 辑。 谢 谢 再 见"_s.split(u' '),
+         {u"大家好，今天讲剪辑。"_s, u"谢谢再见"_s}},
+        {u"en-US"_s, u"Hello, world. It's Kavel!"_s.split(u' '), {u"Hello, world. It's Kavel!"_s}},
+        {u"ja"_s, {}, {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.language.toStdString());
+        ImportJob *job = import(*imports, {media(u"speech.wav"_s)}, c.language);
+        if (c.words.isEmpty()) {
+            EXPECT_EQ(job->state(), ImportJob::State::failed);
+            EXPECT_EQ(job->status(),
+                      u"语音识别失败: 此服务暂不支持识别日文，请联系管理员配置日文识别"_s);
+            continue;
+        }
+        ASSERT_EQ(job->state(), ImportJob::State::finished) << job->status().toStdString();
+        const auto saved = KavelProject::load(job->project()->bundleURL());
+        const QList<WordBlock> words = flattenParagraphs(saved->paragraphs());
+        QStringList texts;
+        for (const WordBlock &word : words)
+            texts << word.text;
+        EXPECT_EQ(texts, c.words);
+        // The stand-in's times, inside the recording.
+        ASSERT_FALSE(words.isEmpty());
+        EXPECT_NEAR(words.first().mediaStart, c.language == u"zh"_s ? 0.4 : 0.3, 1e-6);
+        EXPECT_LT(words.last().mediaEnd, 6.0);
+        const QList<SubtitleCue> cues
+            = subtitleCues(words, planComposition(words, {{}}), SubtitleCues::phrases);
+        QStringList phrases;
+        for (const SubtitleCue &cue : cues)
+            phrases << cue.text;
+        EXPECT_EQ(phrases, c.phrases);
+    }
+    EXPECT_TRUE(whisper.log().contains(u"bytes, zh"_s)) << whisper.log().toStdString();
 }
 
 TEST_F(ImportEndToEnd, ServiceFailuresEndTheProjectFailedAndSayWhy)
@@ -274,9 +343,21 @@ TEST_F(ImportEndToEnd, CommandLineImportPrintsTheTranscribedBundle)
     const auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
     expectSpeech(project->paragraphs(), project->metadata().sourceFiles.first().id);
 
-    // Without a session or credentials nothing is created.
+    // Without a session or credentials, or in a language this PocketSphinx service cannot
+    // recognise, nothing is created.
     const QStringList signedOut {media(u"speech.wav"_s).toLocalFile(), u"--server"_s, url};
     EXPECT_EQ(importWithCli(projects.path(), signedOut).exitCode, 1);
+    const CliRun chinese = importWithCli(projects.path(),
+                                         signedOut
+                                             + QStringList {u"--email"_s, email, u"--password"_s,
+                                                            password, u"--language"_s, u"zh-CN"_s});
+    EXPECT_EQ(chinese.exitCode, 1);
+    EXPECT_EQ(chinese.errors.trimmed().section(u'\n', -1),
+              u"kavel-cli: 此服务暂不支持识别中文，请联系管理员配置中文识别"_s);
+    const CliRun malformed
+        = importWithCli(projects.path(), signedOut + QStringList {u"--language"_s, u"zh;ls"_s});
+    EXPECT_EQ(malformed.exitCode, 2);
+    EXPECT_EQ(malformed.errors.trimmed(), u"kavel-cli: 无效的识别语言代码：zh;ls"_s);
     EXPECT_EQ(QDir(projects.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
 }
 

@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QHostAddress>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -142,6 +143,13 @@ TEST_F(ExposedServer, CommandsRefuseWhatIsUnsafeOrIncomplete)
          "a user with this e-mail address or phone number exists"},
         {addUser, 2, "usage:"},
         {{u"serve"_s, u"--prot"_s, u"1"_s}, 2, "usage:"},
+        // PocketSphinx hears English only; a command names what it hears in tags.
+        {serve + QStringList {u"--recognizer-languages"_s, u"zh"_s}, 2,
+         "goes with --recognizer-command"},
+        {serve
+             + QStringList {u"--recognizer-command"_s, u"true"_s, u"--recognizer-languages"_s,
+                            u"zh,,en"_s},
+         2, "takes language tags such as zh,en"},
     };
     for (const auto &[arguments, exitCode, says] : refusals) {
         ServerCommand refused(arguments);
@@ -193,11 +201,27 @@ TEST_F(ExposedServer, BodiesAreRefusedFromTheirHeadersAlone)
 
     const QByteArray upload = "POST /api/media/transcribe HTTP/1.1\r\nHost: k\r\n"
                               "Content-Type: multipart/form-data; boundary=b\r\n";
+    // A language the recogniser cannot hear is refused as soon as its part has arrived,
+    // before the hundred megabytes that follow; old clients name none.
+    const auto inLanguage = [&](const QByteArray &language) -> QByteArray {
+        return upload + "Authorization: Bearer " + token
+            + "\r\nContent-Length: 104857600\r\n\r\n--b\r\nContent-Disposition: form-data; "
+              "name=\"language\"\r\n\r\n"
+            + language
+            + "\r\n--b\r\nContent-Disposition: form-data; name=\"file\"; "
+              "filename=\"a.wav\"\r\n\r\nRIFF";
+    };
     const struct
     {
         QByteArray head;
         const char *status;
+        const char *detail = "";
     } cases[] = {
+        {inLanguage("zh"), "422", "此服务暂不支持识别中文，请联系管理员配置中文识别"},
+        {inLanguage("ja-JP"), "422", "此服务暂不支持识别日文，请联系管理员配置日文识别"},
+        {inLanguage("x;rm -rf"), "422", "识别语言代码无效"},
+        {inLanguage("en-US"), ""},
+        {inLanguage(""), ""},
         {upload + "Content-Length: 2147483000\r\n\r\n", "401"},
         {upload + "Transfer-Encoding: chunked\r\n\r\n", "401"},
         {upload + "Authorization: Bearer " + token + "\r\nContent-Length: 3221225472\r\n\r\n",
@@ -205,11 +229,18 @@ TEST_F(ExposedServer, BodiesAreRefusedFromTheirHeadersAlone)
         {"POST /api/auth/login HTTP/1.1\r\nHost: k\r\nContent-Length: 1000000\r\n\r\n", "413"},
         {"POST /api/auth/login HTTP/1.1\r\nHost: k\r\nTransfer-Encoding: chunked\r\n\r\n", "413"},
     };
-    for (const auto &[head, status] : cases) {
+    for (const auto &[head, status, detail] : cases) {
+        // No status: it waits for the rest of the body.
         const QByteArray answer = answerTo(port, head);
-        EXPECT_TRUE(answer.startsWith(QByteArray(QByteArray("HTTP/1.1 ") + status)))
+        EXPECT_EQ(answer.left(12), *status ? "HTTP/1.1 " + QByteArray(status) : QByteArray())
             << head.toStdString() << " -> " << answer.toStdString();
+        EXPECT_TRUE(answer.contains(detail)) << answer.toStdString();
     }
+
+    const auto languages = client.Get("/api/recognition/languages");
+    ASSERT_TRUE(languages && languages->status == 200);
+    EXPECT_EQ(QJsonDocument::fromJson(QByteArray::fromStdString(languages->body)).object(),
+              (QJsonObject {{u"languages"_s, QJsonArray {u"en"_s}}, {u"default"_s, u"en"_s}}));
 }
 
 TEST_F(ExposedServer, GuessesSlowDownTheirOwnAddressAndNeverLockOutTheOwner)

@@ -112,13 +112,15 @@ std::string script(const QTemporaryDir &dir, const char *name, const std::string
     return file.toStdString();
 }
 
-// Words with their times to the microsecond and a * on fillers, to compare in one go.
+// Words with their times to the microsecond, a * on fillers and ~ with the confidence of
+// uncertain ones, to compare in one go.
 QString shown(const std::vector<RecognizedWord> &words)
 {
     QStringList shown;
     for (const RecognizedWord &word : words)
         shown << QString::fromStdString(word.text) + u'@' + QString::number(word.start, 'f', 6)
-                + u'-' + QString::number(word.end, 'f', 6) + (word.isFiller ? u"*"_s : QString());
+                + u'-' + QString::number(word.end, 'f', 6) + (word.isFiller ? u"*"_s : QString())
+                + (word.confidence < 1.0 ? u"~"_s + QString::number(word.confidence) : QString());
     return shown.join(u' ');
 }
 
@@ -139,30 +141,38 @@ std::vector<std::int16_t> humWithPauses()
 TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGiveTheReason)
 {
     QTemporaryDir dir;
-    // Names the WAV file's size and format, so the test sees what the command was given.
-    const std::string command = script(
-        dir, "bytes.sh",
-        R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5}]}' \
-             "$(stat -c %s "$1")-$(head -c 4 "$1")-$(od -An -tu4 -j24 -N4 "$1" | tr -d ' ')")sh");
+    // Names the WAV file's size and format and the language it was told in both ways, so
+    // the test sees what the command was given.
+    const std::string command
+        = script(
+              dir, "bytes.sh",
+              R"sh(printf '{"words":[{"text":"%s","start":0.5,"end":0.75},{"text":"Um","start":1,"end":1.5,"confidence":0.25}]}' \
+             "$(stat -c %s "$2")-$(head -c 4 "$2")-$(od -An -tu4 -j24 -N4 "$2" | tr -d ' ')-$KAVEL_LANGUAGE$1")sh")
+        + " /{language}";
     const auto make = [&command] {
-        return std::make_unique<CommandRecognizer>(command, std::chrono::seconds(20));
+        auto recognizer = std::make_unique<CommandRecognizer>(command, std::chrono::seconds(20));
+        recognizer->setLanguage("en");
+        return recognizer;
     };
     const std::vector<std::int16_t> samples = humWithPauses();
     const std::atomic<bool> cancel = false;
-    const std::vector<RecognizedWord> words = make()->recognize(samples, cancel);
+    const auto zh = make();
+    zh->setLanguage("zh");
+    const std::vector<RecognizedWord> words = zh->recognize(samples, cancel);
     // What one recognizer hears working through the stretches cut at `cuts`, in turn.
-    const auto heardIn = [](const std::vector<size_t> &cuts) {
+    const auto heardIn = [](const std::vector<size_t> &cuts, const std::string &language) {
         QStringList expected;
         for (size_t stretch = 0; stretch + 1 < cuts.size(); ++stretch) {
             const double offset = static_cast<double>(cuts[stretch]) / 16000.0;
             const auto bytes = std::to_string(44 + 2 * (cuts[stretch + 1] - cuts[stretch]));
-            expected << shown({{bytes + "-RIFF-16000", offset + 0.5, offset + 0.75, false},
-                               {"Um", offset + 1.0, offset + 1.5, true}});
+            expected << shown({{bytes + "-RIFF-16000-" + language + "/" + language, offset + 0.5,
+                                offset + 0.75, false},
+                               {"Um", offset + 1.0, offset + 1.5, true, 0.25}});
         }
         return expected.join(u' ');
     };
     ASSERT_EQ(stretchBoundaries(samples).size(), 4u);
-    EXPECT_EQ(shown(words), heardIn(stretchBoundaries(samples)));
+    EXPECT_EQ(shown(words), heardIn(stretchBoundaries(samples), "zh"));
 
     // Stretches recognised at once come back as if one recognizer had worked through the
     // same stretches in turn. They are shorter the more threads there are, so that a short
@@ -176,13 +186,14 @@ TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGi
             EXPECT_GE(cuts[i + 1] - cuts[i], 3 * 16000u) << threads << " threads, stretch " << i;
         previousCuts = cuts;
         ParallelRecognizer parallel(make, threads);
+        parallel.setLanguage("ja");
         std::vector<double> told;
         std::mutex toldMutex;
         parallel.setProgressSink([&](double done) {
             const std::lock_guard lock(toldMutex);
             told.push_back(done);
         });
-        EXPECT_EQ(shown(parallel.recognize(samples, cancel)), heardIn(cuts))
+        EXPECT_EQ(shown(parallel.recognize(samples, cancel)), heardIn(cuts, "ja"))
             << threads << " threads";
         // One report per stretch, the last one for the whole recording.
         EXPECT_EQ(told.size(), cuts.size() - 1) << threads;
@@ -198,6 +209,8 @@ TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGi
          "failed with exit status 3: no model in /srv/asr"},
         {"echo 'hello world'", "did not print {\"words\""},
         {R"sh(echo '{"words":[{"text":"a","start":2,"end":1}]}')sh", "did not print"},
+        {R"sh(echo '{"words":[{"text":"a","start":1,"end":2,"confidence":1.5}]}')sh",
+         "did not print"},
         {"exec sleep 30", "took longer than 1 s"},
     };
     for (const auto &[body, reason] : cases) {
@@ -222,6 +235,41 @@ TEST(RecognizerCommand, StretchesAreWavsWhoseWordsShiftToTheirPlaceAndFailuresGi
     }
     EXPECT_TRUE(QDir(dir.path()).entryList({u"kavel-stretch-*"_s}).isEmpty())
         << "temporary WAV files are removed";
+}
+
+// whisper.cpp's tokens become words: a character each in Chinese, sharing a token's time,
+// a character split over two tokens put back together; sub-word pieces joined in English;
+// punctuation on the word before; markers dropped; times inside the stretch and in order.
+TEST(RecognizerCommand, WhisperTokensBecomeWordsThroughTheBridge)
+{
+    QTemporaryDir dir;
+    const QString model = dir.filePath(u"ggml-small.bin"_s);
+    writeFile(model, "ggml");
+    const std::string bridge = programPath(u"kavel-whisper-bridge"_s).toStdString() + " --whisper "
+        + programPath(u"whisper-standin"_s).toStdString() + " --model ";
+    const std::vector<std::int16_t> fiveSeconds(5 * 16000, 0);
+    const std::atomic<bool> cancel = false;
+    const auto heard = [&](const std::string &command, const std::string &language) {
+        CommandRecognizer recognizer(command, std::chrono::seconds(20));
+        recognizer.setLanguage(language);
+        return shown(recognizer.recognize(fiveSeconds, cancel));
+    };
+    EXPECT_EQ(heard(bridge + model.toStdString(), "zh"),
+              u"大@0.400000-0.700000~0.95 家@0.700000-1.000000~0.95 好，@1.000000-1.300000~0.9 "
+              "今@1.600000-1.800000~0.97 天@1.800000-2.000000~0.97 讲@2.000000-2.200000~0.42 "
+              "剪@2.200000-2.400000~0.8 辑。@2.400000-2.600000~0.8 谢@2.600000-2.975000~0.97 "
+              "谢@2.975000-3.400000~0.97 再@3.600000-4.800000~0.97 见@4.800000-5.000000~0.97"_s);
+    EXPECT_EQ(heard(bridge + model.toStdString(), "en-GB"),
+              u"Hello,@0.300000-0.700000~0.97 world.@0.900000-1.300000~0.97 "
+              "It's@1.800000-2.150000~0.97 Kavel!@2.200000-2.700000~0.3"_s);
+    try {
+        heard(bridge + "/no/such/model.bin", "zh");
+        ADD_FAILURE() << "a missing model fails the task";
+    } catch (const RecognitionError &error) {
+        EXPECT_NE(std::string(error.what()).find("no whisper.cpp model at /no/such/model.bin"),
+                  std::string::npos)
+            << error.what();
+    }
 }
 
 // A decoder must not carry anything from one recording to the next: the same lesson heard

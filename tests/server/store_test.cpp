@@ -80,19 +80,23 @@ TEST_P(StoreBehaviour, LeasesDecideWhoMayFinishATask)
 {
     Store &db = *store;
     const std::string user = db.addUser("q@b.c", std::nullopt, std::nullopt, "hash").id;
-    db.createTask("t1", user, "t1.wav", 1);
-    db.createTask("t2", user, "t2.wav", 2);
+    db.createTask("t1", user, "t1.wav", "en", 1);
+    db.createTask("t2", user, "t2.wav", "zh-CN", 2);
 
     // Oldest first, one worker each, nothing left for a third.
     EXPECT_EQ(db.claimTask("a", 1000, 100, 3)->audioFile, "t1.wav");
-    EXPECT_EQ(db.claimTask("b", 1000, 100, 3)->id, "t2");
+    const auto second = db.claimTask("b", 1000, 100, 3);
+    EXPECT_EQ(second->id, "t2");
+    EXPECT_EQ(second->language, "zh-CN") << "the recogniser is told the recording's language";
     EXPECT_FALSE(db.claimTask("c", 1000, 100, 3));
 
     // A renews; b goes quiet and its task passes to c once the lease has run out.
     EXPECT_FALSE(db.renewLease("t1", "b", 2000));
     EXPECT_TRUE(db.renewLease("t1", "a", 2000));
     EXPECT_FALSE(db.claimTask("c", 1100, 100, 3)) << "a lease lasts until its end";
-    EXPECT_EQ(db.claimTask("c", 1500, 100, 3)->id, "t2");
+    const auto retaken = db.claimTask("c", 1500, 100, 3);
+    EXPECT_EQ(retaken->id, "t2");
+    EXPECT_EQ(retaken->language, "zh-CN");
     EXPECT_FALSE(db.completeTask("t2", "b", "[1]")) << "b lost its lease";
     EXPECT_TRUE(db.completeTask("t2", "c", "[2]"));
     EXPECT_FALSE(db.completeTask("t2", "c", "[3]")) << "a task completes once";
@@ -103,7 +107,7 @@ TEST_P(StoreBehaviour, LeasesDecideWhoMayFinishATask)
     EXPECT_EQ(db.task("t1")->errorMessage, "no speech");
 
     // A stopping worker gives its task back whole.
-    db.createTask("t3", user, "t3.wav", 3);
+    db.createTask("t3", user, "t3.wav", "en", 3);
     EXPECT_EQ(db.claimTask("a", 3000, 100, 1)->id, "t3");
     db.releaseTask("t3", "a");
     EXPECT_EQ(db.task("t3")->status, "pending");
@@ -115,9 +119,10 @@ TEST_P(StoreBehaviour, LeasesDecideWhoMayFinishATask)
     EXPECT_TRUE(db.task("t3")->errorMessage->find("interrupted") != std::string::npos);
 
     // Only a user's unfinished tasks count against their uploads, claimed or not.
-    db.createTask("t4", db.addUser("r@b.c", std::nullopt, std::nullopt, "hash").id, "t4.wav", 4);
-    db.createTask("t5", user, "t5.wav", 5);
-    db.createTask("t6", user, "t6.wav", 6);
+    db.createTask("t4", db.addUser("r@b.c", std::nullopt, std::nullopt, "hash").id, "t4.wav", "en",
+                  4);
+    db.createTask("t5", user, "t5.wav", "en", 5);
+    db.createTask("t6", user, "t6.wav", "en", 6);
     EXPECT_EQ(db.claimTask("a", 4000, 100, 1)->id, "t4");
     EXPECT_EQ(db.claimTask("a", 4000, 100, 1)->id, "t5");
     auto waiting = db.waitingUploads(user);
@@ -150,11 +155,11 @@ TEST(SqliteStore, FilesAreTheOwnersAloneAndOldFilesAreAdopted)
     sqlite3_close(old);
 
     auto store = openStore(path);
-    EXPECT_EQ(store->schemaVersion(), 2);
+    EXPECT_EQ(store->schemaVersion(), 3);
     EXPECT_EQ(store->findUserByAccount("o@b.c")->id, "u");
     EXPECT_EQ(store->task("t")->status, "failed") << "its audio was never kept";
     store.reset();
-    EXPECT_EQ(openStore(path)->schemaVersion(), 2) << "reopening migrates nothing again";
+    EXPECT_EQ(openStore(path)->schemaVersion(), 3) << "reopening migrates nothing again";
 
     const std::string fresh = dir.filePath(QStringLiteral("new.db")).toStdString();
     store = openStore(fresh);

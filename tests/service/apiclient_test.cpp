@@ -59,6 +59,15 @@ TEST_F(APIClientAgainstServer, SignedInClientsReachOnlyTheirOwnTasksAndLogNoSecr
     const QString notAudio = dir.filePath(u"notes.M4A"_s);
     writeFile(notAudio, "this is not an audio file");
     const TranscribeResponse accepted = runTask(client->transcribe(notAudio)).get();
+    // PocketSphinx recognises English only: an upload in English is taken, one in Chinese
+    // refused with a reason the user can read.
+    EXPECT_EQ(runTask(client->recognitionLanguages()).get(),
+              (RecognitionLanguages {{u"en"_s}, u"en"_s}));
+    EXPECT_FALSE(runTask(client->transcribe(notAudio, u"en-GB"_s)).get().taskId.isEmpty());
+    const auto chinese = runTask(client->transcribe(notAudio, u"zh"_s)).errorAs<APIError>();
+    ASSERT_TRUE(chinese);
+    EXPECT_EQ(chinese->statusCode(), 422);
+    EXPECT_EQ(chinese->detail(), u"此服务暂不支持识别中文，请联系管理员配置中文识别"_s);
     EXPECT_EQ(runTask(client->getTranscriptionResult(accepted.taskId)).get().taskId,
               accepted.taskId);
 
