@@ -6,7 +6,7 @@
 #include "model/errors.h"
 #include "projectcommands.h"
 
-#include <QCoreApplication>
+#include <QGuiApplication>
 #include <functional>
 
 using namespace Qt::StringLiterals;
@@ -47,7 +47,8 @@ const QList<Command> &commands()
         {u"export"_s,
          u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
          "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt|--vtt] "
-         "[--subtitles words|phrases] [--interchange mlt|edl|fcpxml]"_s,
+         "[--subtitles words|phrases] [--interchange mlt|edl|fcpxml] "
+         "[--burn-subtitles [--caption-size small|medium|large]]"_s,
          u"write the edited result as a movie, sound and subtitles"_s, runExport},
     };
     return table;
@@ -69,7 +70,12 @@ void printHelp()
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    // Captions burned into a movie are drawn with Qt's fonts, which need the GUI side of
+    // Qt; this tool never shows a window, so it runs on the display-less platform with
+    // fontconfig's fonts.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "minimal:enable_fonts");
+    QGuiApplication app(argc, argv);
     QCoreApplication::setOrganizationName(u"Kavel"_s);
     QCoreApplication::setApplicationName(u"Kavel"_s);
 
