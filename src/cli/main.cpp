@@ -7,7 +7,10 @@
 #include "projectcommands.h"
 
 #include <QGuiApplication>
+#include <algorithm>
+#include <cstring>
 #include <functional>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace kavel::cli;
@@ -71,11 +74,16 @@ void printHelp()
 int main(int argc, char *argv[])
 {
     // Captions burned into a movie are drawn with Qt's fonts, which need the GUI side of
-    // Qt; this tool never shows a window, so it runs on the display-less platform with
-    // fontconfig's fonts.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    // Qt. Only that run pays for it; it never shows a window, so it runs on the
+    // display-less platform with fontconfig's fonts whatever the desktop asks of Qt
+    // programs, and works without a display.
+    const bool drawsText = argc > 1 && std::strcmp(argv[1], "export") == 0
+        && std::any_of(argv + 2, argv + argc,
+                       [](const char *a) { return std::strcmp(a, "--burn-subtitles") == 0; });
+    if (drawsText)
         qputenv("QT_QPA_PLATFORM", "minimal:enable_fonts");
-    QGuiApplication app(argc, argv);
+    const std::unique_ptr<QCoreApplication> app(drawsText ? new QGuiApplication(argc, argv)
+                                                          : new QCoreApplication(argc, argv));
     QCoreApplication::setOrganizationName(u"Kavel"_s);
     QCoreApplication::setApplicationName(u"Kavel"_s);
 
