@@ -78,6 +78,8 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     , m_subtitleStyle(new QComboBox(this))
     , m_interchange(new QCheckBox(u"项目交换文件"_s, this))
     , m_interchangeFormat(new QComboBox(this))
+    , m_burnIn(new QCheckBox(tr("字幕烧录"), this))
+    , m_captionSize(new QComboBox(this))
     , m_progress(new QProgressBar(this))
     , m_outcome(new QLabel(this))
     , m_reveal(new QPushButton(symbolIcon(u"folder"_s), u"打开所在文件夹"_s, this))
@@ -107,6 +109,13 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
                                        {interchange::Format::edl, u"CMX 3600 EDL"_s},
                                        {interchange::Format::fcpxml, u"FCPXML 1.9"_s}})
         m_interchangeFormat->addItem(text, int(format));
+    fillCombo<CaptionSize>(m_captionSize, [](CaptionSize size) {
+        return size == CaptionSize::small ? tr("小")
+                                          : (size == CaptionSize::medium ? tr("中") : tr("大"));
+    });
+    m_burnIn->setIcon(symbolIcon(u"captions.bubble"_s));
+    m_burnIn->setToolTip(tr("把字幕画进视频画面，按“字幕”一栏选的逐词或按句"));
+    m_captionSize->setToolTip(tr("字幕文字的大小，随画面高度缩放"));
 
     auto *layout = new QVBoxLayout(this);
     auto *form = new QFormLayout;
@@ -140,6 +149,11 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     interchangeRow->addWidget(m_interchangeFormat);
     interchangeRow->addStretch(1);
     form->addRow(interchangeRow);
+    auto *burnInRow = new QHBoxLayout;
+    burnInRow->addWidget(m_burnIn);
+    burnInRow->addWidget(m_captionSize);
+    burnInRow->addStretch(1);
+    form->addRow(burnInRow);
     layout->addLayout(form);
     m_progress->setRange(0, 1000);
     m_progress->setTextVisible(false);
@@ -169,10 +183,10 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
         s.outputPath = QUrl::fromLocalFile(folder);
         m_flow.setSettings(s);
     });
-    for (QCheckBox *box : {m_video, m_audio, m_subtitles, m_interchange})
+    for (QCheckBox *box : {m_video, m_audio, m_subtitles, m_interchange, m_burnIn})
         connect(box, &QCheckBox::toggled, this, &ExportDialog::applyControls);
     for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat, m_subtitleFormat,
-                           m_subtitleStyle, m_interchangeFormat})
+                           m_subtitleStyle, m_interchangeFormat, m_captionSize})
         connect(box, &QComboBox::activated, this, &ExportDialog::applyControls);
     connect(m_title, &QLineEdit::textEdited, this, &ExportDialog::applyControls);
     connect(&flow, &ExportFlow::settingsChanged, this, &ExportDialog::showSettings);
@@ -233,7 +247,7 @@ void ExportDialog::showSettings()
     if (m_title->text() != s.title)
         m_title->setText(s.title);
     m_folderLabel->setText(s.outputPath ? s.outputPath->toLocalFile() : u"未选择"_s);
-    const QSignalBlocker b1(m_video), b2(m_audio), b3(m_subtitles), b4(m_interchange);
+    const QSignalBlocker b1(m_video), b2(m_audio), b3(m_subtitles), b4(m_interchange), b5(m_burnIn);
     m_video->setChecked(s.videoEnabled);
     m_audio->setChecked(s.audioEnabled);
     m_subtitles->setChecked(s.subtitleEnabled);
@@ -242,7 +256,13 @@ void ExportDialog::showSettings()
     selectIn(m_subtitleStyle, s.subtitleStyle);
     selectIn(m_interchangeFormat, s.interchangeFormat);
     m_subtitleFormat->setEnabled(s.subtitleEnabled);
-    m_subtitleStyle->setEnabled(s.subtitleEnabled);
+    // Burned-in captions are cut into cues like the subtitle file.
+    const bool burning = s.videoEnabled && s.burnSubtitles;
+    m_subtitleStyle->setEnabled(s.subtitleEnabled || burning);
+    m_burnIn->setChecked(s.burnSubtitles);
+    m_burnIn->setEnabled(s.videoEnabled && !m_running);
+    selectIn(m_captionSize, s.captionSize);
+    m_captionSize->setEnabled(burning);
     m_interchangeFormat->setEnabled(s.interchangeEnabled);
     selectIn(m_videoFormat, s.videoFormat);
     selectIn(m_resolution, s.resolution);
@@ -272,6 +292,8 @@ void ExportDialog::applyControls()
     s.resolution = selectedIn<Resolution>(m_resolution);
     s.codec = selectedIn<VideoCodec>(m_codec);
     s.audioFormat = selectedIn<AudioFormat>(m_audioFormat);
+    s.burnSubtitles = m_burnIn->isChecked();
+    s.captionSize = selectedIn<CaptionSize>(m_captionSize);
     m_flow.setSettings(s);
 }
 

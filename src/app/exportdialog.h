@@ -40,6 +40,9 @@ public:
     QCheckBox *audioToggle() const { return m_audio; }
     QCheckBox *subtitleToggle() const { return m_subtitles; }
     QCheckBox *interchangeToggle() const { return m_interchange; }
+    // "字幕烧录" and its size (小, 中, 大).
+    QCheckBox *burnInToggle() const { return m_burnIn; }
+    QComboBox *captionSizeChoice() const { return m_captionSize; }
     QPushButton *exportButton() const { return m_start; }
     QLabel *outcomeLabel() const { return m_outcome; }
     // "打开所在文件夹": shown once a run has written something.
@@ -80,6 +83,8 @@ private:
     QComboBox *m_subtitleStyle;
     QCheckBox *m_interchange;
     QComboBox *m_interchangeFormat;
+    QCheckBox *m_burnIn;
+    QComboBox *m_captionSize;
     QProgressBar *m_progress;
     QLabel *m_outcome;
     QPushButton *m_reveal;

@@ -99,7 +99,7 @@ int runExport(const QStringList &arguments)
     QCommandLineParser parser;
     parser.setApplicationDescription(
         u"Export the edited result of a project. Without --video, --audio, --srt, --vtt or "
-        "--interchange the movie alone is written."_s);
+        "--interchange the movie alone is written; --burn-subtitles implies --video."_s);
     const QCommandLineOption outOption(u"out"_s, u"folder that receives the files"_s, u"DIR"_s);
     const QCommandLineOption titleOption(
         u"title"_s, u"base name of the files (default: the project's title)"_s, u"T"_s);
@@ -116,8 +116,14 @@ int runExport(const QStringList &arguments)
                                         u"words|phrases"_s);
     const QCommandLineOption interchangeOption(
         u"interchange"_s, u"write the edit for another editor: mlt, edl or fcpxml"_s, u"FORMAT"_s);
+    const QCommandLineOption burnOption(
+        u"burn-subtitles"_s, u"draw the cues (see --subtitles) into the movie's pictures"_s);
+    const QCommandLineOption captionSizeOption(u"caption-size"_s,
+                                               u"size of burned-in captions (default: medium)"_s,
+                                               u"small|medium|large"_s);
     parser.addOptions({outOption, titleOption, videoOption, codecOption, resolutionOption,
-                       audioOption, srtOption, vttOption, cuesOption, interchangeOption});
+                       audioOption, srtOption, vttOption, cuesOption, interchangeOption, burnOption,
+                       captionSizeOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
         throw CommandFailure {u"用法：kavel-cli export BUNDLE --out DIR [选项]"_s, 2};
@@ -126,7 +132,7 @@ int runExport(const QStringList &arguments)
     settings.title = parser.value(titleOption);
     settings.outputPath
         = QUrl::fromLocalFile(QFileInfo(parser.value(outOption)).absoluteFilePath());
-    settings.videoEnabled = parser.isSet(videoOption)
+    settings.videoEnabled = parser.isSet(videoOption) || parser.isSet(burnOption)
         || (!parser.isSet(audioOption) && !parser.isSet(srtOption) && !parser.isSet(vttOption)
             && !parser.isSet(interchangeOption));
     settings.videoFormat = choice(parser, videoOption, videoFormatFromRaw, VideoFormat::mp4);
@@ -142,6 +148,9 @@ int runExport(const QStringList &arguments)
     settings.interchangeEnabled = parser.isSet(interchangeOption);
     settings.interchangeFormat
         = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);
+    settings.burnSubtitles = parser.isSet(burnOption);
+    settings.captionSize
+        = choice(parser, captionSizeOption, captionSizeFromRaw, CaptionSize::medium);
 
     const auto project = openBundleForWriting(values.at(0));
     if (settings.title.isEmpty())

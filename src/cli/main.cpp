@@ -6,8 +6,11 @@
 #include "model/errors.h"
 #include "projectcommands.h"
 
-#include <QCoreApplication>
+#include <QGuiApplication>
+#include <algorithm>
+#include <cstring>
 #include <functional>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace kavel::cli;
@@ -47,7 +50,8 @@ const QList<Command> &commands()
         {u"export"_s,
          u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
          "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt|--vtt] "
-         "[--subtitles words|phrases] [--interchange mlt|edl|fcpxml]"_s,
+         "[--subtitles words|phrases] [--interchange mlt|edl|fcpxml] "
+         "[--burn-subtitles [--caption-size small|medium|large]]"_s,
          u"write the edited result as a movie, sound and subtitles"_s, runExport},
     };
     return table;
@@ -69,7 +73,17 @@ void printHelp()
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    // Captions burned into a movie are drawn with Qt's fonts, which need the GUI side of
+    // Qt. Only that run pays for it; it never shows a window, so it runs on the
+    // display-less platform with fontconfig's fonts whatever the desktop asks of Qt
+    // programs, and works without a display.
+    const bool drawsText = argc > 1 && std::strcmp(argv[1], "export") == 0
+        && std::any_of(argv + 2, argv + argc,
+                       [](const char *a) { return std::strcmp(a, "--burn-subtitles") == 0; });
+    if (drawsText)
+        qputenv("QT_QPA_PLATFORM", "minimal:enable_fonts");
+    const std::unique_ptr<QCoreApplication> app(drawsText ? new QGuiApplication(argc, argv)
+                                                          : new QCoreApplication(argc, argv));
     QCoreApplication::setOrganizationName(u"Kavel"_s);
     QCoreApplication::setApplicationName(u"Kavel"_s);
 

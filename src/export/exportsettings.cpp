@@ -35,6 +35,9 @@ constexpr std::array subtitleFormats {Case<SubtitleFormat> {SubtitleFormat::srt,
                                       Case<SubtitleFormat> {SubtitleFormat::vtt, u"vtt"}};
 constexpr std::array subtitleStyles {Case<SubtitleStyle> {SubtitleStyle::words, u"words"},
                                      Case<SubtitleStyle> {SubtitleStyle::phrases, u"phrases"}};
+constexpr std::array captionSizes {Case<CaptionSize> {CaptionSize::small, u"small"},
+                                   Case<CaptionSize> {CaptionSize::medium, u"medium"},
+                                   Case<CaptionSize> {CaptionSize::large, u"large"}};
 
 template<typename E, size_t N> QString rawOf(const std::array<Case<E>, N> &table, E value)
 {
@@ -137,6 +140,16 @@ std::optional<SubtitleStyle> subtitleStyleFromRaw(QStringView raw)
     return fromRaw(subtitleStyles, raw);
 }
 
+QString toRawValue(CaptionSize value)
+{
+    return rawOf(captionSizes, value);
+}
+
+std::optional<CaptionSize> captionSizeFromRaw(QStringView raw)
+{
+    return fromRaw(captionSizes, raw);
+}
+
 std::optional<FrameRate> frameRateFromRaw(int raw)
 {
     if (raw == 30)
@@ -196,6 +209,10 @@ template<> QList<SubtitleStyle> allCases<SubtitleStyle>()
 {
     return casesOf(subtitleStyles);
 }
+template<> QList<CaptionSize> allCases<CaptionSize>()
+{
+    return casesOf(captionSizes);
+}
 
 QString fileExtension(OutputFileType type)
 {
@@ -218,6 +235,20 @@ QSize frameSize(Resolution resolution)
         return {3840, 2160};
     }
     return {1920, 1080};
+}
+
+double captionHeight(CaptionSize size)
+{
+    // 49, 59 and 76 pixels of text in a 1080p picture.
+    switch (size) {
+    case CaptionSize::small:
+        return 0.045;
+    case CaptionSize::medium:
+        return 0.055;
+    case CaptionSize::large:
+        return 0.07;
+    }
+    return 0.055;
 }
 
 Resolution resolutionOfFrame(QSize source)
@@ -255,6 +286,8 @@ QJsonObject toJson(const ExportSettings &s)
     o.insert("subtitleStyle"_L1, toRawValue(s.subtitleStyle));
     o.insert("interchangeEnabled"_L1, s.interchangeEnabled);
     o.insert("interchangeFormat"_L1, interchange::toRawValue(s.interchangeFormat));
+    o.insert("burnSubtitles"_L1, s.burnSubtitles);
+    o.insert("captionSize"_L1, toRawValue(s.captionSize));
     return o;
 }
 
@@ -295,6 +328,11 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
                               u"“%1”不是键“interchangeFormat”的有效取值"_s.arg(raw));
         s.interchangeFormat = *format;
     }
+    // Settings stored before captions could be burned in had none.
+    if (o.contains("burnSubtitles"_L1))
+        s.burnSubtitles = json::requiredBool(o, "burnSubtitles"_L1);
+    if (o.contains("captionSize"_L1))
+        s.captionSize = readEnum(o, "captionSize"_L1, captionSizes);
     return s;
 }
 

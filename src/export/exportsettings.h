@@ -20,6 +20,8 @@ enum class AudioFormat { mp3, wav, aac };
 enum class SubtitleFormat { srt, vtt };
 // One cue per word, or whole phrases (see subtitlewriter.h).
 enum class SubtitleStyle { words, phrases };
+// How large captions burned into the movie are.
+enum class CaptionSize { small, medium, large };
 
 // Raw values as stored in JSON ("1080p", "hevc", …; FrameRate's are the integers 30 and
 // 60), the labels the export dialog shows (empty where it shows none), and every case
@@ -32,6 +34,7 @@ int toRawValue(FrameRate value);
 QString toRawValue(AudioFormat value);
 QString toRawValue(SubtitleFormat value);
 QString toRawValue(SubtitleStyle value);
+QString toRawValue(CaptionSize value);
 
 std::optional<Resolution> resolutionFromRaw(QStringView raw);
 std::optional<Bitrate> bitrateFromRaw(QStringView raw);
@@ -41,6 +44,7 @@ std::optional<FrameRate> frameRateFromRaw(int raw);
 std::optional<AudioFormat> audioFormatFromRaw(QStringView raw);
 std::optional<SubtitleFormat> subtitleFormatFromRaw(QStringView raw);
 std::optional<SubtitleStyle> subtitleStyleFromRaw(QStringView raw);
+std::optional<CaptionSize> captionSizeFromRaw(QStringView raw);
 
 QString label(Resolution value);
 QString label(VideoCodec value);
@@ -59,6 +63,9 @@ struct ExportPreset
 
 // 1280x720, 1920x1080 or 3840x2160.
 QSize frameSize(Resolution resolution);
+// The height of a caption's text as a share of the picture's, so a caption takes the same
+// room at every resolution.
+double captionHeight(CaptionSize size);
 // The class a recording of this size belongs to: the largest not above it, 720p below
 // that. What the dialog starts from, so a recording is not enlarged unless asked.
 Resolution resolutionOfFrame(QSize source);
@@ -88,6 +95,9 @@ struct ExportSettings
     // "项目交换文件": the edit for another editor.
     bool interchangeEnabled = false;
     interchange::Format interchangeFormat = interchange::Format::mlt;
+    // "字幕烧录": the movie carries the cues (in subtitleStyle) drawn into its pictures.
+    bool burnSubtitles = false;
+    CaptionSize captionSize = CaptionSize::medium;
 
     ExportPreset preset() const;
     OutputFileType outputFileType() const;

@@ -146,6 +146,15 @@ QCoro::Task<> LocalRenderService::renderVideo(QList<PlaybackSource> sources,
     try {
         CompositionPlan composition = plan(sources, blocks, isAudioTrackMuted, {});
         media::RenderRequest request;
+        if (settings.burnSubtitles) {
+            // The very cues the subtitle file gets, timed by the map the movie is cut by.
+            const SubtitleCues mode = settings.subtitleStyle == SubtitleStyle::phrases
+                ? SubtitleCues::phrases
+                : SubtitleCues::words;
+            for (const SubtitleCue &cue : subtitleCues(blocks, composition, mode))
+                request.captions.append({cue.start, cue.end, cue.text});
+            request.captionHeight = captionHeight(settings.captionSize);
+        }
         request.editList = std::move(composition.editList);
         request.format = settings.outputFileType() == OutputFileType::quickTimeMovie
             ? media::RenderFormat::mov

@@ -2,6 +2,7 @@
 
 #include "mediatypes.h"
 
+#include <QList>
 #include <QSize>
 #include <QString>
 #include <memory>
@@ -20,6 +21,15 @@ enum class RenderFormat {
 
 enum class VideoEncoding { h264, hevc };
 
+// Text drawn into a movie's pictures, on the output's clock: it shows on the first frame at
+// or after `start` and on every frame before `end`.
+struct Caption
+{
+    double start = 0.0;
+    double end = 0.0;
+    QString text;
+};
+
 struct RenderRequest
 {
     EditList editList;
@@ -29,6 +39,10 @@ struct RenderRequest
     // Movies only.
     VideoEncoding videoEncoding = VideoEncoding::h264;
     QSize frameSize {1920, 1080};
+    // Movies only: captions burned into the pictures, and the height of their text as a
+    // share of the picture's.
+    QList<Caption> captions;
+    double captionHeight = 0.055;
 };
 
 enum class RenderState { running, completed, failed, cancelled };

@@ -18,13 +18,14 @@
 
 #include <QAction>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocalServer>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QSlider>
 #include <QToolButton>
 #include <unistd.h>
@@ -477,14 +478,34 @@ TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
 
     dialog->reject();
     EXPECT_FALSE(vm.showExportSheet());
+    // Closed means gone; the next Ctrl+E makes a new one.
+    QTRY_VERIFY(main->exportDialog() == nullptr);
     // The next dialog for this project offers the same choices.
-    QTest::keyClick(main.get(), Qt::Key_E, Qt::ControlModifier);
+    main->exportAction()->trigger();
     dialog = main->exportDialog();
     ASSERT_NE(dialog, nullptr);
     EXPECT_TRUE(dialog->subtitleToggle()->isChecked());
     EXPECT_FALSE(dialog->videoToggle()->isChecked() || dialog->audioToggle()->isChecked());
     EXPECT_EQ(dialog->folderLabel()->text(), exportDir.path());
     EXPECT_FALSE(dialog->revealButton()->isVisible());
+
+    // Captions burned in go with the movie: the toggle waits for it, the size for the toggle.
+    EXPECT_FALSE(dialog->burnInToggle()->isEnabled());
+    dialog->videoToggle()->setChecked(true);
+    ASSERT_TRUE(dialog->burnInToggle()->isEnabled());
+    EXPECT_FALSE(dialog->captionSizeChoice()->isEnabled());
+    dialog->burnInToggle()->setChecked(true);
+    ASSERT_TRUE(dialog->captionSizeChoice()->isEnabled());
+    EXPECT_EQ(dialog->captionSizeChoice()->currentText(), u"中"_s);
+    const int large = dialog->captionSizeChoice()->findText(u"大"_s);
+    dialog->captionSizeChoice()->setCurrentIndex(large);
+    Q_EMIT dialog->captionSizeChoice()->activated(large);
+    dialog->exportButton()->click();
+    QTRY_VERIFY(!dialog->isRunning());
+    ASSERT_EQ(renderer.requests.size(), 1);
+    EXPECT_EQ(renderer.requests[0].captions.size(), 1);
+    EXPECT_EQ(renderer.requests[0].captions.value(0).text, u"hello there second line"_s);
+    EXPECT_GT(renderer.requests[0].captionHeight, media::RenderRequest {}.captionHeight);
     dialog->reject();
 }
 

@@ -1,6 +1,7 @@
 #include "model/fileio.h"
 #include "model/kavelproject.h"
 #include "model/timeline.h"
+#include "positionmedia.h"
 #include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
 
@@ -255,4 +256,56 @@ TEST(Cli, EditAppliesWordDeletionsThenParagraphDeletionsThenMovesAndSaves)
     // A full disk stops it before anything is read: not even the bundle's lock fits.
     expectRefusal(failed, full.isMounted() ? u"磁盘空间不足"_s : u"timeline.json"_s);
     EXPECT_EQ(savedText(onFull->bundlePath()), u"bye | yes"_s);
+}
+
+// Captions burned in by the command line: the cues of the subtitle file drawn into every
+// frame they cover, at the size asked for, and nothing drawn without the option.
+TEST(Cli, ExportBurnsTheSubtitleCuesIntoTheMovieAtTheSizeAskedFor)
+{
+    QTemporaryDir inputs;
+    // The smallest size class, so the movie is written at the recording's own size.
+    const QSize size(1280, 720);
+    const QString clip = test::makeBlackVideo(inputs.path(), u"black.mp4"_s, 3.0, size);
+    const QString bundle = runCli({u"new"_s, u"烧录"_s}).out.trimmed();
+    ASSERT_EQ(runCli({u"add-media"_s, bundle, clip}).exitCode, 0);
+    auto project = KavelProject::load(QUrl::fromLocalFile(bundle));
+    QList<WordBlock> words;
+    for (const auto &[from, to, text] : {std::tuple {0.3, 0.8, u"大家"_s},
+                                         {0.8, 1.2, u"好。"_s},
+                                         {1.5, 2.0, u"欢迎"_s},
+                                         {2.0, 2.4, u"你们"_s}})
+        words.append(test::timedWord(from, to, words.size(), {}, text));
+    project->setParagraphs({Paragraph {QUuid::createUuid(), words, 0, {}}});
+    project->saveTimeline();
+    project.reset();
+
+    const QString out = inputs.filePath(u"out"_s);
+    const auto exported = [&](const QString &title, const QStringList &options) {
+        const CliResult result = runCli(
+            QStringList {u"export"_s, bundle, u"--out"_s, out, u"--title"_s, title} + options);
+        EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+        return test::brightPixelsPerFrame(QDir(out).filePath(title + u".mp4"_s),
+                                          QRect(0, 480, size.width(), 240));
+    };
+    // The short sentence shares its cue with the next: all 54 frames carry a caption.
+    const std::vector<int> large
+        = exported(u"大"_s, {u"--burn-subtitles"_s, u"--srt"_s, u"--caption-size"_s, u"large"_s});
+    EXPECT_EQ(fileio::readFile(QDir(out).filePath(u"大.srt"_s)),
+              "1\n00:00:00,000 --> 00:00:01,800\n大家好。欢迎你们\n");
+    ASSERT_EQ(large.size(), 54u);
+    EXPECT_EQ(std::count_if(large.begin(), large.end(), [](int n) { return n < 30; }), 0);
+    const std::vector<int> small
+        = exported(u"小"_s, {u"--burn-subtitles"_s, u"--caption-size"_s, u"small"_s});
+    ASSERT_EQ(small.size(), 54u);
+    EXPECT_LT(small[10] * 1.4, large[10]);
+
+    const std::vector<int> plain = exported(u"无"_s, {u"--video"_s, u"mp4"_s});
+    EXPECT_EQ(std::count_if(plain.begin(), plain.end(), [](int n) { return n > 4; }), 0);
+
+    const CliResult refused = runCli({u"export"_s, bundle, u"--out"_s, out, u"--burn-subtitles"_s,
+                                      u"--caption-size"_s, u"huge"_s});
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_TRUE(refused.out.isEmpty());
+    EXPECT_TRUE(refused.err.contains(u"kavel-cli: --caption-size: unknown value \"huge\""_s))
+        << refused.err.toStdString();
 }

@@ -8,6 +8,7 @@
 #include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
 
+#include <QDebug>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -35,9 +36,10 @@ protected:
 
     // Renders synchronously; the job runs on its own thread.
     static QString render(const EditList &edit, media::RenderFormat format, const QString &name,
-                          QSize frameSize = {160, 90})
+                          QSize frameSize = {160, 90}, const QList<media::Caption> &captions = {})
     {
         media::RenderRequest request;
+        request.captions = captions;
         request.editList = edit;
         request.format = format;
         request.frameSize = frameSize;
@@ -166,6 +168,85 @@ TEST_P(ExactPicture, FramesFollowTheGridAndStayWithTheirSound)
 }
 
 INSTANTIATE_TEST_SUITE_P(FrameRates, ExactPicture, ::testing::Values(30, 25));
+
+// Captions are burned on the output's frame grid: a cue shows from the first frame at or
+// after its start to the last one before its end, whatever the cuts, and its Chinese text is
+// drawn in real glyphs.
+TEST_F(ExactExport, BurnedCaptionsShowOnExactlyTheFramesTheirCuesCover)
+{
+    const QSize size(640, 360);
+    const QString source = test::makeBlackVideo(s_dir->path(), u"black.mp4"_s, 10.0, size);
+    // Three stretches of the recording, so the captions cross two cuts.
+    QList<WordBlock> blocks;
+    for (const auto &[from, to] : {std::pair {0.0, 2.2}, {3.0, 5.0}, {7.1, 8.9}})
+        blocks.append(test::timedWord(from, to, blocks.size(), {}, u"词"_s));
+    const CompositionPlan map = plan(blocks, source, true);
+    ASSERT_NEAR(map.duration, 6.0, 1e-9);
+    const QList<media::Caption> captions {
+        {0.51, 1.0, u"你好"_s},
+        // Touching the one before: no frame between them is left bare.
+        {1.0, 1.77, u"世界你好"_s},
+        // Over no frame's start: never shown.
+        {2.01, 2.03, u"短"_s},
+        // On the grid at both ends, across a cut.
+        {2.0 + 1.0 / 3.0, 3.0, u"Hello world"_s},
+        {4.5, 5.5, u"  "_s},
+        // Over the last frame's start only.
+        {5.95, 6.0, u"完"_s},
+    };
+    const QString out
+        = render(map.editList, media::RenderFormat::mp4, u"captions.mp4"_s, size, captions);
+    const std::vector<int> bright
+        = test::brightPixelsPerFrame(out, QRect(0, 240, size.width(), 120));
+    ASSERT_EQ(bright.size(), 180u);
+    const auto shown = [](int k) { return (k >= 16 && k < 54) || (k >= 70 && k < 90) || k == 179; };
+    QList<int> wrong;
+    for (int k = 0; k < int(bright.size()); ++k)
+        if (shown(k) ? bright[size_t(k)] < 30 : bright[size_t(k)] > 4)
+            wrong.append(k);
+    EXPECT_TRUE(wrong.isEmpty()) << "frames " << qPrintable(QDebug::toString(wrong));
+
+    // Four different characters are four different shapes, not four missing-glyph boxes
+    // (whose rows match within 1 %); side by side in the middle of the picture, near its
+    // bottom.
+    const QImage frame = test::grayFrame(out, 40);
+    int left = size.width(), right = -1, top = size.height(), bottom = -1;
+    for (int y = 0; y < size.height(); ++y)
+        for (int x = 0; x < size.width(); ++x)
+            if (qGray(frame.pixel(x, y)) > 128) {
+                left = std::min(left, x);
+                right = std::max(right, x);
+                top = std::min(top, y);
+                bottom = std::max(bottom, y);
+            }
+    ASSERT_GT(right - left, 40);
+    EXPECT_NEAR((left + right) / 2.0, size.width() / 2.0, 4.0);
+    EXPECT_GT(top, size.height() * 3 / 4);
+    EXPECT_LT(bottom, size.height() - size.height() / 40);
+    // How much light each row of a character's cell holds: alike for alike shapes at any
+    // sideways offset.
+    const int cell = (right - left + 1) / 4;
+    const auto rows = [&](int which) {
+        std::vector<int> light;
+        for (int y = top; y <= bottom; ++y) {
+            int sum = 0;
+            for (int x = 0; x < cell; ++x)
+                sum += qGray(frame.pixel(left + which * cell + x, y));
+            light.push_back(sum);
+        }
+        return light;
+    };
+    for (int a = 0; a < 4; ++a)
+        for (int b = a + 1; b < 4; ++b) {
+            const std::vector<int> p = rows(a), q = rows(b);
+            double apart = 0, total = 0;
+            for (size_t y = 0; y < p.size(); ++y) {
+                apart += std::abs(p[y] - q[y]);
+                total += p[y] + q[y];
+            }
+            EXPECT_GT(apart / total, 0.06) << a << " and " << b;
+        }
+}
 
 double rms(const test::Sound &sound, const std::vector<float> &channel, double from, double to)
 {

@@ -1,5 +1,6 @@
 #include "export/exportflow.h"
 #include "export/rendererror.h"
+#include "export/subtitlewriter.h"
 #include "fakerenderer.h"
 #include "model/fileio.h"
 #include "model/kavelproject.h"
@@ -143,6 +144,8 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     kept.audioFormat = AudioFormat::aac;
     kept.subtitleFormat = SubtitleFormat::vtt;
     kept.subtitleStyle = SubtitleStyle::words;
+    kept.burnSubtitles = true;
+    kept.captionSize = CaptionSize::large;
     auto unoffered = makeFlow();
     unoffered->setSettings(kept);
     run(*unoffered);
@@ -220,6 +223,8 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     renderer.bytes = "rendered";
     renderer.requests.clear();
     settings.subtitleEnabled = settings.videoEnabled = true;
+    settings.burnSubtitles = true;
+    settings.captionSize = CaptionSize::small;
     flow->setSettings(settings);
     QDir(out(u"成片.srt"_s)).removeRecursively();
     QDir(project->exportsDirectory()).removeRecursively();
@@ -236,6 +241,14 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     EXPECT_EQ(renderer.requests[0].format, media::RenderFormat::wav);
     EXPECT_EQ(renderer.requests[1].videoEncoding, media::VideoEncoding::hevc);
     EXPECT_EQ(renderer.requests[1].frameSize, QSize(1280, 720));
+    // The movie carries the cues of the subtitle file, smaller than by default; the sound
+    // carries none.
+    EXPECT_TRUE(renderer.requests[0].captions.isEmpty());
+    QList<SubtitleCue> burned;
+    for (const media::Caption &caption : renderer.requests[1].captions)
+        burned.append({caption.start, caption.end, caption.text});
+    EXPECT_EQ(subRipDocument(burned), fileio::readFile(out(u"成片.srt"_s)));
+    EXPECT_LT(renderer.requests[1].captionHeight, media::RenderRequest {}.captionHeight);
     // A muted audio track keeps every stretch, silent; the cut is the preview's.
     for (const media::RenderRequest &request : renderer.requests) {
         ASSERT_EQ(request.editList.segments.size(), 2);

@@ -1,5 +1,6 @@
 #include "export/localrenderservice.h"
 #include "generatedmedia.h"
+#include "media/ffmpeg/captionpicture.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
 #include "model/fileio.h"
@@ -11,11 +12,13 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFontMetricsF>
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRawFont>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtEndian>
@@ -70,6 +73,61 @@ QStringList topLevelBoxes(const QString &path)
         at += qsizetype(size);
     }
     return boxes;
+}
+
+// A caption takes one line when it fits across the picture, else two of about the same
+// width, broken only where a line may break; its size follows the picture's height.
+TEST(Render, CaptionsKeepToTwoBalancedLinesBrokenWhereTextMayBreak)
+{
+    const media::ffmpeg::CaptionPainter painter(QSize(1920, 1080), 0.055);
+    const QRawFont face = QRawFont::fromFont(painter.font());
+    for (const char32_t c : u"字幕烧录，你好。Hello"_s.toUcs4())
+        EXPECT_TRUE(face.supportsCharacter(c)) << face.familyName().toStdString();
+
+    EXPECT_EQ(painter.lines(u" 大家好，\n欢迎 "_s), QStringList {u"大家好， 欢迎"_s});
+    EXPECT_TRUE(painter.lines(u" \n "_s).isEmpty());
+    EXPECT_TRUE(painter.paint(u" "_s).image.isNull());
+
+    const QString chinese = u"我们今天来谈谈字幕烧录的速度和画面"_s.repeated(3);
+    QStringList lines = painter.lines(chinese);
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_EQ(lines.join(QString()), chinese);
+    EXPECT_LE(std::abs(lines[0].size() - lines[1].size()), 2) << lines.join(u'|').toStdString();
+
+    const QString english = u"the quick brown fox jumps over the lazy dog while the captions "
+                            "keep up with every single word"_s;
+    lines = painter.lines(english);
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_EQ(lines.join(u' '), english);
+    const QFontMetricsF metrics(painter.font());
+    const double widths[] {metrics.horizontalAdvance(lines[0]),
+                           metrics.horizontalAdvance(lines[1])};
+    EXPECT_LT(std::max(widths[0], widths[1]), 1920 * 0.9);
+    EXPECT_LT(std::abs(widths[0] - widths[1]), metrics.horizontalAdvance(u"captions "_s));
+
+    // What would need a third line is cut short, visibly.
+    lines = painter.lines(chinese.repeated(2));
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(chinese.startsWith(lines[0]));
+    EXPECT_TRUE(lines[1].endsWith(u'…'));
+
+    // Bottom-centred, on even pixels, inside the picture; the same share of every height.
+    const auto paintAt = [](QSize picture, CaptionSize size) {
+        return media::ffmpeg::CaptionPainter(picture, captionHeight(size)).paint(u"Hello 世界"_s);
+    };
+    const auto picture = paintAt(QSize(1920, 1080), CaptionSize::medium);
+    ASSERT_FALSE(picture.image.isNull());
+    EXPECT_EQ(picture.position.x() % 2 + picture.position.y() % 2, 0);
+    EXPECT_EQ(picture.image.width() % 2 + picture.image.height() % 2, 0);
+    EXPECT_NEAR(picture.position.x() + picture.image.width() / 2.0, 960.0, 2.0);
+    EXPECT_GT(picture.position.y(), 1080 * 0.8);
+    EXPECT_LT(picture.position.y() + picture.image.height(), 1080 * 0.97);
+    const auto smaller = paintAt(QSize(1280, 720), CaptionSize::medium);
+    EXPECT_NEAR(double(smaller.image.height()) / picture.image.height(), 720.0 / 1080.0, 0.06);
+    EXPECT_LT(paintAt(QSize(1920, 1080), CaptionSize::small).image.height(),
+              picture.image.height());
+    EXPECT_GT(paintAt(QSize(1920, 1080), CaptionSize::large).image.height(),
+              picture.image.height() * 1.15);
 }
 
 // Without an encoder the M4A is kept under the chosen name.

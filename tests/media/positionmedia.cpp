@@ -3,6 +3,7 @@
 #include "generatedmedia.h"
 
 #include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <algorithm>
 #include <cmath>
@@ -119,6 +120,45 @@ std::vector<int> decodeFrameNumbers(const QString &path)
         numbers.push_back(n);
     }
     return numbers;
+}
+
+QString makeBlackVideo(const QString &dir, const QString &name, double seconds, QSize size)
+{
+    const QString path = QDir(dir).filePath(name);
+    const QString d = QString::number(seconds);
+    runFfmpeg(
+        {u"-f"_s, u"lavfi"_s, u"-i"_s,
+         u"color=c=black:size=%1x%2:rate=30:duration="_s.arg(size.width()).arg(size.height()) + d,
+         u"-f"_s, u"lavfi"_s, u"-i"_s, u"anullsrc=r=48000:cl=stereo"_s, u"-t"_s, d, u"-c:v"_s,
+         u"libx264"_s, u"-preset"_s, u"ultrafast"_s, u"-pix_fmt"_s, u"yuv420p"_s, u"-c:a"_s,
+         u"aac"_s, path});
+    return path;
+}
+
+std::vector<int> brightPixelsPerFrame(const QString &path, QRect area, int level)
+{
+    const QByteArray bytes = ffmpegOutput({u"-i"_s, path, u"-vsync"_s, u"0"_s, u"-vf"_s,
+                                           u"crop=%1:%2:%3:%4,format=gray"_s.arg(area.width())
+                                               .arg(area.height())
+                                               .arg(area.x())
+                                               .arg(area.y()),
+                                           u"-f"_s, u"rawvideo"_s, u"-"_s});
+    const qsizetype frame = qsizetype(area.width()) * area.height();
+    std::vector<int> counts;
+    for (qsizetype at = 0; at + frame <= bytes.size(); at += frame)
+        counts.push_back(int(std::count_if(bytes.begin() + at, bytes.begin() + at + frame,
+                                           [level](char c) { return uchar(c) > level; })));
+    return counts;
+}
+
+QImage grayFrame(const QString &path, int index)
+{
+    const QString png = path + u".frame.png"_s;
+    runFfmpeg({u"-i"_s, path, u"-vf"_s, u"select=eq(n\\,%1),format=gray"_s.arg(index),
+               u"-frames:v"_s, u"1"_s, png});
+    QImage image(png);
+    QFile::remove(png);
+    return image.convertToFormat(QImage::Format_Grayscale8);
 }
 
 QString makeNoiseSound(const QString &dir, const QString &name, double seconds, int rate,

@@ -2,7 +2,9 @@
 
 #include "timing/compositionmap.h"
 
+#include <QImage>
 #include <QList>
+#include <QRect>
 #include <QString>
 #include <cstdint>
 #include <random>
@@ -36,6 +38,15 @@ struct Sound
 Sound decodeSound(const QString &path, int rate = 0);
 // The number each picture of a file carries, in order.
 std::vector<int> decodeFrameNumbers(const QString &path);
+
+// Black pictures at `size` and 30 fps with silent 48 kHz sound: whatever is drawn into
+// them stands out.
+QString makeBlackVideo(const QString &dir, const QString &name, double seconds, QSize size);
+// Per picture of a file, in order, how many pixels inside `area` have a luma above
+// `level` (0–255).
+std::vector<int> brightPixelsPerFrame(const QString &path, QRect area, int level = 128);
+// Picture `index` of a file in grey.
+QImage grayFrame(const QString &path, int index);
 
 // A transcript-like edit of a recording `seconds` long: words of 1 frame to 0.3 s, some
 // touching, some 0.01 s apart, most further; kept as `runs` runs of consecutive words taken

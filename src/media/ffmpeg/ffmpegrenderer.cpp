@@ -1,5 +1,6 @@
 #include "ffmpegrenderer.h"
 
+#include "captionburner.h"
 #include "editaudio.h"
 #include "outputfile.h"
 #include "picturefeed.h"
@@ -119,12 +120,14 @@ private:
         EditAudio audio(edit, FfmpegRenderer::movieSampleRate);
         OutputFile file(m_request.outputPath, m_request.format, audio.rate(),
                         {m_request.videoEncoding, size, rate});
+        CaptionBurner captions(m_request.captions, m_request.captionHeight, size, rate);
         std::vector<float> left, right;
         const std::int64_t frames = pictures.frameCount();
         pictures.start();
         for (std::int64_t k = 0; k < frames; ++k) {
             checkCancelled();
-            const FramePtr picture = pictures.next();
+            FramePtr picture = pictures.next();
+            captions.burn(picture, file.blackFrame(), k);
             file.writeVideo(picture ? picture.get() : file.blackFrame(), k);
 
             // The sound that plays while this frame shows, so the two stay interleaved.
