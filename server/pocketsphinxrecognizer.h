@@ -28,6 +28,10 @@ public:
     // turned into the word to show, or empty when it is not a word at all.
     static std::string cleanWord(const std::string &decoded, bool *isFiller);
 
+    // The word's posterior probability in the decoder's lattice (0 to 1) as the confidence
+    // the editor shows.
+    static double confidenceFromPosterior(double posterior);
+
 private:
     void decodeStretch(std::span<const std::int16_t> samples, double offset,
                        std::vector<RecognizedWord> &words);

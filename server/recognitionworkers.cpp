@@ -8,8 +8,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QUuid>
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <random>
@@ -44,11 +46,17 @@ std::string paragraphsJson(const std::vector<RecognizedWord> &words)
         const bool longPause = i > 0 && word.start - words[i - 1].end >= paragraphPause;
         if (longPause || static_cast<size_t>(current.size()) >= maxParagraphWords)
             flush();
-        current.append(QJsonObject {{u"text"_s, QString::fromStdString(word.text)},
-                                    {u"media_start"_s, word.start},
-                                    {u"media_end"_s, word.end},
-                                    {u"is_filler"_s, word.isFiller},
-                                    {u"sort_order"_s, current.size()}});
+        QJsonObject record {{u"text"_s, QString::fromStdString(word.text)},
+                            {u"media_start"_s, word.start},
+                            {u"media_end"_s, word.end},
+                            {u"is_filler"_s, word.isFiller},
+                            {u"sort_order"_s, current.size()}};
+        // Left out when certain, which is what clients that predate it assume; three
+        // decimals are finer than anyone reads a recogniser's doubt.
+        const double confidence = std::round(std::clamp(word.confidence, 0.0, 1.0) * 1000) / 1000;
+        if (confidence < 1.0)
+            record.insert(u"confidence"_s, confidence);
+        current.append(record);
     }
     flush();
     return QJsonDocument(paragraphs).toJson(QJsonDocument::Compact).toStdString();

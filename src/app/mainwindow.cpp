@@ -223,6 +223,15 @@ void MainWindow::buildMenu()
     m_redo->setShortcutContext(Qt::ApplicationShortcut);
     connect(m_undo, &QAction::triggered, this, [this] { m_editor.undoManager().undo(); });
     connect(m_redo, &QAction::triggered, this, [this] { m_editor.undoManager().redo(); });
+    edit->addSeparator();
+    // The transcript claims F8 itself while it is shown; the menu names the keys and
+    // serves a click.
+    QAction *nextToCheck
+        = edit->addAction(tr("下一个待核对的词"), this, [this] { m_editor.goToWordToCheck(true); });
+    nextToCheck->setShortcut(QKeySequence(Qt::Key_F8));
+    QAction *previousToCheck = edit->addAction(tr("上一个待核对的词"), this,
+                                               [this] { m_editor.goToWordToCheck(false); });
+    previousToCheck->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F8));
     QMenu *settings = menuBar()->addMenu(u"设置"_s);
     settings->addAction(u"偏好设置…"_s, this, [this] { navigate(NavigationItem::settings); });
 }

@@ -11,6 +11,7 @@
 #include "model/timeline.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
@@ -165,6 +166,21 @@ int runInfo(const QStringList &arguments)
             out() << Qt::endl;
         }
     }
+    // The words the recogniser doubted, to listen to again; kept out of the edit, they do
+    // not count.
+    QList<const WordBlock *> doubted;
+    for (const WordBlock &word : words)
+        if (word.needsCheck() && !word.isDeleted)
+            doubted.append(&word);
+    out() << QCoreApplication::translate("kavel-cli", "待核对的词：%1 个").arg(doubted.size())
+          << Qt::endl;
+    for (const WordBlock *word : doubted)
+        out() << QStringLiteral("  %1 - %2  %3  ")
+                     .arg(formatSeconds(word->mediaStart), formatSeconds(word->mediaEnd),
+                          word->text)
+              << QCoreApplication::translate("kavel-cli", "（可信度 %1）")
+                     .arg(word->confidence, 0, 'f', 2)
+              << Qt::endl;
     return 0;
 }
 

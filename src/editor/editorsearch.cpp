@@ -2,6 +2,7 @@
 // stale hits simply find nothing.
 #include "editorviewmodel.h"
 #include "paragraphedits.h"
+#include "wordstocheck.h"
 
 namespace kavel {
 
@@ -50,6 +51,19 @@ void EditorViewModel::goToSearchResult(qsizetype index)
             return;
         }
     }
+}
+
+void EditorViewModel::goToWordToCheck(bool forward)
+{
+    const qsizetype paragraph
+        = m_cursorParagraphId ? edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId) : -1;
+    const qsizetype anchor = m_selectionAnchor.value_or(m_cursorPosition);
+    // Past the selection, so that the word just found is not found again.
+    const qsizetype gap
+        = forward ? std::max(anchor, m_cursorPosition) : std::min(anchor, m_cursorPosition);
+    const auto found = edits::nextWordToCheck(m_paragraphs, paragraph, gap, forward);
+    if (found)
+        selectRange(m_paragraphs.at(found->paragraph).id, found->word, found->word + 1);
 }
 
 bool EditorViewModel::isSearchMatch(const QUuid &blockId) const

@@ -222,6 +222,9 @@ public:
     void previousSearchResult();
     void goToSearchResult(qsizetype index);
     bool isSearchMatch(const QUuid &blockId) const;
+    // F8 / Shift+F8: selects the next (previous) word to check after (before) the caret or
+    // selection, going round the end (edits::nextWordToCheck).
+    void goToWordToCheck(bool forward);
 
 Q_SIGNALS:
     void paragraphsChanged();

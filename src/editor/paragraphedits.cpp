@@ -212,8 +212,9 @@ std::optional<QUuid> replaceText(QList<Paragraph> &paragraphs, const QSet<QUuid>
     merged.mediaEnd = end.mediaEnd;
     merged.fadeOutDuration = end.fadeOutDuration;
     merged.pauseAfter = end.pauseAfter;
-    // The user has said what was spoken; a filler mark made by the recogniser no longer holds.
+    // The user has said what was spoken; the recogniser's filler mark and doubt no longer hold.
     merged.isFiller = false;
+    merged.confidence = 1.0;
     QList<WordBlock> &edited = paragraphs[first.paragraph].wordBlocks;
     edited.remove(first.word + 1, last - first.word);
     edited[first.word] = merged;

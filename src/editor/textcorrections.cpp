@@ -104,8 +104,10 @@ CorrectionOutcome correctWholeWords(QList<Paragraph> &paragraphs,
             merged.mediaEnd = end.mediaEnd;
             merged.fadeOutDuration = end.fadeOutDuration;
             merged.pauseAfter = end.pauseAfter;
-            // The user has said what was spoken; a filler mark no longer holds.
+            // The user has said what was spoken; a filler mark and the recogniser's doubt no
+            // longer hold.
             merged.isFiller = false;
+            merged.confidence = 1.0;
             result.append(merged);
             ++outcome.replaced;
             ++outcome.perCorrection[bestCorrection];

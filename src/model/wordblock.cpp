@@ -5,6 +5,7 @@
 #include "jsonwriter.h"
 #include "recordreaders.h"
 
+#include <QCoreApplication>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -47,12 +48,17 @@ size_t qHash(const WordBlock &b, size_t seed) noexcept
     seed = detail::hashDouble(b.fadeInDuration, seed);
     seed = detail::hashDouble(b.fadeOutDuration, seed);
     seed = detail::hashDouble(b.pauseAfter, seed);
+    seed = detail::hashDouble(b.confidence, seed);
     return seed;
 }
 
 void writeJson(JsonWriter &w, const WordBlock &b)
 {
     w.beginObject();
+    if (b.confidence < 1.0) {
+        w.key("confidence");
+        w.value(b.confidence);
+    }
     w.key("fadeInDuration");
     w.value(b.fadeInDuration);
     w.key("fadeOutDuration");
@@ -147,6 +153,8 @@ WordBlock readWordBlock(jsonread::Element element)
             b.fadeOutDuration = number(v, key);
         } else if (key == "pauseAfter") {
             b.pauseAfter = number(v, key);
+        } else if (key == "confidence") {
+            b.confidence = number(v, key);
         }
     }
     if (!hasId)
@@ -169,6 +177,10 @@ WordBlock readWordBlock(jsonread::Element element)
             throwInvalid(key, QStringLiteral("词“%1”的时间超出范围").arg(b.text));
     // Every consumer measures a word from its start to its end; one that ends before it
     // starts has no place on the timeline, in the preview or in a subtitle.
+    if (!(b.confidence >= 0.0 && b.confidence <= 1.0))
+        throwInvalid(
+            "confidence",
+            QCoreApplication::translate("WordBlock", "词“%1”的可信度不在 0 到 1 之间").arg(b.text));
     if (b.mediaStart > b.mediaEnd)
         throwInvalid("mediaEnd", QStringLiteral("词“%1”的结束时间早于开始时间").arg(b.text));
     if (!hasSource)

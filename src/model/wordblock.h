@@ -31,8 +31,14 @@ struct WordBlock
     // recording, 0 when none followed. Kept through edits, it tells whether two words
     // that now play one after the other were neighbours in the recording.
     double pauseAfter = 0.0;
+    // How sure the recogniser was of the word, 0 to 1; 1 when it did not say or when the
+    // user has corrected the word.
+    double confidence = 1.0;
 
     double duration() const { return mediaEnd - mediaStart; }
+    // The recogniser doubted the word enough that the user should listen to it again.
+    bool needsCheck() const { return confidence < checkThreshold; }
+    static constexpr double checkThreshold = 0.6;
 
     // Memberwise in declaration order; floats compare numerically (0.0 == -0.0, NaN is
     // never equal), which is what the defaulted operator does.
@@ -43,7 +49,8 @@ size_t qHash(const WordBlock &block, size_t seed = 0) noexcept;
 
 class JsonWriter;
 
-// Every field is written, defaults included, except a nil speaker. Keys are in
+// Every field is written, defaults included, except a nil speaker, a pause of 0 and a
+// confidence of 1. Keys are in
 // alphabetical order, the order of the timeline file.
 void writeJson(JsonWriter &writer, const WordBlock &block);
 QByteArray encodeWordBlock(const WordBlock &block);

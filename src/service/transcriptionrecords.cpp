@@ -4,6 +4,7 @@
 #include "model/jsonfields.h"
 
 #include <QJsonArray>
+#include <algorithm>
 
 namespace kavel::service {
 
@@ -89,6 +90,10 @@ WordBlockPayload WordBlockPayload::fromJson(const QJsonObject &object)
     word.mediaEnd = json::requiredDouble(object, "mediaEnd"_L1);
     word.isFiller = requiredBool(object, "isFiller"_L1);
     word.sortOrder = json::requiredInt64(object, "sortOrder"_L1);
+    // A recogniser's doubt is advice, not data to refuse a transcript over: a value past
+    // either end means as sure or as unsure as can be.
+    word.confidence
+        = std::clamp(json::optionalDouble(object, "confidence"_L1).value_or(1.0), 0.0, 1.0);
     return word;
 }
 
@@ -100,6 +105,8 @@ QJsonObject WordBlockPayload::toJson() const
     object.insert("mediaEnd"_L1, mediaEnd);
     object.insert("isFiller"_L1, isFiller);
     object.insert("sortOrder"_L1, sortOrder);
+    if (confidence < 1.0)
+        object.insert("confidence"_L1, confidence);
     return object;
 }
 
@@ -129,6 +136,7 @@ size_t qHash(const WordBlockPayload &word, size_t seed) noexcept
     seed = detail::hashDouble(word.mediaStart, seed);
     seed = detail::hashDouble(word.mediaEnd, seed);
     seed = ::qHash(word.isFiller, seed);
+    seed = detail::hashDouble(word.confidence, seed);
     return ::qHash(word.sortOrder, seed);
 }
 
@@ -199,6 +207,7 @@ QList<Paragraph> paragraphsFromPayload(const QList<ParagraphPayload> &payload,
             block.mediaStart = word.mediaStart;
             block.mediaEnd = word.mediaEnd;
             block.isFiller = word.isFiller;
+            block.confidence = word.confidence;
             // The service's own numbering may have gaps; ours is the word's position.
             block.sortOrder = j;
             paragraph.wordBlocks.append(std::move(block));

@@ -43,6 +43,8 @@ struct WordBlockPayload
     double mediaEnd = 0.0;
     bool isFiller = false;
     qint64 sortOrder = 0;
+    // Left out on the wire when the recogniser is sure (or does not say).
+    double confidence = 1.0;
 
     static WordBlockPayload fromJson(const QJsonObject &object);
     QJsonObject toJson() const;

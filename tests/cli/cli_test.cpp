@@ -51,6 +51,10 @@ QString bundleWithTranscript(const QString &title, bool storedReversed = false)
     QList<Paragraph> paragraphs
         = test::transcript({{u"hello"_s, u"big"_s, u"world"_s}, {u"um"_s, u"yes"_s}, {u"bye"_s}});
     paragraphs[1].wordBlocks[0].isFiller = true;
+    // The recogniser doubted "world" and "bye"; 0.6 is sure enough.
+    paragraphs[0].wordBlocks[1].confidence = 0.6;
+    paragraphs[0].wordBlocks[2].confidence = 0.31;
+    paragraphs[2].wordBlocks[0].confidence = 0.05;
     if (storedReversed)
         std::reverse(paragraphs.begin(), paragraphs.end());
     project->setParagraphs(paragraphs);
@@ -160,11 +164,17 @@ TEST(Cli, InfoAndSearchGoInPlaybackOrderCorrectionsKeepTimesAndDamageIsReported)
     EXPECT_TRUE(text.out.contains(u"Words:       6"_s));
     EXPECT_TRUE(text.out.contains(u"00:00:00.500 - 00:00:00.900  big"_s)) << text.out.toStdString();
     EXPECT_LT(text.out.indexOf(u"big"_s), text.out.indexOf(u"bye"_s));
+    const qsizetype toCheck = text.out.indexOf(u"待核对的词：2 个\n"_s);
+    EXPECT_GE(toCheck, 0) << text.out.toStdString();
+    EXPECT_EQ(text.out.mid(toCheck).section(u'\n', 1, 2),
+              u"  00:00:01.000 - 00:00:01.400  world  （可信度 0.31）\n"
+              "  00:00:02.500 - 00:00:02.900  bye  （可信度 0.05）"_s);
     const QJsonDocument json
         = QJsonDocument::fromJson(runCli({u"info"_s, bundle, u"--json"_s}).out.toUtf8());
     const QJsonObject last = json["words"_L1].toArray().last().toObject();
     EXPECT_EQ(last["text"_L1].toString(), u"bye"_s);
     EXPECT_EQ(last["mediaStart"_L1].toDouble(), 2.5);
+    EXPECT_EQ(last["confidence"_L1].toDouble(), 0.05);
 
     const CliResult found = runCli({u"search"_s, bundle, u"OBIG"_s});
     ASSERT_EQ(found.exitCode, 0) << found.err.toStdString();
@@ -195,6 +205,8 @@ TEST(Cli, InfoAndSearchGoInPlaybackOrderCorrectionsKeepTimesAndDamageIsReported)
               (QStringList {u"hello"_s, u"big wide world"_s, u"um"_s, u"yes"_s, u"good=bye"_s}));
     EXPECT_DOUBLE_EQ(words[1].mediaStart, 0.5);
     EXPECT_DOUBLE_EQ(words[1].mediaEnd, 1.4);
+    EXPECT_EQ(words[1].confidence, 1.0) << "a corrected word is no longer in doubt";
+    EXPECT_EQ(words[4].confidence, 1.0);
     EXPECT_EQ(project->metadata().pauseLimit, 0.3);
     EXPECT_TRUE(runCli({u"edit"_s, bundle, u"--replace-text"_s, u"zzz=y"_s})
                     .out.contains(u"替换了 0 处"_s));

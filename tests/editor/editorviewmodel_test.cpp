@@ -295,10 +295,37 @@ TEST_F(Editor, UndoRestoresWholeStatesAcrossParagraphDeletesAndMoves)
     }
 }
 
-TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)
+TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingAndClearDoubtEachInOneUndoStep)
 {
-    QList<Paragraph> doc = transcript({{u"the"_s, u"quik"_s, u"brow"_s, u"fox"_s}, {u"um"_s}});
+    QList<Paragraph> doc
+        = transcript({{u"a"_s, u"the"_s, u"quik"_s, u"brow"_s, u"fox"_s}, {u"um"_s}});
     doc[1].wordBlocks[0].isFiller = true;
+    // The recogniser doubted "quik", "fox", "um" and "a", which is cut from the edit; 0.6
+    // is sure enough.
+    for (const auto &[p, w, confidence] :
+         {std::tuple {0, 0, 0.0}, {0, 2, 0.3}, {0, 3, 0.6}, {0, 4, 0.5}, {1, 0, 0.1}})
+        doc[p].wordBlocks[w].confidence = confidence;
+    doc[0].wordBlocks[0].isDeleted = true;
+    openParagraphs(doc);
+
+    // F8 and Shift+F8 select the doubted words in turn from the caret or the selection,
+    // going round the ends and passing over the deleted word.
+    const auto step = [&](bool forward) {
+        vm.goToWordToCheck(forward);
+        return vm.selectedBlockIds();
+    };
+    EXPECT_EQ(step(true), ids({u"quik"_s})) << "from the start with no caret";
+    EXPECT_EQ(vm.playerVM().activeWordBlockId(), id(u"quik"_s));
+    EXPECT_EQ(step(true), ids({u"fox"_s}));
+    EXPECT_EQ(step(true), ids({u"um"_s}));
+    EXPECT_EQ(step(true), ids({u"quik"_s}));
+    EXPECT_EQ(step(false), ids({u"um"_s}));
+    EXPECT_EQ(step(false), ids({u"fox"_s}));
+    vm.setCursor(paragraph(0).id, 3);
+    EXPECT_EQ(step(false), ids({u"quik"_s}));
+    vm.setCursor(paragraph(0).id, 3);
+    EXPECT_EQ(step(true), ids({u"fox"_s}));
+    doc[0].wordBlocks.removeFirst();
     openParagraphs(doc);
     EXPECT_EQ(vm.deleteFillerWords(), 1);
     EXPECT_EQ(vm.deleteFillerWords(), 0);
@@ -315,6 +342,7 @@ TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)
     EXPECT_EQ(asked.count(), 1);
     WordBlock fax = paragraph(0).wordBlocks[3];
     fax.text = u"fax"_s;
+    fax.confidence = 1.0;
     ASSERT_TRUE(vm.correctSelectedWords(u" fax "_s));
     EXPECT_EQ(paragraph(0).wordBlocks[3], fax);
     // Several words become one word over their whole stretch, selected afterwards.
@@ -324,9 +352,11 @@ TEST_F(Editor, FillersGoAndCorrectionsChangeTextNotTimingEachInOneUndoStep)
     WordBlock merged = quick;
     merged.text = u"quick brown"_s;
     merged.mediaEnd = brown.mediaEnd;
+    merged.confidence = 1.0; // the user has said what "quik" was: no longer in doubt
     EXPECT_EQ(paragraph(0).wordBlocks[1], merged);
     EXPECT_EQ(vm.selectedBlockIds(), QSet<QUuid> {quick.id});
     expectPlayerHasDocument();
+    EXPECT_EQ(step(true), ids({u"um"_s})) << "the only word still to check";
 
     vm.undoManager().undo();
     vm.undoManager().undo();

@@ -41,6 +41,7 @@ WordBlock sampleBlock()
     b.isFiller = true;
     b.volumeLevel = 0.8f;
     b.fadeInDuration = 0.1;
+    b.confidence = 0.35;
     return b;
 }
 
@@ -98,6 +99,9 @@ TEST(WordBlockJson, RoundTripsEveryFieldFillsDefaultsAndRefusesWhatNoRecordingHa
     const WordBlock b = decodeWordBlock(wordJson());
     EXPECT_EQ(b.volumeLevel, 1.0f);
     EXPECT_FALSE(b.speakerLabel.has_value());
+    // Files from before the recogniser's doubt was kept hold words it was sure of.
+    EXPECT_EQ(b.confidence, 1.0);
+    EXPECT_FALSE(b.needsCheck());
     // A missing source id is a fresh random one each time, never a fixed value.
     EXPECT_FALSE(b.sourceFileId.isNull());
     EXPECT_NE(decodeWordBlock(wordJson()).sourceFileId, b.sourceFileId);
@@ -107,6 +111,12 @@ TEST(WordBlockJson, RoundTripsEveryFieldFillsDefaultsAndRefusesWhatNoRecordingHa
     // The 32-bit volume is written as the short decimal a person would expect.
     EXPECT_TRUE(bytes.contains("\"volumeLevel\": 0.8\n")) << bytes.toStdString();
     EXPECT_EQ(decodeWordBlock(bytes), full);
+    EXPECT_TRUE(full.needsCheck());
+    // A word the recogniser was sure of carries no confidence key at all.
+    EXPECT_TRUE(bytes.contains("\"confidence\": 0.35")) << bytes.toStdString();
+    EXPECT_FALSE(encodeWordBlock(decodeWordBlock(wordJson())).contains("confidence"));
+    EXPECT_TRUE(decodeWordBlock(wordJson(R"(,"confidence":0.6)")).confidence == 0.6
+                && !decodeWordBlock(wordJson(R"(,"confidence":0.6)")).needsCheck());
     Paragraph p = paragraph(3, {full, sampleBlock()});
     // Keys in alphabetical order at every level, so saved files diff cleanly.
     const QByteArray document = encodeTimelineDocument({2, {p}});
@@ -126,6 +136,9 @@ TEST(WordBlockJson, RoundTripsEveryFieldFillsDefaultsAndRefusesWhatNoRecordingHa
         "{" + idKey + R"(,"text":"a","mediaStart":"0","mediaEnd":1})",
         wordJson(R"(,"isMuted":"yes")"),
         wordJson(R"(,"sortOrder":1.5)"),
+        wordJson(R"(,"confidence":"low")"),
+        wordJson(R"(,"confidence":1.5)"),
+        wordJson(R"(,"confidence":-0.1)"),
         // Times no recording has: they would otherwise reach the subtitle writer's stop.
         "{" + idKey + R"(,"text":"a","mediaStart":0,"mediaEnd":1e300})",
         "{" + idKey + R"(,"text":"a","mediaStart":-4e5,"mediaEnd":1})",
@@ -164,6 +177,7 @@ TEST(WordBlockIdentity, EqualityAndHashCoverEveryField)
         [](WordBlock &b) { b.speakerLabel = QString(); },
         [](WordBlock &b) { b.fadeOutDuration = 0.01; },
         [](WordBlock &b) { b.volumeLevel = 0.5f; },
+        [](WordBlock &b) { b.confidence = 1.0; },
     };
     for (const auto &change : changes) {
         WordBlock b = a;

@@ -81,6 +81,14 @@ TEST(Recognition, LongRecordingsSurviveARestartAndKeepTheirTimes)
         }
         // Twenty seconds of silence between the copies split them into paragraphs.
         EXPECT_GE(result.paragraphs->size(), 3);
+        // PocketSphinx's doubt reaches the client: some words below certain, none outside 0–1.
+        qsizetype doubted = 0;
+        for (const ParagraphPayload &paragraph : *result.paragraphs)
+            for (const WordBlockPayload &word : paragraph.wordBlocks) {
+                EXPECT_TRUE(word.confidence >= 0.0 && word.confidence <= 1.0) << word.confidence;
+                doubted += word.confidence < 1.0 ? 1 : 0;
+            }
+        EXPECT_GT(doubted, 0);
         const QStringList expected = spokenWords();
         for (double offset : {0.0, 20.0, 40.0}) {
             QStringList texts;

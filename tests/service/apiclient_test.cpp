@@ -140,6 +140,28 @@ TEST_F(APIClientFaults, SuccessIsExactlyTheTwoHundredsAndBadBodiesSayWhere)
     EXPECT_EQ(badWord->where(), u"paragraphs[0].wordBlocks[1].mediaStart");
     EXPECT_EQ(APIError::decodingError(*badWord).description(),
               u"数据解析错误: "_s + badWord->description());
+
+    // The recogniser's doubt is optional: absent is certain, past either end is clamped,
+    // and it reaches the editor's words.
+    stub.setReply(200, R"({"task_id":"t","status":"completed","paragraphs":[{"word_blocks":[
+        {"text":"a","media_start":0,"media_end":1,"is_filler":false,"sort_order":0,"confidence":0.42},
+        {"text":"b","media_start":1,"media_end":2,"is_filler":false,"sort_order":1},
+        {"text":"c","media_start":2,"media_end":3,"is_filler":false,"sort_order":2,"confidence":3},
+        {"text":"d","media_start":3,"media_end":4,"is_filler":false,"sort_order":3,"confidence":-1}]}]})");
+    const auto doubted = runTask(client->getTranscriptionResult(u"T"_s)).get();
+    const QList<Paragraph> blocks = paragraphsFromPayload(*doubted.paragraphs, QUuid(), 0);
+    ASSERT_EQ(blocks.size(), 1);
+    QList<double> confidences;
+    for (const WordBlock &block : blocks[0].wordBlocks)
+        confidences << block.confidence;
+    EXPECT_EQ(confidences, (QList<double> {0.42, 1.0, 1.0, 0.0}));
+    EXPECT_EQ(doubted.paragraphs->at(0).wordBlocks.at(0).toJson().value(u"confidence"_s), 0.42);
+    EXPECT_FALSE(doubted.paragraphs->at(0).wordBlocks.at(1).toJson().contains(u"confidence"_s));
+    stub.setReply(200, R"({"task_id":"t","status":"completed","paragraphs":[{"word_blocks":[
+        {"text":"a","media_start":0,"media_end":1,"is_filler":false,"sort_order":0,"confidence":"high"}]}]})");
+    const auto badDoubt = runTask(client->getTranscriptionResult(u"T"_s)).errorAs<DecodeError>();
+    ASSERT_TRUE(badDoubt);
+    EXPECT_EQ(badDoubt->where(), u"paragraphs[0].wordBlocks[0].confidence");
 }
 
 TEST_F(APIClientFaults, UploadSendsOneFilePartAndReadsOnlyAStringDetail)

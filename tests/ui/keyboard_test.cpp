@@ -148,6 +148,22 @@ TEST_F(KeyboardTest, ArrowsShortcutsAndSpaceDriveTheEditorAndOtherKeysPassThroug
     EXPECT_EQ(probe->received, others);
     EXPECT_EQ(vm.cursorPosition(), 1);
     EXPECT_EQ(text(), u"d e a b c"_s);
+
+    // F8 and Shift+F8 step through the words to check; Ctrl+F8 is not theirs.
+    QList<Paragraph> doubted = vm.paragraphs();
+    doubted[0].wordBlocks[1].confidence = 0.2;
+    doubted[0].wordBlocks[3].confidence = 0.4;
+    openParagraphs(doubted);
+    press({Qt::Key_F8});
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"e"_s}));
+    press({Qt::Key_F8});
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"b"_s}));
+    press({Qt::ShiftModifier | Qt::Key_F8});
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"e"_s}));
+    probe->received.clear();
+    press({Qt::ControlModifier | Qt::Key_F8});
+    EXPECT_EQ(probe->received, QList<QKeyCombination> {Qt::ControlModifier | Qt::Key_F8});
+    EXPECT_EQ(vm.selectedBlockIds(), ids({u"e"_s}));
 }
 
 TEST_F(KeyboardTest, DeleteKeysAreAlwaysConsumedAndDeleteAroundTheCaretWhileShown)

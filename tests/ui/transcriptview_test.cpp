@@ -163,8 +163,13 @@ TEST_F(TranscriptViewTest, DoubleClickOrF2EditsTheWordInPlace)
     }
 }
 
-TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBarAtTheWordFrames)
+TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionDoubtAndTheCursorBarAtTheWordFrames)
 {
+    // "delta" was doubted by the recogniser, "gamma" only just not.
+    QList<Paragraph> doubted = vm.paragraphs();
+    doubted[0].wordBlocks[2].confidence = 0.6;
+    doubted[0].wordBlocks[3].confidence = 0.2;
+    openParagraphs(doubted);
     vm.setCursor(paragraph(0).id, 0);
     auto bar = view->cursorBarInViewport();
     ASSERT_TRUE(bar);
@@ -193,6 +198,24 @@ TEST_F(TranscriptViewTest, PaintsSearchHitsSelectionAndTheCursorBarAtTheWordFram
     EXPECT_GT(selected.blue(), selected.red() + 40) << "selected words are blue";
     EXPECT_EQ(background(0, 2), image.pixelColor(2, 2))
         << "other words lie on the plain background";
+    // Red dots under the doubted word, with gaps between them; nothing red under the other.
+    const auto underline = [&](qsizetype p, qsizetype w) {
+        const QRect frame = word(p, w).toAlignedRect();
+        int red = 0, plain = 0;
+        for (int x = frame.left() + 3; x < frame.right() - 3; ++x) {
+            bool anyRed = false;
+            for (int y = frame.bottom() - 3; y <= frame.bottom(); ++y) {
+                const QColor c = image.pixelColor(x, y);
+                anyRed = anyRed || (c.red() > 120 && c.green() < c.red() - 80);
+            }
+            (anyRed ? red : plain) += 1;
+        }
+        return std::pair {red, plain};
+    };
+    const auto [dots, gaps] = underline(0, 3);
+    EXPECT_GT(dots, 4);
+    EXPECT_GT(gaps, 4) << "dotted, not a solid line";
+    EXPECT_EQ(underline(0, 2).first, 0);
     const QColor ink = image.pixelColor(bar->center().toPoint());
     EXPECT_GT(ink.blue(), ink.red() + 100) << "the cursor bar is drawn where it stands";
 

@@ -122,6 +122,10 @@ KeyboardShortcutHandler::Action KeyboardShortcutHandler::actionFor(const QKeyEve
 
     if (key.key() == Qt::Key_F2 && !(modifiers & ~Qt::KeypadModifier))
         return [](EditorViewModel &editor) { editor.requestWordCorrection(); };
+    if (key.key() == Qt::Key_F8 && !(modifiers & ~(Qt::KeypadModifier | Qt::ShiftModifier))) {
+        const bool forward = !modifiers.testFlag(Qt::ShiftModifier);
+        return [forward](EditorViewModel &editor) { editor.goToWordToCheck(forward); };
+    }
 
     // Space plays and pauses, as in every player; a held key does not flicker it.
     if (key.key() == Qt::Key_Space && !(modifiers & ~Qt::KeypadModifier)) {

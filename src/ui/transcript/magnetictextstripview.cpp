@@ -388,6 +388,7 @@ void MagneticTextStripView::paintEvent(QPaintEvent *event)
             state.isActive = word.id == m_activeWordId;
             state.isHovering = word.id == m_hoverWordId;
             state.isFiller = word.isFiller;
+            state.needsCheck = word.needsCheck();
             state.isSearchHit = m_searchHits.contains(word.id);
             paintWordToken(painter, frame,
                            QPointF(frame.left() + metrics.wordPaddingX,

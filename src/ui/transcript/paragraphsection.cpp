@@ -26,6 +26,7 @@ TranscriptColors TranscriptColors::fromPalette(const QPalette &palette)
     c.wordHover = dark ? QColor(255, 255, 255, 28) : QColor(0, 0, 0, 20);
     c.searchHit = QColor(255, 214, 10, dark ? 130 : 150);
     c.fillerText = dark ? QColor(150, 150, 158) : QColor(142, 142, 147);
+    c.checkMark = dark ? QColor(255, 105, 97) : QColor(215, 0, 21);
     c.cursor = QColor(10, 132, 255);
     return c;
 }
@@ -131,7 +132,15 @@ void paintWordToken(QPainter &painter, const QRectF &frame, QPointF textPosition
     painter.setPen(ink);
     painter.drawText(textPosition, text);
 
-    if (state.isFiller) {
+    // A doubted word is underlined in red dots, as a misspelling is in a text editor; the
+    // line says more than the filler's grey one, so it takes its place on a doubted filler.
+    if (state.needsCheck) {
+        QPen dots(colors.checkMark, 1.5, Qt::CustomDashLine);
+        dots.setDashPattern({1.0, 1.5});
+        painter.setPen(dots);
+        painter.drawLine(QPointF(frame.left() + 2.0, frame.bottom() - 1.0),
+                         QPointF(frame.right() - 2.0, frame.bottom() - 1.0));
+    } else if (state.isFiller) {
         QPen dots(colors.fillerText, 1.0, Qt::DotLine);
         painter.setPen(dots);
         painter.drawLine(QPointF(frame.left() + 2.0, frame.bottom() - 0.5),

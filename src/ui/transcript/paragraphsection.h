@@ -28,6 +28,8 @@ struct TranscriptColors
     QColor wordHover;
     QColor searchHit;
     QColor fillerText;
+    // The dotted line under a word the recogniser doubted.
+    QColor checkMark;
     QColor cursor;
 
     static TranscriptColors fromPalette(const QPalette &palette);
@@ -51,6 +53,7 @@ struct WordState
     bool isHovering = false;
     bool isFiller = false;
     bool isSearchHit = false;
+    bool needsCheck = false;
 };
 
 // "说话人 1"; an unknown speaker shows nothing.
