@@ -1,10 +1,11 @@
 #pragma once
 
+#include "healthmetrics.h"
 #include "ratelimiter.h"
 #include "smssender.h"
 #include "store.h"
-#include "uploadspool.h"
 #include "taskprogress.h"
+#include "uploadspool.h"
 
 #include <atomic>
 #include <chrono>
@@ -37,6 +38,8 @@ struct HttpOptions
     // The progress of the tasks this process recognises; without it a running task
     // reports none until it ends.
     TaskProgress *progress = nullptr;
+    // Where requests are counted for GET /metrics; shared with this process's workers.
+    std::shared_ptr<ServiceMetrics> metrics = std::make_shared<ServiceMetrics>();
 };
 
 class HttpService

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "healthmetrics.h"
 #include "speechrecognizer.h"
 #include "store.h"
 #include "taskprogress.h"
@@ -31,6 +32,8 @@ struct WorkerOptions
     int maxClaims = 3;
     // Where each task's progress is told, for the requests of this process; optional.
     TaskProgress *progress = nullptr;
+    // Where recognition time is counted for the metrics; optional.
+    ServiceMetrics *metrics = nullptr;
 };
 
 // Recognition workers: threads that claim tasks from the store, recognise their audio
