@@ -39,6 +39,7 @@ contents)
             usr/share/icons/hicolor/256x256/apps/kavel.png
             usr/share/metainfo/org.kavel.Kavel.metainfo.xml usr/share/man/man1/kavel.1.gz"
         [kavel-cli]="usr/bin/kavel-cli usr/share/man/man1/kavel-cli.1.gz
+            usr/lib/kavel-mlt-modules/libmltcore.so usr/lib/kavel-mlt-modules/libmltavformat.so
             usr/share/bash-completion/completions/kavel-cli"
         [kavel-server]="usr/bin/kavel-server usr/share/man/man1/kavel-server.1.gz
             usr/share/bash-completion/completions/kavel-server
@@ -60,6 +61,13 @@ contents)
     done
     dpkg-deb -f "$(deb kavel)" Depends | grep -q libqt6widgets6 || fail "kavel does not depend on Qt Widgets"
     dpkg-deb -f "$(deb kavel)" Recommends | grep -q ffmpeg || fail "kavel does not recommend ffmpeg"
+    # The module folder links into the system's MLT modules, wherever it is installed.
+    for link in "$work/root/usr/lib/kavel-mlt-modules"/*; do
+        target=$(readlink "$link")
+        [[ $target == ../* ]] || fail "$link is not a relative link: $target"
+        [ -e "$(realpath -m "/usr/lib/kavel-mlt-modules/$target")" ] ||
+            fail "$link leads nowhere: $target"
+    done
     dpkg-deb -I "$(deb kavel-server)" conffiles | grep -qx /etc/kavel-server.conf ||
         fail "/etc/kavel-server.conf is not a conffile"
     dpkg-deb -I "$(deb kavel-server)" postinst | grep -q 'adduser --system' ||
@@ -79,6 +87,15 @@ contents)
     done
     man -l "$root/usr/share/man/man1/kavel-server.1.gz" 2>/dev/null | grep -q -- '--metrics-bind' ||
         fail "man kavel-server lacks serve's options"
+    # The media engine starts from the packaged module folder: the system's MLT modules
+    # are where its links lead in the unpacked root too.
+    mlt=$(realpath -m "/usr/lib/kavel-mlt-modules/$(readlink "$root/usr/lib/kavel-mlt-modules/libmltcore.so")/..")
+    mkdir -p "$(dirname "$root$mlt")"
+    ln -s "$mlt" "$root$mlt"
+    sox -n -r 16000 -c 1 "$work/tone.wav" synth 1 sine 440
+    export KAVEL_PROJECTS_DIR=$work/projects
+    bundle=$(kavel-cli new 试听) || fail "kavel-cli new"
+    kavel-cli add-media "$bundle" "$work/tone.wav" || fail "kavel-cli add-media: the media engine did not start"
     desktop-file-validate "$root/usr/share/applications/kavel.desktop"
     appstreamcli validate --no-net --strict "$root/usr/share/metainfo/org.kavel.Kavel.metainfo.xml" >/dev/null ||
         fail "appstreamcli validate"
