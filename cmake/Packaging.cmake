@@ -23,9 +23,7 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "")
 set(CPACK_DEBIAN_KAVEL_PACKAGE_NAME kavel)
 # The window needs Qt's X11 and SVG plugins and MLT's profiles, which no library
 # link names.
-# kavel-cli holds the MLT module folder both programs load.
-set(CPACK_DEBIAN_KAVEL_PACKAGE_DEPENDS
-    "kavel-cli (= ${PROJECT_VERSION}), qt6-qpa-plugins, libqt6svg6, libmlt-data")
+set(CPACK_DEBIAN_KAVEL_PACKAGE_DEPENDS "qt6-qpa-plugins, libqt6svg6, libmlt-data")
 set(CPACK_DEBIAN_KAVEL_PACKAGE_RECOMMENDS
     "kavel-server, ffmpeg | lame, fonts-noto-cjk, breeze-icon-theme, qt6-translations-l10n")
 set(CPACK_DEBIAN_KAVEL_PACKAGE_SUGGESTS "kavel-cli, melt")

@@ -37,9 +37,10 @@ contents)
             usr/share/icons/hicolor/scalable/apps/kavel.svg
             usr/share/icons/hicolor/16x16/apps/kavel.png usr/share/icons/hicolor/48x48/apps/kavel.png
             usr/share/icons/hicolor/256x256/apps/kavel.png
-            usr/share/metainfo/org.kavel.Kavel.metainfo.xml usr/share/man/man1/kavel.1.gz"
+            usr/share/metainfo/org.kavel.Kavel.metainfo.xml usr/share/man/man1/kavel.1.gz
+            usr/lib/kavel/mlt-modules/libmltcore.so usr/lib/kavel/mlt-modules/libmltavformat.so"
         [kavel-cli]="usr/bin/kavel-cli usr/share/man/man1/kavel-cli.1.gz
-            usr/lib/kavel-mlt-modules/libmltcore.so usr/lib/kavel-mlt-modules/libmltavformat.so
+            usr/lib/kavel-cli/mlt-modules/libmltcore.so usr/lib/kavel-cli/mlt-modules/libmltavformat.so
             usr/share/bash-completion/completions/kavel-cli"
         [kavel-server]="usr/bin/kavel-server usr/share/man/man1/kavel-server.1.gz
             usr/share/bash-completion/completions/kavel-server
@@ -61,11 +62,12 @@ contents)
     done
     dpkg-deb -f "$(deb kavel)" Depends | grep -q libqt6widgets6 || fail "kavel does not depend on Qt Widgets"
     dpkg-deb -f "$(deb kavel)" Recommends | grep -q ffmpeg || fail "kavel does not recommend ffmpeg"
-    # The module folder links into the system's MLT modules, wherever it is installed.
-    for link in "$work/root/usr/lib/kavel-mlt-modules"/*; do
+    # Each program's module folder links into the system's MLT modules, wherever they
+    # are installed.
+    for link in "$work/root"/usr/lib/kavel{,-cli}/mlt-modules/*; do
         target=$(readlink "$link")
         [[ $target == ../* ]] || fail "$link is not a relative link: $target"
-        [ -e "$(realpath -m "/usr/lib/kavel-mlt-modules/$target")" ] ||
+        [ -e "$(realpath -m "$(dirname "${link#"$work/root"}")/$target")" ] ||
             fail "$link leads nowhere: $target"
     done
     dpkg-deb -I "$(deb kavel-server)" conffiles | grep -qx /etc/kavel-server.conf ||
@@ -89,7 +91,7 @@ contents)
         fail "man kavel-server lacks serve's options"
     # The media engine starts from the packaged module folder: the system's MLT modules
     # are where its links lead in the unpacked root too.
-    mlt=$(realpath -m "/usr/lib/kavel-mlt-modules/$(readlink "$root/usr/lib/kavel-mlt-modules/libmltcore.so")/..")
+    mlt=$(realpath -m "/usr/lib/kavel-cli/mlt-modules/$(readlink "$root/usr/lib/kavel-cli/mlt-modules/libmltcore.so")/..")
     mkdir -p "$(dirname "$root$mlt")"
     ln -s "$mlt" "$root$mlt"
     sox -n -r 16000 -c 1 "$work/tone.wav" synth 1 sine 440
