@@ -23,6 +23,31 @@ if [ "$name" = kavel-cli ]; then
         done
     } > "$work/include"
 fi
+if [ "$name" = kavel-server ]; then
+    cat >> "$work/include" <<'TEXT'
+[DESCRIPTION]
+.B kavel-server
+is the service the Kavel editor signs in to and sends recordings to for speech
+recognition: one process on one SQLite file, or API nodes and workers on one
+PostgreSQL database. It logs to standard output, one line each.
+[FILES]
+.TP
+.I /etc/kavel-server.conf
+The system service's settings, read with
+.BR "--config" ;
+.B add-user
+run by root without
+.B --database
+reads it too.
+.TP
+.I /var/lib/kavel-server
+The system service's database and, beside it, its uploads.
+[SEE ALSO]
+.BR kavel (1),
+.BR kavel-cli (1),
+and /usr/share/doc/kavel-server/server.md
+TEXT
+fi
 cat >> "$work/include" <<'TEXT'
 [REPORTING BUGS]
 Report bugs to the Kavel developers.
