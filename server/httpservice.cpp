@@ -209,8 +209,15 @@ void HttpService::routes()
     m_server->Get("/signup", [](const Request &, Response &response) {
         response.set_content(signUpPage, "text/html; charset=utf-8");
     });
+    // Metrics name no one, but they tell a stranger how busy the service is.
+    addOperatorRoutes(*m_server, m_store, *m_options.metrics, m_options.uploadDirectory,
+                      [this](const Request &request, Response &response) {
+                          return isLoopbackPeer(request.remote_addr)
+                              || authenticate(request, response).has_value();
+                      });
 
     m_server->set_pre_routing_handler([this](const Request &request, Response &response) {
+        m_options.metrics->requestArrived();
         return screen(request, response) ? httplib::Server::HandlerResponse::Handled
                                          : httplib::Server::HandlerResponse::Unhandled;
     });
@@ -225,7 +232,8 @@ void HttpService::routes()
         logLine("internal error: " + what);
         sendDetail(response, 500, "Internal server error");
     });
-    m_server->set_logger([](const Request &request, const Response &response) {
+    m_server->set_logger([this](const Request &request, const Response &response) {
+        m_options.metrics->requestServed(request.path, response.status);
         logLine(request.method + " " + request.path + " -> " + std::to_string(response.status));
     });
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "healthmetrics.h"
 #include "ratelimiter.h"
 #include "smssender.h"
 #include "store.h"
@@ -41,6 +42,8 @@ struct HttpOptions
     // The languages the recogniser hears (BCP 47 tags); the first serves uploads that
     // name none.
     std::vector<std::string> languages {"en"};
+    // Where requests are counted for GET /metrics; shared with this process's workers.
+    std::shared_ptr<ServiceMetrics> metrics = std::make_shared<ServiceMetrics>();
 };
 
 class HttpService

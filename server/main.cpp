@@ -4,11 +4,13 @@
 
 #include "commandrecognizer.h"
 #include "credentials.h"
+#include "healthmetrics.h"
 #include "httpservice.h"
 #include "languages.h"
 #include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
 #include "recognitionworkers.h"
+#include "serverconfig.h"
 #include "serverlog.h"
 #include "smssender.h"
 #include "store.h"
@@ -25,6 +27,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -34,23 +37,28 @@ constexpr int defaultPort = 8417;
 constexpr const char *defaultModel = "/usr/share/pocketsphinx/model/en-us";
 constexpr const char *defaultDatabase = "kavel-server.db";
 
-int usage()
+int usage(std::ostream &out = std::cerr)
 {
-    std::cerr
-        << "usage:\n"
+    out << "usage:\n"
            "  kavel-server serve [--port N] [--bind ADDRESS] [--tls-cert FILE --tls-key FILE]\n"
            "                     [--insecure] [--database PATH|URL] [--uploads DIR]\n"
            "                     [--workers N] [--lease SECONDS] [--upload-quota N]\n"
-           "                     [--upload-quota-mib N] [RECOGNIZER]\n"
+           "                     [--upload-quota-mib N] [--metrics-bind ADDRESS:PORT]\n"
+           "                     [--config FILE] [RECOGNIZER]\n"
            "      --port 0 picks a free port; the log line \"listening on\" names it.\n"
            "      --workers 0 answers requests only and leaves recognition to workers.\n"
            "      Plain HTTP off the loopback address needs --insecure.\n"
            "      --upload-quota and --upload-quota-mib bound what one user may have\n"
            "      waiting for recognition (default 64 uploads, 4096 MiB).\n"
+           "      GET /healthz answers 200 while the database does, 503 otherwise.\n"
+           "      GET /metrics (Prometheus text) needs a token off the loopback address;\n"
+           "      --metrics-bind serves both on a listener of their own, to anyone.\n"
            "  kavel-server worker --database PATH|URL --uploads DIR [--workers N]\n"
            "                      [--lease SECONDS] [RECOGNIZER]\n"
            "  kavel-server add-user --database PATH|URL [--email ADDRESS] [--phone NUMBER]\n"
            "                        [--nickname NAME] --password PASSWORD\n"
+           "      Run by root without --database, it uses the database of\n"
+           "      /etc/kavel-server.conf, as the owner of that database's folder.\n"
            "  RECOGNIZER is [--model DIR] for PocketSphinx, or --recognizer-command CMD\n"
            "  [--recognizer-timeout SECONDS] to run CMD with a WAV file for each stretch,\n"
            "  [--recognizer-languages zh,en,...] for the languages CMD hears (default en;\n"
@@ -58,7 +66,10 @@ int usage()
            "  and [--recognition-threads N] (default: one per core) to recognise the\n"
            "  stretches of one recording at once.\n"
            "  A database is a SQLite file or a postgresql:// URL; --db PATH is the same as\n"
-           "  --database PATH.\n";
+           "  --database PATH.\n"
+           "  --config FILE reads options from FILE, one \"key = value\" a line, such as\n"
+           "  \"port = 8417\" or \"insecure = yes\"; options on the command line win.\n"
+           "  kavel-server --help shows this text.\n";
     return 2;
 }
 
@@ -68,8 +79,10 @@ using Options = std::map<std::string, std::string>;
 const std::set<std::string> flags {"--insecure"};
 
 // "--key value" pairs and flags after the command; nullopt when an option lacks its
-// value or is not one of `known`. "--db" is the old name of "--database".
-std::optional<Options> parseOptions(int argc, char **argv, const std::set<std::string> &known)
+// value or is not one of `known`. "--db" is the old name of "--database". "--config FILE"
+// adds FILE's settings; with `strictConfig` a setting `known` lacks is an error there.
+std::optional<Options> parseOptions(int argc, char **argv, const std::set<std::string> &known,
+                                    bool strictConfig = false)
 {
     Options options;
     for (int i = 2; i < argc; ++i) {
@@ -80,11 +93,17 @@ std::optional<Options> parseOptions(int argc, char **argv, const std::set<std::s
             options[key] = "yes";
             continue;
         }
-        if (!known.contains(key) || i + 1 >= argc) {
+        if ((!known.contains(key) && key != "--config") || i + 1 >= argc) {
             std::cerr << "kavel-server: unexpected argument " << argv[i] << "\n";
             return std::nullopt;
         }
         options[key] = argv[++i];
+    }
+    if (const auto config = options.extract("--config")) {
+        const std::string problem
+            = mergeConfigFile(config.mapped(), options, known, flags, strictConfig);
+        if (!problem.empty())
+            throw std::runtime_error(problem);
     }
     return options;
 }
@@ -127,16 +146,30 @@ bool isUrl(const std::string &database)
 
 int addUser(int argc, char **argv)
 {
-    const auto options = parseOptions(
-        argc, argv, {"--database", "--email", "--phone", "--nickname", "--password"});
+    const std::set<std::string> known {"--database", "--email", "--phone", "--nickname",
+                                       "--password"};
+    auto options = parseOptions(argc, argv, known);
     if (!options)
         return usage();
+    // `sudo kavel-server add-user` finds the system service's database by itself.
+    if (!options->contains("--database") && ::geteuid() == 0
+        && std::filesystem::exists(systemConfigFile)) {
+        const std::string problem
+            = mergeConfigFile(systemConfigFile, *options, known, flags, false);
+        if (!problem.empty())
+            throw std::runtime_error(problem);
+    }
     const auto database = option(*options, "--database");
     const auto email = option(*options, "--email");
     const auto phone = option(*options, "--phone");
     const auto password = option(*options, "--password");
     if (!database || (!email && !phone) || !password)
         return usage();
+    if (!isUrl(*database)) {
+        const std::string problem = becomeOwnerOf(*database);
+        if (!problem.empty())
+            throw std::runtime_error(problem);
+    }
     const auto store = openStore(*database);
     if ((email && store->findUserByAccount(*email))
         || (phone && store->findUserByAccount(*phone))) {
@@ -251,8 +284,8 @@ int serve(int argc, char **argv)
 {
     std::set<std::string> names = workerOptionNames;
     names.insert({"--port", "--bind", "--tls-cert", "--tls-key", "--insecure", "--upload-quota",
-                  "--upload-quota-mib"});
-    const auto options = parseOptions(argc, argv, names);
+                  "--upload-quota-mib", "--metrics-bind"});
+    const auto options = parseOptions(argc, argv, names, true);
     if (!options)
         return usage();
     const auto port = numberOption(*options, "--port", defaultPort, 0, 65535);
@@ -297,10 +330,22 @@ int serve(int argc, char **argv)
     http.progress = &progress;
     WorkerSetup local = *setup;
     local.options.progress = &progress;
+    local.options.metrics = http.metrics.get();
     HttpService service(*store, sms, http, [&workers] {
         if (workers)
             workers->wake();
     });
+    std::unique_ptr<OperatorListener> operatorListener;
+    if (const auto where = option(*options, "--metrics-bind")) {
+        operatorListener = std::make_unique<OperatorListener>(*store, *http.metrics, *uploads);
+        std::string problem;
+        const int metricsPort = operatorListener->start(*where, problem);
+        if (metricsPort < 0) {
+            logLine(problem);
+            return 1;
+        }
+        logLine("metrics and health checks on port " + std::to_string(metricsPort));
+    }
     const int bound = service.bind(address, *port);
     if (bound < 0) {
         logLine("cannot listen on " + address + ":" + std::to_string(*port));
@@ -311,12 +356,14 @@ int serve(int argc, char **argv)
     const bool ipv6 = address.find(':') != std::string::npos;
     logLine(std::string("listening on ") + (tls ? "https" : "http") + "://"
             + (ipv6 ? "[" + address + "]" : address) + ":" + std::to_string(bound));
+    notifyReady();
     workers = startWorkers(*store, local);
 
     std::thread signalWaiter([&service, signals] {
         int received = 0;
         sigwait(&signals, &received);
         logLine("stopping on signal " + std::to_string(received));
+        notifyStopping();
         service.stop();
     });
     const bool ok = service.run();
@@ -365,6 +412,10 @@ int main(int argc, char **argv)
     try {
         credentials::initialise();
         const std::string command = argv[1];
+        if (command == "--help" || command == "-h" || command == "help") {
+            usage(std::cout);
+            return 0;
+        }
         if (command == "serve")
             return serve(argc, argv);
         if (command == "worker")

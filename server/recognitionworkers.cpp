@@ -188,10 +188,12 @@ void RecognitionWorkers::process(const std::string &worker, const ClaimedTask &t
         const std::vector<RecognizedWord> words = recognizer->recognize(samples, *cancel);
         finished = m_store.completeTask(task.id, worker, paragraphsJson(words));
         const auto took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
+        const double audioSeconds = static_cast<double>(samples.size()) / recognitionSampleRate;
+        if (finished && m_options.metrics)
+            m_options.metrics->recognised(audioSeconds, took.count());
         logLine("task " + task.id
                 + (finished ? " completed: " : " result dropped, another worker took it over: ")
-                + std::to_string(words.size()) + " words, "
-                + std::to_string(static_cast<double>(samples.size()) / recognitionSampleRate)
+                + std::to_string(words.size()) + " words, " + std::to_string(audioSeconds)
                 + " s of audio in " + std::to_string(took.count()) + " s");
     } catch (const RecognitionCancelled &) {
         bool stopping = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "healthmetrics.h"
 #include "speechrecognizer.h"
 #include "store.h"
 #include "taskprogress.h"
@@ -34,6 +35,8 @@ struct WorkerOptions
     // What the recogniser hears, the first being what a task that names no language is
     // recognised in.
     std::vector<std::string> languages {"en"};
+    // Where recognition time is counted for the metrics; optional.
+    ServiceMetrics *metrics = nullptr;
 };
 
 // Recognition workers: threads that claim tasks from the store, recognise their audio

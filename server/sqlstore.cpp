@@ -396,4 +396,18 @@ std::vector<std::string> SqlStore::waitingUploads(const std::string &userId)
     return files;
 }
 
+QueueCounts SqlStore::queueCounts(std::int64_t nowMs)
+{
+    const auto lock = exclusive();
+    QueueCounts counts;
+    for (const auto &row : run("SELECT status, COUNT(*) FROM tasks GROUP BY status", {}).rows)
+        counts.byStatus[row[0].value_or("")] = integer(row[1]);
+    counts.leasesHeld = integer(run("SELECT COUNT(*) FROM tasks WHERE status = 'processing' "
+                                    "AND lease_until >= $1",
+                                    {nowMs})
+                                    .rows.at(0)
+                                    .at(0));
+    return counts;
+}
+
 } // namespace kavel::server

@@ -51,6 +51,7 @@ public:
     void releaseTask(const std::string &id, const std::string &worker) override;
     std::optional<TaskRecord> task(const std::string &id) override;
     std::vector<std::string> waitingUploads(const std::string &userId) override;
+    QueueCounts queueCounts(std::int64_t nowMs) override;
     int schemaVersion() override;
 
 protected:

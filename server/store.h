@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -26,6 +27,14 @@ struct TaskRecord
     std::string status;
     std::optional<std::string> resultJson; // the paragraphs array, wire form
     std::optional<std::string> errorMessage;
+};
+
+// How the recognition queue stands, for operators: tasks by status, and how many of
+// them a worker holds under a lease that has not run out.
+struct QueueCounts
+{
+    std::map<std::string, std::int64_t> byStatus;
+    std::int64_t leasesHeld = 0;
 };
 
 // A task a worker has taken, with the name of its upload inside the shared folder.
@@ -112,6 +121,8 @@ public:
     virtual std::optional<TaskRecord> task(const std::string &id) = 0;
     // The upload files of a user's tasks that are waiting or being recognised.
     virtual std::vector<std::string> waitingUploads(const std::string &userId) = 0;
+
+    virtual QueueCounts queueCounts(std::int64_t nowMs) = 0;
 
     virtual int schemaVersion() = 0;
 };

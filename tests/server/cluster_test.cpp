@@ -118,6 +118,20 @@ echo '{"words":[{"text":"hello","start":0.1,"end":0.3},{"text":"world","start":0
         return ended;
     }
 
+    // One figure from an API node's /metrics (-1 when absent), and its /healthz status.
+    double metric(int api, const std::string &series)
+    {
+        const auto reply = httplib::Client("127.0.0.1", ports[api]).Get("/metrics");
+        const std::string text = reply ? "\n" + reply->body : std::string();
+        const auto at = text.find("\n" + series + " ");
+        return at == std::string::npos ? -1 : std::stod(text.substr(at + series.size() + 2));
+    }
+    int health(int api)
+    {
+        const auto reply = httplib::Client("127.0.0.1", ports[api]).Get("/healthz");
+        return reply ? reply->status : 0;
+    }
+
     // How many times the workers logged `event` ("claimed", "completed") for `task`.
     int times(const std::string &task, const QString &event)
     {
@@ -153,6 +167,15 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
         EXPECT_EQ(times(task, u"claimed"_s), 1) << task;
         EXPECT_EQ(times(task, u"completed"_s), 1) << task;
     }
+    // Either node tells of the whole queue; each counts its own requests.
+    for (int api : {0, 1}) {
+        EXPECT_EQ(health(api), 200);
+        EXPECT_EQ(metric(api, R"(kavel_tasks{state="completed"})"), 40);
+        EXPECT_EQ(metric(api, "kavel_worker_leases_held"), 0);
+        EXPECT_EQ(
+            metric(api, R"(kavel_http_requests_total{route="/api/media/transcribe",status="200"})"),
+            20);
+    }
 
     // A worker killed in the middle of a task: the other takes it over when the lease
     // runs out. An API node killed: its clients carry on through the other one.
@@ -162,6 +185,10 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
         if (!killWorker)
             held.insert(held.end(), {upload(0), upload(0)});
         ASSERT_TRUE(QTest::qWaitFor([&] { return QFile::exists(holdFile + u".seen"_s); }, 20000));
+        if (killWorker) {
+            EXPECT_EQ(metric(1, "kavel_worker_leases_held"), 1);
+            EXPECT_EQ(metric(1, R"(kavel_tasks{state="processing"})"), 1);
+        }
         const bool firstHasIt
             = workers[0]->log().contains(QString::fromStdString(held[0]) + u" claimed"_s);
         (killWorker ? (firstHasIt ? workers[0] : workers[1]) : apis[0])->kill();
@@ -172,6 +199,13 @@ TEST_P(Deployment, TasksCompleteOnceAcrossNodesAndSurviveKilledOnes)
             EXPECT_EQ(ended[task], u"hello world"_s) << task;
             EXPECT_EQ(times(task, u"completed"_s), 1) << task;
         }
+    }
+
+    // A database that stopped answering is what the health check is for.
+    if (cluster) {
+        cluster->stop();
+        EXPECT_EQ(health(1), 503);
+        EXPECT_EQ(metric(1, "kavel_database_up"), 0);
     }
 }
 

@@ -92,6 +92,11 @@ PgCluster::PgCluster()
 
 PgCluster::~PgCluster()
 {
+    stop();
+}
+
+void PgCluster::stop()
+{
     if (m_server.state() == QProcess::NotRunning)
         return;
     // SIGINT is PostgreSQL's fast shutdown: it does not wait for clients to leave.

@@ -25,6 +25,9 @@ public:
 
     // A fresh, empty database in the cluster; its postgresql:// URL.
     std::string newDatabase();
+    // Shuts the server down at once, as a crash of the database machine would look to
+    // its clients.
+    void stop();
 
 private:
     std::string url(const std::string &database) const;

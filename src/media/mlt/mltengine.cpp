@@ -54,8 +54,14 @@ QString MltMediaEngine::defaultModuleDirectory()
     const QString fromEnvironment = qEnvironmentVariable("KAVEL_MLT_MODULES");
     if (!fromEnvironment.isEmpty())
         return fromEnvironment;
-    return QDir(QCoreApplication::applicationDirPath())
-        .absoluteFilePath(u"../lib/kavel-mlt-modules"_s);
+    // Installed, the window and the command-line tool come in packages of their own, so
+    // each has its own folder, /usr/lib/<program>/mlt-modules.
+    const QDir libraries(QCoreApplication::applicationDirPath() + u"/../lib"_s);
+    const QString installed = libraries.absoluteFilePath(
+        QFileInfo(QCoreApplication::applicationFilePath()).fileName() + u"/mlt-modules"_s);
+    if (QFileInfo(installed).isDir())
+        return installed;
+    return libraries.absoluteFilePath(u"kavel-mlt-modules"_s);
 }
 
 void MltMediaEngine::releaseUnusedMemory()

@@ -12,7 +12,8 @@ public:
     // Throws MediaError when MLT cannot start from `moduleDirectory`.
     explicit MltMediaEngine(const QString &moduleDirectory = defaultModuleDirectory());
 
-    // KAVEL_MLT_MODULES when set, else "../lib/kavel-mlt-modules" beside the executable.
+    // KAVEL_MLT_MODULES when set, else "../lib/<program>/mlt-modules" beside the
+    // executable when that exists (installed), else "../lib/kavel-mlt-modules" (built).
     static QString defaultModuleDirectory();
 
     MediaInfo probe(const QString &path) override;
