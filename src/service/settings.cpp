@@ -88,4 +88,15 @@ void Settings::setLastExportPath(const QString &path)
     m_store->sync();
 }
 
+QString Settings::interfaceLanguage() const
+{
+    return string(interfaceLanguageKey).value_or(QStringLiteral("system"));
+}
+
+void Settings::setInterfaceLanguage(const QString &raw)
+{
+    m_store->setValue(QLatin1StringView(interfaceLanguageKey), raw);
+    m_store->sync();
+}
+
 } // namespace kavel::service

@@ -18,6 +18,7 @@ public:
     static constexpr auto apiBaseUrlKey = "apiBaseURL";
     static constexpr auto defaultExportPathKey = "defaultExportPath";
     static constexpr auto lastExportPathKey = "lastExportPath";
+    static constexpr auto interfaceLanguageKey = "interfaceLanguage";
     static constexpr auto baseUrlEnvironmentVariable = "KAVEL_API_BASE_URL";
     static constexpr int defaultServerPort = 8417;
 
@@ -44,6 +45,9 @@ public:
     // The folder the last export went to; empty before the first.
     QString lastExportPath() const;
     void setLastExportPath(const QString &path);
+    // The interface language chosen on the settings screen: "system", "zh" or "en".
+    QString interfaceLanguage() const;
+    void setInterfaceLanguage(const QString &raw);
 
 private:
     std::optional<QString> string(const char *key) const;
