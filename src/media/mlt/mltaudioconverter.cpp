@@ -3,6 +3,7 @@
 #include "mediaprobe.h"
 #include "mltengine.h"
 
+#include <QCoreApplication>
 #include <Mlt.h>
 #include <QElapsedTimer>
 #include <QFile>
@@ -98,7 +99,7 @@ private:
             // Reported from the event loop, as every other outcome is.
             QTimer::singleShot(0, this, [this] {
                 fail(std::make_exception_ptr(
-                    MediaError(u"媒体引擎无法开始转换音频："_s + m_source)));
+                    MediaError(QCoreApplication::translate("kavel::media", "媒体引擎无法开始转换音频：") + m_source)));
             });
             return;
         }
@@ -131,7 +132,7 @@ private:
                 }
                 QFile::remove(m_output);
                 fail(std::make_exception_ptr(
-                    MediaError(u"音频转换没有进展，已停止："_s + m_source)));
+                    MediaError(QCoreApplication::translate("kavel::media", "音频转换没有进展，已停止：") + m_source)));
             }
             return;
         }
@@ -146,7 +147,7 @@ private:
             return;
         }
         QFile::remove(m_output);
-        fail(std::make_exception_ptr(MediaError(u"音频转换没有完成："_s + m_source)));
+        fail(std::make_exception_ptr(MediaError(QCoreApplication::translate("kavel::media", "音频转换没有完成：") + m_source)));
     }
 
     // The consumer says nothing about how it ended, so the file is the judge: it must
