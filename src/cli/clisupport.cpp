@@ -2,6 +2,7 @@
 
 #include "model/kavelproject.h"
 
+#include <QCoreApplication>
 #include <QCommandLineParser>
 #include <QFileInfo>
 #include <cmath>
@@ -50,7 +51,7 @@ QStringList parsePositionals(QCommandLineParser &parser, const QString &command,
     const QStringList values = parser.positionalArguments();
     const bool countOk = repeatLast ? values.size() >= names.size() : values.size() == names.size();
     if (!countOk)
-        throw CommandFailure {QStringLiteral("用法：kavel-cli ") + command + u' ' + names.join(u' ')
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "用法：kavel-cli ") + command + u' ' + names.join(u' ')
                                   + (repeatLast ? QStringLiteral("...") : QString()),
                               2};
     return values;

@@ -12,6 +12,7 @@
 #include "service/appstate.h"
 #include "service/settings.h"
 
+#include <QCoreApplication>
 #include <QCommandLineParser>
 #include <QCoroSignal>
 #include <QDir>
@@ -33,7 +34,7 @@ service::LogSink errorSink()
 void signIn(service::APIClient &client, service::Settings &settings, const QString &email,
             const QString &password, const Deadline &deadline)
 {
-    const auto timedOut = [] { return u"登录失败：连接服务器超时"_s; };
+    const auto timedOut = [] { return QCoreApplication::translate("kavel::cli", "登录失败：连接服务器超时"); };
     if (!email.isEmpty()) {
         try {
             const auto tokens = awaitTask(
@@ -45,17 +46,17 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
             // The service turns a wrong password away with 401, which the window reports
             // in the same words.
             if (error.statusCode() == 401)
-                throw CommandFailure {u"登录失败：用户名或密码错误"_s};
-            throw CommandFailure {u"登录失败："_s + error.description()};
+                throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：用户名或密码错误")};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：") + error.description()};
         } catch (const Error &error) {
-            throw CommandFailure {u"登录失败："_s + error.description()};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：") + error.description()};
         }
         return;
     }
     service::AppState session(client, settings, errorSink());
     awaitTask(session.restoreSession(), deadline, timedOut);
     if (!session.isAuthenticated())
-        throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "需要登录：请先在 Kavel 中登录，或使用 --email 和 --password")};
 }
 
 QCoro::Task<> whenEnded(ImportJob &job)
@@ -88,18 +89,18 @@ int runImport(const QStringList &arguments)
     parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption, noRefineOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
-        throw CommandFailure {u"--email 和 --password 需要一起给出"_s, 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--email 和 --password 需要一起给出"), 2};
     bool timeoutOk = false;
     const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
     if (!timeoutOk || !(timeoutSeconds > 0))
-        throw CommandFailure {u"--timeout 需要一个秒数"_s, 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--timeout 需要一个秒数"), 2};
     const auto deadline = std::chrono::steady_clock::now()
         + std::chrono::milliseconds(qint64(timeoutSeconds * 1000.0));
     QList<QUrl> urls;
     for (const QString &file : files) {
         const QFileInfo info(file);
         if (!info.isFile())
-            throw CommandFailure {u"找不到文件："_s + file};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "找不到文件：") + file};
         urls.append(QUrl::fromLocalFile(info.absoluteFilePath()));
     }
     // Refused before anything is created or sent, under the name the user gave.
@@ -119,7 +120,7 @@ int runImport(const QStringList &arguments)
         ? QUrl(parser.value(serverOption), QUrl::StrictMode)
         : settings.apiBaseUrl();
     if (!base.isValid() || base.scheme().isEmpty())
-        throw CommandFailure {u"无效的服务地址："_s + parser.value(serverOption), 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无效的服务地址：") + parser.value(serverOption), 2};
     // A reply that is not complete half a minute after its request went out is a service
     // that has gone silent, however slowly it keeps trickling.
     service::SessionTimeouts timeouts;
@@ -146,7 +147,7 @@ int runImport(const QStringList &arguments)
     try {
         job = imports.start(urls);
     } catch (const Error &error) {
-        throw CommandFailure {u"无法创建项目: "_s + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法创建项目: ") + error.description()};
     }
     QString shown;
     QObject::connect(job, &ImportJob::changed, job, [job, &shown] {
@@ -163,8 +164,8 @@ int runImport(const QStringList &arguments)
         // A task the service accepted but never finishes is a recognition that took too
         // long, not a service that cannot be reached.
         const auto timedOut = [job] {
-            return job->step() == u"语音识别中"_s ? u"语音识别超时"_s
-                                                  : u"语音识别失败: 连接服务器超时"_s;
+            return job->step() == kavel::ImportJob::tr("语音识别中") ? QCoreApplication::translate("kavel::cli", "语音识别超时")
+                                                  : QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时");
         };
         awaitTask(whenEnded(*job), deadline, timedOut);
     } catch (...) {
