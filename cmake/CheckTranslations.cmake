@@ -3,6 +3,7 @@
 # is gone from the sources. The check runs lupdate on a copy, so the tree is untouched;
 # scripts/update-translations makes the same update in place.
 #   cmake -DSOURCE_DIR=<repo> -DLUPDATE=<lupdate> -DWORK_DIR=<scratch> -P CheckTranslations.cmake
+cmake_minimum_required(VERSION 3.25)
 set(ts ${SOURCE_DIR}/i18n/kavel_en.ts)
 if(NOT EXISTS ${ts})
     message(FATAL_ERROR "${ts} is missing")

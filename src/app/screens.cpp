@@ -3,11 +3,13 @@
 #include "editor/editorviewmodel.h"
 #include "playback/guideplayerviewmodel.h"
 #include "service/appstate.h"
+#include "service/interfacelanguage.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
 #include "symbolicons.h"
 #include "videoplayerview.h"
 
+#include <QComboBox>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -158,6 +160,7 @@ SettingsPage::SettingsPage(service::Settings &settings, FolderPicker pickFolder,
     row->addWidget(m_choose);
     row->addWidget(m_clear);
     layout->addLayout(row);
+    addLanguageChoice(layout);
     layout->addStretch(1);
 
     connect(m_choose, &QPushButton::clicked, this, [this] {
@@ -174,6 +177,29 @@ SettingsPage::SettingsPage(service::Settings &settings, FolderPicker pickFolder,
         refresh();
     });
     refresh();
+}
+
+void SettingsPage::addLanguageChoice(QVBoxLayout *layout)
+{
+    layout->addSpacing(16);
+    layout->addWidget(new QLabel(tr("界面语言"), this));
+    auto *row = new QHBoxLayout;
+    m_language = new QComboBox(this);
+    m_language->setAccessibleName(tr("界面语言"));
+    // Each language is named in its own words, so that a reader of either finds it.
+    m_language->addItem(tr("跟随系统"), i18n::toRaw(i18n::LanguagePreference::system));
+    m_language->addItem(u"中文"_s, i18n::toRaw(i18n::LanguagePreference::chinese));
+    m_language->addItem(u"English"_s, i18n::toRaw(i18n::LanguagePreference::english));
+    const QString stored = i18n::toRaw(i18n::preferenceFromRaw(m_settings.interfaceLanguage()));
+    m_language->setCurrentIndex(m_language->findData(stored));
+    row->addWidget(m_language);
+    auto *note = new QLabel(tr("重新启动 Kavel 后生效"), this);
+    note->setForegroundRole(QPalette::PlaceholderText);
+    row->addWidget(note, 1);
+    layout->addLayout(row);
+    connect(m_language, &QComboBox::currentIndexChanged, this, [this] {
+        m_settings.setInterfaceLanguage(m_language->currentData().toString());
+    });
 }
 
 void SettingsPage::refresh()
