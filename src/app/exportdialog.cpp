@@ -283,8 +283,8 @@ void ExportDialog::showOutcome()
     if (m_flow.exportCancelled()) {
         lines.append(tr("导出已停止"));
         if (!m_flow.interruptedFile().isEmpty())
-            lines.append(tr("未写完的 %1 已删除")
-                             .arg(QFileInfo(m_flow.interruptedFile()).fileName()));
+            lines.append(
+                tr("未写完的 %1 已删除").arg(QFileInfo(m_flow.interruptedFile()).fileName()));
         QStringList kept;
         for (const QString &file : m_flow.writtenFiles())
             kept.append(QFileInfo(file).fileName());

@@ -4,13 +4,13 @@
 #include "editor/editorviewmodel.h"
 #include "editor/importpipeline.h"
 #include "filemanager.h"
+#include "importbadge.h"
 #include "model/errors.h"
 #include "projectactions.h"
-#include "importbadge.h"
 #include "symbolicons.h"
 
-#include <QCoreApplication>
 #include <QContextMenuEvent>
+#include <QCoreApplication>
 #include <QDragEnterEvent>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -50,8 +50,9 @@ QString mediaFileFilter()
 {
     // MPEG-4, QuickTime, other movies, AVI, MPEG, MPEG-2, MP3, WAV, AIFF, other sound,
     // MPEG-4 audio.
-    return QCoreApplication::translate("kavel::app::HomePage", "媒体文件") + u" (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mpg *.mpeg *.m2v *.ts *.mp3 "
-           "*.wav *.aif *.aiff *.flac *.ogg *.m4a *.aac)"_s;
+    return QCoreApplication::translate("kavel::app::HomePage", "媒体文件")
+        + u" (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mpg *.mpeg *.m2v *.ts *.mp3 "
+          "*.wav *.aif *.aiff *.flac *.ogg *.m4a *.aac)"_s;
 }
 
 // --- UploadZone ------------------------------------------------------------------------
@@ -439,8 +440,9 @@ void HomePage::rebuildCards()
             grid->addWidget(card, int(i / gridColumns), int(i % gridColumns));
     }
     if (shown.isEmpty()) {
-        auto *empty = new QLabel(
-            m_store.projects().isEmpty() ? tr("还没有项目") : tr("没有匹配的项目"), m_cardsContainer);
+        auto *empty
+            = new QLabel(m_store.projects().isEmpty() ? tr("还没有项目") : tr("没有匹配的项目"),
+                         m_cardsContainer);
         empty->setAlignment(Qt::AlignCenter);
         if (rows)
             rows->addWidget(empty);

@@ -28,7 +28,8 @@ ImportCover::ImportCover(EditorViewModel &editor, QWidget *topBar, QWidget *pare
     layout->addStretch(1);
     auto *steps = new QHBoxLayout;
     steps->addStretch(1);
-    for (const QString &step : {ImportJob::tr("提取音频"), ImportJob::tr("上传音频"), ImportJob::tr("语音识别中")}) {
+    for (const QString &step :
+         {ImportJob::tr("提取音频"), ImportJob::tr("上传音频"), ImportJob::tr("语音识别中")}) {
         if (!m_stepLabels.isEmpty()) {
             auto *arrow = new QLabel(u"→"_s, this);
             arrow->setEnabled(false);

@@ -389,8 +389,8 @@ void MainWindow::whenImportsMayStop(std::function<void()> proceed)
     }
     auto *box = new QMessageBox(
         QMessageBox::Warning, u"Kavel"_s,
-        tr("还有 %1 个项目正在导入。现在退出会中断导入，这些项目将标记为导入失败。确定退出吗？").arg(
-            running),
+        tr("还有 %1 个项目正在导入。现在退出会中断导入，这些项目将标记为导入失败。确定退出吗？")
+            .arg(running),
         QMessageBox::NoButton, this);
     QPushButton *quit = box->addButton(tr("退出"), QMessageBox::DestructiveRole);
     box->addButton(tr("取消"), QMessageBox::RejectRole);
@@ -478,8 +478,9 @@ void MainWindow::showError(const QString &message)
 
 void MainWindow::showLoginRequired()
 {
-    auto *box = new QMessageBox(QMessageBox::Information, tr("需要登录"),
-                                tr("上传视频需要登录账户，请先登录。"), QMessageBox::NoButton, this);
+    auto *box
+        = new QMessageBox(QMessageBox::Information, tr("需要登录"),
+                          tr("上传视频需要登录账户，请先登录。"), QMessageBox::NoButton, this);
     QPushButton *signIn = box->addButton(tr("去登录"), QMessageBox::AcceptRole);
     box->addButton(tr("取消"), QMessageBox::RejectRole);
     box->setAttribute(Qt::WA_DeleteOnClose);

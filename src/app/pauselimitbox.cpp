@@ -20,7 +20,6 @@ QString unit()
     return PauseLimitBox::tr(" 秒");
 }
 
-
 constexpr double step = 0.1;
 // The spin box's own top: one step past the largest limit.
 constexpr double wholeValue = maxPauseLimit + step;

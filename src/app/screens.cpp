@@ -197,9 +197,8 @@ void SettingsPage::addLanguageChoice(QVBoxLayout *layout)
     note->setForegroundRole(QPalette::PlaceholderText);
     row->addWidget(note, 1);
     layout->addLayout(row);
-    connect(m_language, &QComboBox::currentIndexChanged, this, [this] {
-        m_settings.setInterfaceLanguage(m_language->currentData().toString());
-    });
+    connect(m_language, &QComboBox::currentIndexChanged, this,
+            [this] { m_settings.setInterfaceLanguage(m_language->currentData().toString()); });
 }
 
 void SettingsPage::refresh()

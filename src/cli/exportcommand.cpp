@@ -10,8 +10,8 @@
 #include "service/settings.h"
 #include "timing/pauses.h"
 
-#include <QCoreApplication>
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
@@ -121,7 +121,9 @@ int runExport(const QStringList &arguments)
                        audioOption, srtOption, vttOption, cuesOption, interchangeOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "用法：kavel-cli export BUNDLE --out DIR [选项]"), 2};
+        throw CommandFailure {QCoreApplication::translate(
+                                  "kavel::cli", "用法：kavel-cli export BUNDLE --out DIR [选项]"),
+                              2};
 
     ExportSettings settings;
     settings.title = parser.value(titleOption);
@@ -135,7 +137,8 @@ int runExport(const QStringList &arguments)
     settings.audioEnabled = parser.isSet(audioOption);
     settings.audioFormat = choice(parser, audioOption, audioFormatFromRaw, AudioFormat::mp3);
     if (parser.isSet(srtOption) && parser.isSet(vttOption))
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--srt 与 --vtt 只能选一个"), 2};
+        throw CommandFailure {
+            QCoreApplication::translate("kavel::cli", "--srt 与 --vtt 只能选一个"), 2};
     settings.subtitleEnabled = parser.isSet(srtOption) || parser.isSet(vttOption);
     settings.subtitleFormat = parser.isSet(vttOption) ? SubtitleFormat::vtt : SubtitleFormat::srt;
     settings.subtitleStyle
@@ -177,14 +180,16 @@ int runExport(const QStringList &arguments)
     double duration = 0.0;
     for (const WordBlock &block : withPauses(blocks, project->metadata().pauseLimit))
         duration += block.duration();
-    out() << project->metadata().title << u"  "_s << blocks.size() << QCoreApplication::translate("kavel::cli", " 词  ")
+    out() << project->metadata().title << u"  "_s << blocks.size()
+          << QCoreApplication::translate("kavel::cli", " 词  ")
           << ExportFlow::formatDuration(duration) << Qt::endl;
 
     awaitTask(flow.startExport(subject));
     bar.finish();
 
     if (!flow.exportComplete()) {
-        throw CommandFailure {flow.exportError().value_or(QCoreApplication::translate("kavel::cli", "导出失败")), 1};
+        throw CommandFailure {
+            flow.exportError().value_or(QCoreApplication::translate("kavel::cli", "导出失败")), 1};
     }
     const auto report = [&](bool enabled, const QString &label, const QString &path) {
         if (!enabled)
@@ -197,10 +202,14 @@ int runExport(const QStringList &arguments)
             out() << QCoreApplication::translate("kavel::cli", "未写入");
         out() << Qt::endl;
     };
-    report(settings.subtitleEnabled, QCoreApplication::translate("kavel::cli", "字幕"), flow.subtitlePath());
-    report(settings.interchangeEnabled, QCoreApplication::translate("kavel::cli", "项目交换文件"), flow.interchangePath());
-    report(settings.audioEnabled, QCoreApplication::translate("kavel::cli", "音频"), flow.audioPath());
-    report(settings.videoEnabled && !flow.exportNotice(), QCoreApplication::translate("kavel::cli", "视频"), flow.videoPath());
+    report(settings.subtitleEnabled, QCoreApplication::translate("kavel::cli", "字幕"),
+           flow.subtitlePath());
+    report(settings.interchangeEnabled, QCoreApplication::translate("kavel::cli", "项目交换文件"),
+           flow.interchangePath());
+    report(settings.audioEnabled, QCoreApplication::translate("kavel::cli", "音频"),
+           flow.audioPath());
+    report(settings.videoEnabled && !flow.exportNotice(),
+           QCoreApplication::translate("kavel::cli", "视频"), flow.videoPath());
     if (flow.exportNotice())
         out() << *flow.exportNotice() << Qt::endl;
     if (flow.exportError()) {

@@ -12,8 +12,8 @@
 #include "service/appstate.h"
 #include "service/settings.h"
 
-#include <QCoreApplication>
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QCoroSignal>
 #include <QDir>
 #include <QFileInfo>
@@ -34,7 +34,8 @@ service::LogSink errorSink()
 void signIn(service::APIClient &client, service::Settings &settings, const QString &email,
             const QString &password, const Deadline &deadline)
 {
-    const auto timedOut = [] { return QCoreApplication::translate("kavel::cli", "登录失败：连接服务器超时"); };
+    const auto timedOut
+        = [] { return QCoreApplication::translate("kavel::cli", "登录失败：连接服务器超时"); };
     if (!email.isEmpty()) {
         try {
             const auto tokens = awaitTask(
@@ -46,17 +47,21 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
             // The service turns a wrong password away with 401, which the window reports
             // in the same words.
             if (error.statusCode() == 401)
-                throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：用户名或密码错误")};
-            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：") + error.description()};
+                throw CommandFailure {
+                    QCoreApplication::translate("kavel::cli", "登录失败：用户名或密码错误")};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：")
+                                  + error.description()};
         } catch (const Error &error) {
-            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：") + error.description()};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：")
+                                  + error.description()};
         }
         return;
     }
     service::AppState session(client, settings, errorSink());
     awaitTask(session.restoreSession(), deadline, timedOut);
     if (!session.isAuthenticated())
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "需要登录：请先在 Kavel 中登录，或使用 --email 和 --password")};
+        throw CommandFailure {QCoreApplication::translate(
+            "kavel::cli", "需要登录：请先在 Kavel 中登录，或使用 --email 和 --password")};
 }
 
 QCoro::Task<> whenEnded(ImportJob &job)
@@ -89,11 +94,13 @@ int runImport(const QStringList &arguments)
     parser.addOptions({serverOption, emailOption, passwordOption, timeoutOption, noRefineOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--email 和 --password 需要一起给出"), 2};
+        throw CommandFailure {
+            QCoreApplication::translate("kavel::cli", "--email 和 --password 需要一起给出"), 2};
     bool timeoutOk = false;
     const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
     if (!timeoutOk || !(timeoutSeconds > 0))
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--timeout 需要一个秒数"), 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--timeout 需要一个秒数"),
+                              2};
     const auto deadline = std::chrono::steady_clock::now()
         + std::chrono::milliseconds(qint64(timeoutSeconds * 1000.0));
     QList<QUrl> urls;
@@ -120,7 +127,9 @@ int runImport(const QStringList &arguments)
         ? QUrl(parser.value(serverOption), QUrl::StrictMode)
         : settings.apiBaseUrl();
     if (!base.isValid() || base.scheme().isEmpty())
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无效的服务地址：") + parser.value(serverOption), 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无效的服务地址：")
+                                  + parser.value(serverOption),
+                              2};
     // A reply that is not complete half a minute after its request went out is a service
     // that has gone silent, however slowly it keeps trickling.
     service::SessionTimeouts timeouts;
@@ -147,7 +156,8 @@ int runImport(const QStringList &arguments)
     try {
         job = imports.start(urls);
     } catch (const Error &error) {
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法创建项目: ") + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法创建项目: ")
+                              + error.description()};
     }
     QString shown;
     QObject::connect(job, &ImportJob::changed, job, [job, &shown] {
@@ -164,8 +174,9 @@ int runImport(const QStringList &arguments)
         // A task the service accepted but never finishes is a recognition that took too
         // long, not a service that cannot be reached.
         const auto timedOut = [job] {
-            return job->step() == kavel::ImportJob::tr("语音识别中") ? QCoreApplication::translate("kavel::cli", "语音识别超时")
-                                                  : QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时");
+            return job->step() == kavel::ImportJob::tr("语音识别中")
+                ? QCoreApplication::translate("kavel::cli", "语音识别超时")
+                : QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时");
         };
         awaitTask(whenEnded(*job), deadline, timedOut);
     } catch (...) {

@@ -99,6 +99,9 @@ int main(int argc, char *argv[])
             return 1;
         }
     }
-    err() << QCoreApplication::translate("kavel::cli", "kavel-cli: 没有“%1”这个命令（见 kavel-cli --help）").arg(name) << Qt::endl;
+    err() << QCoreApplication::translate("kavel::cli",
+                                         "kavel-cli: 没有“%1”这个命令（见 kavel-cli --help）")
+                 .arg(name)
+          << Qt::endl;
     return 2;
 }

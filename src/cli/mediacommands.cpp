@@ -10,8 +10,8 @@
 #include "model/timeline.h"
 #include "playback/compositionplan.h"
 
-#include <QCoreApplication>
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
@@ -58,13 +58,15 @@ int runList(const QStringList &arguments)
         return 0;
     }
     if (store.projects().isEmpty()) {
-        out() << QCoreApplication::translate("kavel::cli", "没有项目：") << projectsDirectory() << Qt::endl;
+        out() << QCoreApplication::translate("kavel::cli", "没有项目：") << projectsDirectory()
+              << Qt::endl;
         return 0;
     }
     for (const ProjectReference &reference : store.projects()) {
         out() << reference.title << u"  "_s << dateText(reference) << u"  "_s << sizeText(reference)
               << u"  "_s << durationText(reference) << u"  "_s << reference.wordBlockCount
-              << QCoreApplication::translate("kavel::cli", " 词  ") << reference.status << u"\n    "_s << reference.bundlePath << u'\n';
+              << QCoreApplication::translate("kavel::cli", " 词  ") << reference.status
+              << u"\n    "_s << reference.bundlePath << u'\n';
     }
     out().flush();
     return 0;
@@ -91,7 +93,8 @@ int runThumbnail(const QStringList &arguments)
     if (!image)
         throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法从媒体中取出画面")};
     if (!image->save(values.at(1), "PNG"))
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法写入 ") + values.at(1)};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法写入 ")
+                              + values.at(1)};
     out() << values.at(1) << u" ("_s << image->width() << u'x' << image->height() << u")\n"_s;
     out().flush();
     return 0;

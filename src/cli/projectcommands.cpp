@@ -10,8 +10,8 @@
 #include "model/projectpaths.h"
 #include "model/timeline.h"
 
-#include <QCoreApplication>
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
@@ -60,17 +60,21 @@ int runAddMedia(const QStringList &arguments)
         try {
             probed = engine.probe(info.absoluteFilePath());
         } catch (const Error &) {
-            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：") + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：")
+                                  + path};
         }
         if (!probed.hasAudio && !probed.hasVideo)
-            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：") + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：")
+                                  + path};
         // The transcript is made from the sound: without it there is nothing to edit by.
         media::requireSound(probed, path);
         try {
             if (media::ffmpeg::isCutShort(info.absoluteFilePath()))
-                throw CommandFailure {QCoreApplication::translate("kavel::cli", "媒体文件不完整：") + path};
+                throw CommandFailure {QCoreApplication::translate("kavel::cli", "媒体文件不完整：")
+                                      + path};
         } catch (const Error &) {
-            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：") + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：")
+                                  + path};
         }
     }
     for (const QString &path : values.mid(1)) {
@@ -93,7 +97,9 @@ int runInfo(const QStringList &arguments)
 
     auto project = openBundle(values.first());
     if (!project->timelineLoadError().isEmpty())
-        err() << QCoreApplication::translate("kavel::cli", "警告：%1，项目按没有词显示").arg(project->timelineLoadError()) << Qt::endl;
+        err() << QCoreApplication::translate("kavel::cli", "警告：%1，项目按没有词显示")
+                     .arg(project->timelineLoadError())
+              << Qt::endl;
 
     const ProjectMetadata &m = project->metadata();
     const QList<WordBlock> words = flattenParagraphs(project->paragraphs());

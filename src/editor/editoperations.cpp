@@ -279,7 +279,8 @@ void EditorViewModel::setPauseLimit(double seconds)
     try {
         m_project->saveMetadata();
     } catch (const Error &error) {
-        setProcessingStatus(QCoreApplication::translate("kavel::editor", "保存失败: ") + error.description());
+        setProcessingStatus(QCoreApplication::translate("kavel::editor", "保存失败: ")
+                            + error.description());
     }
     // The player first: views that follow the change lay their clips through it.
     pushToPlayer();

@@ -71,7 +71,9 @@ E readEnum(const QJsonObject &o, QLatin1StringView key, const std::array<Case<E>
     const QString raw = json::requiredString(o, key);
     if (auto value = fromRaw(table, raw))
         return *value;
-    throw DecodeError(QString(key), QCoreApplication::translate("kavel::export", "“%1”不是键“%2”的有效取值").arg(raw, QString(key)));
+    throw DecodeError(QString(key),
+                      QCoreApplication::translate("kavel::export", "“%1”不是键“%2”的有效取值")
+                          .arg(raw, QString(key)));
 }
 
 } // namespace
@@ -277,7 +279,10 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
     const qint64 rate = json::requiredInt64(o, "frameRate"_L1);
     const auto frameRate = frameRateFromRaw(rate == 30 || rate == 60 ? static_cast<int>(rate) : 0);
     if (!frameRate)
-        throw DecodeError(u"frameRate"_s, QCoreApplication::translate("kavel::export", "“%1”不是键“frameRate”的有效取值").arg(rate));
+        throw DecodeError(
+            u"frameRate"_s,
+            QCoreApplication::translate("kavel::export", "“%1”不是键“frameRate”的有效取值")
+                .arg(rate));
     s.frameRate = *frameRate;
     s.audioEnabled = json::requiredBool(o, "audioEnabled"_L1);
     s.audioFormat = readEnum(o, "audioFormat"_L1, audioFormats);
@@ -293,7 +298,9 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
         const auto format = interchange::formatFromRaw(raw);
         if (!format)
             throw DecodeError(u"interchangeFormat"_s,
-                              QCoreApplication::translate("kavel::export", "“%1”不是键“interchangeFormat”的有效取值").arg(raw));
+                              QCoreApplication::translate("kavel::export",
+                                                          "“%1”不是键“interchangeFormat”的有效取值")
+                                  .arg(raw));
         s.interchangeFormat = *format;
     }
     return s;

@@ -19,7 +19,8 @@ QString fileErrorText(FileError::Kind kind, const QString &path, const QString &
     QString text;
     switch (kind) {
     case FileError::Kind::notFound:
-        text = QCoreApplication::translate("kavel::model", "未能打开文件“%1”，因为它不存在。").arg(name);
+        text = QCoreApplication::translate("kavel::model", "未能打开文件“%1”，因为它不存在。")
+                   .arg(name);
         break;
     case FileError::Kind::readFailed:
         text = QCoreApplication::translate("kavel::model", "未能读取文件“%1”。").arg(name);
@@ -46,7 +47,8 @@ QString decodeErrorText(const QString &where, const QString &reason)
 {
     if (where.isEmpty())
         return QCoreApplication::translate("kavel::model", "数据格式不正确：%1").arg(reason);
-    return QCoreApplication::translate("kavel::model", "数据格式不正确：%1（位于 %2）").arg(reason, where);
+    return QCoreApplication::translate("kavel::model", "数据格式不正确：%1（位于 %2）")
+        .arg(reason, where);
 }
 
 } // namespace

@@ -66,7 +66,8 @@ QByteArray readFile(const QString &path)
     if (!file.exists())
         throw FileError(FileError::Kind::notFound, path);
     if (QFileInfo(path).isDir())
-        throw FileError(FileError::Kind::readFailed, path, QCoreApplication::translate("kavel::model", "这是一个文件夹"));
+        throw FileError(FileError::Kind::readFailed, path,
+                        QCoreApplication::translate("kavel::model", "这是一个文件夹"));
     if (!file.open(QIODevice::ReadOnly))
         throw FileError(FileError::Kind::readFailed, path, {}, file.errorString());
     QByteArray bytes = file.readAll();
@@ -122,7 +123,9 @@ void makeDirectory(const QString &path)
         return;
     if (!QDir().mkpath(path))
         throw FileError(FileError::Kind::createDirectoryFailed, path,
-                        QFileInfo::exists(path) ? QCoreApplication::translate("kavel::model", "已存在同名文件") : QString());
+                        QFileInfo::exists(path)
+                            ? QCoreApplication::translate("kavel::model", "已存在同名文件")
+                            : QString());
 }
 
 void copyFile(const QString &from, const QString &to)
@@ -131,7 +134,8 @@ void copyFile(const QString &from, const QString &to)
     if (!source.exists())
         throw FileError(FileError::Kind::notFound, from);
     if (QFileInfo(from).isDir())
-        throw FileError(FileError::Kind::copyFailed, from, QCoreApplication::translate("kavel::model", "这是一个文件夹"));
+        throw FileError(FileError::Kind::copyFailed, from,
+                        QCoreApplication::translate("kavel::model", "这是一个文件夹"));
     if (!source.copy(to))
         throw FileError(FileError::Kind::copyFailed, from, {}, source.errorString());
 }

@@ -80,13 +80,15 @@ qint64 toInt64(const QJsonValue &value, QLatin1StringView key)
 
 DecodeError missingKeyError(QStringView key)
 {
-    return DecodeError(key.toString(), QCoreApplication::translate("kavel::model", "缺少必需的键“%1”").arg(key));
+    return DecodeError(key.toString(),
+                       QCoreApplication::translate("kavel::model", "缺少必需的键“%1”").arg(key));
 }
 
 DecodeError wrongTypeError(QStringView key, const char *expected)
 {
     return DecodeError(key.toString(),
-                       QCoreApplication::translate("kavel::model", "键“%1”的值应为%2").arg(key, QCoreApplication::translate("kavel::model", expected)));
+                       QCoreApplication::translate("kavel::model", "键“%1”的值应为%2")
+                           .arg(key, QCoreApplication::translate("kavel::model", expected)));
 }
 
 QJsonObject asObject(const QJsonValue &value, const QString &where)
@@ -149,7 +151,8 @@ QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key)
     if (!date)
         throw DecodeError(
             keyName(key),
-            QCoreApplication::translate("kavel::model", "键“%1”的日期“%2”不是 ISO 8601 格式").arg(keyName(key), text));
+            QCoreApplication::translate("kavel::model", "键“%1”的日期“%2”不是 ISO 8601 格式")
+                .arg(keyName(key), text));
     return *date;
 }
 

@@ -91,7 +91,8 @@ simdjson::dom::object object(Element element, QStringView where)
 {
     simdjson::dom::object result;
     if (element.get(result))
-        throw DecodeError(where.toString(), QCoreApplication::translate("kavel::model", "应为 JSON 对象"));
+        throw DecodeError(where.toString(),
+                          QCoreApplication::translate("kavel::model", "应为 JSON 对象"));
     return result;
 }
 

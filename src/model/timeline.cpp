@@ -60,7 +60,8 @@ TimelineV2 decodeTimelineDocument(QByteArrayView bytes)
             const qint64 version = integer(field.value, key);
             if (version < std::numeric_limits<int>::min()
                 || version > std::numeric_limits<int>::max())
-                throw json::wrongTypeError(u"version", QT_TRANSLATE_NOOP("kavel::model", "32 位整数"));
+                throw json::wrongTypeError(u"version",
+                                           QT_TRANSLATE_NOOP("kavel::model", "32 位整数"));
             timeline.version = static_cast<int>(version);
             hasVersion = true;
         } else if (key == "paragraphs") {

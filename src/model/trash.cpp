@@ -46,7 +46,8 @@ QString systemReason(int error)
 [[noreturn]] void refuse(const QString &path, const QString &why, const QString &detail = {})
 {
     throw Error(
-        QCoreApplication::translate("kavel::model", "未能将“%1”移到回收站（%2），它没有被删除。").arg(QFileInfo(path).fileName(), why),
+        QCoreApplication::translate("kavel::model", "未能将“%1”移到回收站（%2），它没有被删除。")
+            .arg(QFileInfo(path).fileName(), why),
         detail);
 }
 
@@ -161,7 +162,8 @@ TrashedItem moveToTrash(const QString &path)
         const QString top = topDirectoryOf(absolute, item->st_dev);
         const std::optional<QString> onVolume = volumeTrash(top);
         if (!onVolume)
-            refuse(absolute, QCoreApplication::translate("kavel::model", "所在磁盘没有可用的回收站"));
+            refuse(absolute,
+                   QCoreApplication::translate("kavel::model", "所在磁盘没有可用的回收站"));
         trash = *onVolume;
         // Relative to the volume, so the record stays right wherever it is mounted.
         recordedPath = absolute.mid(top == u"/"_s ? 1 : top.size() + 1);
@@ -177,7 +179,10 @@ TrashedItem moveToTrash(const QString &path)
     if (::rename(encoded(absolute), encoded(trashed.trashedPath)) != 0) {
         const int error = errno;
         ::unlink(encoded(trashed.infoPath));
-        refuse(absolute, error == EACCES || error == EPERM ? QCoreApplication::translate("kavel::model", "没有权限") : QCoreApplication::translate("kavel::model", "无法移动"),
+        refuse(absolute,
+               error == EACCES || error == EPERM
+                   ? QCoreApplication::translate("kavel::model", "没有权限")
+                   : QCoreApplication::translate("kavel::model", "无法移动"),
                systemReason(error));
     }
     return trashed;
@@ -187,11 +192,15 @@ void restore(const TrashedItem &item)
 {
     const QString name = QFileInfo(item.originalPath).fileName();
     if (statOf(item.originalPath))
-        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”：原位置已有同名项目。").arg(name));
+        throw Error(
+            QCoreApplication::translate("kavel::model", "未能恢复“%1”：原位置已有同名项目。")
+                .arg(name));
     if (!statOf(item.trashedPath))
-        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”：它已不在回收站中。").arg(name));
+        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”：它已不在回收站中。")
+                        .arg(name));
     if (::rename(encoded(item.trashedPath), encoded(item.originalPath)) != 0)
-        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”。").arg(name), systemReason(errno));
+        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”。").arg(name),
+                    systemReason(errno));
     ::unlink(encoded(item.infoPath));
 }
 

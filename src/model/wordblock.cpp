@@ -167,11 +167,15 @@ WordBlock readWordBlock(jsonread::Element element)
         // A subnormal time (1e-320) is no moment anyone recorded, only bits gone astray.
         if (!std::isfinite(time) || std::abs(time) > latest
             || std::fpclassify(time) == FP_SUBNORMAL)
-            throwInvalid(key, QCoreApplication::translate("kavel::model", "词“%1”的时间超出范围").arg(b.text));
+            throwInvalid(
+                key,
+                QCoreApplication::translate("kavel::model", "词“%1”的时间超出范围").arg(b.text));
     // Every consumer measures a word from its start to its end; one that ends before it
     // starts has no place on the timeline, in the preview or in a subtitle.
     if (b.mediaStart > b.mediaEnd)
-        throwInvalid("mediaEnd", QCoreApplication::translate("kavel::model", "词“%1”的结束时间早于开始时间").arg(b.text));
+        throwInvalid("mediaEnd",
+                     QCoreApplication::translate("kavel::model", "词“%1”的结束时间早于开始时间")
+                         .arg(b.text));
     if (!hasSource)
         b.sourceFileId = QUuid::createUuid();
     return b;

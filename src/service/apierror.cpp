@@ -14,25 +14,28 @@ APIError::APIError(Code code, int statusCode, QString detail, QString descriptio
 APIError APIError::httpError(int statusCode)
 {
     return APIError(Code::httpError, statusCode, {},
-                    QCoreApplication::translate("kavel::service", "服务器错误 (") + QString::number(statusCode) + u')');
+                    QCoreApplication::translate("kavel::service", "服务器错误 (")
+                        + QString::number(statusCode) + u')');
 }
 
 APIError APIError::httpErrorWithDetail(int statusCode, QString detail)
 {
-    QString text = QCoreApplication::translate("kavel::service", "服务器错误 (") + QString::number(statusCode)
-        + QStringLiteral("): ") + detail;
+    QString text = QCoreApplication::translate("kavel::service", "服务器错误 (")
+        + QString::number(statusCode) + QStringLiteral("): ") + detail;
     return APIError(Code::httpErrorWithDetail, statusCode, std::move(detail), std::move(text));
 }
 
 APIError APIError::decodingError(const Error &underlying)
 {
     return APIError(Code::decodingError, 0, {},
-                    QCoreApplication::translate("kavel::service", "数据解析错误: ") + underlying.description());
+                    QCoreApplication::translate("kavel::service", "数据解析错误: ")
+                        + underlying.description());
 }
 
 APIError APIError::invalidResponse()
 {
-    return APIError(Code::invalidResponse, 0, {}, QCoreApplication::translate("kavel::service", "无效的服务器响应"));
+    return APIError(Code::invalidResponse, 0, {},
+                    QCoreApplication::translate("kavel::service", "无效的服务器响应"));
 }
 
 namespace {

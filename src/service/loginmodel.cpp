@@ -126,7 +126,8 @@ QCoro::Task<> LoginModel::signIn()
         co_return;
     if (!tokens) {
         setLoading(false);
-        setErrorMessage(mode == LoginMode::email ? tr("登录失败：用户名或密码错误") : tr("登录失败"));
+        setErrorMessage(mode == LoginMode::email ? tr("登录失败：用户名或密码错误")
+                                                 : tr("登录失败"));
         co_return;
     }
     m_settings.storeTokens(tokens->accessToken, tokens->refreshToken);

@@ -45,7 +45,9 @@ bool requiredBool(const QJsonObject &object, QLatin1StringView key)
 {
     const auto value = json::optionalBool(object, key);
     if (!value)
-        throw DecodeError(QString(key), QCoreApplication::translate("kavel::service", "缺少键“%1”").arg(QString(key)));
+        throw DecodeError(
+            QString(key),
+            QCoreApplication::translate("kavel::service", "缺少键“%1”").arg(QString(key)));
     return *value;
 }
 

@@ -71,7 +71,8 @@ void AudioSource::resetResampler()
     }
     av_channel_layout_uninit(&in);
     if (error < 0 || swr_init(m_resampler) < 0)
-        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换媒体文件的声音 ") + m_path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换媒体文件的声音 ")
+                         + m_path);
 }
 
 void AudioSource::read(std::int64_t first, std::int64_t count, float *left, float *right)
@@ -155,7 +156,9 @@ bool AudioSource::decodeMore()
         av_packet_unref(m_packet.get());
         if (sendError < 0 && sendError != AVERROR(EAGAIN)) {
             if (++m_failures > maxFailures)
-                throw MediaError(QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ") + m_path);
+                throw MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ")
+                    + m_path);
             return true;
         }
     }
@@ -169,12 +172,16 @@ bool AudioSource::decodeMore()
                 appendConverted(nullptr, 0);
             m_eof = true;
             if (!m_synced && m_fromStart)
-                throw MediaError(QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ") + m_path);
+                throw MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ")
+                    + m_path);
             return false;
         }
         if (error < 0) {
             if (++m_failures > maxFailures)
-                throw MediaError(QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ") + m_path);
+                throw MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ")
+                    + m_path);
             break;
         }
         m_failures = 0;
@@ -212,7 +219,8 @@ void AudioSource::appendConverted(const uint8_t **input, int inputSamples)
                        reinterpret_cast<uint8_t *>(m_right.data() + at)};
     const int produced = swr_convert(m_resampler, out, capacity, input, inputSamples);
     if (produced < 0)
-        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换媒体文件的声音 ") + m_path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换媒体文件的声音 ")
+                         + m_path);
     m_left.resize(at + size_t(produced));
     m_right.resize(at + size_t(produced));
 }

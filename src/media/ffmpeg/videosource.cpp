@@ -258,7 +258,9 @@ void VideoSource::buildFilter(const AVFrame *frame)
                  .arg(QString::fromLatin1(av_get_pix_fmt_name(m_format)),
                       guessed ? u":in_color_matrix=bt709"_s : QString());
 
-    const auto fail = [this] { throw MediaError(QCoreApplication::translate("kavel::media", "无法转换视频画面 ") + m_path); };
+    const auto fail = [this] {
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换视频画面 ") + m_path);
+    };
     if (avfilter_graph_create_filter(&m_filterIn, avfilter_get_by_name("buffer"), "in",
                                      source.constData(), nullptr, m_graph)
             < 0

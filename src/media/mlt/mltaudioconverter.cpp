@@ -3,8 +3,8 @@
 #include "mediaprobe.h"
 #include "mltengine.h"
 
-#include <QCoreApplication>
 #include <Mlt.h>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -98,8 +98,9 @@ private:
             m_consumer.reset();
             // Reported from the event loop, as every other outcome is.
             QTimer::singleShot(0, this, [this] {
-                fail(std::make_exception_ptr(
-                    MediaError(QCoreApplication::translate("kavel::media", "媒体引擎无法开始转换音频：") + m_source)));
+                fail(std::make_exception_ptr(MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体引擎无法开始转换音频：")
+                    + m_source)));
             });
             return;
         }
@@ -131,8 +132,9 @@ private:
                     return;
                 }
                 QFile::remove(m_output);
-                fail(std::make_exception_ptr(
-                    MediaError(QCoreApplication::translate("kavel::media", "音频转换没有进展，已停止：") + m_source)));
+                fail(std::make_exception_ptr(MediaError(
+                    QCoreApplication::translate("kavel::media", "音频转换没有进展，已停止：")
+                    + m_source)));
             }
             return;
         }
@@ -147,7 +149,8 @@ private:
             return;
         }
         QFile::remove(m_output);
-        fail(std::make_exception_ptr(MediaError(QCoreApplication::translate("kavel::media", "音频转换没有完成：") + m_source)));
+        fail(std::make_exception_ptr(MediaError(
+            QCoreApplication::translate("kavel::media", "音频转换没有完成：") + m_source)));
     }
 
     // The consumer says nothing about how it ended, so the file is the judge: it must

@@ -2,8 +2,8 @@
 
 #include "mediaprobe.h"
 
-#include <QCoreApplication>
 #include <Mlt.h>
+#include <QCoreApplication>
 #include <QTransform>
 #include <cmath>
 

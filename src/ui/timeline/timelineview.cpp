@@ -47,7 +47,7 @@ QToolButton *zoomButton(bool plus, QWidget *parent)
     button->setIconSize(QSize(16, 16));
     button->setAutoRaise(true);
     button->setToolTip(plus ? QCoreApplication::translate("kavel::ui::TimelineView", "放大")
-                              : QCoreApplication::translate("kavel::ui::TimelineView", "缩小"));
+                            : QCoreApplication::translate("kavel::ui::TimelineView", "缩小"));
     return button;
 }
 
