@@ -875,6 +875,10 @@ The damaged transcript was backed up to:
         <source>重新启动 Kavel 后生效</source>
         <translation>Applies when Kavel starts again</translation>
     </message>
+    <message>
+        <source>界面语言 / Language</source>
+        <translation>Language</translation>
+    </message>
 </context>
 <context>
     <name>kavel::app::SingleInstance</name>

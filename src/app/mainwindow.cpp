@@ -35,7 +35,7 @@ namespace {
 
 struct SidebarEntry
 {
-    QString label;
+    const char *label; // translated when shown
     QString symbol;
     NavigationItem destination;
 };
@@ -43,9 +43,12 @@ struct SidebarEntry
 const QList<SidebarEntry> &sidebarEntries()
 {
     static const QList<SidebarEntry> entries {
-        {MainWindow::tr("首页"), u"house.fill"_s, NavigationItem::home},
-        {MainWindow::tr("指南"), u"book.fill"_s, NavigationItem::guide},
-        {MainWindow::tr("我的"), u"person.fill"_s, NavigationItem::account},
+        {QT_TRANSLATE_NOOP("kavel::app::MainWindow", "首页"), u"house.fill"_s,
+         NavigationItem::home},
+        {QT_TRANSLATE_NOOP("kavel::app::MainWindow", "指南"), u"book.fill"_s,
+         NavigationItem::guide},
+        {QT_TRANSLATE_NOOP("kavel::app::MainWindow", "我的"), u"person.fill"_s,
+         NavigationItem::account},
     };
     return entries;
 }
@@ -176,7 +179,7 @@ QWidget *MainWindow::buildSidebar()
     m_sidebarButtons->setExclusive(true);
     for (const SidebarEntry &entry : sidebarEntries()) {
         auto *button = new QToolButton(sidebar);
-        button->setText(entry.label);
+        button->setText(tr(entry.label));
         button->setIcon(symbolIcon(entry.symbol));
         button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
         button->setCheckable(true);
@@ -222,7 +225,8 @@ void MainWindow::buildMenu()
     connect(m_undo, &QAction::triggered, this, [this] { m_editor.undoManager().undo(); });
     connect(m_redo, &QAction::triggered, this, [this] { m_editor.undoManager().redo(); });
     QMenu *settings = menuBar()->addMenu(tr("设置"));
-    settings->addAction(tr("偏好设置…"), this, [this] { navigate(NavigationItem::settings); });
+    settings->addAction(tr("偏好设置…"), this, [this] { navigate(NavigationItem::settings); })
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
 }
 
 void MainWindow::openProjectFromPicker()

@@ -182,7 +182,7 @@ SettingsPage::SettingsPage(service::Settings &settings, FolderPicker pickFolder,
 void SettingsPage::addLanguageChoice(QVBoxLayout *layout)
 {
     layout->addSpacing(16);
-    layout->addWidget(new QLabel(tr("界面语言"), this));
+    layout->addWidget(new QLabel(tr("界面语言 / Language"), this));
     auto *row = new QHBoxLayout;
     m_language = new QComboBox(this);
     m_language->setAccessibleName(tr("界面语言"));
