@@ -64,6 +64,7 @@
     </message>
     <message>
         <source>%1分%2秒</source>
+        <extracomment>Minutes and two-digit seconds, as a clock shows them in the language.</extracomment>
         <translation>%1:%2</translation>
     </message>
     <message>
@@ -199,6 +200,7 @@
     <name>kavel::ProjectStore</name>
     <message>
         <source>zh_CN</source>
+        <extracomment>The locale (a code such as en_US) whose month names the project cards show.</extracomment>
         <translation>en_US</translation>
     </message>
     <message>

@@ -384,6 +384,7 @@ QString ExportFlow::formatDuration(double seconds)
     const auto whole = static_cast<long long>(seconds);
     const QChar zero(u'0');
     if (whole < 3600)
+        //: Minutes and two-digit seconds, as a clock shows them in the language.
         return tr("%1分%2秒").arg(whole / 60).arg(whole % 60, 2, 10, zero);
     return tr("%1小时%2分%3秒")
         .arg(whole / 3600)

@@ -64,6 +64,7 @@ ProjectReference projectReferenceFromJson(const QJsonObject &o)
 QString dateText(const ProjectReference &reference)
 {
     // The locale and the pattern are translated together: "3月5日" in Chinese, "Mar 5".
+    //: The locale (a code such as en_US) whose month names the project cards show.
     return QLocale(ProjectStore::tr("zh_CN"))
         .toString(reference.updatedAt.toLocalTime(), ProjectStore::tr("M月d日"));
 }
