@@ -1,5 +1,6 @@
 #include "alertbox.h"
 
+#include <QCoreApplication>
 #include <QMessageBox>
 
 using namespace Qt::StringLiterals;
@@ -9,7 +10,8 @@ namespace kavel::app {
 QMessageBox *openWarning(QWidget *parent, const QString &title, const QString &text)
 {
     auto *box = new QMessageBox(QMessageBox::Warning, title, text, QMessageBox::NoButton, parent);
-    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
+    box->addButton(QCoreApplication::translate("kavel::app::AlertBox", "确定"),
+                   QMessageBox::AcceptRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
     box->open();

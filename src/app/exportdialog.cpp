@@ -45,13 +45,13 @@ template<typename E> E selectedIn(QComboBox *box)
 QString stepText(const QString &step)
 {
     if (step == u"subtitles"_s)
-        return u"正在导出字幕…"_s;
+        return ExportDialog::tr("正在导出字幕…");
     if (step == u"audio"_s)
-        return u"正在导出音频…"_s;
+        return ExportDialog::tr("正在导出音频…");
     if (step == u"video"_s)
-        return u"正在导出视频…"_s;
+        return ExportDialog::tr("正在导出视频…");
     if (step == u"interchange"_s)
-        return u"正在导出项目交换文件…"_s;
+        return ExportDialog::tr("正在导出项目交换文件…");
     return step;
 }
 
@@ -64,31 +64,31 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     , m_editor(editor)
     , m_pickFolder(std::move(pickFolder))
     , m_title(new QLineEdit(this))
-    , m_folder(new QPushButton(symbolIcon(u"folder"_s), u"选择…"_s, this))
+    , m_folder(new QPushButton(symbolIcon(u"folder"_s), tr("选择…"), this))
     , m_folderLabel(new QLabel(this))
     , m_duration(new QLabel(this))
-    , m_video(new QCheckBox(u"视频"_s, this))
+    , m_video(new QCheckBox(tr("视频"), this))
     , m_videoFormat(new QComboBox(this))
     , m_resolution(new QComboBox(this))
     , m_codec(new QComboBox(this))
-    , m_audio(new QCheckBox(u"音频"_s, this))
+    , m_audio(new QCheckBox(tr("音频"), this))
     , m_audioFormat(new QComboBox(this))
-    , m_subtitles(new QCheckBox(u"字幕"_s, this))
+    , m_subtitles(new QCheckBox(tr("字幕"), this))
     , m_subtitleFormat(new QComboBox(this))
     , m_subtitleStyle(new QComboBox(this))
-    , m_interchange(new QCheckBox(u"项目交换文件"_s, this))
+    , m_interchange(new QCheckBox(tr("项目交换文件"), this))
     , m_interchangeFormat(new QComboBox(this))
     , m_burnIn(new QCheckBox(tr("字幕烧录"), this))
     , m_captionSize(new QComboBox(this))
     , m_progress(new QProgressBar(this))
     , m_outcome(new QLabel(this))
-    , m_reveal(new QPushButton(symbolIcon(u"folder"_s), u"打开所在文件夹"_s, this))
-    , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), u"导出"_s, this))
-    , m_close(new QPushButton(u"取消"_s, this))
+    , m_reveal(new QPushButton(symbolIcon(u"folder"_s), tr("打开所在文件夹"), this))
+    , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), tr("导出"), this))
+    , m_close(new QPushButton(tr("取消"), this))
 {
-    setWindowTitle(u"导出"_s);
+    setWindowTitle(tr("导出"));
     setMinimumWidth(480);
-    m_title->setPlaceholderText(u"输入导出标题"_s);
+    m_title->setPlaceholderText(tr("输入导出标题"));
     m_video->setIcon(symbolIcon(u"film"_s));
     m_audio->setIcon(symbolIcon(u"waveform"_s));
     m_subtitles->setIcon(symbolIcon(u"captions.bubble"_s));
@@ -100,11 +100,11 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
         return f == SubtitleFormat::vtt ? u"WebVTT"_s : u"SRT"_s;
     });
     fillCombo<SubtitleStyle>(m_subtitleStyle, [](SubtitleStyle s) {
-        return s == SubtitleStyle::phrases ? u"按句"_s : u"逐词"_s;
+        return s == SubtitleStyle::phrases ? tr("按句") : tr("逐词");
     });
-    m_subtitleStyle->setToolTip(u"按句：整句一条字幕，在句末标点、较长停顿或过长处断开"_s);
+    m_subtitleStyle->setToolTip(tr("按句：整句一条字幕，在句末标点、较长停顿或过长处断开"));
     m_interchange->setIcon(symbolIcon(u"doc.fill"_s));
-    m_interchange->setToolTip(u"把剪辑交给其他剪辑软件：引用原始素材，按帧精确的剪辑列表"_s);
+    m_interchange->setToolTip(tr("把剪辑交给其他剪辑软件：引用原始素材，按帧精确的剪辑列表"));
     for (const auto &[format, text] : {std::pair {interchange::Format::mlt, u"MLT XML"_s},
                                        {interchange::Format::edl, u"CMX 3600 EDL"_s},
                                        {interchange::Format::fcpxml, u"FCPXML 1.9"_s}})
@@ -119,13 +119,13 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
 
     auto *layout = new QVBoxLayout(this);
     auto *form = new QFormLayout;
-    form->addRow(u"标题"_s, m_title);
+    form->addRow(tr("标题"), m_title);
     auto *folderRow = new QHBoxLayout;
     m_folderLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     folderRow->addWidget(m_folderLabel, 1);
     folderRow->addWidget(m_folder);
-    form->addRow(u"导出目录"_s, folderRow);
-    form->addRow(u"时长"_s, m_duration);
+    form->addRow(tr("导出目录"), folderRow);
+    form->addRow(tr("时长"), m_duration);
     auto *videoRow = new QHBoxLayout;
     videoRow->addWidget(m_video);
     videoRow->addWidget(m_videoFormat);
@@ -174,7 +174,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
         if (!m_pickFolder)
             return;
         const ExportSettings &current = m_flow.settings();
-        const QString folder = m_pickFolder(u"选择导出目录"_s,
+        const QString folder = m_pickFolder(tr("选择导出目录"),
                                             current.outputPath ? current.outputPath->toLocalFile()
                                                                : m_flow.defaultExportPath());
         if (folder.isEmpty())
@@ -246,7 +246,7 @@ void ExportDialog::showSettings()
     const ExportSettings &s = m_flow.settings();
     if (m_title->text() != s.title)
         m_title->setText(s.title);
-    m_folderLabel->setText(s.outputPath ? s.outputPath->toLocalFile() : u"未选择"_s);
+    m_folderLabel->setText(s.outputPath ? s.outputPath->toLocalFile() : tr("未选择"));
     const QSignalBlocker b1(m_video), b2(m_audio), b3(m_subtitles), b4(m_interchange), b5(m_burnIn);
     m_video->setChecked(s.videoEnabled);
     m_audio->setChecked(s.audioEnabled);
@@ -303,15 +303,15 @@ void ExportDialog::showOutcome()
         return; // the step under way is shown until the run is over
     QStringList lines;
     if (m_flow.exportCancelled()) {
-        lines.append(u"导出已停止"_s);
+        lines.append(tr("导出已停止"));
         if (!m_flow.interruptedFile().isEmpty())
-            lines.append(u"未写完的 "_s + QFileInfo(m_flow.interruptedFile()).fileName()
-                         + u" 已删除"_s);
+            lines.append(
+                tr("未写完的 %1 已删除").arg(QFileInfo(m_flow.interruptedFile()).fileName()));
         QStringList kept;
         for (const QString &file : m_flow.writtenFiles())
             kept.append(QFileInfo(file).fileName());
         if (!kept.isEmpty())
-            lines.append(u"已完成的文件已保留："_s + kept.join(u"、"_s));
+            lines.append(tr("已完成的文件已保留：") + kept.join(tr("、")));
     }
     if (m_flow.exportError())
         lines.append(*m_flow.exportError());
@@ -320,11 +320,11 @@ void ExportDialog::showOutcome()
     if (m_flow.exportComplete()) {
         const QStringList &files = m_flow.writtenFiles();
         if (!files.isEmpty() && !m_flow.exportError())
-            lines.append(u"导出完成"_s);
+            lines.append(tr("导出完成"));
         else if (files.isEmpty() && !m_flow.exportError())
-            lines.append(u"没有导出任何文件"_s);
+            lines.append(tr("没有导出任何文件"));
         for (const QString &file : files)
-            lines.append(u"已写出 "_s + QFileInfo(file).fileName());
+            lines.append(tr("已写出 %1").arg(QFileInfo(file).fileName()));
     }
     m_outcome->setText(lines.join(u'\n'));
     m_reveal->setVisible(!m_flow.writtenFiles().isEmpty());
@@ -340,7 +340,7 @@ void ExportDialog::setRunning(bool running)
     m_progress->setVisible(running);
     m_progress->setValue(0);
     showSettings();
-    m_close->setText(running ? u"停止"_s : (m_flow.exportComplete() ? u"完成"_s : u"取消"_s));
+    m_close->setText(running ? tr("停止") : (m_flow.exportComplete() ? tr("完成") : tr("取消")));
     for (QWidget *w : {static_cast<QWidget *>(m_title), static_cast<QWidget *>(m_folder),
                        static_cast<QWidget *>(m_video), static_cast<QWidget *>(m_audio),
                        static_cast<QWidget *>(m_subtitles), static_cast<QWidget *>(m_interchange)})

@@ -4,12 +4,13 @@
 #include "editor/editorviewmodel.h"
 #include "editor/importpipeline.h"
 #include "filemanager.h"
+#include "importbadge.h"
 #include "model/errors.h"
 #include "projectactions.h"
-#include "importbadge.h"
 #include "symbolicons.h"
 
 #include <QContextMenuEvent>
+#include <QCoreApplication>
 #include <QDragEnterEvent>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -49,8 +50,9 @@ QString mediaFileFilter()
 {
     // MPEG-4, QuickTime, other movies, AVI, MPEG, MPEG-2, MP3, WAV, AIFF, other sound,
     // MPEG-4 audio.
-    return u"媒体文件 (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mpg *.mpeg *.m2v *.ts *.mp3 "
-           "*.wav *.aif *.aiff *.flac *.ogg *.m4a *.aac)"_s;
+    return QCoreApplication::translate("kavel::app::HomePage", "媒体文件")
+        + u" (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mpg *.mpeg *.m2v *.ts *.mp3 "
+          "*.wav *.aif *.aiff *.flac *.ogg *.m4a *.aac)"_s;
 }
 
 // --- UploadZone ------------------------------------------------------------------------
@@ -68,7 +70,7 @@ UploadZone::UploadZone(QWidget *parent)
     icon->setPixmap(symbolIcon(u"square.and.arrow.up"_s).pixmap(40, 40));
     icon->setAlignment(Qt::AlignCenter);
     layout->addWidget(icon);
-    auto *text = new QLabel(u"点击上传文件"_s, this);
+    auto *text = new QLabel(tr("点击上传文件"), this);
     text->setAlignment(Qt::AlignCenter);
     layout->addWidget(text);
     setDragOver(false);
@@ -169,11 +171,11 @@ QMenu *ProjectCard::createContextMenu()
 {
     auto *menu = new QMenu(this);
     const QString path = m_reference.bundlePath;
-    menu->addAction(u"打开"_s, this,
+    menu->addAction(tr("打开"), this,
                     [this, path] { Q_EMIT openRequested(QUrl::fromLocalFile(path)); });
-    menu->addAction(u"重命名…"_s, this, [this] { Q_EMIT renameRequested(m_reference); });
-    menu->addAction(u"在文件管理器中显示"_s, this, [this, path] { Q_EMIT revealRequested(path); });
-    menu->addAction(u"删除"_s, this, [this] { Q_EMIT deleteRequested(m_reference); });
+    menu->addAction(tr("重命名…"), this, [this] { Q_EMIT renameRequested(m_reference); });
+    menu->addAction(tr("在文件管理器中显示"), this, [this, path] { Q_EMIT revealRequested(path); });
+    menu->addAction(tr("删除"), this, [this] { Q_EMIT deleteRequested(m_reference); });
     return menu;
 }
 
@@ -206,7 +208,7 @@ HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
     , m_cardsHost(new QWidget)
     , m_undoBar(new QFrame(this))
     , m_undoLabel(new QLabel(m_undoBar))
-    , m_undoButton(new QPushButton(u"撤销"_s, m_undoBar))
+    , m_undoButton(new QPushButton(tr("撤销"), m_undoBar))
     , m_undoTimer(new QTimer(this))
 {
     auto *layout = new QVBoxLayout(this);
@@ -215,22 +217,22 @@ HomePage::HomePage(EditorViewModel &editor, ProjectStore &store,
     layout->addWidget(m_upload);
 
     auto *bar = new QHBoxLayout;
-    auto *heading = new QLabel(u"我的项目"_s, this);
+    auto *heading = new QLabel(tr("我的项目"), this);
     QFont big = heading->font();
     big.setPointSizeF(big.pointSizeF() * 1.3);
     big.setBold(true);
     heading->setFont(big);
     bar->addWidget(heading);
     bar->addStretch(1);
-    m_search->setPlaceholderText(u"搜索"_s);
+    m_search->setPlaceholderText(tr("搜索"));
     m_search->addAction(symbolIcon(u"magnifyingglass"_s), QLineEdit::LeadingPosition);
     m_search->setClearButtonEnabled(true);
     m_search->setMaximumWidth(240);
     bar->addWidget(m_search);
     m_gridButton->setIcon(symbolIcon(u"square.grid.2x2"_s));
-    m_gridButton->setToolTip(u"网格"_s);
+    m_gridButton->setToolTip(tr("网格"));
     m_listButton->setIcon(symbolIcon(u"list.bullet"_s));
-    m_listButton->setToolTip(u"列表"_s);
+    m_listButton->setToolTip(tr("列表"));
     for (QToolButton *b : {m_gridButton, m_listButton}) {
         b->setCheckable(true);
         b->setAutoRaise(true);
@@ -340,11 +342,11 @@ void HomePage::askToRename(const ProjectReference &reference)
     if (m_renameDialog)
         return;
     auto *dialog = new QInputDialog(this);
-    dialog->setWindowTitle(u"重命名项目"_s);
-    dialog->setLabelText(u"新的项目名称："_s);
+    dialog->setWindowTitle(tr("重命名项目"));
+    dialog->setLabelText(tr("新的项目名称："));
     dialog->setTextValue(reference.title);
-    dialog->setOkButtonText(u"重命名"_s);
-    dialog->setCancelButtonText(u"取消"_s);
+    dialog->setOkButtonText(tr("重命名"));
+    dialog->setCancelButtonText(tr("取消"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     const QString bundle = reference.bundlePath;
     connect(dialog, &QInputDialog::textValueSelected, this, [this, bundle](const QString &title) {
@@ -364,7 +366,7 @@ void HomePage::deleteProject(const ProjectReference &reference)
         showAlert(error.description());
         return;
     }
-    m_undoLabel->setText(u"已将“%1”移到回收站"_s.arg(reference.title));
+    m_undoLabel->setText(tr("已将“%1”移到回收站").arg(reference.title));
     m_undoBar->show();
     m_undoTimer->start();
 }
@@ -438,8 +440,9 @@ void HomePage::rebuildCards()
             grid->addWidget(card, int(i / gridColumns), int(i % gridColumns));
     }
     if (shown.isEmpty()) {
-        auto *empty = new QLabel(
-            m_store.projects().isEmpty() ? u"还没有项目"_s : u"没有匹配的项目"_s, m_cardsContainer);
+        auto *empty
+            = new QLabel(m_store.projects().isEmpty() ? tr("还没有项目") : tr("没有匹配的项目"),
+                         m_cardsContainer);
         empty->setAlignment(Qt::AlignCenter);
         if (rows)
             rows->addWidget(empty);

@@ -60,7 +60,7 @@ void ImportBadge::refresh()
     tint.setColor(QPalette::WindowText,
                   running ? palette().color(QPalette::Highlight) : QColor(0xc0, 0x39, 0x2b));
     m_label->setPalette(tint);
-    m_label->setText(running ? job->summary() : u"导入失败"_s);
+    m_label->setText(running ? job->summary() : tr("导入失败"));
     setToolTip(running ? job->status() : failure);
     m_bar->setVisible(running && job->progress().has_value());
     m_bar->setValue(static_cast<int>(job ? job->progress().value_or(0.0) * 100.0 : 0.0));

@@ -28,7 +28,8 @@ ImportCover::ImportCover(EditorViewModel &editor, QWidget *topBar, QWidget *pare
     layout->addStretch(1);
     auto *steps = new QHBoxLayout;
     steps->addStretch(1);
-    for (const QString &step : {u"提取音频"_s, u"上传音频"_s, u"语音识别中"_s}) {
+    for (const QString &step :
+         {ImportJob::tr("提取音频"), ImportJob::tr("上传音频"), ImportJob::tr("语音识别中")}) {
         if (!m_stepLabels.isEmpty()) {
             auto *arrow = new QLabel(u"→"_s, this);
             arrow->setEnabled(false);
@@ -52,7 +53,7 @@ ImportCover::ImportCover(EditorViewModel &editor, QWidget *topBar, QWidget *pare
     m_progress->setTextVisible(false);
     m_progress->setFixedWidth(320);
     layout->addWidget(m_progress, 0, Qt::AlignHCenter);
-    m_dismiss = new QPushButton(u"关闭"_s, this);
+    m_dismiss = new QPushButton(tr("关闭"), this);
     layout->addWidget(m_dismiss, 0, Qt::AlignHCenter);
     layout->addStretch(1);
     hide();

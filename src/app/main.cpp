@@ -20,6 +20,7 @@
 #include "playback/playbackclock.h"
 #include "service/apiclient.h"
 #include "service/appstate.h"
+#include "service/interfacelanguage.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
 #include "singleinstance.h"
@@ -31,12 +32,9 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QIcon>
-#include <QLibraryInfo>
-#include <QLocale>
 #include <QStandardPaths>
 #include <QTextStream>
 #include <QTimer>
-#include <QTranslator>
 #include <malloc.h>
 #include <qcorotask.h>
 
@@ -82,12 +80,11 @@ int main(int argc, char *argv[])
         QTextStream(stderr) << error.description() << Qt::endl;
         return 1;
     }
-    // Kavel speaks Chinese whatever the system language is; Qt's own dialogs (the file
-    // dialog, standard buttons) should too.
-    QTranslator qtTexts;
-    if (qtTexts.load(QLocale(QLocale::Chinese, QLocale::China), u"qtbase"_s, u"_"_s,
-                     QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
-        QApplication::installTranslator(&qtTexts);
+    // Chinese unless the system or the settings screen asks for another language; Qt's
+    // own dialogs (the file dialog, standard buttons) follow. A change on the settings
+    // screen applies from the next start, since every window is built with its texts.
+    const i18n::Translations translations(
+        i18n::resolve(i18n::preferenceFromRaw(service::Settings().interfaceLanguage())));
 
     media::mlt::MltMediaEngine engine;
     media::mlt::MltAudioConverter converter(engine);

@@ -46,7 +46,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     auto *top = new QHBoxLayout(topBar);
     top->setContentsMargins(8, 6, 8, 6);
     m_back = new QToolButton(topBar);
-    m_back->setText(u"返回首页"_s);
+    m_back->setText(tr("返回首页"));
     m_back->setIcon(symbolIcon(u"chevron.left"_s));
     m_back->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     m_back->setAutoRaise(true);
@@ -65,7 +65,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
             connect(project, &KavelProject::metadataChanged, m_title, showTitle);
     });
     m_export = new QToolButton(topBar);
-    m_export->setText(u"导出"_s);
+    m_export->setText(tr("导出"));
     m_export->setIcon(symbolIcon(u"square.and.arrow.up"_s));
     m_export->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     top->addWidget(m_export);
@@ -75,22 +75,22 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     auto *tools = new QHBoxLayout(toolbar);
     tools->setContentsMargins(8, 0, 8, 6);
     toolbar->setLayout(tools);
-    auto *undo = addToolButton(toolbar, u"arrow.uturn.backward"_s, u"撤销 (Ctrl+Z)"_s);
+    auto *undo = addToolButton(toolbar, u"arrow.uturn.backward"_s, tr("撤销 (Ctrl+Z)"));
     auto *redo
-        = addToolButton(toolbar, u"arrow.uturn.forward"_s, u"重做 (Ctrl+Shift+Z 或 Ctrl+Y)"_s);
-    auto *cut = addToolButton(toolbar, u"scissors"_s, u"剪切 (Ctrl+X)"_s);
-    auto *copy = addToolButton(toolbar, u"doc.on.doc"_s, u"拷贝 (Ctrl+C)"_s);
-    auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, u"粘贴 (Ctrl+V)"_s);
-    auto *remove = addToolButton(toolbar, u"trash"_s, u"删除 (Delete)"_s);
-    auto *fillers = addToolButton(toolbar, u"wand.and.stars"_s, u"删除语气词"_s);
-    auto *correct = addToolButton(toolbar, u"pencil"_s, u"更正文字 (F2)"_s);
-    auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, u"保存 (Ctrl+S)"_s);
+        = addToolButton(toolbar, u"arrow.uturn.forward"_s, tr("重做 (Ctrl+Shift+Z 或 Ctrl+Y)"));
+    auto *cut = addToolButton(toolbar, u"scissors"_s, tr("剪切 (Ctrl+X)"));
+    auto *copy = addToolButton(toolbar, u"doc.on.doc"_s, tr("拷贝 (Ctrl+C)"));
+    auto *paste = addToolButton(toolbar, u"doc.on.clipboard"_s, tr("粘贴 (Ctrl+V)"));
+    auto *remove = addToolButton(toolbar, u"trash"_s, tr("删除 (Delete)"));
+    auto *fillers = addToolButton(toolbar, u"wand.and.stars"_s, tr("删除语气词"));
+    auto *correct = addToolButton(toolbar, u"pencil"_s, tr("更正文字 (F2)"));
+    auto *save = addToolButton(toolbar, u"square.and.arrow.down"_s, tr("保存 (Ctrl+S)"));
 
     // The project's pause setting: off lays words end to end, on keeps the pauses whole or
     // up to the limit.
-    m_keepPauses = new QCheckBox(u"保留停顿"_s, toolbar);
+    m_keepPauses = new QCheckBox(tr("保留停顿"), toolbar);
     m_keepPauses->setToolTip(
-        u"在相邻的词之间保留录音中原有的停顿：完整保留，或最长不超过所设秒数"_s);
+        tr("在相邻的词之间保留录音中原有的停顿：完整保留，或最长不超过所设秒数"));
     tools->addWidget(m_keepPauses);
     m_pauseLimit = new PauseLimitBox(toolbar);
     tools->addWidget(m_pauseLimit);
@@ -101,7 +101,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     auto *savedIcon = new QLabel(m_savedBox);
     savedIcon->setPixmap(symbolIcon(u"checkmark.circle.fill"_s).pixmap(16, 16));
     savedLayout->addWidget(savedIcon);
-    m_saved = new QLabel(u"已保存"_s, m_savedBox);
+    m_saved = new QLabel(tr("已保存"), m_savedBox);
     savedLayout->addWidget(m_saved);
     m_savedBox->setVisible(false);
     tools->addWidget(m_savedBox);
@@ -111,8 +111,8 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     tools->addStretch(1);
 
     m_search = new QLineEdit(toolbar);
-    m_search->setPlaceholderText(u"搜索"_s);
-    m_search->setToolTip(u"搜索 (Ctrl+F)"_s);
+    m_search->setPlaceholderText(tr("搜索"));
+    m_search->setToolTip(tr("搜索 (Ctrl+F)"));
     m_search->installEventFilter(this);
     m_search->addAction(symbolIcon(u"magnifyingglass"_s), QLineEdit::LeadingPosition);
     m_search->setClearButtonEnabled(true);
@@ -122,12 +122,12 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     tools->addWidget(m_counter);
     m_previous = new QToolButton(toolbar);
     m_previous->setIcon(symbolIcon(u"chevron.up"_s));
-    m_previous->setToolTip(u"上一个"_s);
+    m_previous->setToolTip(tr("上一个"));
     m_previous->setAutoRaise(true);
     tools->addWidget(m_previous);
     m_next = new QToolButton(toolbar);
     m_next->setIcon(symbolIcon(u"chevron.down"_s));
-    m_next->setToolTip(u"下一个"_s);
+    m_next->setToolTip(tr("下一个"));
     m_next->setAutoRaise(true);
     tools->addWidget(m_next);
     layout->addWidget(toolbar);
@@ -182,7 +182,7 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     connect(remove, &QToolButton::clicked, this, [this] { m_editor.deleteAtCursor(true); });
     connect(fillers, &QToolButton::clicked, this, [this] {
         const qsizetype removed = m_editor.deleteFillerWords();
-        showNotice(removed > 0 ? u"已删除 %1 个语气词"_s.arg(removed) : u"没有找到语气词"_s);
+        showNotice(removed > 0 ? tr("已删除 %1 个语气词").arg(removed) : tr("没有找到语气词"));
     });
     connect(save, &QToolButton::clicked, this, [this] { m_editor.save(); });
     connect(correct, &QToolButton::clicked, this, [this] { m_editor.requestWordCorrection(); });
@@ -283,9 +283,9 @@ void MainEditorView::showNotice(const QString &text)
 
 void MainEditorView::refreshUndoButtons()
 {
-    if (QToolButton *undo = toolButton(u"撤销"_s))
+    if (QToolButton *undo = toolButton(tr("撤销")))
         undo->setEnabled(m_editor.undoManager().canUndo());
-    if (QToolButton *redo = toolButton(u"重做"_s))
+    if (QToolButton *redo = toolButton(tr("重做")))
         redo->setEnabled(m_editor.undoManager().canRedo());
 }
 

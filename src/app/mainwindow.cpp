@@ -38,7 +38,7 @@ namespace {
 
 struct SidebarEntry
 {
-    QString label;
+    const char *label; // translated when shown
     QString symbol;
     NavigationItem destination;
 };
@@ -46,9 +46,12 @@ struct SidebarEntry
 const QList<SidebarEntry> &sidebarEntries()
 {
     static const QList<SidebarEntry> entries {
-        {u"首页"_s, u"house.fill"_s, NavigationItem::home},
-        {u"指南"_s, u"book.fill"_s, NavigationItem::guide},
-        {u"我的"_s, u"person.fill"_s, NavigationItem::account},
+        {QT_TRANSLATE_NOOP("kavel::app::MainWindow", "首页"), u"house.fill"_s,
+         NavigationItem::home},
+        {QT_TRANSLATE_NOOP("kavel::app::MainWindow", "指南"), u"book.fill"_s,
+         NavigationItem::guide},
+        {QT_TRANSLATE_NOOP("kavel::app::MainWindow", "我的"), u"person.fill"_s,
+         NavigationItem::account},
     };
     return entries;
 }
@@ -178,7 +181,7 @@ QWidget *MainWindow::buildSidebar()
     m_sidebarButtons->setExclusive(true);
     for (const SidebarEntry &entry : sidebarEntries()) {
         auto *button = new QToolButton(sidebar);
-        button->setText(entry.label);
+        button->setText(tr(entry.label));
         button->setIcon(symbolIcon(entry.symbol));
         button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
         button->setCheckable(true);
@@ -197,26 +200,26 @@ QWidget *MainWindow::buildSidebar()
 
 void MainWindow::buildMenu()
 {
-    QMenu *file = menuBar()->addMenu(u"文件"_s);
+    QMenu *file = menuBar()->addMenu(tr("文件"));
     // The import goes through the editor, which asks for sign-in before showing a picker.
     m_import
-        = file->addAction(u"导入新视频…"_s, this, [this] { m_editor.openFilePickerForImport(); });
+        = file->addAction(tr("导入新视频…"), this, [this] { m_editor.openFilePickerForImport(); });
     m_import->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_I));
-    m_open = file->addAction(u"打开项目…"_s, this, &MainWindow::openProjectFromPicker);
+    m_open = file->addAction(tr("打开项目…"), this, &MainWindow::openProjectFromPicker);
     m_open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
     file->addSeparator();
     m_exportAction
-        = file->addAction(u"导出…"_s, this, [this] { m_editor.setShowExportSheet(true); });
+        = file->addAction(tr("导出…"), this, [this] { m_editor.setShowExportSheet(true); });
     m_exportAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
     connect(&m_editor, &EditorViewModel::projectChanged, this, &MainWindow::refreshExportAction);
     connect(m_services.imports, &ImportPipeline::jobChanged, this,
             &MainWindow::refreshExportAction);
     refreshExportAction();
 
-    QMenu *edit = menuBar()->addMenu(u"编辑"_s);
-    m_undo = edit->addAction(u"撤销"_s);
+    QMenu *edit = menuBar()->addMenu(tr("编辑"));
+    m_undo = edit->addAction(tr("撤销"));
     m_undo->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Z));
-    m_redo = edit->addAction(u"重做"_s);
+    m_redo = edit->addAction(tr("重做"));
     m_redo->setShortcut(QKeySequence(Qt::SHIFT | Qt::CTRL | Qt::Key_Z));
     // Window-wide, so the commands reach the editor whichever widget has the focus.
     m_undo->setShortcutContext(Qt::ApplicationShortcut);
@@ -232,8 +235,9 @@ void MainWindow::buildMenu()
     QAction *previousToCheck = edit->addAction(tr("上一个待核对的词"), this,
                                                [this] { m_editor.goToWordToCheck(false); });
     previousToCheck->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F8));
-    QMenu *settings = menuBar()->addMenu(u"设置"_s);
-    settings->addAction(u"偏好设置…"_s, this, [this] { navigate(NavigationItem::settings); });
+    QMenu *settings = menuBar()->addMenu(tr("设置"));
+    settings->addAction(tr("偏好设置…"), this, [this] { navigate(NavigationItem::settings); })
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
 }
 
 void MainWindow::openProjectFromPicker()
@@ -242,7 +246,7 @@ void MainWindow::openProjectFromPicker()
         return;
     // Bundles are folders; the user's own live in the projects folder.
     const QString bundle
-        = m_services.pickFolder(u"选择 .kavel 项目文件"_s, m_services.store->directory());
+        = m_services.pickFolder(tr("选择 .kavel 项目文件"), m_services.store->directory());
     if (!bundle.isEmpty())
         openProject(QUrl::fromLocalFile(bundle));
 }
@@ -364,13 +368,13 @@ void MainWindow::reportDamagedTranscript()
 {
     const KavelProject &project = *m_editor.project();
     QString text
-        = u"项目“%1”的转写稿无法读取，项目打开时没有文字。"_s.arg(project.metadata().title);
+        = tr("项目“%1”的转写稿无法读取，项目打开时没有文字。").arg(project.metadata().title);
     if (const auto &backup = project.damagedTimelineBackup())
-        text += u"\n\n损坏的转写稿已备份到：\n%1"_s.arg(*backup);
-    auto *box = new QMessageBox(QMessageBox::Warning, u"转写稿无法读取"_s, text,
+        text += tr("\n\n损坏的转写稿已备份到：\n%1").arg(*backup);
+    auto *box = new QMessageBox(QMessageBox::Warning, tr("转写稿无法读取"), text,
                                 QMessageBox::NoButton, this);
     box->setInformativeText(project.timelineLoadError());
-    box->addButton(u"确定"_s, QMessageBox::AcceptRole);
+    box->addButton(tr("确定"), QMessageBox::AcceptRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
     box->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -387,7 +391,7 @@ void MainWindow::startImport(const QList<QUrl> &urls, const QString &language)
             m_services.settings->setLastRecognitionLanguage(language);
         job = m_services.imports->start(urls, language);
     } catch (const Error &error) {
-        showError(u"无法创建项目: "_s + error.description());
+        showError(tr("无法创建项目: ") + error.description());
         return;
     }
     openProject(QUrl::fromLocalFile(job->bundlePath()));
@@ -402,11 +406,11 @@ void MainWindow::whenImportsMayStop(std::function<void()> proceed)
     }
     auto *box = new QMessageBox(
         QMessageBox::Warning, u"Kavel"_s,
-        u"还有 %1 个项目正在导入。现在退出会中断导入，这些项目将标记为导入失败。确定退出吗？"_s.arg(
-            running),
+        tr("还有 %1 个项目正在导入。现在退出会中断导入，这些项目将标记为导入失败。确定退出吗？")
+            .arg(running),
         QMessageBox::NoButton, this);
-    QPushButton *quit = box->addButton(u"退出"_s, QMessageBox::DestructiveRole);
-    box->addButton(u"取消"_s, QMessageBox::RejectRole);
+    QPushButton *quit = box->addButton(tr("退出"), QMessageBox::DestructiveRole);
+    box->addButton(tr("取消"), QMessageBox::RejectRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
     connect(box, &QMessageBox::finished, this, [this, box, quit, proceed] {
@@ -423,10 +427,10 @@ void MainWindow::offerRecovery()
 {
     if (!m_editor.recoverableEdits())
         return;
-    auto *box = new QMessageBox(QMessageBox::Question, u"Kavel"_s, u"恢复未保存的修改？"_s,
+    auto *box = new QMessageBox(QMessageBox::Question, u"Kavel"_s, tr("恢复未保存的修改？"),
                                 QMessageBox::NoButton, this);
-    QPushButton *restore = box->addButton(u"恢复"_s, QMessageBox::AcceptRole);
-    box->addButton(u"放弃"_s, QMessageBox::DestructiveRole);
+    QPushButton *restore = box->addButton(tr("恢复"), QMessageBox::AcceptRole);
+    box->addButton(tr("放弃"), QMessageBox::DestructiveRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
     connect(box, &QMessageBox::finished, this, [this, box, restore] {
@@ -446,10 +450,10 @@ void MainWindow::whenDocumentMayBeLeft(std::function<void()> proceed)
         return;
     }
     auto *box = new QMessageBox(QMessageBox::Warning, u"Kavel"_s,
-                                u"项目有未保存的修改，是否保存？"_s, QMessageBox::NoButton, this);
-    QPushButton *save = box->addButton(u"保存"_s, QMessageBox::AcceptRole);
-    QPushButton *discard = box->addButton(u"不保存"_s, QMessageBox::DestructiveRole);
-    box->addButton(u"取消"_s, QMessageBox::RejectRole);
+                                tr("项目有未保存的修改，是否保存？"), QMessageBox::NoButton, this);
+    QPushButton *save = box->addButton(tr("保存"), QMessageBox::AcceptRole);
+    QPushButton *discard = box->addButton(tr("不保存"), QMessageBox::DestructiveRole);
+    box->addButton(tr("取消"), QMessageBox::RejectRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
     connect(box, &QMessageBox::finished, this, [this, box, save, discard, proceed] {
@@ -486,15 +490,16 @@ void MainWindow::closeEvent(QCloseEvent *event)
 
 void MainWindow::showError(const QString &message)
 {
-    m_alert = openWarning(this, u"错误"_s, message);
+    m_alert = openWarning(this, tr("错误"), message);
 }
 
 void MainWindow::showLoginRequired()
 {
-    auto *box = new QMessageBox(QMessageBox::Information, u"需要登录"_s,
-                                u"上传视频需要登录账户，请先登录。"_s, QMessageBox::NoButton, this);
-    QPushButton *signIn = box->addButton(u"去登录"_s, QMessageBox::AcceptRole);
-    box->addButton(u"取消"_s, QMessageBox::RejectRole);
+    auto *box
+        = new QMessageBox(QMessageBox::Information, tr("需要登录"),
+                          tr("上传视频需要登录账户，请先登录。"), QMessageBox::NoButton, this);
+    QPushButton *signIn = box->addButton(tr("去登录"), QMessageBox::AcceptRole);
+    box->addButton(tr("取消"), QMessageBox::RejectRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
     connect(box, &QMessageBox::finished, this, [this, box, signIn] {

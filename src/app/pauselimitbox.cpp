@@ -10,8 +10,16 @@ namespace kavel::app {
 
 namespace {
 
-const QString wholeText = u"完整"_s;
-const QString unit = u" 秒"_s;
+QString wholeText()
+{
+    return PauseLimitBox::tr("完整");
+}
+
+QString unit()
+{
+    return PauseLimitBox::tr(" 秒");
+}
+
 constexpr double step = 0.1;
 // The spin box's own top: one step past the largest limit.
 constexpr double wholeValue = maxPauseLimit + step;
@@ -20,8 +28,8 @@ constexpr double wholeValue = maxPauseLimit + step;
 QString bare(const QString &text)
 {
     QString t = text.trimmed();
-    if (t.endsWith(u'秒'))
-        t.chop(1);
+    if (const QString u = unit().trimmed(); t.endsWith(u))
+        t.chop(u.size());
     return t.trimmed();
 }
 
@@ -34,8 +42,8 @@ PauseLimitBox::PauseLimitBox(QWidget *parent)
     setSingleStep(step);
     setDecimals(1);
     setValue(wholeValue);
-    setAccessibleName(u"最长停顿"_s);
-    setToolTip(u"相邻两词之间保留的最长停顿；“完整”保留录音中原有的全部停顿"_s);
+    setAccessibleName(tr("最长停顿"));
+    setToolTip(tr("相邻两词之间保留的最长停顿；“完整”保留录音中原有的全部停顿"));
 }
 
 void PauseLimitBox::showLimit(double seconds)
@@ -46,14 +54,14 @@ void PauseLimitBox::showLimit(double seconds)
 QString PauseLimitBox::textFromValue(double value) const
 {
     if (value > maxPauseLimit + step / 2)
-        return wholeText;
-    return locale().toString(value, 'f', 1) + unit;
+        return wholeText();
+    return locale().toString(value, 'f', 1) + unit();
 }
 
 double PauseLimitBox::valueFromText(const QString &text) const
 {
     const QString t = bare(text);
-    if (t == wholeText)
+    if (t == wholeText())
         return wholeValue;
     bool ok = false;
     const double value = locale().toDouble(t, &ok);
@@ -65,8 +73,8 @@ QValidator::State PauseLimitBox::validate(QString &input, int &) const
     const QString t = bare(input);
     if (t.isEmpty())
         return QValidator::Intermediate;
-    if (wholeText.startsWith(t))
-        return t == wholeText ? QValidator::Acceptable : QValidator::Intermediate;
+    if (wholeText().startsWith(t))
+        return t == wholeText() ? QValidator::Acceptable : QValidator::Intermediate;
     bool ok = false;
     double value = locale().toDouble(t, &ok);
     if (!ok)

@@ -7,6 +7,7 @@
 #include "model/projectstore.h"
 #include "playback/videoplayerviewmodel.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 
 using namespace Qt::StringLiterals;
@@ -19,7 +20,8 @@ QString renameProject(EditorViewModel &editor, ProjectStore &store, const Import
     // The import writes into its bundle until it ends; the folder must stay where it is.
     if (const ImportJob *job = imports ? imports->jobFor(bundlePath) : nullptr;
         job && job->isActive())
-        return u"无法重命名：项目正在导入中，请等导入完成。"_s;
+        return QCoreApplication::translate("kavel::app::ProjectActions",
+                                           "无法重命名：项目正在导入中，请等导入完成。");
     KavelProject *open = editor.project();
     try {
         if (!open || QFileInfo(open->bundlePath()) != QFileInfo(bundlePath)) {
@@ -29,7 +31,8 @@ QString renameProject(EditorViewModel &editor, ProjectStore &store, const Import
                     return {};
                 }
             }
-            return u"无法重命名：找不到这个项目。"_s;
+            return QCoreApplication::translate("kavel::app::ProjectActions",
+                                               "无法重命名：找不到这个项目。");
         }
         open->rename(title);
     } catch (const Error &error) {

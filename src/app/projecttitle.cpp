@@ -19,8 +19,8 @@ ProjectTitle::ProjectTitle(QWidget *parent)
     QFont bold = m_label->font();
     bold.setBold(true);
     m_label->setFont(bold);
-    m_label->setToolTip(u"双击重命名"_s);
-    m_field->setAccessibleName(u"项目名称"_s);
+    m_label->setToolTip(tr("双击重命名"));
+    m_field->setAccessibleName(tr("项目名称"));
     m_field->setMinimumWidth(240);
     m_field->hide();
     m_field->installEventFilter(this);

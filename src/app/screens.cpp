@@ -3,6 +3,7 @@
 #include "editor/editorviewmodel.h"
 #include "playback/guideplayerviewmodel.h"
 #include "service/appstate.h"
+#include "service/interfacelanguage.h"
 #include "service/loginmodel.h"
 #include "service/recognitionlanguage.h"
 #include "service/settings.h"
@@ -59,20 +60,20 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     , m_pickMedia(std::move(pickMedia))
     , m_rowsHost(new QWidget(this))
     , m_rows(new QVBoxLayout(m_rowsHost))
-    , m_add(new QPushButton(symbolIcon(u"plus"_s), u"继续添加"_s, this))
-    , m_start(new QPushButton(u"开始导入"_s, this))
-    , m_cancel(new QPushButton(u"取消"_s, this))
+    , m_add(new QPushButton(symbolIcon(u"plus"_s), tr("继续添加"), this))
+    , m_start(new QPushButton(tr("开始导入"), this))
+    , m_cancel(new QPushButton(tr("取消"), this))
     , m_language(new QComboBox(this))
     , m_languageNote(new QLabel(this))
 {
-    setWindowTitle(u"确认导入"_s);
+    setWindowTitle(tr("确认导入"));
     setMinimumWidth(460);
     auto *layout = new QVBoxLayout(this);
     auto *header = new QHBoxLayout;
     header->addWidget(iconLabel(u"film.badge.plus"_s, 28, this));
-    header->addWidget(titleLabel(u"确认导入"_s, this), 1);
+    header->addWidget(titleLabel(tr("确认导入"), this), 1);
     layout->addLayout(header);
-    layout->addWidget(new QLabel(u"即将导入以下文件："_s, this));
+    layout->addWidget(new QLabel(tr("即将导入以下文件："), this));
     m_rows->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_rowsHost);
     layout->addWidget(m_add, 0, Qt::AlignLeft);
@@ -88,7 +89,7 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     layout->addWidget(m_languageNote);
     fillLanguages(service::offeredLanguages(), u"zh"_s);
     auto *notice = new QLabel(
-        u"将创建新项目并开始语音识别。\n识别过程中您可以切换到其他页面，完成后会收到系统通知。"_s,
+        tr("将创建新项目并开始语音识别。\n识别过程中您可以切换到其他页面，完成后会收到系统通知。"),
         this);
     notice->setWordWrap(true);
     layout->addWidget(notice);
@@ -110,7 +111,7 @@ ImportConfirmDialog::ImportConfirmDialog(EditorViewModel &editor,
     connect(m_add, &QPushButton::clicked, this, [this] {
         if (!m_pickMedia)
             return;
-        const QList<QUrl> more = m_pickMedia(u"选择要添加的文件"_s);
+        const QList<QUrl> more = m_pickMedia(tr("选择要添加的文件"));
         if (!more.isEmpty())
             m_editor.setPendingImportURLs(m_editor.pendingImportURLs() + more);
     });
@@ -141,7 +142,7 @@ void ImportConfirmDialog::rebuildRows()
         line->addWidget(new QLabel(QFileInfo(urls.at(i).toLocalFile()).fileName(), row), 1);
         auto *remove = new QPushButton(row);
         remove->setIcon(symbolIcon(u"xmark.circle.fill"_s));
-        remove->setToolTip(u"移除此文件"_s);
+        remove->setToolTip(tr("移除此文件"));
         remove->setFlat(true);
         line->addWidget(remove);
         const QUrl url = urls.at(i);
@@ -210,26 +211,27 @@ SettingsPage::SettingsPage(service::Settings &settings, FolderPicker pickFolder,
     , m_settings(settings)
     , m_pickFolder(std::move(pickFolder))
     , m_path(new QLabel(this))
-    , m_choose(new QPushButton(u"选择文件夹"_s, this))
-    , m_clear(new QPushButton(u"清除"_s, this))
+    , m_choose(new QPushButton(tr("选择文件夹"), this))
+    , m_clear(new QPushButton(tr("清除"), this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(40, 32, 40, 32);
-    layout->addWidget(titleLabel(u"偏好设置"_s, this));
+    layout->addWidget(titleLabel(tr("偏好设置"), this));
     layout->addSpacing(12);
-    layout->addWidget(new QLabel(u"默认导出位置"_s, this));
+    layout->addWidget(new QLabel(tr("默认导出位置"), this));
     auto *row = new QHBoxLayout;
     m_path->setTextInteractionFlags(Qt::TextSelectableByMouse);
     row->addWidget(m_path, 1);
     row->addWidget(m_choose);
     row->addWidget(m_clear);
     layout->addLayout(row);
+    addLanguageChoice(layout);
     layout->addStretch(1);
 
     connect(m_choose, &QPushButton::clicked, this, [this] {
         if (!m_pickFolder)
             return;
-        const QString folder = m_pickFolder(u"选择默认导出目录"_s, m_settings.defaultExportPath());
+        const QString folder = m_pickFolder(tr("选择默认导出目录"), m_settings.defaultExportPath());
         if (folder.isEmpty())
             return;
         m_settings.setDefaultExportPath(folder);
@@ -242,10 +244,32 @@ SettingsPage::SettingsPage(service::Settings &settings, FolderPicker pickFolder,
     refresh();
 }
 
+void SettingsPage::addLanguageChoice(QVBoxLayout *layout)
+{
+    layout->addSpacing(16);
+    layout->addWidget(new QLabel(tr("界面语言 / Language"), this));
+    auto *row = new QHBoxLayout;
+    m_language = new QComboBox(this);
+    m_language->setAccessibleName(tr("界面语言"));
+    // Each language is named in its own words, so that a reader of either finds it.
+    m_language->addItem(tr("跟随系统"), i18n::toRaw(i18n::LanguagePreference::system));
+    m_language->addItem(u"中文"_s, i18n::toRaw(i18n::LanguagePreference::chinese));
+    m_language->addItem(u"English"_s, i18n::toRaw(i18n::LanguagePreference::english));
+    const QString stored = i18n::toRaw(i18n::preferenceFromRaw(m_settings.interfaceLanguage()));
+    m_language->setCurrentIndex(m_language->findData(stored));
+    row->addWidget(m_language);
+    auto *note = new QLabel(tr("重新启动 Kavel 后生效"), this);
+    note->setForegroundRole(QPalette::PlaceholderText);
+    row->addWidget(note, 1);
+    layout->addLayout(row);
+    connect(m_language, &QComboBox::currentIndexChanged, this,
+            [this] { m_settings.setInterfaceLanguage(m_language->currentData().toString()); });
+}
+
 void SettingsPage::refresh()
 {
     const QString path = m_settings.defaultExportPath();
-    m_path->setText(path.isEmpty() ? u"未设置（每次导出时选择）"_s : path);
+    m_path->setText(path.isEmpty() ? tr("未设置（每次导出时选择）") : path);
     m_clear->setEnabled(!path.isEmpty());
 }
 
@@ -255,12 +279,12 @@ AccountPage::AccountPage(service::AppState &appState, QWidget *parent)
     : QWidget(parent)
     , m_appState(appState)
     , m_status(new QLabel(this))
-    , m_signIn(new QPushButton(u"登录"_s, this))
-    , m_signOut(new QPushButton(u"退出登录"_s, this))
+    , m_signIn(new QPushButton(tr("登录"), this))
+    , m_signOut(new QPushButton(tr("退出登录"), this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(40, 32, 40, 32);
-    layout->addWidget(titleLabel(u"我的"_s, this));
+    layout->addWidget(titleLabel(tr("我的"), this));
     layout->addSpacing(12);
     layout->addWidget(m_status);
     auto *row = new QHBoxLayout;
@@ -283,7 +307,7 @@ void AccountPage::refresh()
     QString who;
     if (const auto &user = m_appState.currentUser())
         who = user->nickname.value_or(user->email.value_or(user->phone.value_or(QString())));
-    m_status->setText(signedIn ? u"已登录：%1"_s.arg(who) : u"未登录"_s);
+    m_status->setText(signedIn ? tr("已登录：%1").arg(who) : tr("未登录"));
     m_signIn->setVisible(!signedIn);
     m_signOut->setVisible(signedIn);
 }
@@ -292,15 +316,15 @@ void AccountPage::refresh()
 
 ProjectPlaceholder::ProjectPlaceholder(QWidget *parent)
     : QWidget(parent)
-    , m_import(new QPushButton(u"导入新视频"_s, this))
-    , m_open(new QPushButton(u"打开项目"_s, this))
+    , m_import(new QPushButton(tr("导入新视频"), this))
+    , m_open(new QPushButton(tr("打开项目"), this))
 {
     auto *layout = new QVBoxLayout(this);
     layout->addStretch(1);
     auto *icon = iconLabel(u"film"_s, 64, this);
     icon->setAlignment(Qt::AlignCenter);
     layout->addWidget(icon);
-    auto *line = new QLabel(u"导入视频以开始编辑"_s, this);
+    auto *line = new QLabel(tr("导入视频以开始编辑"), this);
     line->setAlignment(Qt::AlignCenter);
     layout->addWidget(line);
     auto *buttons = new QHBoxLayout;
@@ -325,8 +349,8 @@ GuidePage::GuidePage(GuidePlayerFactory makePlayer, QWidget *parent)
 {
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(40, 32, 40, 32);
-    layout->addWidget(titleLabel(u"使用指南"_s, this));
-    layout->addWidget(new QLabel(u"观看演示视频，快速了解 Kavel AI 的使用方法"_s, this));
+    layout->addWidget(titleLabel(tr("使用指南"), this));
+    layout->addWidget(new QLabel(tr("观看演示视频，快速了解 Kavel AI 的使用方法"), this));
     // Made after the heading: the heading is the page's first label.
     m_time = new QLabel(this);
     layout->addSpacing(16);
@@ -344,7 +368,7 @@ GuidePage::GuidePage(GuidePlayerFactory makePlayer, QWidget *parent)
     m_play->setAutoRaise(true);
     m_volume->setRange(0, 100);
     m_volume->setMaximumWidth(120);
-    m_volume->setToolTip(u"音量"_s);
+    m_volume->setToolTip(tr("音量"));
     m_time->setMinimumWidth(110);
 
     connect(m_play, &QToolButton::clicked, this, [this] {
@@ -411,7 +435,7 @@ void GuidePage::refreshPlaying()
 {
     const bool playing = m_player && m_player->isPlaying();
     m_play->setIcon(symbolIcon(playing ? u"pause.fill"_s : u"play.fill"_s));
-    m_play->setToolTip(playing ? u"暂停"_s : u"播放"_s);
+    m_play->setToolTip(playing ? tr("暂停") : tr("播放"));
     // Without a clip there is nothing to play.
     const bool playable = m_player && !m_player->videoPath().isEmpty();
     m_play->setEnabled(playable);
@@ -426,18 +450,18 @@ LoginDialog::LoginDialog(service::LoginModel &login, service::AppState &appState
     , m_appState(appState)
     , m_account(new QLineEdit(this))
     , m_secret(new QLineEdit(this))
-    , m_sendCode(new QPushButton(u"获取验证码"_s, this))
-    , m_submit(new QPushButton(u"登录"_s, this))
+    , m_sendCode(new QPushButton(tr("获取验证码"), this))
+    , m_submit(new QPushButton(tr("登录"), this))
     , m_error(new QLabel(this))
 {
-    setWindowTitle(u"登录"_s);
+    setWindowTitle(tr("登录"));
     setMinimumWidth(380);
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(titleLabel(u"登录 Kavel"_s, this));
-    m_account->setPlaceholderText(u"用户名 / 邮箱 / 手机号"_s);
+    layout->addWidget(titleLabel(tr("登录 Kavel"), this));
+    m_account->setPlaceholderText(tr("用户名 / 邮箱 / 手机号"));
     layout->addWidget(m_account);
     auto *secretRow = new QHBoxLayout;
-    m_secret->setPlaceholderText(u"密码 / 验证码"_s);
+    m_secret->setPlaceholderText(tr("密码 / 验证码"));
     m_secret->setEchoMode(QLineEdit::Password);
     secretRow->addWidget(m_secret, 1);
     secretRow->addWidget(m_sendCode);
@@ -447,10 +471,10 @@ LoginDialog::LoginDialog(service::LoginModel &login, service::AppState &appState
     m_error->setPalette(red);
     m_error->setWordWrap(true);
     layout->addWidget(m_error);
-    auto *signUp = new QLabel(u"<a href=\"signup\">没有账户？前往官网注册</a>"_s, this);
+    auto *signUp = new QLabel(tr("<a href=\"signup\">没有账户？前往官网注册</a>"), this);
     layout->addWidget(signUp);
     auto *buttons = new QHBoxLayout;
-    auto *cancel = new QPushButton(u"取消"_s, this);
+    auto *cancel = new QPushButton(tr("取消"), this);
     buttons->addStretch(1);
     buttons->addWidget(cancel);
     buttons->addWidget(m_submit);
@@ -510,7 +534,7 @@ void LoginDialog::refresh()
     m_error->setVisible(m_login.errorMessage().has_value());
     const int countdown = m_login.smsCountdown();
     m_sendCode->setEnabled(countdown <= 0);
-    m_sendCode->setText(countdown > 0 ? u"%1 秒后重发"_s.arg(countdown) : u"获取验证码"_s);
+    m_sendCode->setText(countdown > 0 ? tr("%1 秒后重发").arg(countdown) : tr("获取验证码"));
 }
 
 } // namespace kavel::app

@@ -76,7 +76,7 @@ private:
     QStringList m_heard;
 };
 
-// The default export folder.
+// The default export folder and the interface language.
 class SettingsPage : public QWidget
 {
     Q_OBJECT
@@ -87,18 +87,21 @@ public:
     QLabel *pathLabel() const { return m_path; }
     QPushButton *chooseButton() const { return m_choose; }
     QPushButton *clearButton() const { return m_clear; }
+    QComboBox *languageBox() const { return m_language; }
 
 Q_SIGNALS:
     void closeRequested();
 
 private:
     void refresh();
+    void addLanguageChoice(QVBoxLayout *layout);
 
     service::Settings &m_settings;
     FolderPicker m_pickFolder;
     QLabel *m_path;
     QPushButton *m_choose;
     QPushButton *m_clear;
+    QComboBox *m_language = nullptr;
 };
 
 // The signed-in account, or the way to sign in.

@@ -62,7 +62,7 @@ SingleInstance::Role SingleInstance::handOverOrListen(const QStringList &paths)
         while (!socket.canReadLine() && socket.waitForReadyRead(answerMilliseconds)) { }
         if (socket.readLine().trimmed() == "ok")
             return Role::handedOver;
-        throw Error(u"Kavel 已经在运行，但没有响应。请关闭它后再试。"_s, m_socketPath);
+        throw Error(tr("Kavel 已经在运行，但没有响应。请关闭它后再试。"), m_socketPath);
     }
 
     // Nobody answers: a socket file left by a Kavel that crashed is in the way.

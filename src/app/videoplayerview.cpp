@@ -147,7 +147,7 @@ void VideoSurface::paintSoundPlaceholder(QPainter &p)
     p.setFont(caption);
     p.setPen(QColor(255, 255, 255, 150));
     p.drawText(QRectF(0.0, middle + tallest / 2.0 + unit * 2.0, width(), unit * 6.0),
-               Qt::AlignHCenter | Qt::AlignTop, u"音频"_s);
+               Qt::AlignHCenter | Qt::AlignTop, tr("音频"));
 }
 
 void VideoSurface::resizeEvent(QResizeEvent *event)
@@ -177,7 +177,7 @@ FullscreenVideoWindow::FullscreenVideoWindow()
     m_close->setIconSize(QSize(28, 28));
     m_close->setFixedSize(36, 36);
     m_close->setAutoRaise(true);
-    m_close->setToolTip(u"退出全屏"_s);
+    m_close->setToolTip(tr("退出全屏"));
     connect(m_close, &QToolButton::clicked, this, &QWidget::close);
     connect(m_surface, &VideoSurface::doubleClicked, this, &QWidget::close);
 }
@@ -368,12 +368,12 @@ VideoPlayerView::VideoPlayerView(VideoPlayerViewModel &player, QWidget *parent)
     m_rotate->setAutoRaise(true);
     m_fullscreen->setAutoRaise(true);
     m_fullscreen->setIcon(symbolIcon(u"arrow.up.left.and.arrow.down.right"_s));
-    m_fullscreen->setToolTip(u"全屏 (双击视频)"_s);
+    m_fullscreen->setToolTip(tr("全屏 (双击视频)"));
     connect(m_fullscreen, &QToolButton::clicked, this, [this] { setFullscreen(!isFullscreen()); });
     connect(m_surface, &VideoSurface::doubleClicked, this,
             [this] { setFullscreen(!isFullscreen()); });
     m_rotate->setIcon(symbolIcon(u"rotate.right"_s));
-    m_rotate->setToolTip(u"旋转"_s);
+    m_rotate->setToolTip(tr("旋转"));
     for (const double speed : {0.5, 0.75, 1.0, 1.25, 1.5, 2.0})
         m_speed->addItem(u"%1x"_s.arg(speed), speed);
     m_speed->setCurrentIndex(m_speed->findData(1.0));
@@ -521,7 +521,7 @@ void VideoPlayerView::refreshPlaying()
 {
     const bool playing = m_player.isPlaying();
     m_play->setIcon(symbolIcon(playing ? u"pause.fill"_s : u"play.fill"_s));
-    m_play->setToolTip(playing ? u"暂停"_s : u"播放"_s);
+    m_play->setToolTip(playing ? tr("暂停") : tr("播放"));
 }
 
 } // namespace kavel::app

@@ -3,6 +3,7 @@
 #include "model/kavelproject.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <cmath>
 #include <cstdio>
@@ -50,7 +51,8 @@ QStringList parsePositionals(QCommandLineParser &parser, const QString &command,
     const QStringList values = parser.positionalArguments();
     const bool countOk = repeatLast ? values.size() >= names.size() : values.size() == names.size();
     if (!countOk)
-        throw CommandFailure {QStringLiteral("用法：kavel-cli ") + command + u' ' + names.join(u' ')
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "用法：kavel-cli ")
+                                  + command + u' ' + names.join(u' ')
                                   + (repeatLast ? QStringLiteral("...") : QString()),
                               2};
     return values;

@@ -8,6 +8,7 @@
 #include "model/kavelproject.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -30,7 +31,10 @@ qsizetype paragraphIndex(const QString &text, qsizetype count)
     bool ok = false;
     const qsizetype number = text.toLongLong(&ok);
     if (!ok || number < 1 || number > count)
-        throw CommandFailure {u"段落编号 %1 不存在（项目共有 %2 个段落）"_s.arg(text).arg(count)};
+        throw CommandFailure {
+            QCoreApplication::translate("kavel::cli", "段落编号 %1 不存在（项目共有 %2 个段落）")
+                .arg(text)
+                .arg(count)};
     return number - 1;
 }
 
@@ -78,8 +82,10 @@ int runEdit(const QStringList &arguments)
     // Saving an edit of the empty transcript a damaged file opens as would replace it.
     if (!project->timelineLoadError().isEmpty()) {
         const std::optional<QString> backup = project->backUpDamagedTimeline();
-        throw CommandFailure {backup ? u"转写稿无法读取，原文件已备份到 "_s + *backup
-                                     : project->timelineLoadError()};
+        throw CommandFailure {
+            backup ? QCoreApplication::translate("kavel::cli", "转写稿无法读取，原文件已备份到 ")
+                    + *backup
+                   : project->timelineLoadError()};
     }
     QList<Paragraph> original = playbackOrder(project->paragraphs());
 
@@ -93,20 +99,27 @@ int runEdit(const QStringList &arguments)
         else if (ok && (seconds == 0 || (seconds >= minPauseLimit && seconds <= maxPauseLimit)))
             pauseLimit = seconds;
         else
-            throw CommandFailure {u"--keep-pauses 需要 0、0.1 到 2.0 之间的秒数或“完整”(whole)"_s,
-                                  2};
+            throw CommandFailure {
+                QCoreApplication::translate(
+                    "kavel::cli", "--keep-pauses 需要 0、0.1 到 2.0 之间的秒数或“完整”(whole)"),
+                2};
     }
     QList<edits::TextCorrection> corrections;
     for (const QString &pair : parser.values(replace)) {
         const qsizetype equals = pair.indexOf(u'=');
         if (equals <= 0 || pair.left(equals).trimmed().isEmpty()
             || pair.mid(equals + 1).trimmed().isEmpty())
-            throw CommandFailure {u"--replace-text 需要 OLD=NEW 形式，而不是“%1”"_s.arg(pair), 2};
+            throw CommandFailure {QCoreApplication::translate(
+                                      "kavel::cli", "--replace-text 需要 OLD=NEW 形式，而不是“%1”")
+                                      .arg(pair),
+                                  2};
         corrections.append({pair.left(equals), pair.mid(equals + 1)});
     }
     const edits::CorrectionOutcome corrected = edits::correctWholeWords(original, corrections);
     for (const QString &skipped : corrected.skipped)
-        err() << u"跳过“%1”：所在的词不在同一段录音中相连"_s.arg(skipped) << Qt::endl;
+        err() << QCoreApplication::translate("kavel::cli", "跳过“%1”：所在的词不在同一段录音中相连")
+                     .arg(skipped)
+              << Qt::endl;
 
     // Resolve every paragraph number against the original numbering before anything moves.
     QList<QUuid> paragraphsToDelete;
@@ -116,11 +129,16 @@ int runEdit(const QStringList &arguments)
     for (const QString &spec : parser.values(move)) {
         const QStringList parts = spec.split(u':');
         if (parts.size() != 2)
-            throw CommandFailure {u"--move-paragraph 需要 FROM:TO 形式，而不是“%1”"_s.arg(spec), 2};
+            throw CommandFailure {
+                QCoreApplication::translate("kavel::cli",
+                                            "--move-paragraph 需要 FROM:TO 形式，而不是“%1”")
+                    .arg(spec),
+                2};
         bool ok = false;
         const qsizetype to = parts[1].toLongLong(&ok);
         if (!ok || to < 1)
-            throw CommandFailure {u"目标位置“%1”无效"_s.arg(parts[1]), 2};
+            throw CommandFailure {
+                QCoreApplication::translate("kavel::cli", "目标位置“%1”无效").arg(parts[1]), 2};
         moves.append({original.at(paragraphIndex(parts[0], original.size())).id, to - 1});
     }
 
@@ -152,19 +170,25 @@ int runEdit(const QStringList &arguments)
     if (!corrections.isEmpty()) {
         for (qsizetype i = 0; i < corrections.size(); ++i) {
             if (corrected.perCorrection.at(i) == 0)
-                report << u"没有与“%1”相符的整词，未替换"_s.arg(corrections.at(i).from.trimmed());
+                report << QCoreApplication::translate("kavel::cli", "没有与“%1”相符的整词，未替换")
+                              .arg(corrections.at(i).from.trimmed());
         }
-        report << u"替换了 %1 处"_s.arg(corrected.replaced);
+        report << QCoreApplication::translate("kavel::cli", "替换了 %1 处").arg(corrected.replaced);
     }
     if (pauseLimit)
-        report << (*pauseLimit == wholePauses ? u"完整保留停顿"_s
-                   : *pauseLimit > 0          ? u"保留停顿，最长 %1 秒"_s.arg(*pauseLimit)
-                                              : u"已去掉停顿"_s);
-    report << u"删除了 %1 个词和 %2 个段落，移动了 %3 个段落"_s.arg(words.size())
+        report << (*pauseLimit == wholePauses
+                       ? QCoreApplication::translate("kavel::cli", "完整保留停顿")
+                       : *pauseLimit > 0
+                       ? QCoreApplication::translate("kavel::cli", "保留停顿，最长 %1 秒")
+                             .arg(*pauseLimit)
+                       : QCoreApplication::translate("kavel::cli", "已去掉停顿"));
+    report << QCoreApplication::translate("kavel::cli",
+                                          "删除了 %1 个词和 %2 个段落，移动了 %3 个段落")
+                  .arg(words.size())
                   .arg(original.size() - paragraphsBefore + paragraphsDeleted)
                   .arg(moved);
     if (parser.isSet(dryRun)) {
-        report.last() += u"（试运行，未保存）"_s;
+        report.last() += QCoreApplication::translate("kavel::cli", "（试运行，未保存）");
     } else {
         project->setParagraphs(result);
         project->saveTimeline();

@@ -11,6 +11,7 @@
 #include "timing/pauses.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLocale>
@@ -38,12 +39,12 @@ E choice(const QCommandLineParser &parser, const QCommandLineOption &option,
 QString stepLabel(const QString &step)
 {
     if (step == "subtitles"_L1)
-        return u"字幕"_s;
+        return QCoreApplication::translate("kavel::cli", "字幕");
     if (step == "audio"_L1)
-        return u"音频"_s;
+        return QCoreApplication::translate("kavel::cli", "音频");
     if (step == "interchange"_L1)
-        return u"项目交换文件"_s;
-    return u"视频"_s;
+        return QCoreApplication::translate("kavel::cli", "项目交换文件");
+    return QCoreApplication::translate("kavel::cli", "视频");
 }
 
 // A bar that redraws itself in place; only on a terminal, where \r does what it should.
@@ -126,7 +127,9 @@ int runExport(const QStringList &arguments)
                        captionSizeOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
-        throw CommandFailure {u"用法：kavel-cli export BUNDLE --out DIR [选项]"_s, 2};
+        throw CommandFailure {QCoreApplication::translate(
+                                  "kavel::cli", "用法：kavel-cli export BUNDLE --out DIR [选项]"),
+                              2};
 
     ExportSettings settings;
     settings.title = parser.value(titleOption);
@@ -140,7 +143,8 @@ int runExport(const QStringList &arguments)
     settings.audioEnabled = parser.isSet(audioOption);
     settings.audioFormat = choice(parser, audioOption, audioFormatFromRaw, AudioFormat::mp3);
     if (parser.isSet(srtOption) && parser.isSet(vttOption))
-        throw CommandFailure {u"--srt 与 --vtt 只能选一个"_s, 2};
+        throw CommandFailure {
+            QCoreApplication::translate("kavel::cli", "--srt 与 --vtt 只能选一个"), 2};
     settings.subtitleEnabled = parser.isSet(srtOption) || parser.isSet(vttOption);
     settings.subtitleFormat = parser.isSet(vttOption) ? SubtitleFormat::vtt : SubtitleFormat::srt;
     settings.subtitleStyle
@@ -185,14 +189,16 @@ int runExport(const QStringList &arguments)
     double duration = 0.0;
     for (const WordBlock &block : withPauses(blocks, project->metadata().pauseLimit))
         duration += block.duration();
-    out() << project->metadata().title << u"  "_s << blocks.size() << u" 词  "_s
+    out() << project->metadata().title << u"  "_s << blocks.size()
+          << QCoreApplication::translate("kavel::cli", " 词  ")
           << ExportFlow::formatDuration(duration) << Qt::endl;
 
     awaitTask(flow.startExport(subject));
     bar.finish();
 
     if (!flow.exportComplete()) {
-        throw CommandFailure {flow.exportError().value_or(u"导出失败"_s), 1};
+        throw CommandFailure {
+            flow.exportError().value_or(QCoreApplication::translate("kavel::cli", "导出失败")), 1};
     }
     const auto report = [&](bool enabled, const QString &label, const QString &path) {
         if (!enabled)
@@ -202,13 +208,17 @@ int runExport(const QStringList &arguments)
         if (flow.writtenFiles().contains(path))
             out() << path << u"  ("_s << sizeOf(path) << u')';
         else
-            out() << u"未写入"_s;
+            out() << QCoreApplication::translate("kavel::cli", "未写入");
         out() << Qt::endl;
     };
-    report(settings.subtitleEnabled, u"字幕"_s, flow.subtitlePath());
-    report(settings.interchangeEnabled, u"项目交换文件"_s, flow.interchangePath());
-    report(settings.audioEnabled, u"音频"_s, flow.audioPath());
-    report(settings.videoEnabled && !flow.exportNotice(), u"视频"_s, flow.videoPath());
+    report(settings.subtitleEnabled, QCoreApplication::translate("kavel::cli", "字幕"),
+           flow.subtitlePath());
+    report(settings.interchangeEnabled, QCoreApplication::translate("kavel::cli", "项目交换文件"),
+           flow.interchangePath());
+    report(settings.audioEnabled, QCoreApplication::translate("kavel::cli", "音频"),
+           flow.audioPath());
+    report(settings.videoEnabled && !flow.exportNotice(),
+           QCoreApplication::translate("kavel::cli", "视频"), flow.videoPath());
     if (flow.exportNotice())
         out() << *flow.exportNotice() << Qt::endl;
     if (flow.exportError()) {

@@ -35,7 +35,8 @@ service::LogSink errorSink()
 void signIn(service::APIClient &client, service::Settings &settings, const QString &email,
             const QString &password, const Deadline &deadline)
 {
-    const auto timedOut = [] { return u"登录失败：连接服务器超时"_s; };
+    const auto timedOut
+        = [] { return QCoreApplication::translate("kavel::cli", "登录失败：连接服务器超时"); };
     if (!email.isEmpty()) {
         try {
             const auto tokens = awaitTask(
@@ -47,17 +48,21 @@ void signIn(service::APIClient &client, service::Settings &settings, const QStri
             // The service turns a wrong password away with 401, which the window reports
             // in the same words.
             if (error.statusCode() == 401)
-                throw CommandFailure {u"登录失败：用户名或密码错误"_s};
-            throw CommandFailure {u"登录失败："_s + error.description()};
+                throw CommandFailure {
+                    QCoreApplication::translate("kavel::cli", "登录失败：用户名或密码错误")};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：")
+                                  + error.description()};
         } catch (const Error &error) {
-            throw CommandFailure {u"登录失败："_s + error.description()};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "登录失败：")
+                                  + error.description()};
         }
         return;
     }
     service::AppState session(client, settings, errorSink());
     awaitTask(session.restoreSession(), deadline, timedOut);
     if (!session.isAuthenticated())
-        throw CommandFailure {u"需要登录：请先在 Kavel 中登录，或使用 --email 和 --password"_s};
+        throw CommandFailure {QCoreApplication::translate(
+            "kavel::cli", "需要登录：请先在 Kavel 中登录，或使用 --email 和 --password")};
 }
 
 // A language the service cannot recognise is refused before a project is made or a byte
@@ -67,13 +72,13 @@ void requireLanguage(service::APIClient &client, const QString &language, const 
     service::RecognitionLanguages heard;
     try {
         heard = awaitTask(client.recognitionLanguages(), deadline,
-                          [] { return u"语音识别失败: 连接服务器超时"_s; });
+                          [] { return QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时"); });
     } catch (const service::APIError &error) {
         if (error.statusCode() == 404)
             return;
-        throw CommandFailure {u"语音识别失败: "_s + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "语音识别失败: ") + error.description()};
     } catch (const Error &error) {
-        throw CommandFailure {u"语音识别失败: "_s + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "语音识别失败: ") + error.description()};
     }
     if (!service::hearsLanguage(heard.languages, language))
         throw CommandFailure {service::unsupportedLanguageMessage(language)};
@@ -115,23 +120,24 @@ int runImport(const QStringList &arguments)
         {serverOption, emailOption, passwordOption, timeoutOption, noRefineOption, languageOption});
     const QStringList files = parsePositionals(parser, u"import"_s, arguments, {u"FILE"_s}, true);
     if (parser.isSet(emailOption) != parser.isSet(passwordOption))
-        throw CommandFailure {u"--email 和 --password 需要一起给出"_s, 2};
+        throw CommandFailure {
+            QCoreApplication::translate("kavel::cli", "--email 和 --password 需要一起给出"), 2};
     const QString language = parser.value(languageOption);
     if (parser.isSet(languageOption) && !service::isLanguageTag(language))
         throw CommandFailure {
-            QCoreApplication::translate("ImportCommand", "无效的识别语言代码：%1").arg(language),
-            2};
+            QCoreApplication::translate("kavel::cli", "无效的识别语言代码：%1").arg(language), 2};
     bool timeoutOk = false;
     const double timeoutSeconds = parser.value(timeoutOption).toDouble(&timeoutOk);
     if (!timeoutOk || !(timeoutSeconds > 0))
-        throw CommandFailure {u"--timeout 需要一个秒数"_s, 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "--timeout 需要一个秒数"),
+                              2};
     const auto deadline = std::chrono::steady_clock::now()
         + std::chrono::milliseconds(qint64(timeoutSeconds * 1000.0));
     QList<QUrl> urls;
     for (const QString &file : files) {
         const QFileInfo info(file);
         if (!info.isFile())
-            throw CommandFailure {u"找不到文件："_s + file};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "找不到文件：") + file};
         urls.append(QUrl::fromLocalFile(info.absoluteFilePath()));
     }
     // Refused before anything is created or sent, under the name the user gave.
@@ -151,7 +157,9 @@ int runImport(const QStringList &arguments)
         ? QUrl(parser.value(serverOption), QUrl::StrictMode)
         : settings.apiBaseUrl();
     if (!base.isValid() || base.scheme().isEmpty())
-        throw CommandFailure {u"无效的服务地址："_s + parser.value(serverOption), 2};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无效的服务地址：")
+                                  + parser.value(serverOption),
+                              2};
     // A reply that is not complete half a minute after its request went out is a service
     // that has gone silent, however slowly it keeps trickling.
     service::SessionTimeouts timeouts;
@@ -180,7 +188,8 @@ int runImport(const QStringList &arguments)
     try {
         job = imports.start(urls, language);
     } catch (const Error &error) {
-        throw CommandFailure {u"无法创建项目: "_s + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法创建项目: ")
+                              + error.description()};
     }
     QString shown;
     QObject::connect(job, &ImportJob::changed, job, [job, &shown] {
@@ -198,12 +207,13 @@ int runImport(const QStringList &arguments)
         // long, not a service that cannot be reached; time that ran out before anything
         // was sent was spent here, on this machine.
         const auto timedOut = [job] {
-            if (job->step() == u"语音识别中"_s)
-                return u"语音识别超时"_s;
-            if (job->step() == u"上传音频"_s)
-                return u"语音识别失败: 连接服务器超时"_s;
-            return u"导入超时：%1未在限定时间内完成"_s.arg(job->step().isEmpty() ? u"导入媒体"_s
-                                                                                 : job->step());
+            if (job->step() == kavel::ImportJob::tr("语音识别中"))
+                return QCoreApplication::translate("kavel::cli", "语音识别超时");
+            if (job->step() == kavel::ImportJob::tr("上传音频"))
+                return QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时");
+            return QCoreApplication::translate("kavel::cli", "导入超时：%1未在限定时间内完成")
+                .arg(job->step().isEmpty() ? QCoreApplication::translate("kavel::cli", "导入媒体")
+                                           : job->step());
         };
         awaitTask(whenEnded(*job), deadline, timedOut);
     } catch (...) {

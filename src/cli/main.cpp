@@ -5,6 +5,8 @@
 #include "mediacommands.h"
 #include "model/errors.h"
 #include "projectcommands.h"
+#include "service/interfacelanguage.h"
+#include "service/settings.h"
 
 #include <QGuiApplication>
 #include <algorithm>
@@ -86,6 +88,9 @@ int main(int argc, char *argv[])
                                                           : new QCoreApplication(argc, argv));
     QCoreApplication::setOrganizationName(u"Kavel"_s);
     QCoreApplication::setApplicationName(u"Kavel"_s);
+    // The same language as the window: the settings screen's choice, else the system's.
+    const kavel::i18n::Translations translations(kavel::i18n::resolve(
+        kavel::i18n::preferenceFromRaw(kavel::service::Settings().interfaceLanguage())));
 
     QStringList arguments = QCoreApplication::arguments().mid(1);
     if (arguments.isEmpty() || arguments.first() == "--help"_L1 || arguments.first() == "-h"_L1
@@ -108,6 +113,9 @@ int main(int argc, char *argv[])
             return 1;
         }
     }
-    err() << u"kavel-cli: 没有“"_s << name << u"”这个命令（见 kavel-cli --help）"_s << Qt::endl;
+    err() << QCoreApplication::translate("kavel::cli",
+                                         "kavel-cli: 没有“%1”这个命令（见 kavel-cli --help）")
+                 .arg(name)
+          << Qt::endl;
     return 2;
 }

@@ -11,6 +11,7 @@
 #include "playback/compositionplan.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
@@ -57,13 +58,15 @@ int runList(const QStringList &arguments)
         return 0;
     }
     if (store.projects().isEmpty()) {
-        out() << u"没有项目："_s << projectsDirectory() << Qt::endl;
+        out() << QCoreApplication::translate("kavel::cli", "没有项目：") << projectsDirectory()
+              << Qt::endl;
         return 0;
     }
     for (const ProjectReference &reference : store.projects()) {
         out() << reference.title << u"  "_s << dateText(reference) << u"  "_s << sizeText(reference)
               << u"  "_s << durationText(reference) << u"  "_s << reference.wordBlockCount
-              << u" 词  "_s << reference.status << u"\n    "_s << reference.bundlePath << u'\n';
+              << QCoreApplication::translate("kavel::cli", " 词  ") << reference.status
+              << u"\n    "_s << reference.bundlePath << u'\n';
     }
     out().flush();
     return 0;
@@ -82,15 +85,16 @@ int runThumbnail(const QStringList &arguments)
     const std::optional<QUrl> url
         = sources.isEmpty() ? std::nullopt : project->sourceFileURL(sources.first().id);
     if (!url)
-        throw CommandFailure {u"项目没有可用的媒体文件"_s};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "项目没有可用的媒体文件")};
 
     media::mlt::MltMediaEngine engine;
     const std::optional<QImage> image
         = media::recordingSummarizer(engine)(url->toLocalFile()).thumbnail;
     if (!image)
-        throw CommandFailure {u"无法从媒体中取出画面"_s};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法从媒体中取出画面")};
     if (!image->save(values.at(1), "PNG"))
-        throw CommandFailure {u"无法写入 "_s + values.at(1)};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法写入 ")
+                              + values.at(1)};
     out() << values.at(1) << u" ("_s << image->width() << u'x' << image->height() << u")\n"_s;
     out().flush();
     return 0;

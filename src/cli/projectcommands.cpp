@@ -32,7 +32,7 @@ int runNew(const QStringList &arguments)
         throw FileError(FileError::Kind::invalidName, title, reason);
     const QString bundle = QDir(directory).filePath(title + u'.' + bundleExtension);
     if (QFileInfo::exists(bundle))
-        throw CommandFailure {u"项目已存在："_s + bundle};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "项目已存在：") + bundle};
 
     auto project = KavelProject::create(title, directory);
     out() << project->bundlePath() << Qt::endl;
@@ -53,24 +53,28 @@ int runAddMedia(const QStringList &arguments)
     for (const QString &path : values.mid(1)) {
         const QFileInfo info(path);
         if (!info.isFile())
-            throw CommandFailure {u"找不到文件："_s + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "找不到文件：") + path};
         if (info.size() == 0)
-            throw CommandFailure {u"文件是空的："_s + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "文件是空的：") + path};
         media::MediaInfo probed;
         try {
             probed = engine.probe(info.absoluteFilePath());
         } catch (const Error &) {
-            throw CommandFailure {u"不是可用的媒体文件："_s + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：")
+                                  + path};
         }
         if (!probed.hasAudio && !probed.hasVideo)
-            throw CommandFailure {u"不是可用的媒体文件："_s + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：")
+                                  + path};
         // The transcript is made from the sound: without it there is nothing to edit by.
         media::requireSound(probed, path);
         try {
             if (media::ffmpeg::isCutShort(info.absoluteFilePath()))
-                throw CommandFailure {u"媒体文件不完整："_s + path};
+                throw CommandFailure {QCoreApplication::translate("kavel::cli", "媒体文件不完整：")
+                                      + path};
         } catch (const Error &) {
-            throw CommandFailure {u"不是可用的媒体文件："_s + path};
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "不是可用的媒体文件：")
+                                  + path};
         }
     }
     for (const QString &path : values.mid(1)) {
@@ -93,7 +97,9 @@ int runInfo(const QStringList &arguments)
 
     auto project = openBundle(values.first());
     if (!project->timelineLoadError().isEmpty())
-        err() << u"警告："_s << project->timelineLoadError() << u"，项目按没有词显示"_s << Qt::endl;
+        err() << QCoreApplication::translate("kavel::cli", "警告：%1，项目按没有词显示")
+                     .arg(project->timelineLoadError())
+              << Qt::endl;
 
     const ProjectMetadata &m = project->metadata();
     const QList<WordBlock> words = flattenParagraphs(project->paragraphs());

@@ -6,6 +6,7 @@
 #include "paragraphedits.h"
 #include "playback/playbackclock.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 #include <algorithm>
 
@@ -278,7 +279,8 @@ void EditorViewModel::setPauseLimit(double seconds)
     try {
         m_project->saveMetadata();
     } catch (const Error &error) {
-        setProcessingStatus(u"保存失败: "_s + error.description());
+        setProcessingStatus(QCoreApplication::translate("kavel::editor", "保存失败: ")
+                            + error.description());
     }
     // The player first: views that follow the change lay their clips through it.
     pushToPlayer();

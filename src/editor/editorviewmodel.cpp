@@ -140,7 +140,7 @@ void EditorViewModel::openProject(const QUrl &url)
     try {
         loaded = KavelProject::open(url);
     } catch (const Error &error) {
-        setProcessingStatus(u"打开项目失败: "_s + error.description());
+        setProcessingStatus(tr("打开项目失败: ") + error.description());
         logLine(u"[EditorVM] Failed to open "_s + url.toLocalFile() + u": "_s + error.description()
                 + (error.detail().isEmpty() ? QString() : u" ("_s + error.detail() + u')'));
         return;
@@ -168,7 +168,7 @@ void EditorViewModel::openProject(std::shared_ptr<KavelProject> project)
     m_playerVM->stop();
     m_undoManager->clear();
     if (const auto backup = m_project->backUpDamagedTimeline())
-        setProcessingStatus(u"转写稿无法读取，原文件已备份到 "_s + *backup);
+        setProcessingStatus(tr("转写稿无法读取，原文件已备份到 ") + *backup);
     else if (!m_project->timelineLoadError().isEmpty())
         setProcessingStatus(m_project->timelineLoadError());
     setNavigateToEditor(true);
@@ -221,7 +221,7 @@ bool EditorViewModel::save()
             saved = true;
         } catch (const Error &error) { // unsaved, journal kept: said, and nothing confirmed
             logLine(u"[EditorVM] Save failed: "_s + error.description());
-            setProcessingStatus(u"保存失败："_s + error.description());
+            setProcessingStatus(tr("保存失败：") + error.description());
             return false;
         }
     }

@@ -15,7 +15,7 @@ ImportJob::ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QS
     , m_project(std::move(project))
     , m_language(std::move(language))
 {
-    m_status = u"等待导入..."_s;
+    m_status = tr("等待导入...");
 }
 
 ImportJob::~ImportJob() = default;
@@ -27,22 +27,24 @@ QString ImportJob::bundlePath() const
 
 QString remainingText(int seconds)
 {
-    return QString::asprintf("预计剩余 %02d:%02d", seconds / 60, seconds % 60);
+    return ImportJob::tr("预计剩余 %1:%2")
+        .arg(seconds / 60, 2, 10, QChar(u'0'))
+        .arg(seconds % 60, 2, 10, QChar(u'0'));
 }
 
 QString ImportJob::summary() const
 {
     switch (m_state) {
     case State::waiting:
-        return u"等待导入"_s;
+        return tr("等待导入");
     case State::finished:
         return {};
     case State::failed:
-        return u"导入失败"_s;
+        return tr("导入失败");
     case State::running:
         break;
     }
-    QString text = m_step.isEmpty() ? u"正在导入"_s : m_step;
+    QString text = m_step.isEmpty() ? tr("正在导入") : m_step;
     if (m_progress)
         text += u' ' + QString::number(static_cast<int>(std::floor(*m_progress * 100.0))) + u'%';
     if (m_remaining)

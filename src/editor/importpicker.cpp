@@ -4,6 +4,8 @@
 #include "editorviewmodel.h"
 #include "service/appstate.h"
 
+#include <QCoreApplication>
+
 using namespace Qt::StringLiterals;
 
 namespace kavel {
@@ -30,7 +32,8 @@ void EditorViewModel::logLine(const QString &line) const
 ImportPickerRequest EditorViewModel::importPickerRequest()
 {
     ImportPickerRequest request;
-    request.message = u"选择要编辑的视频文件（可多选）"_s;
+    request.message
+        = QCoreApplication::translate("kavel::editor", "选择要编辑的视频文件（可多选）");
     // MPEG-4 movie, QuickTime movie, movie, video, AVI, MPEG, MPEG-2 video, MP3, WAV,
     // AIFF, audio, MPEG-4 audio.
     request.contentTypes

@@ -30,9 +30,16 @@ namespace kavel {
 
 namespace {
 
-const QString failurePrefix = u"语音识别失败: "_s;
+QString failurePrefix()
+{
+    return ImportPipeline::tr("语音识别失败: ");
+}
+
 const QString noteName = u"import.json"_s;
-const QString interruptedText = u"导入被中断（应用已退出），请重新导入。"_s;
+QString interruptedText()
+{
+    return ImportPipeline::tr("导入被中断（应用已退出），请重新导入。");
+}
 
 QString describe(const std::exception &error)
 {
@@ -108,11 +115,11 @@ private:
     {
         if (m_left < 1) {
             m_rawJob->setRemainingSeconds(std::nullopt);
-            m_rawJob->setStatus(u"正在识别语音... (即将完成)"_s);
+            m_rawJob->setStatus(ImportPipeline::tr("正在识别语音... (即将完成)"));
             return;
         }
         m_rawJob->setRemainingSeconds(m_left);
-        m_rawJob->setStatus(u"正在识别语音... ("_s + remainingText(m_left) + u')');
+        m_rawJob->setStatus(ImportPipeline::tr("正在识别语音... (") + remainingText(m_left) + u')');
     }
 
     PlaybackClock &m_clock;
@@ -204,7 +211,7 @@ void ImportPipeline::interruptAll()
 {
     for (ImportJob *job : std::as_const(m_jobs)) {
         if (job->isActive())
-            fail(job, interruptedText);
+            fail(job, interruptedText());
     }
 }
 
@@ -214,7 +221,7 @@ int ImportPipeline::markInterrupted(const QString &directory)
     const QFileInfoList bundles = QDir(directory).entryInfoList({u"*.kavel"_s}, QDir::Dirs);
     for (const QFileInfo &bundle : bundles) {
         if (readNote(bundle.filePath()).value(u"state"_s).toString() == u"running"_s) {
-            writeNote(bundle.filePath(), u"failed"_s, interruptedText);
+            writeNote(bundle.filePath(), u"failed"_s, interruptedText());
             ++marked;
         }
     }
@@ -226,7 +233,7 @@ QString ImportPipeline::failureOf(const QString &bundlePath)
     const QJsonObject note = readNote(bundlePath);
     if (note.value(u"state"_s).toString() != u"failed"_s)
         return {};
-    return note.value(u"message"_s).toString(u"导入失败"_s);
+    return note.value(u"message"_s).toString(tr("导入失败"));
 }
 
 void ImportPipeline::fail(ImportJob *job, const QString &status)
@@ -252,7 +259,7 @@ QCoro::Task<> ImportPipeline::run(ImportJob *job)
                     + u')');
         // The expired task and a failed result have said so in their own words already.
         if (self && guard && job->isActive())
-            fail(job, failurePrefix + describe(error));
+            fail(job, failurePrefix() + describe(error));
     }
 }
 
@@ -264,17 +271,17 @@ QCoro::Task<> ImportPipeline::runSteps(ImportJob *job)
     const auto gone = [&] { return !self || !guard || !job->isActive(); };
     const std::shared_ptr<KavelProject> project = job->project();
     if (!m_services.apiClient || !m_extractor)
-        throw Error(u"导入需要语音识别服务和媒体引擎"_s);
+        throw Error(tr("导入需要语音识别服务和媒体引擎"));
 
     project->setStatus(ProjectStatus::importingMedia);
     const QList<QUrl> &urls = job->urls();
     for (qsizetype i = 0; i < urls.size(); ++i) {
-        job->setStep({}, u"正在导入视频 (%1/%2)..."_s.arg(i + 1).arg(urls.size()));
+        job->setStep({}, tr("正在导入视频 (%1/%2)...").arg(i + 1).arg(urls.size()));
         project->addSourceFile(urls.at(i));
     }
 
     project->setStatus(ProjectStatus::extractingAudio);
-    job->setStep(u"提取音频"_s, u"正在提取音频..."_s);
+    job->setStep(ImportJob::tr("提取音频"), tr("正在提取音频..."));
     job->setProgress(0.0);
     // Every argument of an awaited call is named: GCC 12 destroys the temporaries of a
     // co_await expression twice.
@@ -282,7 +289,7 @@ QCoro::Task<> ImportPipeline::runSteps(ImportJob *job)
         if (!guard || !job->isActive())
             return;
         job->setProgress(done);
-        job->setStatus(u"正在提取音频... %1%"_s.arg(static_cast<int>(done * 100.0)));
+        job->setStatus(tr("正在提取音频... %1%").arg(static_cast<int>(done * 100.0)));
     };
     const QList<ExtractedAudio> audio = co_await m_extractor->extractAudio(*project, showProgress);
     if (gone()) {
@@ -295,7 +302,7 @@ QCoro::Task<> ImportPipeline::runSteps(ImportJob *job)
     // One recording is recognised per import: the first source's.
     const ExtractedAudio upload = audio.first();
     project->setStatus(ProjectStatus::transcribing);
-    job->setStep(u"上传音频"_s, u"正在上传音频进行语音识别..."_s);
+    job->setStep(ImportJob::tr("上传音频"), tr("正在上传音频进行语音识别..."));
     service::TranscribeResponse task;
     const QString uploadPath = upload.audioURL.toLocalFile();
     try {
@@ -316,7 +323,7 @@ QCoro::Task<> ImportPipeline::runSteps(ImportJob *job)
     if (gone())
         co_return;
 
-    job->setStep(u"语音识别中"_s, u"正在识别语音..."_s);
+    job->setStep(ImportJob::tr("语音识别中"), tr("正在识别语音..."));
     const service::TranscriptionResult result = co_await awaitRecognition(job, task.taskId);
     if (gone())
         co_return;
@@ -347,7 +354,7 @@ QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(Impor
         } catch (const service::APIError &error) {
             if (self && job->isActive() && error.code() == service::APIError::Code::httpError
                 && error.statusCode() == 404) {
-                fail(job, u"语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"_s);
+                fail(job, tr("语音识别任务已失效（可能服务器已重启），请重新导入视频再试。"));
                 throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
             }
             throw;
@@ -355,9 +362,9 @@ QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(Impor
         if (!self || !job->isActive() || result.isCompleted())
             co_return result;
         if (result.isFailed()) {
-            fail(job, failurePrefix + result.errorMessage.value_or(u"未知错误"_s));
+            fail(job, failurePrefix() + result.errorMessage.value_or(tr("未知错误")));
             if (m_services.notifier)
-                m_services.notifier->deliver(u"Kavel"_s, u"语音识别失败，请重试。"_s);
+                m_services.notifier->deliver(u"Kavel"_s, tr("语音识别失败，请重试。"));
             throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
         }
 
@@ -440,7 +447,7 @@ void ImportPipeline::deliver(ImportJob *job, const service::TranscriptionResult 
     job->setStep({}, {});
     job->setState(ImportJob::State::finished);
     if (m_services.notifier)
-        m_services.notifier->deliver(u"Kavel"_s, u"嘿，您的视频已经准备好了，让我们开始吧！"_s);
+        m_services.notifier->deliver(u"Kavel"_s, tr("嘿，您的视频已经准备好了，让我们开始吧！"));
 }
 
 } // namespace kavel

@@ -21,8 +21,15 @@ namespace kavel {
 
 namespace {
 
-const QString noFileWritten = u"未生成有效的文件"_s;
-const QString noFolderChosen = u"请选择导出目录"_s;
+QString noFileWritten()
+{
+    return ExportFlow::tr("未生成有效的文件");
+}
+
+QString noFolderChosen()
+{
+    return ExportFlow::tr("请选择导出目录");
+}
 
 void log(const QString &line)
 {
@@ -86,7 +93,7 @@ void ExportFlow::setSettings(const ExportSettings &settings)
     m_settings = settings;
     Q_EMIT settingsChanged();
     // The complaint about the folder is answered once one is chosen.
-    if (m_settings.outputPath && m_exportError == noFolderChosen)
+    if (m_settings.outputPath && m_exportError == noFolderChosen())
         setExportError(std::nullopt);
 }
 
@@ -144,21 +151,21 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     m_cancelRequested = false;
 
     if (!m_settings.outputPath) {
-        setExportError(noFolderChosen);
+        setExportError(noFolderChosen());
         co_return;
     }
     if (!subject.project) {
-        setExportError(u"未找到项目"_s);
+        setExportError(tr("未找到项目"));
         co_return;
     }
     const QList<PlaybackSource> sources = sourcesOf(*subject.project);
     if (sources.isEmpty()) {
-        setExportError(u"项目中没有源媒体"_s);
+        setExportError(tr("项目中没有源媒体"));
         co_return;
     }
     const QList<WordBlock> blocks = flattenParagraphs(subject.paragraphs);
     if (blocks.isEmpty()) {
-        setExportError(u"没有可导出的内容"_s);
+        setExportError(tr("没有可导出的内容"));
         co_return;
     }
 
@@ -190,9 +197,9 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             m_renderService.writeSubtitles(sources, blocks, subtitlePath(), settings.subtitleStyle,
                                            settings.subtitleFormat);
             if (!keepWritten(subtitlePath()))
-                failed(u"字幕导出失败: "_s, noFileWritten, {});
+                failed(tr("字幕导出失败: "), noFileWritten(), {});
         } catch (const Error &error) {
-            failed(u"字幕导出失败: "_s, error.description(), detailOf(error));
+            failed(tr("字幕导出失败: "), error.description(), detailOf(error));
         }
     }
 
@@ -202,9 +209,9 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             m_renderService.writeInterchange(sources, blocks, interchangePath(),
                                              settings.interchangeFormat, m_projectTitle);
             if (!keepWritten(interchangePath()))
-                failed(u"项目交换文件导出失败"_s, {}, {});
+                failed(tr("项目交换文件导出失败"), {}, {});
         } catch (const Error &error) {
-            failed(u"项目交换文件导出失败: "_s, error.description(), detailOf(error));
+            failed(tr("项目交换文件导出失败: "), error.description(), detailOf(error));
         }
     }
 
@@ -224,14 +231,14 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
         if (m_cancelRequested && !failure.isNull())
             m_interruptedFile = audioPath();
         else if (!failure.isNull())
-            failed(u"音频导出失败: "_s, failure, detail);
+            failed(tr("音频导出失败: "), failure, detail);
         else if (!keepWritten(audioPath()) && !m_cancelRequested)
-            failed(u"音频导出失败: "_s, noFileWritten, {});
+            failed(tr("音频导出失败: "), noFileWritten(), {});
     }
 
     if (settings.videoEnabled && !m_cancelRequested) {
         if (isAudioMaterial(sources)) {
-            setExportNotice(u"检测到当前项目为音频素材，已自动跳过视频导出。"_s);
+            setExportNotice(tr("检测到当前项目为音频素材，已自动跳过视频导出。"));
         } else {
             Q_EMIT stepStarted(u"video"_s);
             QString failure, detail;
@@ -247,9 +254,9 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             if (m_cancelRequested && !failure.isNull())
                 m_interruptedFile = videoPath();
             else if (!failure.isNull())
-                failed(u"视频导出失败: "_s, failure, detail);
+                failed(tr("视频导出失败: "), failure, detail);
             else if (!keepWritten(videoPath()) && !m_cancelRequested)
-                failed(u"视频导出失败: "_s, noFileWritten, {});
+                failed(tr("视频导出失败: "), noFileWritten(), {});
         }
     }
 
@@ -375,13 +382,14 @@ QString ExportFlow::formatDuration(double seconds)
 {
     Q_ASSERT(std::isfinite(seconds));
     const auto whole = static_cast<long long>(seconds);
-    char text[64];
+    const QChar zero(u'0');
     if (whole < 3600)
-        std::snprintf(text, sizeof text, "%lld分%02lld秒", whole / 60, whole % 60);
-    else
-        std::snprintf(text, sizeof text, "%lld小时%02lld分%02lld秒", whole / 3600,
-                      whole % 3600 / 60, whole % 60);
-    return QString::fromUtf8(text);
+        //: Minutes and two-digit seconds, as a clock shows them in the language.
+        return tr("%1分%2秒").arg(whole / 60).arg(whole % 60, 2, 10, zero);
+    return tr("%1小时%2分%3秒")
+        .arg(whole / 3600)
+        .arg(whole % 3600 / 60, 2, 10, zero)
+        .arg(whole % 60, 2, 10, zero);
 }
 
 void ExportFlow::setExportError(std::optional<QString> error)

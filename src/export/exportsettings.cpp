@@ -3,6 +3,7 @@
 #include "model/errors.h"
 #include "model/jsonfields.h"
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <array>
 
@@ -73,7 +74,9 @@ E readEnum(const QJsonObject &o, QLatin1StringView key, const std::array<Case<E>
     const QString raw = json::requiredString(o, key);
     if (auto value = fromRaw(table, raw))
         return *value;
-    throw DecodeError(QString(key), u"“%1”不是键“%2”的有效取值"_s.arg(raw, QString(key)));
+    throw DecodeError(QString(key),
+                      QCoreApplication::translate("kavel::export", "“%1”不是键“%2”的有效取值")
+                          .arg(raw, QString(key)));
 }
 
 } // namespace
@@ -309,7 +312,10 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
     const qint64 rate = json::requiredInt64(o, "frameRate"_L1);
     const auto frameRate = frameRateFromRaw(rate == 30 || rate == 60 ? static_cast<int>(rate) : 0);
     if (!frameRate)
-        throw DecodeError(u"frameRate"_s, u"“%1”不是键“frameRate”的有效取值"_s.arg(rate));
+        throw DecodeError(
+            u"frameRate"_s,
+            QCoreApplication::translate("kavel::export", "“%1”不是键“frameRate”的有效取值")
+                .arg(rate));
     s.frameRate = *frameRate;
     s.audioEnabled = json::requiredBool(o, "audioEnabled"_L1);
     s.audioFormat = readEnum(o, "audioFormat"_L1, audioFormats);
@@ -325,7 +331,9 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
         const auto format = interchange::formatFromRaw(raw);
         if (!format)
             throw DecodeError(u"interchangeFormat"_s,
-                              u"“%1”不是键“interchangeFormat”的有效取值"_s.arg(raw));
+                              QCoreApplication::translate("kavel::export",
+                                                          "“%1”不是键“interchangeFormat”的有效取值")
+                                  .arg(raw));
         s.interchangeFormat = *format;
     }
     // Settings stored before captions could be burned in had none.

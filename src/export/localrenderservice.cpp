@@ -326,9 +326,9 @@ QCoro::Task<> LocalRenderService::convertToMp3(media::EditList editList, QString
         const QStorageInfo volume(QFileInfo(outputPath).absolutePath());
         if (volume.isValid() && volume.bytesAvailable() < minimumFreeForEncoding)
             throw media::MediaError(RenderError::descriptionOf(RenderError::Code::exportFailed)
-                                    + u"：磁盘空间不足"_s);
+                                    + tr("：磁盘空间不足"));
         throw media::MediaError(RenderError::descriptionOf(RenderError::Code::exportFailed)
-                                + u"：MP3 编码器没有完成转换"_s);
+                                + tr("：MP3 编码器没有完成转换"));
     }
     moveIntoPlace(encoded, outputPath);
     audioLog(u"MP3 export complete: "_s + outputPath);

@@ -1,5 +1,7 @@
 #include "rendererror.h"
 
+#include <QCoreApplication>
+
 using namespace Qt::StringLiterals;
 
 namespace kavel {
@@ -13,11 +15,11 @@ QString RenderError::descriptionOf(Code code)
 {
     switch (code) {
     case Code::noTracks:
-        return u"视频中没有可用的轨道"_s;
+        return QCoreApplication::translate("kavel::export", "视频中没有可用的轨道");
     case Code::exportSessionFailed:
-        return u"无法创建导出会话"_s;
+        return QCoreApplication::translate("kavel::export", "无法创建导出会话");
     case Code::exportFailed:
-        return u"导出失败"_s;
+        return QCoreApplication::translate("kavel::export", "导出失败");
     }
     return {};
 }

@@ -3,6 +3,7 @@
 #include "model/errors.h"
 #include "timing/compositionmap.h"
 
+#include <QCoreApplication>
 #include <QList>
 #include <QSize>
 #include <QString>
@@ -49,13 +50,15 @@ inline void requireSound(const MediaInfo &info, const QString &name = {})
 {
     const QString which = name.isEmpty() ? QString() : QStringLiteral("：") + name;
     if (!info.hasAudio)
-        throw NoSoundError(QStringLiteral("媒体文件中没有声音") + which);
+        throw NoSoundError(QCoreApplication::translate("kavel::media", "媒体文件中没有声音")
+                           + which);
     const double seconds = info.audioDuration > 0
         ? info.audioDuration
         : (std::isfinite(info.duration) ? info.duration : 0.0);
     if (!(seconds > 0))
         throw NoSoundError(
-            QStringLiteral("媒体文件的长度为 %1 秒，没有可识别的声音").arg(seconds, 0, 'f', 1)
+            QCoreApplication::translate("kavel::media", "媒体文件的长度为 %1 秒，没有可识别的声音")
+                .arg(seconds, 0, 'f', 1)
             + which);
 }
 

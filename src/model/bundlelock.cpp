@@ -79,18 +79,25 @@ void BundleLock::lock()
     }
     if (file->error() == QLockFile::LockFailedError) {
         const QString holder = known
-            ? u"（%1，进程 %2）"_s.arg(QFileInfo(application).fileName()).arg(pid)
+            ? QCoreApplication::translate("kavel::model", "（%1，进程 %2）")
+                  .arg(QFileInfo(application).fileName())
+                  .arg(pid)
             : QString();
-        throw Error(u"项目“%1”已在另一个 Kavel 窗口或程序中打开%2，请先在那里关闭它。"_s.arg(
-            projectName(m_bundlePath), holder));
+        throw Error(
+            QCoreApplication::translate(
+                "kavel::model", "项目“%1”已在另一个 Kavel 窗口或程序中打开%2，请先在那里关闭它。")
+                .arg(projectName(m_bundlePath), holder));
     }
     // QLockFile keeps the system's reason to itself; a full disk is the one the user can do
     // something about, so it is looked for.
     const QStorageInfo volume(m_bundlePath);
     const bool full = volume.isValid() && volume.bytesAvailable() < 64 * 1024;
-    throw Error(u"未能打开项目“%1”：无法在项目文件夹中写入%2。"_s.arg(
-                    projectName(m_bundlePath), full ? u"（磁盘空间不足）"_s : QString()),
-                file->fileName());
+    throw Error(
+        QCoreApplication::translate("kavel::model", "未能打开项目“%1”：无法在项目文件夹中写入%2。")
+            .arg(projectName(m_bundlePath),
+                 full ? QCoreApplication::translate("kavel::model", "（磁盘空间不足）")
+                      : QString()),
+        file->fileName());
 }
 
 std::shared_ptr<BundleLock> BundleLock::acquire(const QString &bundlePath)

@@ -1,5 +1,6 @@
 #include "errors.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 
 namespace kavel {
@@ -18,22 +19,23 @@ QString fileErrorText(FileError::Kind kind, const QString &path, const QString &
     QString text;
     switch (kind) {
     case FileError::Kind::notFound:
-        text = QStringLiteral("未能打开文件“%1”，因为它不存在。").arg(name);
+        text = QCoreApplication::translate("kavel::model", "未能打开文件“%1”，因为它不存在。")
+                   .arg(name);
         break;
     case FileError::Kind::readFailed:
-        text = QStringLiteral("未能读取文件“%1”。").arg(name);
+        text = QCoreApplication::translate("kavel::model", "未能读取文件“%1”。").arg(name);
         break;
     case FileError::Kind::writeFailed:
-        text = QStringLiteral("未能存储文件“%1”。").arg(name);
+        text = QCoreApplication::translate("kavel::model", "未能存储文件“%1”。").arg(name);
         break;
     case FileError::Kind::copyFailed:
-        text = QStringLiteral("未能拷贝文件“%1”。").arg(name);
+        text = QCoreApplication::translate("kavel::model", "未能拷贝文件“%1”。").arg(name);
         break;
     case FileError::Kind::createDirectoryFailed:
-        text = QStringLiteral("未能创建文件夹“%1”。").arg(name);
+        text = QCoreApplication::translate("kavel::model", "未能创建文件夹“%1”。").arg(name);
         break;
     case FileError::Kind::invalidName:
-        text = QStringLiteral("名称“%1”不能用作文件名。").arg(path);
+        text = QCoreApplication::translate("kavel::model", "名称“%1”不能用作文件名。").arg(path);
         break;
     }
     if (!reason.isEmpty())
@@ -44,8 +46,9 @@ QString fileErrorText(FileError::Kind kind, const QString &path, const QString &
 QString decodeErrorText(const QString &where, const QString &reason)
 {
     if (where.isEmpty())
-        return QStringLiteral("数据格式不正确：%1").arg(reason);
-    return QStringLiteral("数据格式不正确：%1（位于 %2）").arg(reason, where);
+        return QCoreApplication::translate("kavel::model", "数据格式不正确：%1").arg(reason);
+    return QCoreApplication::translate("kavel::model", "数据格式不正确：%1（位于 %2）")
+        .arg(reason, where);
 }
 
 } // namespace
@@ -80,13 +83,13 @@ QString KavelProjectError::descriptionOf(Code code)
 {
     switch (code) {
     case Code::noSourceVideo:
-        return QStringLiteral("项目中没有源视频文件");
+        return QCoreApplication::translate("kavel::model", "项目中没有源视频文件");
     case Code::noAudioTrack:
-        return QStringLiteral("视频中没有音频轨道");
+        return QCoreApplication::translate("kavel::model", "视频中没有音频轨道");
     case Code::audioExtractionFailed:
-        return QStringLiteral("音频提取失败");
+        return QCoreApplication::translate("kavel::model", "音频提取失败");
     case Code::bundleNotFound:
-        return QStringLiteral("项目文件不存在");
+        return QCoreApplication::translate("kavel::model", "项目文件不存在");
     }
     return {};
 }

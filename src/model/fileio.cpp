@@ -2,6 +2,7 @@
 
 #include "errors.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -22,12 +23,12 @@ QString reasonFor(int error)
     switch (error) {
     case ENOSPC:
     case EDQUOT:
-        return QStringLiteral("磁盘空间不足");
+        return QCoreApplication::translate("kavel::model", "磁盘空间不足");
     case EACCES:
     case EPERM:
-        return QStringLiteral("没有权限");
+        return QCoreApplication::translate("kavel::model", "没有权限");
     case EROFS:
-        return QStringLiteral("磁盘是只读的");
+        return QCoreApplication::translate("kavel::model", "磁盘是只读的");
     default:
         return {};
     }
@@ -65,7 +66,8 @@ QByteArray readFile(const QString &path)
     if (!file.exists())
         throw FileError(FileError::Kind::notFound, path);
     if (QFileInfo(path).isDir())
-        throw FileError(FileError::Kind::readFailed, path, QStringLiteral("这是一个文件夹"));
+        throw FileError(FileError::Kind::readFailed, path,
+                        QCoreApplication::translate("kavel::model", "这是一个文件夹"));
     if (!file.open(QIODevice::ReadOnly))
         throw FileError(FileError::Kind::readFailed, path, {}, file.errorString());
     QByteArray bytes = file.readAll();
@@ -121,7 +123,9 @@ void makeDirectory(const QString &path)
         return;
     if (!QDir().mkpath(path))
         throw FileError(FileError::Kind::createDirectoryFailed, path,
-                        QFileInfo::exists(path) ? QStringLiteral("已存在同名文件") : QString());
+                        QFileInfo::exists(path)
+                            ? QCoreApplication::translate("kavel::model", "已存在同名文件")
+                            : QString());
 }
 
 void copyFile(const QString &from, const QString &to)
@@ -130,7 +134,8 @@ void copyFile(const QString &from, const QString &to)
     if (!source.exists())
         throw FileError(FileError::Kind::notFound, from);
     if (QFileInfo(from).isDir())
-        throw FileError(FileError::Kind::copyFailed, from, QStringLiteral("这是一个文件夹"));
+        throw FileError(FileError::Kind::copyFailed, from,
+                        QCoreApplication::translate("kavel::model", "这是一个文件夹"));
     if (!source.copy(to))
         throw FileError(FileError::Kind::copyFailed, from, {}, source.errorString());
 }

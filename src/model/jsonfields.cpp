@@ -2,6 +2,7 @@
 
 #include "errors.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <charconv>
@@ -46,32 +47,32 @@ QJsonValue required(const QJsonObject &object, QLatin1StringView key)
 QUuid toUuid(const QJsonValue &value, QLatin1StringView key)
 {
     if (!value.isString())
-        throwType(key, "UUID 字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "UUID 字符串"));
     const QString text = value.toString();
     // QUuid accepts braces; a stored identifier is always the bare 36-character form.
     const QUuid id = text.size() == 36 ? QUuid::fromString(text) : QUuid();
     if (id.isNull() && text != QLatin1String("00000000-0000-0000-0000-000000000000"))
-        throwType(key, "UUID 字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "UUID 字符串"));
     return id;
 }
 
 double toDouble(const QJsonValue &value, QLatin1StringView key)
 {
     if (!value.isDouble())
-        throwType(key, "数字");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "数字"));
     return value.toDouble();
 }
 
 qint64 toInt64(const QJsonValue &value, QLatin1StringView key)
 {
     if (!value.isDouble())
-        throwType(key, "整数");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "整数"));
     // toInteger() falls back to its argument when the number is not integral or out of
     // range, so two different fallbacks agreeing means the value really is an integer.
     const qint64 a = value.toInteger(0);
     const qint64 b = value.toInteger(1);
     if (a != b)
-        throwType(key, "整数");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "整数"));
     return a;
 }
 
@@ -79,26 +80,28 @@ qint64 toInt64(const QJsonValue &value, QLatin1StringView key)
 
 DecodeError missingKeyError(QStringView key)
 {
-    return DecodeError(key.toString(), QStringLiteral("缺少必需的键“%1”").arg(key));
+    return DecodeError(key.toString(),
+                       QCoreApplication::translate("kavel::model", "缺少必需的键“%1”").arg(key));
 }
 
 DecodeError wrongTypeError(QStringView key, const char *expected)
 {
     return DecodeError(key.toString(),
-                       QStringLiteral("键“%1”的值应为%2").arg(key, QString::fromUtf8(expected)));
+                       QCoreApplication::translate("kavel::model", "键“%1”的值应为%2")
+                           .arg(key, QCoreApplication::translate("kavel::model", expected)));
 }
 
 QJsonObject asObject(const QJsonValue &value, const QString &where)
 {
     if (!value.isObject())
-        throw DecodeError(where, QStringLiteral("应为 JSON 对象"));
+        throw DecodeError(where, QCoreApplication::translate("kavel::model", "应为 JSON 对象"));
     return value.toObject();
 }
 
 QJsonArray asArray(const QJsonValue &value, const QString &where)
 {
     if (!value.isArray())
-        throw DecodeError(where, QStringLiteral("应为 JSON 数组"));
+        throw DecodeError(where, QCoreApplication::translate("kavel::model", "应为 JSON 数组"));
     return value.toArray();
 }
 
@@ -111,7 +114,7 @@ QString requiredString(const QJsonObject &object, QLatin1StringView key)
 {
     const QJsonValue value = required(object, key);
     if (!value.isString())
-        throwType(key, "字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "字符串"));
     return value.toString();
 }
 
@@ -129,7 +132,7 @@ bool requiredBool(const QJsonObject &object, QLatin1StringView key)
 {
     const QJsonValue value = required(object, key);
     if (!value.isBool())
-        throwType(key, "布尔值");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "布尔值"));
     return value.toBool();
 }
 
@@ -137,7 +140,7 @@ QJsonArray requiredArray(const QJsonObject &object, QLatin1StringView key)
 {
     const QJsonValue value = required(object, key);
     if (!value.isArray())
-        throwType(key, "数组");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "数组"));
     return value.toArray();
 }
 
@@ -148,7 +151,8 @@ QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key)
     if (!date)
         throw DecodeError(
             keyName(key),
-            QStringLiteral("键“%1”的日期“%2”不是 ISO 8601 格式").arg(keyName(key), text));
+            QCoreApplication::translate("kavel::model", "键“%1”的日期“%2”不是 ISO 8601 格式")
+                .arg(keyName(key), text));
     return *date;
 }
 
@@ -166,7 +170,7 @@ std::optional<QString> optionalString(const QJsonObject &object, QLatin1StringVi
     if (!value)
         return std::nullopt;
     if (!value->isString())
-        throwType(key, "字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "字符串"));
     return value->toString();
 }
 
@@ -192,7 +196,7 @@ std::optional<bool> optionalBool(const QJsonObject &object, QLatin1StringView ke
     if (!value)
         return std::nullopt;
     if (!value->isBool())
-        throwType(key, "布尔值");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "布尔值"));
     return value->toBool();
 }
 
@@ -202,7 +206,7 @@ std::optional<QJsonArray> optionalArray(const QJsonObject &object, QLatin1String
     if (!value)
         return std::nullopt;
     if (!value->isArray())
-        throwType(key, "数组");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "数组"));
     return value->toArray();
 }
 
@@ -273,7 +277,7 @@ QJsonDocument parseDocument(const QByteArray &bytes)
     QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError)
         throw DecodeError(
-            QString(), QStringLiteral("JSON 无法解析"),
+            QString(), QCoreApplication::translate("kavel::model", "JSON 无法解析"),
             QStringLiteral("%1 at byte %2").arg(error.errorString()).arg(error.offset));
     return document;
 }

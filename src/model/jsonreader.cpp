@@ -82,7 +82,7 @@ Element parse(QByteArrayView bytes)
     Element root;
     const auto error = parser.parse(bytes.data(), static_cast<size_t>(bytes.size())).get(root);
     if (error)
-        throw DecodeError(QString(), QStringLiteral("JSON 无法解析"),
+        throw DecodeError(QString(), QCoreApplication::translate("kavel::model", "JSON 无法解析"),
                           QString::fromUtf8(simdjson::error_message(error)));
     return root;
 }
@@ -91,7 +91,8 @@ simdjson::dom::object object(Element element, QStringView where)
 {
     simdjson::dom::object result;
     if (element.get(result))
-        throw DecodeError(where.toString(), QStringLiteral("应为 JSON 对象"));
+        throw DecodeError(where.toString(),
+                          QCoreApplication::translate("kavel::model", "应为 JSON 对象"));
     return result;
 }
 
@@ -101,7 +102,7 @@ simdjson::dom::array array(Element element, std::string_view key)
         throwMissing(key);
     simdjson::dom::array result;
     if (element.get(result))
-        throwType(key, "数组");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "数组"));
     return result;
 }
 
@@ -111,10 +112,10 @@ QUuid uuid(Element element, std::string_view key)
         throwMissing(key);
     std::string_view text;
     if (element.get(text) || text.size() != 36)
-        throwType(key, "UUID 字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "UUID 字符串"));
     const QUuid id = QUuid::fromString(QLatin1StringView(text.data(), 36));
     if (id.isNull() && text != "00000000-0000-0000-0000-000000000000")
-        throwType(key, "UUID 字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "UUID 字符串"));
     return id;
 }
 
@@ -124,7 +125,7 @@ QString string(Element element, std::string_view key)
         throwMissing(key);
     std::string_view text;
     if (element.get(text))
-        throwType(key, "字符串");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "字符串"));
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
@@ -140,7 +141,7 @@ double number(Element element, std::string_view key)
     case simdjson::dom::element_type::UINT64:
         return static_cast<double>(element.get_uint64().value_unsafe());
     default:
-        throwType(key, "数字");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "数字"));
     }
 }
 
@@ -163,7 +164,7 @@ qint64 integer(Element element, std::string_view key)
     default:
         break;
     }
-    throwType(key, "整数");
+    throwType(key, QT_TRANSLATE_NOOP("kavel::model", "整数"));
 }
 
 bool boolean(Element element, std::string_view key)
@@ -172,7 +173,7 @@ bool boolean(Element element, std::string_view key)
         throwMissing(key);
     bool flag = false;
     if (element.get(flag))
-        throwType(key, "布尔值");
+        throwType(key, QT_TRANSLATE_NOOP("kavel::model", "布尔值"));
     return flag;
 }
 

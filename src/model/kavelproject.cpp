@@ -184,10 +184,10 @@ void KavelProject::rename(const QString &title)
     if (title == m_metadata.title)
         return;
     if (const QString reason = invalidTitleReason(title); !reason.isEmpty())
-        throw Error(u"无法重命名：%1。"_s.arg(reason));
+        throw Error(tr("无法重命名：%1。").arg(reason));
     const QString from = bundlePath();
     const QString to = QFileInfo(from).dir().filePath(title + u'.' + bundleExtension);
-    const auto taken = [&] { return Error(u"无法重命名：已有名为“%1”的项目。"_s.arg(title)); };
+    const auto taken = [&] { return Error(tr("无法重命名：已有名为“%1”的项目。").arg(title)); };
     if (QFileInfo::exists(to) && QFileInfo(to) != QFileInfo(from))
         throw taken();
     // Held while the folder moves, so no other process opens it half renamed.
@@ -206,7 +206,7 @@ void KavelProject::rename(const QString &title)
     if (!moved) {
         if (error == EEXIST || error == ENOTEMPTY)
             throw taken();
-        throw Error(u"无法重命名项目“%1”。"_s.arg(m_metadata.title),
+        throw Error(tr("无法重命名项目“%1”。").arg(m_metadata.title),
                     QString::fromLocal8Bit(std::strerror(error)));
     }
     m_bundleURL = QUrl::fromLocalFile(to);

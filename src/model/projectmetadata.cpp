@@ -5,6 +5,7 @@
 #include "jsonwriter.h"
 #include "recordreaders.h"
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <cmath>
 
@@ -93,7 +94,8 @@ SourceFile readSourceFile(jsonread::Element element)
     if (file.filename.isEmpty() || file.filename == u"." || file.filename == u".."
         || file.filename.contains(u'/') || file.filename.contains(u'\\')
         || file.filename.contains(QChar(0)))
-        jsonread::throwInvalid("filename", QStringLiteral("不是媒体文件夹中的文件名"));
+        jsonread::throwInvalid(
+            "filename", QCoreApplication::translate("kavel::model", "不是媒体文件夹中的文件名"));
     if (!hasOriginal)
         throwMissing("originalName");
     return file;
@@ -104,8 +106,9 @@ QDateTime readDate(jsonread::Element element, std::string_view key)
     const QString text = jsonread::string(element, key);
     auto date = json::parseDate(text);
     if (!date)
-        throw DecodeError(QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size())),
-                          u"日期“%1”不是 ISO 8601 格式"_s.arg(text));
+        throw DecodeError(
+            QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size())),
+            QCoreApplication::translate("kavel::model", "日期“%1”不是 ISO 8601 格式").arg(text));
     return *date;
 }
 
@@ -135,7 +138,8 @@ ProjectMetadata decodeMetadataDocument(QByteArrayView bytes)
         } else if (key == "pauseLimit" && !v.is_null()) {
             const double limit = number(v, key);
             if (!std::isfinite(limit) || limit < 0 || limit > maxPauseLimit)
-                throw DecodeError(u"pauseLimit"_s, u"停顿长度超出范围"_s);
+                throw DecodeError(u"pauseLimit"_s,
+                                  QCoreApplication::translate("kavel::model", "停顿长度超出范围"));
             m.pauseLimit = limit;
         } else if (key == "sourceFiles" && !v.is_null()) {
             qsizetype index = 0;

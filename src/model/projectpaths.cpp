@@ -1,5 +1,6 @@
 #include "projectpaths.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QStandardPaths>
@@ -18,16 +19,16 @@ QString projectsDirectory()
 QString invalidTitleReason(const QString &title)
 {
     if (title.trimmed().isEmpty())
-        return QStringLiteral("项目名称不能为空");
+        return QCoreApplication::translate("kavel::model", "项目名称不能为空");
     if (title == u'.' || title == QLatin1String(".."))
-        return QStringLiteral("项目名称不能是“%1”").arg(title);
+        return QCoreApplication::translate("kavel::model", "项目名称不能是“%1”").arg(title);
     if (title.contains(u'/'))
-        return QStringLiteral("项目名称不能包含“/”");
+        return QCoreApplication::translate("kavel::model", "项目名称不能包含“/”");
     if (title.contains(QChar(0)))
-        return QStringLiteral("项目名称不能包含空字符");
+        return QCoreApplication::translate("kavel::model", "项目名称不能包含空字符");
     // One path component may hold at most 255 bytes; ".kavel" takes six of them.
     if (title.toUtf8().size() + 1 + bundleExtension.size() > 255)
-        return QStringLiteral("项目名称过长");
+        return QCoreApplication::translate("kavel::model", "项目名称过长");
     return {};
 }
 
@@ -42,7 +43,7 @@ QString titleForMedia(const QString &mediaPath, const QString &directory)
     while (base.toUtf8().size() + 1 + bundleExtension.size() > 240)
         base.chop(1);
     if (!invalidTitleReason(base).isEmpty())
-        base = QStringLiteral("未命名项目");
+        base = QCoreApplication::translate("kavel::model", "未命名项目");
     QString title = base;
     const QDir folder(directory);
     for (int n = 2; QFileInfo::exists(folder.filePath(title + u'.' + bundleExtension)); ++n)

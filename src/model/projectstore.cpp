@@ -63,7 +63,10 @@ ProjectReference projectReferenceFromJson(const QJsonObject &o)
 
 QString dateText(const ProjectReference &reference)
 {
-    return QLocale(u"zh_CN"_s).toString(reference.updatedAt.toLocalTime(), u"M月d日"_s);
+    // The locale and the pattern are translated together: "3月5日" in Chinese, "Mar 5".
+    //: The locale (a code such as en_US) whose month names the project cards show.
+    return QLocale(ProjectStore::tr("zh_CN"))
+        .toString(reference.updatedAt.toLocalTime(), ProjectStore::tr("M月d日"));
 }
 
 QString sizeText(const ProjectReference &reference)
@@ -206,7 +209,7 @@ void ProjectStore::restoreProject(const trash::TrashedItem &item)
 void ProjectStore::renameProject(const ProjectReference &reference, const QString &title)
 {
     if (BundleLock::isHeldHere(reference.bundlePath))
-        throw Error(u"无法重命名：项目“%1”正在使用中。"_s.arg(reference.title));
+        throw Error(tr("无法重命名：项目“%1”正在使用中。").arg(reference.title));
     KavelProject::load(QUrl::fromLocalFile(reference.bundlePath))->rename(title);
     refresh();
 }

@@ -5,6 +5,7 @@
 #include "jsonwriter.h"
 #include "recordreaders.h"
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <limits>
 #include <numeric>
@@ -59,7 +60,8 @@ TimelineV2 decodeTimelineDocument(QByteArrayView bytes)
             const qint64 version = integer(field.value, key);
             if (version < std::numeric_limits<int>::min()
                 || version > std::numeric_limits<int>::max())
-                throw json::wrongTypeError(u"version", "32 位整数");
+                throw json::wrongTypeError(u"version",
+                                           QT_TRANSLATE_NOOP("kavel::model", "32 位整数"));
             timeline.version = static_cast<int>(version);
             hasVersion = true;
         } else if (key == "paragraphs") {
@@ -89,7 +91,7 @@ QList<WordBlock> decodeFlatWordBlocks(QByteArrayView bytes)
     const Element root = parse(bytes);
     simdjson::dom::array words;
     if (root.get(words))
-        throw DecodeError(QString(), u"应为 JSON 数组"_s);
+        throw DecodeError(QString(), QCoreApplication::translate("kavel::model", "应为 JSON 数组"));
     QList<WordBlock> blocks;
     blocks.reserve(static_cast<qsizetype>(words.size()));
     qsizetype index = 0;

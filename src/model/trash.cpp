@@ -2,6 +2,7 @@
 
 #include "errors.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -45,7 +46,8 @@ QString systemReason(int error)
 [[noreturn]] void refuse(const QString &path, const QString &why, const QString &detail = {})
 {
     throw Error(
-        u"未能将“%1”移到回收站（%2），它没有被删除。"_s.arg(QFileInfo(path).fileName(), why),
+        QCoreApplication::translate("kavel::model", "未能将“%1”移到回收站（%2），它没有被删除。")
+            .arg(QFileInfo(path).fileName(), why),
         detail);
 }
 
@@ -145,7 +147,7 @@ TrashedItem moveToTrash(const QString &path)
     const QString absolute = QFileInfo(path).absoluteFilePath();
     const auto item = statOf(absolute);
     if (!item)
-        refuse(absolute, u"它已不存在"_s);
+        refuse(absolute, QCoreApplication::translate("kavel::model", "它已不存在"));
 
     // The home trash takes what is on its own device; anything else would be copied
     // across devices, which a trash never does.
@@ -160,7 +162,8 @@ TrashedItem moveToTrash(const QString &path)
         const QString top = topDirectoryOf(absolute, item->st_dev);
         const std::optional<QString> onVolume = volumeTrash(top);
         if (!onVolume)
-            refuse(absolute, u"所在磁盘没有可用的回收站"_s);
+            refuse(absolute,
+                   QCoreApplication::translate("kavel::model", "所在磁盘没有可用的回收站"));
         trash = *onVolume;
         // Relative to the volume, so the record stays right wherever it is mounted.
         recordedPath = absolute.mid(top == u"/"_s ? 1 : top.size() + 1);
@@ -170,13 +173,16 @@ TrashedItem moveToTrash(const QString &path)
         + QDateTime::currentDateTime().toString(u"yyyy-MM-ddTHH:mm:ss"_s).toLatin1() + "\n";
     const QString name = claimName(trash, QFileInfo(absolute).fileName(), record);
     if (name.isEmpty())
-        refuse(absolute, u"无法写入回收站"_s, trash);
+        refuse(absolute, QCoreApplication::translate("kavel::model", "无法写入回收站"), trash);
     TrashedItem trashed {absolute, trash + u"/files/"_s + name,
                          trash + u"/info/"_s + name + u".trashinfo"_s};
     if (::rename(encoded(absolute), encoded(trashed.trashedPath)) != 0) {
         const int error = errno;
         ::unlink(encoded(trashed.infoPath));
-        refuse(absolute, error == EACCES || error == EPERM ? u"没有权限"_s : u"无法移动"_s,
+        refuse(absolute,
+               error == EACCES || error == EPERM
+                   ? QCoreApplication::translate("kavel::model", "没有权限")
+                   : QCoreApplication::translate("kavel::model", "无法移动"),
                systemReason(error));
     }
     return trashed;
@@ -186,11 +192,15 @@ void restore(const TrashedItem &item)
 {
     const QString name = QFileInfo(item.originalPath).fileName();
     if (statOf(item.originalPath))
-        throw Error(u"未能恢复“%1”：原位置已有同名项目。"_s.arg(name));
+        throw Error(
+            QCoreApplication::translate("kavel::model", "未能恢复“%1”：原位置已有同名项目。")
+                .arg(name));
     if (!statOf(item.trashedPath))
-        throw Error(u"未能恢复“%1”：它已不在回收站中。"_s.arg(name));
+        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”：它已不在回收站中。")
+                        .arg(name));
     if (::rename(encoded(item.trashedPath), encoded(item.originalPath)) != 0)
-        throw Error(u"未能恢复“%1”。"_s.arg(name), systemReason(errno));
+        throw Error(QCoreApplication::translate("kavel::model", "未能恢复“%1”。").arg(name),
+                    systemReason(errno));
     ::unlink(encoded(item.infoPath));
 }
 

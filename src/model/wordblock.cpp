@@ -174,7 +174,9 @@ WordBlock readWordBlock(jsonread::Element element)
         // A subnormal time (1e-320) is no moment anyone recorded, only bits gone astray.
         if (!std::isfinite(time) || std::abs(time) > latest
             || std::fpclassify(time) == FP_SUBNORMAL)
-            throwInvalid(key, QStringLiteral("词“%1”的时间超出范围").arg(b.text));
+            throwInvalid(
+                key,
+                QCoreApplication::translate("kavel::model", "词“%1”的时间超出范围").arg(b.text));
     // Every consumer measures a word from its start to its end; one that ends before it
     // starts has no place on the timeline, in the preview or in a subtitle.
     if (!(b.confidence >= 0.0 && b.confidence <= 1.0))
@@ -182,7 +184,9 @@ WordBlock readWordBlock(jsonread::Element element)
             "confidence",
             QCoreApplication::translate("WordBlock", "词“%1”的可信度不在 0 到 1 之间").arg(b.text));
     if (b.mediaStart > b.mediaEnd)
-        throwInvalid("mediaEnd", QStringLiteral("词“%1”的结束时间早于开始时间").arg(b.text));
+        throwInvalid("mediaEnd",
+                     QCoreApplication::translate("kavel::model", "词“%1”的结束时间早于开始时间")
+                         .arg(b.text));
     if (!hasSource)
         b.sourceFileId = QUuid::createUuid();
     return b;

@@ -2,6 +2,7 @@
 
 #include "model/fileio.h"
 
+#include <QCoreApplication>
 #include <QCoroNetworkReply>
 #include <QFileInfo>
 #include <QTimer>
@@ -113,9 +114,9 @@ QCoro::Task<APIClient::Reply> APIClient::send(QNetworkRequest request, QByteArra
                      });
     co_await qCoro(reply.get()).waitForFinished();
     if (foreignRedirect)
-        throw Error(u"服务器要求转到另一个地址（"_s
+        throw Error(QCoreApplication::translate("kavel::service", "服务器要求转到另一个地址（")
                     + foreignRedirect->toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery)
-                    + u"），为保护登录信息已拒绝"_s);
+                    + QCoreApplication::translate("kavel::service", "），为保护登录信息已拒绝"));
 
     Reply result;
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);

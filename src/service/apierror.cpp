@@ -1,5 +1,7 @@
 #include "apierror.h"
 
+#include <QCoreApplication>
+
 namespace kavel::service {
 
 APIError::APIError(Code code, int statusCode, QString detail, QString description)
@@ -12,25 +14,28 @@ APIError::APIError(Code code, int statusCode, QString detail, QString descriptio
 APIError APIError::httpError(int statusCode)
 {
     return APIError(Code::httpError, statusCode, {},
-                    QStringLiteral("服务器错误 (") + QString::number(statusCode) + u')');
+                    QCoreApplication::translate("kavel::service", "服务器错误 (")
+                        + QString::number(statusCode) + u')');
 }
 
 APIError APIError::httpErrorWithDetail(int statusCode, QString detail)
 {
-    QString text = QStringLiteral("服务器错误 (") + QString::number(statusCode)
-        + QStringLiteral("): ") + detail;
+    QString text = QCoreApplication::translate("kavel::service", "服务器错误 (")
+        + QString::number(statusCode) + QStringLiteral("): ") + detail;
     return APIError(Code::httpErrorWithDetail, statusCode, std::move(detail), std::move(text));
 }
 
 APIError APIError::decodingError(const Error &underlying)
 {
     return APIError(Code::decodingError, 0, {},
-                    QStringLiteral("数据解析错误: ") + underlying.description());
+                    QCoreApplication::translate("kavel::service", "数据解析错误: ")
+                        + underlying.description());
 }
 
 APIError APIError::invalidResponse()
 {
-    return APIError(Code::invalidResponse, 0, {}, QStringLiteral("无效的服务器响应"));
+    return APIError(Code::invalidResponse, 0, {},
+                    QCoreApplication::translate("kavel::service", "无效的服务器响应"));
 }
 
 namespace {
@@ -42,14 +47,14 @@ QString transportText(QNetworkReply::NetworkError error)
     case QNetworkReply::HostNotFoundError:
     case QNetworkReply::RemoteHostClosedError:
     case QNetworkReply::NetworkSessionFailedError:
-        return QStringLiteral("无法连接到服务器");
+        return QCoreApplication::translate("kavel::service", "无法连接到服务器");
     case QNetworkReply::TimeoutError:
     case QNetworkReply::OperationCanceledError:
-        return QStringLiteral("连接服务器超时");
+        return QCoreApplication::translate("kavel::service", "连接服务器超时");
     case QNetworkReply::SslHandshakeFailedError:
-        return QStringLiteral("服务器的安全证书不受信任");
+        return QCoreApplication::translate("kavel::service", "服务器的安全证书不受信任");
     default:
-        return QStringLiteral("网络错误");
+        return QCoreApplication::translate("kavel::service", "网络错误");
     }
 }
 

@@ -84,7 +84,7 @@ QUrl LoginModel::signUpUrl() const
 void LoginModel::openSignUpPage(const std::function<bool(const QUrl &)> &openUrl)
 {
     if (!openUrl(signUpUrl()))
-        setErrorMessage(u"无法打开官网注册页"_s);
+        setErrorMessage(tr("无法打开官网注册页"));
 }
 
 QCoro::Task<> LoginModel::sendCode()
@@ -96,7 +96,7 @@ QCoro::Task<> LoginModel::sendCode()
         co_await m_apiClient.post<wire::EmptyResponse>(u"/auth/sms-code"_s, body);
     } catch (const Error &) {
         if (self)
-            setErrorMessage(u"发送验证码失败"_s);
+            setErrorMessage(tr("发送验证码失败"));
         co_return;
     }
     if (!self)
@@ -126,7 +126,8 @@ QCoro::Task<> LoginModel::signIn()
         co_return;
     if (!tokens) {
         setLoading(false);
-        setErrorMessage(mode == LoginMode::email ? u"登录失败：用户名或密码错误"_s : u"登录失败"_s);
+        setErrorMessage(mode == LoginMode::email ? tr("登录失败：用户名或密码错误")
+                                                 : tr("登录失败"));
         co_return;
     }
     m_settings.storeTokens(tokens->accessToken, tokens->refreshToken);

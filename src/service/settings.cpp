@@ -99,4 +99,15 @@ void Settings::setLastRecognitionLanguage(const QString &tag)
     m_store->sync();
 }
 
+QString Settings::interfaceLanguage() const
+{
+    return string(interfaceLanguageKey).value_or(QStringLiteral("system"));
+}
+
+void Settings::setInterfaceLanguage(const QString &raw)
+{
+    m_store->setValue(QLatin1StringView(interfaceLanguageKey), raw);
+    m_store->sync();
+}
+
 } // namespace kavel::service

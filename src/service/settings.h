@@ -19,6 +19,7 @@ public:
     static constexpr auto defaultExportPathKey = "defaultExportPath";
     static constexpr auto lastExportPathKey = "lastExportPath";
     static constexpr auto lastRecognitionLanguageKey = "lastRecognitionLanguage";
+    static constexpr auto interfaceLanguageKey = "interfaceLanguage";
     static constexpr auto baseUrlEnvironmentVariable = "KAVEL_API_BASE_URL";
     static constexpr int defaultServerPort = 8417;
 
@@ -48,6 +49,9 @@ public:
     // The language the last import was recognised in (a BCP 47 tag); empty before the first.
     QString lastRecognitionLanguage() const;
     void setLastRecognitionLanguage(const QString &tag);
+    // The interface language chosen on the settings screen: "system", "zh" or "en".
+    QString interfaceLanguage() const;
+    void setInterfaceLanguage(const QString &raw);
 
 private:
     std::optional<QString> string(const char *key) const;

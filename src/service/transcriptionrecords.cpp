@@ -3,6 +3,7 @@
 #include "model/errors.h"
 #include "model/jsonfields.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <algorithm>
 
@@ -45,7 +46,9 @@ bool requiredBool(const QJsonObject &object, QLatin1StringView key)
 {
     const auto value = json::optionalBool(object, key);
     if (!value)
-        throw DecodeError(QString(key), QStringLiteral("缺少键“%1”").arg(QString(key)));
+        throw DecodeError(
+            QString(key),
+            QCoreApplication::translate("kavel::service", "缺少键“%1”").arg(QString(key)));
     return *value;
 }
 

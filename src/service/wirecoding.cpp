@@ -2,6 +2,7 @@
 
 #include "model/errors.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QRegularExpression>
 
@@ -127,13 +128,13 @@ QJsonValue keysFromSnakeCase(const QJsonValue &value)
 QDateTime decodeDate(const QJsonValue &value, const QString &where)
 {
     if (!value.isString())
-        throw DecodeError(where, QStringLiteral("应为日期字符串"));
+        throw DecodeError(where, QCoreApplication::translate("kavel::service", "应为日期字符串"));
     const QString text = value.toString();
     if (auto date = parseInternetDate(text, true))
         return *date;
     if (auto date = parseInternetDate(text, false))
         return *date;
-    throw DecodeError(where, QStringLiteral("日期无法解析"), text);
+    throw DecodeError(where, QCoreApplication::translate("kavel::service", "日期无法解析"), text);
 }
 
 QDateTime requiredDate(const QJsonObject &object, QLatin1StringView key)
@@ -150,7 +151,7 @@ QJsonObject decodeObject(const QByteArray &body)
 {
     const QJsonDocument document = json::parseDocument(body);
     if (!document.isObject())
-        throw DecodeError({}, QStringLiteral("应为 JSON 对象"));
+        throw DecodeError({}, QCoreApplication::translate("kavel::service", "应为 JSON 对象"));
     return keysFromSnakeCase(document.object()).toObject();
 }
 

@@ -24,9 +24,14 @@ struct CliResult
     QString out, err;
 };
 
-CliResult runCli(const QStringList &arguments)
+// `environment` adds or replaces variables ("NAME=value") of the test's own.
+CliResult runCli(const QStringList &arguments, const QStringList &environment = {})
 {
     QProcess process;
+    QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+    for (const QString &variable : environment)
+        variables.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
+    process.setProcessEnvironment(variables);
     process.start(test::programPath(u"kavel-cli"_s), arguments);
     EXPECT_TRUE(process.waitForFinished(30'000));
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
@@ -90,6 +95,16 @@ TEST(Cli, NewMakesABundleThatAddMediaFillsAndBothRefuseWhatIsWrong)
     const QStringList before = projects.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
     expectRefusal(runCli({u"new"_s, u"课程 01"_s}));
     expectRefusal(runCli({u"new"_s, u"a/b"_s}));
+    // The messages speak the system's language: English for any but Chinese or none.
+    const QStringList english {u"LANGUAGE="_s, u"LC_ALL="_s, u"LANG=en_US.UTF-8"_s};
+    EXPECT_EQ(runCli({u"new"_s, u"课程 01"_s}, english).err,
+              u"kavel-cli: The project already exists: "_s + created.out);
+    EXPECT_EQ(runCli({u"frobnicate"_s}, english).err,
+              u"kavel-cli: there is no command \"frobnicate\" (see kavel-cli --help)\n"_s);
+    for (const QStringList &chinese : {QStringList {u"LANGUAGE="_s, u"LANG=zh_CN.UTF-8"_s},
+                                       QStringList {u"LANGUAGE="_s, u"LANG=C.UTF-8"_s}})
+        EXPECT_EQ(runCli({u"frobnicate"_s}, chinese).err,
+                  u"kavel-cli: 没有“frobnicate”这个命令（见 kavel-cli --help）\n"_s);
     EXPECT_EQ(projects.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
     EXPECT_EQ(runCli({u"new"_s}).exitCode, 2);
     EXPECT_EQ(runCli({u"frobnicate"_s}).exitCode, 2);

@@ -5,7 +5,8 @@
 #
 # The caller sets before sourcing: who (a word for messages and folder names), bin (the
 # folder with kavel and kavel-server), shots (a folder for screenshots, or empty) and
-# optionally speech_text. Afterwards it has: work, home, projects, exports, source,
+# optionally speech_text and interface_language (the window's language as LANGUAGE names
+# it; Chinese unless told). Afterwards it has: work, home, projects, exports, source,
 # source_duration, account_email, account_password, app_pid, main_window and the window's
 # geometry (win_x, win_y, win_w, win_h), and the helpers below (wait_for, fail, focus,
 # focus_window, click_at, key, grab, shot …).
@@ -124,7 +125,8 @@ step="starting kavel"
         DESKTOP_SESSION SESSION_MANAGER DBUS_SESSION_BUS_ADDRESS
     export HOME="$home" XDG_CONFIG_HOME="$home/.config" XDG_DATA_HOME="$home/.local/share" \
         XDG_CACHE_HOME="$home/.cache" XDG_RUNTIME_DIR="$work/runtime" \
-        KAVEL_PROJECTS_DIR="$projects" QT_QPA_PLATFORM=xcb SDL_AUDIODRIVER=dummy LANG=C.UTF-8
+        KAVEL_PROJECTS_DIR="$projects" QT_QPA_PLATFORM=xcb SDL_AUDIODRIVER=dummy LANG=C.UTF-8 \
+        LANGUAGE="${interface_language:-zh_CN}"
     exec "$bin/kavel"
 ) >"$work/kavel.log" 2>&1 &
 app_pid=$!

@@ -4,6 +4,7 @@
 #include "fakerenderer.h"
 #include "model/fileio.h"
 #include "model/kavelproject.h"
+#include "service/interfacelanguage.h"
 #include "service/settings.h"
 #include "support/fakemediaengine.h"
 #include "support/taskwait.h"
@@ -186,6 +187,11 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
                                         {3599.9, u"59分59秒"_s},
                                         {3600.0, u"1小时00分00秒"_s},
                                         {36125.0, u"10小时02分05秒"_s}})
+        EXPECT_EQ(ExportFlow::formatDuration(seconds), text);
+    // In English, as a clock reads.
+    const i18n::Translations english(i18n::Language::english);
+    for (const auto &[seconds, text] :
+         {std::pair {7.0, u"0:07"_s}, {3599.9, u"59:59"_s}, {36125.0, u"10:02:05"_s}})
         EXPECT_EQ(ExportFlow::formatDuration(seconds), text);
 }
 

@@ -6,6 +6,7 @@
 #include "model/kavelproject.h"
 #include "model/projectstore.h"
 #include "model/timeline.h"
+#include "service/interfacelanguage.h"
 #include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
 
@@ -262,6 +263,10 @@ TEST(ProjectCardTexts, DatesSizesAndDurations)
     ProjectReference r;
     r.updatedAt = QDateTime(QDate(2025, 3, 5), QTime(12, 0));
     EXPECT_EQ(dateText(r), u"3月5日"_s);
+    {
+        const i18n::Translations english(i18n::Language::english);
+        EXPECT_EQ(dateText(r), u"Mar 5"_s);
+    }
     for (const auto &[bytes, size, seconds, duration] :
          {std::tuple {12'345'678LL, u"12M"_s, 59.9, u"00:59"_s},
           {1'250'000'000LL, u"1.2G"_s, 3725.0, u"1:02:05"_s},

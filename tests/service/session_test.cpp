@@ -1,9 +1,11 @@
 #include "service/appstate.h"
+#include "service/interfacelanguage.h"
 #include "service/loginmodel.h"
 #include "service/settings.h"
 #include "support/servicefixture.h"
 #include "support/taskwait.h"
 
+#include <QCoreApplication>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -58,6 +60,68 @@ TEST(SettingsStore, KeepsTokensUnderTheirKeysAndResolvesTheBaseUrl)
     qputenv("KAVEL_API_BASE_URL", "http://127.0.0.1:5555/api");
     EXPECT_EQ(settings->apiBaseUrl(), QUrl(u"http://127.0.0.1:5555/api"_s));
     qunsetenv("KAVEL_API_BASE_URL");
+}
+
+TEST(SettingsStore, ChoosesTheInterfaceLanguageFromTheSettingElseTheEnvironment)
+{
+    using namespace kavel::i18n;
+    const QByteArray saved[]
+        = {qgetenv("LANGUAGE"), qgetenv("LC_ALL"), qgetenv("LC_MESSAGES"), qgetenv("LANG")};
+    const char *names[] = {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"};
+    // LANGUAGE, LC_ALL, LC_MESSAGES, LANG: the first one set decides.
+    struct Case
+    {
+        const char *values[4];
+        Language expected;
+    };
+    const Case cases[] = {
+        {{"", "", "", ""}, Language::chinese},
+        {{"", "", "", "C.UTF-8"}, Language::chinese},
+        {{"", "", "", "POSIX"}, Language::chinese},
+        {{"", "", "", "en_US.UTF-8"}, Language::english},
+        {{"", "", "", "zh_CN.UTF-8"}, Language::chinese},
+        {{"", "", "zh_TW.UTF-8", "en_US.UTF-8"}, Language::chinese},
+        {{"", "de_DE.UTF-8", "zh_CN.UTF-8", "zh_CN.UTF-8"}, Language::english},
+        {{"zh_CN:en", "en_US.UTF-8", "", "en_US.UTF-8"}, Language::chinese},
+        {{"fr:zh_CN", "zh_CN.UTF-8", "", ""}, Language::english},
+        {{"", "C", "", "en_GB.UTF-8"}, Language::chinese},
+    };
+    for (const Case &c : cases) {
+        for (int i = 0; i < 4; ++i)
+            qputenv(names[i], c.values[i]);
+        EXPECT_EQ(systemLanguage(), c.expected)
+            << c.values[0] << "|" << c.values[1] << "|" << c.values[2] << "|" << c.values[3];
+        EXPECT_EQ(resolve(LanguagePreference::system), c.expected);
+        EXPECT_EQ(resolve(LanguagePreference::chinese), Language::chinese);
+        EXPECT_EQ(resolve(LanguagePreference::english), Language::english);
+    }
+    for (int i = 0; i < 4; ++i)
+        qputenv(names[i], saved[i]);
+
+    // The choice is kept as a short word; anything unknown follows the system.
+    QTemporaryDir dir;
+    EXPECT_EQ(preferenceFromRaw(settingsIn(dir)->interfaceLanguage()), LanguagePreference::system);
+    for (auto preference :
+         {LanguagePreference::english, LanguagePreference::chinese, LanguagePreference::system}) {
+        settingsIn(dir)->setInterfaceLanguage(toRaw(preference));
+        EXPECT_EQ(preferenceFromRaw(settingsIn(dir)->interfaceLanguage()), preference);
+    }
+    EXPECT_EQ(preferenceFromRaw(u"klingon"_s), LanguagePreference::system);
+
+    // The English texts are compiled in and speak while installed, and only then; the
+    // duration and date patterns travel with them.
+    const auto text = [] { return QCoreApplication::translate("kavel::export", "导出失败"); };
+    {
+        const Translations english(Language::english);
+        EXPECT_TRUE(english.complete());
+        EXPECT_EQ(text(), u"Export failed");
+        EXPECT_EQ(QCoreApplication::translate("kavel::ExportFlow", "%1分%2秒"), u"%1:%2");
+    }
+    EXPECT_EQ(text(), u"导出失败");
+    {
+        const Translations chinese(Language::chinese);
+        EXPECT_EQ(text(), u"导出失败");
+    }
 }
 
 class Session : public RealServerSuite

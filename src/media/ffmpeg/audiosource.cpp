@@ -1,6 +1,7 @@
 #include "audiosource.h"
 
 extern "C" {
+#include <QCoreApplication>
 #include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
 #include <libswresample/swresample.h>
@@ -36,7 +37,7 @@ AudioSource::AudioSource(const QString &path, int rate)
 {
     m_stream = av_find_best_stream(m_input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     if (m_stream < 0)
-        throw MediaError(u"媒体文件中没有声音 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "媒体文件中没有声音 ") + path);
     m_decoder = openDecoder(m_input->streams[m_stream], path, 1);
     m_origin = originSeconds(m_input.get());
     for (unsigned i = 0; i < m_input->nb_streams; ++i)
@@ -70,7 +71,8 @@ void AudioSource::resetResampler()
     }
     av_channel_layout_uninit(&in);
     if (error < 0 || swr_init(m_resampler) < 0)
-        throw MediaError(u"无法转换媒体文件的声音 "_s + m_path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换媒体文件的声音 ")
+                         + m_path);
 }
 
 void AudioSource::read(std::int64_t first, std::int64_t count, float *left, float *right)
@@ -154,7 +156,9 @@ bool AudioSource::decodeMore()
         av_packet_unref(m_packet.get());
         if (sendError < 0 && sendError != AVERROR(EAGAIN)) {
             if (++m_failures > maxFailures)
-                throw MediaError(u"媒体文件的声音无法解码 "_s + m_path);
+                throw MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ")
+                    + m_path);
             return true;
         }
     }
@@ -168,12 +172,16 @@ bool AudioSource::decodeMore()
                 appendConverted(nullptr, 0);
             m_eof = true;
             if (!m_synced && m_fromStart)
-                throw MediaError(u"媒体文件的声音无法解码 "_s + m_path);
+                throw MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ")
+                    + m_path);
             return false;
         }
         if (error < 0) {
             if (++m_failures > maxFailures)
-                throw MediaError(u"媒体文件的声音无法解码 "_s + m_path);
+                throw MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体文件的声音无法解码 ")
+                    + m_path);
             break;
         }
         m_failures = 0;
@@ -211,7 +219,8 @@ void AudioSource::appendConverted(const uint8_t **input, int inputSamples)
                        reinterpret_cast<uint8_t *>(m_right.data() + at)};
     const int produced = swr_convert(m_resampler, out, capacity, input, inputSamples);
     if (produced < 0)
-        throw MediaError(u"无法转换媒体文件的声音 "_s + m_path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换媒体文件的声音 ")
+                         + m_path);
     m_left.resize(at + size_t(produced));
     m_right.resize(at + size_t(produced));
 }

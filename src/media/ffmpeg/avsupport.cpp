@@ -1,6 +1,7 @@
 #include "avsupport.h"
 
 extern "C" {
+#include <QCoreApplication>
 #include <libavutil/display.h>
 }
 
@@ -38,10 +39,10 @@ InputPtr openInput(const QString &path)
     AVFormatContext *raw = nullptr;
     const QByteArray file = path.toUtf8();
     if (avformat_open_input(&raw, file.constData(), nullptr, nullptr) < 0)
-        throw MediaError(u"无法打开媒体文件 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法打开媒体文件 ") + path);
     InputPtr context(raw);
     if (avformat_find_stream_info(context.get(), nullptr) < 0)
-        throw MediaError(u"无法读取媒体信息 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法读取媒体信息 ") + path);
     return context;
 }
 
@@ -49,14 +50,14 @@ CodecPtr openDecoder(const AVStream *stream, const QString &path, int threads)
 {
     const AVCodec *codec = avcodec_find_decoder(stream->codecpar->codec_id);
     if (!codec)
-        throw MediaError(u"无法解码媒体文件 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法解码媒体文件 ") + path);
     CodecPtr context(avcodec_alloc_context3(codec));
     if (!context || avcodec_parameters_to_context(context.get(), stream->codecpar) < 0)
-        throw MediaError(u"无法解码媒体文件 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法解码媒体文件 ") + path);
     context->pkt_timebase = stream->time_base;
     context->thread_count = threads;
     if (avcodec_open2(context.get(), codec, nullptr) < 0)
-        throw MediaError(u"无法解码媒体文件 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法解码媒体文件 ") + path);
     return context;
 }
 

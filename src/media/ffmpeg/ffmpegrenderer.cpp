@@ -5,6 +5,7 @@
 #include "outputfile.h"
 #include "picturefeed.h"
 
+#include <QCoreApplication>
 #include <QFile>
 
 extern "C" {
@@ -159,11 +160,11 @@ private:
 std::unique_ptr<RenderJob> FfmpegRenderer::start(const RenderRequest &request)
 {
     if (!canEncode(request.format))
-        throw MediaError(u"缺少所需的编码器"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "缺少所需的编码器"));
     if (isMovie(request.format) && !OutputFile::canEncode(request.format, request.videoEncoding))
-        throw MediaError(u"缺少所需的视频编码器"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "缺少所需的视频编码器"));
     if (request.editList.segments.isEmpty())
-        throw MediaError(u"没有可渲染的内容"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "没有可渲染的内容"));
     return std::make_unique<FfmpegRenderJob>(request);
 }
 

@@ -1,6 +1,7 @@
 #include "outputfile.h"
 
 extern "C" {
+#include <QCoreApplication>
 #include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
 }
@@ -69,10 +70,10 @@ OutputFile::OutputFile(const QString &path, RenderFormat format, int sampleRate,
 {
     const QByteArray file = QFile::encodeName(path);
     if (!canEncode(format, video.encoding))
-        throw MediaError(u"缺少所需的编码器"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "缺少所需的编码器"));
     if (avformat_alloc_output_context2(&m_output, nullptr, containerOf(format), file.constData())
         < 0)
-        fail(u"无法创建导出会话"_s);
+        fail(QCoreApplication::translate("kavel::media", "无法创建导出会话"));
     if (isMovie(format))
         openVideo(video);
     openAudio(format, sampleRate);
@@ -106,8 +107,8 @@ QString OutputFile::writeFailure(int code) const
     // a plain I/O error), so a volume with no room left is recognised by looking at it.
     const QStorageInfo volume(QFileInfo(m_path).absolutePath());
     if (code == AVERROR(ENOSPC) || (volume.isValid() && volume.bytesAvailable() < nearlyFullBytes))
-        return u"磁盘空间不足"_s;
-    return u"无法写入 "_s + m_path;
+        return QCoreApplication::translate("kavel::media", "磁盘空间不足");
+    return QCoreApplication::translate("kavel::media", "无法写入 ") + m_path;
 }
 
 void OutputFile::fail(const QString &why, int code)
@@ -146,7 +147,7 @@ void OutputFile::openVideo(const VideoSettings &video)
     const int error = avcodec_open2(m_video.get(), codec, &options);
     av_dict_free(&options);
     if (error < 0)
-        fail(u"无法创建导出会话"_s, error);
+        fail(QCoreApplication::translate("kavel::media", "无法创建导出会话"), error);
     m_videoStream = avformat_new_stream(m_output, nullptr);
     avcodec_parameters_from_context(m_videoStream->codecpar, m_video.get());
     m_videoStream->time_base = m_video->time_base;
@@ -170,7 +171,7 @@ void OutputFile::openAudio(RenderFormat format, int sampleRate)
     if (m_output->oformat->flags & AVFMT_GLOBALHEADER)
         m_audio->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (const int error = avcodec_open2(m_audio.get(), codec, nullptr); error < 0)
-        fail(u"无法创建导出会话"_s, error);
+        fail(QCoreApplication::translate("kavel::media", "无法创建导出会话"), error);
     m_audioStream = avformat_new_stream(m_output, nullptr);
     avcodec_parameters_from_context(m_audioStream->codecpar, m_audio.get());
     m_audioStream->time_base = m_audio->time_base;
@@ -198,13 +199,13 @@ const AVFrame *OutputFile::blackFrame()
 void OutputFile::encode(AVCodecContext *codec, AVStream *stream, const AVFrame *frame)
 {
     if (const int error = avcodec_send_frame(codec, frame); error < 0)
-        fail(u"编码失败"_s, error);
+        fail(QCoreApplication::translate("kavel::media", "编码失败"), error);
     for (;;) {
         const int error = avcodec_receive_packet(codec, m_packet.get());
         if (error == AVERROR(EAGAIN) || error == AVERROR_EOF)
             return;
         if (error < 0)
-            fail(u"编码失败"_s, error);
+            fail(QCoreApplication::translate("kavel::media", "编码失败"), error);
         av_packet_rescale_ts(m_packet.get(), codec->time_base, stream->time_base);
         m_packet->stream_index = stream->index;
         if (const int written = av_interleaved_write_frame(m_output, m_packet.get()); written < 0)

@@ -2,6 +2,8 @@
 
 #include "videosource.h"
 
+#include <QCoreApplication>
+
 namespace kavel::media::ffmpeg {
 
 namespace {
@@ -98,7 +100,7 @@ FramePtr PictureFeed::next()
     if (m_ready.empty()) {
         if (m_error)
             std::rethrow_exception(m_error);
-        throw MediaError(QStringLiteral("视频画面不足"));
+        throw MediaError(QCoreApplication::translate("kavel::media", "视频画面不足"));
     }
     FramePtr picture = std::move(m_ready.front());
     m_ready.pop_front();

@@ -1,6 +1,7 @@
 #include "videosource.h"
 
 extern "C" {
+#include <QCoreApplication>
 #include <libavfilter/avfilter.h>
 #include <libavfilter/buffersink.h>
 #include <libavfilter/buffersrc.h>
@@ -60,7 +61,7 @@ VideoSource::VideoSource(const QString &path, QSize outputSize, AVPixelFormat fo
         }
     }
     if (m_stream < 0)
-        throw MediaError(u"视频中没有可用的轨道"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "视频中没有可用的轨道"));
     for (unsigned i = 0; i < m_input->nb_streams; ++i)
         m_input->streams[i]->discard = int(i) == m_stream ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     const AVStream *stream = m_input->streams[m_stream];
@@ -137,7 +138,7 @@ const AVFrame *VideoSource::frameAt(double seconds)
     if (m_next && (!pick || m_next->t - seconds < seconds - pick->t))
         pick = m_next.get();
     if (!pick)
-        throw MediaError(u"视频中没有可用的轨道"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "视频中没有可用的轨道"));
     return convert(*pick);
 }
 
@@ -192,7 +193,7 @@ bool VideoSource::decodeNext()
             return false;
         }
         if (error != AVERROR(EAGAIN) && ++m_failures > maxFailures)
-            throw MediaError(u"视频无法解码 "_s + m_path);
+            throw MediaError(QCoreApplication::translate("kavel::media", "视频无法解码 ") + m_path);
         if (m_draining)
             continue;
         const int readError = av_read_frame(m_input.get(), m_packet.get());
@@ -213,7 +214,7 @@ bool VideoSource::decodeNext()
             && avcodec_send_packet(m_decoder.get(), m_packet.get()) < 0
             && ++m_failures > maxFailures) {
             av_packet_unref(m_packet.get());
-            throw MediaError(u"视频无法解码 "_s + m_path);
+            throw MediaError(QCoreApplication::translate("kavel::media", "视频无法解码 ") + m_path);
         }
         av_packet_unref(m_packet.get());
     }
@@ -257,7 +258,9 @@ void VideoSource::buildFilter(const AVFrame *frame)
                  .arg(QString::fromLatin1(av_get_pix_fmt_name(m_format)),
                       guessed ? u":in_color_matrix=bt709"_s : QString());
 
-    const auto fail = [this] { throw MediaError(u"无法转换视频画面 "_s + m_path); };
+    const auto fail = [this] {
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换视频画面 ") + m_path);
+    };
     if (avfilter_graph_create_filter(&m_filterIn, avfilter_get_by_name("buffer"), "in",
                                      source.constData(), nullptr, m_graph)
             < 0
@@ -318,7 +321,7 @@ const AVFrame *VideoSource::convert(Decoded &decoded)
     if (av_buffersrc_add_frame_flags(m_filterIn, decoded.frame.get(), AV_BUFFERSRC_FLAG_KEEP_REF)
             < 0
         || av_buffersink_get_frame(m_filterOut, m_converted.get()) < 0)
-        throw MediaError(u"无法转换视频画面 "_s + m_path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法转换视频画面 ") + m_path);
     m_convertedAt = decoded.t;
     return m_converted.get();
 }

@@ -1,6 +1,7 @@
 #include "compositionproducer.h"
 
 #include <Mlt.h>
+#include <QCoreApplication>
 #include <algorithm>
 #include <cmath>
 
@@ -120,7 +121,9 @@ QList<SegmentFailure> CompositionProducer::apply(const EditList &editList)
         const int source = lastSource;
         const bool playable = m_sources[size_t(source)]->producer != nullptr;
         if (!playable)
-            failures.append({i, u"无法打开媒体文件 "_s + segment.sourcePath});
+            failures.append({i,
+                             QCoreApplication::translate("kavel::media", "无法打开媒体文件 ")
+                                 + segment.sourcePath});
         // The segment owns the composition frames whose times fall inside it (taken from
         // the running composition time, so no rounding adds up) and plays the source
         // frames nearest to what the map puts there, one after another.

@@ -3,6 +3,7 @@
 #include "media/ffmpeg/avsupport.h"
 
 extern "C" {
+#include <QCoreApplication>
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
 }
@@ -39,11 +40,13 @@ ProbedMedia probeMedia(const QString &path)
     AVFormatContext *raw = nullptr;
     const QByteArray file = path.toUtf8();
     if (const int error = avformat_open_input(&raw, file.constData(), nullptr, nullptr); error < 0)
-        throw MediaError(u"无法打开媒体文件 "_s + path + u"："_s + avError(error));
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法打开媒体文件 ") + path
+                         + u"："_s + avError(error));
     std::unique_ptr<AVFormatContext, void (*)(AVFormatContext *)> context(
         raw, [](AVFormatContext *c) { avformat_close_input(&c); });
     if (const int error = avformat_find_stream_info(context.get(), nullptr); error < 0)
-        throw MediaError(u"无法读取媒体信息 "_s + path + u"："_s + avError(error));
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法读取媒体信息 ") + path
+                         + u"："_s + avError(error));
 
     ProbedMedia probed;
     MediaInfo &info = probed.info;
@@ -70,7 +73,8 @@ ProbedMedia probeMedia(const QString &path)
         }
     }
     if (!info.hasVideo && !info.hasAudio)
-        throw MediaError(u"文件中没有音视频轨道："_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "文件中没有音视频轨道：")
+                         + path);
     return probed;
 }
 

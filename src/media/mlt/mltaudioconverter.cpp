@@ -4,6 +4,7 @@
 #include "mltengine.h"
 
 #include <Mlt.h>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -97,8 +98,9 @@ private:
             m_consumer.reset();
             // Reported from the event loop, as every other outcome is.
             QTimer::singleShot(0, this, [this] {
-                fail(std::make_exception_ptr(
-                    MediaError(u"媒体引擎无法开始转换音频："_s + m_source)));
+                fail(std::make_exception_ptr(MediaError(
+                    QCoreApplication::translate("kavel::media", "媒体引擎无法开始转换音频：")
+                    + m_source)));
             });
             return;
         }
@@ -130,8 +132,9 @@ private:
                     return;
                 }
                 QFile::remove(m_output);
-                fail(std::make_exception_ptr(
-                    MediaError(u"音频转换没有进展，已停止："_s + m_source)));
+                fail(std::make_exception_ptr(MediaError(
+                    QCoreApplication::translate("kavel::media", "音频转换没有进展，已停止：")
+                    + m_source)));
             }
             return;
         }
@@ -146,7 +149,8 @@ private:
             return;
         }
         QFile::remove(m_output);
-        fail(std::make_exception_ptr(MediaError(u"音频转换没有完成："_s + m_source)));
+        fail(std::make_exception_ptr(MediaError(
+            QCoreApplication::translate("kavel::media", "音频转换没有完成：") + m_source)));
     }
 
     // The consumer says nothing about how it ended, so the file is the judge: it must

@@ -46,7 +46,9 @@ Mlt::Repository *startMlt(const QString &moduleDirectory)
 MltMediaEngine::MltMediaEngine(const QString &moduleDirectory)
 {
     if (!startMlt(moduleDirectory))
-        throw MediaError(u"无法启动媒体引擎：找不到模块目录 "_s + moduleDirectory);
+        throw MediaError(
+            QCoreApplication::translate("kavel::media", "无法启动媒体引擎：找不到模块目录 ")
+            + moduleDirectory);
 }
 
 QString MltMediaEngine::defaultModuleDirectory()

@@ -3,6 +3,7 @@
 #include "mediaprobe.h"
 
 #include <Mlt.h>
+#include <QCoreApplication>
 #include <QTransform>
 #include <cmath>
 
@@ -16,7 +17,7 @@ MltThumbnailGenerator::MltThumbnailGenerator(const QString &path, const Thumbnai
     const ProbedMedia probed = probeMedia(path);
     m_info = probed.info;
     if (!m_info.hasVideo || m_info.videoSize.isEmpty())
-        throw MediaError(u"文件中没有画面："_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "文件中没有画面：") + path);
 
     // Decode at the stored size and turn the picture ourselves, so that the rotation is
     // applied exactly once whatever MLT's own auto-rotation would do.
@@ -30,7 +31,7 @@ MltThumbnailGenerator::MltThumbnailGenerator(const QString &path, const Thumbnai
     m_profile->set_progressive(1);
     m_producer = std::make_unique<Mlt::Producer>(*m_profile, path.toUtf8().constData());
     if (!m_producer->is_valid())
-        throw MediaError(u"无法打开媒体文件 "_s + path);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法打开媒体文件 ") + path);
     m_producer->set("autorotate", 0);
     m_producer->set("video_index", 0);
     m_producer->set("audio_index", -1);

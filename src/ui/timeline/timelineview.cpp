@@ -6,6 +6,7 @@
 #include "timelinescale.h"
 #include "trackheader.h"
 
+#include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QPainter>
 #include <QScrollArea>
@@ -45,7 +46,8 @@ QToolButton *zoomButton(bool plus, QWidget *parent)
     button->setIcon(magnifierIcon(plus));
     button->setIconSize(QSize(16, 16));
     button->setAutoRaise(true);
-    button->setToolTip(plus ? u"放大"_s : u"缩小"_s);
+    button->setToolTip(plus ? QCoreApplication::translate("kavel::ui::TimelineView", "放大")
+                            : QCoreApplication::translate("kavel::ui::TimelineView", "缩小"));
     return button;
 }
 

@@ -101,7 +101,7 @@ TrackHeader::TrackHeader(EditorViewModel &editor, TrackType track, QWidget *pare
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(10, 0, 6, 0);
     layout->setSpacing(2);
-    auto *name = new QLabel(video ? u"视频"_s : u"音频"_s, this);
+    auto *name = new QLabel(video ? tr("视频") : tr("音频"), this);
     QFont font = name->font();
     font.setPixelSize(11);
     name->setFont(font);
@@ -110,8 +110,8 @@ TrackHeader::TrackHeader(EditorViewModel &editor, TrackType track, QWidget *pare
     layout->addStretch();
     layout->addWidget(m_mute);
     layout->addWidget(m_lock);
-    m_mute->setToolTip(video ? u"隐藏视频轨道"_s : u"静音音频轨道"_s);
-    m_lock->setToolTip(u"锁定轨道"_s);
+    m_mute->setToolTip(video ? tr("隐藏视频轨道") : tr("静音音频轨道"));
+    m_lock->setToolTip(tr("锁定轨道"));
 
     connect(m_mute, &QAbstractButton::toggled, this, [this](bool on) {
         if (m_track == TrackType::video)

@@ -1,5 +1,6 @@
 #include "paragraphsection.h"
 
+#include <QCoreApplication>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPalette>
@@ -35,7 +36,7 @@ QString speakerTitle(const std::optional<QString> &label)
 {
     if (!label || label->isEmpty())
         return {};
-    return u"说话人 "_s + *label;
+    return QCoreApplication::translate("kavel::ui::ParagraphSection", "说话人 %1").arg(*label);
 }
 
 QString sectionTimeLabel(double seconds)

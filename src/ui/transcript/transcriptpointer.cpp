@@ -304,7 +304,7 @@ void MagneticTextStripView::performDrop()
 QMenu *MagneticTextStripView::createContextMenu(const QUuid &paragraphId)
 {
     auto *menu = new QMenu(this);
-    QAction *play = menu->addAction(u"播放此句（循环）"_s);
+    QAction *play = menu->addAction(tr("播放此句（循环）"));
     play->setCheckable(true);
     play->setChecked(m_editor.playingSentenceId() == paragraphId);
     connect(play, &QAction::triggered, this, [this, paragraphId] {
@@ -312,7 +312,7 @@ QMenu *MagneticTextStripView::createContextMenu(const QUuid &paragraphId)
         if (index >= 0)
             m_editor.toggleSentencePlayback(m_editor.paragraphs().at(index));
     });
-    QAction *remove = menu->addAction(u"删除段落"_s);
+    QAction *remove = menu->addAction(tr("删除段落"));
     connect(remove, &QAction::triggered, this,
             [this, paragraphId] { m_editor.deleteParagraph(paragraphId); });
     return menu;
