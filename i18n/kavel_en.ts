@@ -2,6 +2,75 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="en" sourcelanguage="zh_CN">
 <context>
+    <name>RecognitionLanguage</name>
+    <message>
+        <source>中文</source>
+        <translation>Chinese</translation>
+    </message>
+    <message>
+        <source>英文</source>
+        <translation>English</translation>
+    </message>
+    <message>
+        <source>日文</source>
+        <translation>Japanese</translation>
+    </message>
+    <message>
+        <source>韩文</source>
+        <translation>Korean</translation>
+    </message>
+    <message>
+        <source>粤语</source>
+        <translation>Cantonese</translation>
+    </message>
+    <message>
+        <source>法文</source>
+        <translation>French</translation>
+    </message>
+    <message>
+        <source>德文</source>
+        <translation>German</translation>
+    </message>
+    <message>
+        <source>西班牙文</source>
+        <translation>Spanish</translation>
+    </message>
+    <message>
+        <source>俄文</source>
+        <translation>Russian</translation>
+    </message>
+    <message>
+        <source>葡萄牙文</source>
+        <translation>Portuguese</translation>
+    </message>
+    <message>
+        <source>意大利文</source>
+        <translation>Italian</translation>
+    </message>
+    <message>
+        <source>此服务暂不支持识别%1，请联系管理员配置%1识别</source>
+        <translation>This service cannot recognise %1 yet; ask its administrator to set up %1 recognition</translation>
+    </message>
+</context>
+<context>
+    <name>WordBlock</name>
+    <message>
+        <source>词“%1”的可信度不在 0 到 1 之间</source>
+        <translation>The confidence of the word “%1” is not between 0 and 1</translation>
+    </message>
+</context>
+<context>
+    <name>kavel-cli</name>
+    <message>
+        <source>待核对的词：%1 个</source>
+        <translation>Words to check: %1</translation>
+    </message>
+    <message>
+        <source>（可信度 %1）</source>
+        <translation> (confidence %1)</translation>
+    </message>
+</context>
+<context>
     <name>kavel::EditorViewModel</name>
     <message>
         <source>打开项目失败: </source>
@@ -368,6 +437,30 @@
         <source>完成</source>
         <translation>Done</translation>
     </message>
+    <message>
+        <source>字幕烧录</source>
+        <translation>Burn in subtitles</translation>
+    </message>
+    <message>
+        <source>小</source>
+        <translation>Small</translation>
+    </message>
+    <message>
+        <source>中</source>
+        <translation>Medium</translation>
+    </message>
+    <message>
+        <source>大</source>
+        <translation>Large</translation>
+    </message>
+    <message>
+        <source>把字幕画进视频画面，按“字幕”一栏选的逐词或按句</source>
+        <translation>Draw the subtitles into the picture, per word or per sentence as chosen under “Subtitles”</translation>
+    </message>
+    <message>
+        <source>字幕文字的大小，随画面高度缩放</source>
+        <translation>Size of the subtitle text, scaled with the picture height</translation>
+    </message>
 </context>
 <context>
     <name>kavel::app::FullscreenVideoWindow</name>
@@ -496,6 +589,14 @@ You can switch to other pages meanwhile; a system notification tells you when it
     <message>
         <source>移除此文件</source>
         <translation>Remove this file</translation>
+    </message>
+    <message>
+        <source>识别语言</source>
+        <translation>Recognition language</translation>
+    </message>
+    <message>
+        <source>%1（此服务暂不支持）</source>
+        <translation>%1 (not supported by this service)</translation>
     </message>
 </context>
 <context>
@@ -762,6 +863,14 @@ The damaged transcript was backed up to:
     <message>
         <source>去登录</source>
         <translation>Sign In</translation>
+    </message>
+    <message>
+        <source>下一个待核对的词</source>
+        <translation>Next word to check</translation>
+    </message>
+    <message>
+        <source>上一个待核对的词</source>
+        <translation>Previous word to check</translation>
     </message>
 </context>
 <context>
@@ -1104,6 +1213,22 @@ The damaged transcript was backed up to:
         <source>警告：%1，项目按没有词显示</source>
         <translation>Warning: %1; the project is shown without words</translation>
     </message>
+    <message>
+        <source>语音识别失败: </source>
+        <translation>Speech recognition failed: </translation>
+    </message>
+    <message>
+        <source>无效的识别语言代码：%1</source>
+        <translation>Invalid recognition language code: %1</translation>
+    </message>
+    <message>
+        <source>导入超时：%1未在限定时间内完成</source>
+        <translation>Import timed out: %1 did not finish in time</translation>
+    </message>
+    <message>
+        <source>导入媒体</source>
+        <translation>importing the media</translation>
+    </message>
 </context>
 <context>
     <name>kavel::editor</name>
@@ -1244,6 +1369,14 @@ The damaged transcript was backed up to:
     <message>
         <source>文件中没有画面：</source>
         <translation>The file has no picture: </translation>
+    </message>
+    <message>
+        <source>无法绘制字幕：没有可用的字体</source>
+        <translation>Cannot draw subtitles: no usable font</translation>
+    </message>
+    <message>
+        <source>无法绘制字幕：不支持的画面格式</source>
+        <translation>Cannot draw subtitles: unsupported picture format</translation>
     </message>
 </context>
 <context>

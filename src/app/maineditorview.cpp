@@ -1,9 +1,9 @@
 #include "maineditorview.h"
 
 #include "editor/editorviewmodel.h"
-#include "projecttitle.h"
 #include "importcover.h"
 #include "pauselimitbox.h"
+#include "projecttitle.h"
 #include "symbolicons.h"
 #include "ui/timeline/timelineview.h"
 #include "ui/transcript/deletekeyhandler.h"

@@ -71,14 +71,17 @@ void requireLanguage(service::APIClient &client, const QString &language, const 
 {
     service::RecognitionLanguages heard;
     try {
-        heard = awaitTask(client.recognitionLanguages(), deadline,
-                          [] { return QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时"); });
+        heard = awaitTask(client.recognitionLanguages(), deadline, [] {
+            return QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时");
+        });
     } catch (const service::APIError &error) {
         if (error.statusCode() == 404)
             return;
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "语音识别失败: ") + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "语音识别失败: ")
+                              + error.description()};
     } catch (const Error &error) {
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "语音识别失败: ") + error.description()};
+        throw CommandFailure {QCoreApplication::translate("kavel::cli", "语音识别失败: ")
+                              + error.description()};
     }
     if (!service::hearsLanguage(heard.languages, language))
         throw CommandFailure {service::unsupportedLanguageMessage(language)};

@@ -104,7 +104,8 @@ CaptionBurner::CaptionBurner(const QList<Caption> &captions, double textHeight, 
         return;
     // Fonts live in the GUI side of Qt; a program without it cannot draw text at all.
     if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
-        throw MediaError(u"无法绘制字幕：没有可用的字体"_s);
+        throw MediaError(
+            QCoreApplication::translate("kavel::media", "无法绘制字幕：没有可用的字体"));
     m_painter = std::make_unique<CaptionPainter>(frame, textHeight);
 }
 
@@ -129,7 +130,8 @@ void CaptionBurner::burn(FramePtr &picture, const AVFrame *blank, std::int64_t i
             throw std::bad_alloc();
     }
     if (picture->format != AV_PIX_FMT_YUV420P)
-        throw MediaError(u"无法绘制字幕：不支持的画面格式"_s);
+        throw MediaError(
+            QCoreApplication::translate("kavel::media", "无法绘制字幕：不支持的画面格式"));
     // Decoded pictures may be shared with the source that keeps them for the next frame.
     if (av_frame_make_writable(picture.get()) < 0)
         throw std::bad_alloc();
