@@ -83,6 +83,8 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     , m_reveal(new QPushButton(symbolIcon(u"folder"_s), u"打开所在文件夹"_s, this))
     , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), u"导出"_s, this))
     , m_close(new QPushButton(u"取消"_s, this))
+    , m_loudness(new QComboBox(this))
+    , m_denoise(new QComboBox(this))
 {
     setWindowTitle(u"导出"_s);
     setMinimumWidth(480);
@@ -140,6 +142,19 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     interchangeRow->addWidget(m_interchangeFormat);
     interchangeRow->addStretch(1);
     form->addRow(interchangeRow);
+    fillCombo<LoudnessTarget>(m_loudness, [](LoudnessTarget t) { return label(t); });
+    fillCombo<NoiseReduction>(m_denoise, [](NoiseReduction n) { return label(n); });
+    m_loudness->setToolTip(tr("按 EBU R128 测量剪辑后的声音，整体用同一个增益调到目标响度，"
+                              "真峰值不超过 -1 dBTP"));
+    m_denoise->setToolTip(tr("去除持续的底噪（嘶声），不移动任何声音的时间"));
+    auto *soundRow = new QHBoxLayout;
+    soundRow->addWidget(new QLabel(tr("响度标准化"), this));
+    soundRow->addWidget(m_loudness);
+    soundRow->addSpacing(12);
+    soundRow->addWidget(new QLabel(tr("降噪"), this));
+    soundRow->addWidget(m_denoise);
+    soundRow->addStretch(1);
+    form->addRow(soundRow);
     layout->addLayout(form);
     m_progress->setRange(0, 1000);
     m_progress->setTextVisible(false);
@@ -172,7 +187,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     for (QCheckBox *box : {m_video, m_audio, m_subtitles, m_interchange})
         connect(box, &QCheckBox::toggled, this, &ExportDialog::applyControls);
     for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat, m_subtitleFormat,
-                           m_subtitleStyle, m_interchangeFormat})
+                           m_subtitleStyle, m_interchangeFormat, m_loudness, m_denoise})
         connect(box, &QComboBox::activated, this, &ExportDialog::applyControls);
     connect(m_title, &QLineEdit::textEdited, this, &ExportDialog::applyControls);
     connect(&flow, &ExportFlow::settingsChanged, this, &ExportDialog::showSettings);
@@ -248,6 +263,11 @@ void ExportDialog::showSettings()
     selectIn(m_resolution, s.resolution);
     selectIn(m_codec, s.codec);
     selectIn(m_audioFormat, s.audioFormat);
+    selectIn(m_loudness, s.loudness);
+    selectIn(m_denoise, s.denoise);
+    // Only a movie or a sound file carries sound to finish.
+    m_loudness->setEnabled(!m_running && (s.videoEnabled || s.audioEnabled));
+    m_denoise->setEnabled(!m_running && (s.videoEnabled || s.audioEnabled));
     for (QWidget *w : {static_cast<QWidget *>(m_videoFormat), static_cast<QWidget *>(m_resolution),
                        static_cast<QWidget *>(m_codec)})
         w->setEnabled(s.videoEnabled);
@@ -272,6 +292,8 @@ void ExportDialog::applyControls()
     s.resolution = selectedIn<Resolution>(m_resolution);
     s.codec = selectedIn<VideoCodec>(m_codec);
     s.audioFormat = selectedIn<AudioFormat>(m_audioFormat);
+    s.loudness = selectedIn<LoudnessTarget>(m_loudness);
+    s.denoise = selectedIn<NoiseReduction>(m_denoise);
     m_flow.setSettings(s);
 }
 
@@ -303,6 +325,8 @@ void ExportDialog::showOutcome()
             lines.append(u"没有导出任何文件"_s);
         for (const QString &file : files)
             lines.append(u"已写出 "_s + QFileInfo(file).fileName());
+        if (m_flow.loudnessReport())
+            lines.append(loudnessSummary(*m_flow.loudnessReport()));
     }
     m_outcome->setText(lines.join(u'\n'));
     m_reveal->setVisible(!m_flow.writtenFiles().isEmpty());

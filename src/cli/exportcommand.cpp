@@ -118,6 +118,12 @@ int runExport(const QStringList &arguments)
         u"interchange"_s, u"write the edit for another editor: mlt, edl or fcpxml"_s, u"FORMAT"_s);
     parser.addOptions({outOption, titleOption, videoOption, codecOption, resolutionOption,
                        audioOption, srtOption, vttOption, cuesOption, interchangeOption});
+    const QCommandLineOption loudnessOption(
+        u"loudness"_s, u"bring the sound to -14, -16 or -23 LUFS (true peak at most -1 dBTP)"_s,
+        u"TARGET"_s);
+    const QCommandLineOption denoiseOption(u"denoise"_s, u"take steady hiss out: light or strong"_s,
+                                           u"LEVEL"_s);
+    parser.addOptions({loudnessOption, denoiseOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
         throw CommandFailure {u"用法：kavel-cli export BUNDLE --out DIR [选项]"_s, 2};
@@ -142,6 +148,10 @@ int runExport(const QStringList &arguments)
     settings.interchangeEnabled = parser.isSet(interchangeOption);
     settings.interchangeFormat
         = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);
+
+    settings.loudness
+        = choice(parser, loudnessOption, loudnessTargetFromRaw, LoudnessTarget::off);
+    settings.denoise = choice(parser, denoiseOption, noiseReductionFromRaw, NoiseReduction::off);
 
     const auto project = openBundleForWriting(values.at(0));
     if (settings.title.isEmpty())
@@ -202,6 +212,8 @@ int runExport(const QStringList &arguments)
     report(settings.videoEnabled && !flow.exportNotice(), u"视频"_s, flow.videoPath());
     if (flow.exportNotice())
         out() << *flow.exportNotice() << Qt::endl;
+    if (flow.loudnessReport())
+        out() << loudnessSummary(*flow.loudnessReport()) << Qt::endl;
     if (flow.exportError()) {
         for (const QString &line : std::as_const(log))
             err() << line << Qt::endl;

@@ -142,6 +142,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     setWrittenFiles({});
     m_interruptedFile.clear();
     m_cancelRequested = false;
+    m_loudness.reset();
 
     if (!m_settings.outputPath) {
         setExportError(noFolderChosen);
@@ -167,6 +168,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
         rememberChoices(*subject.project, m_settings);
     m_renderService.setPauseLimit(subject.project->metadata().pauseLimit);
     m_renderService.setScratchDirectory(subject.project->cacheDirectory());
+    m_renderService.setSoundFinish(soundFinish(m_settings.loudness, m_settings.denoise));
     const QString exportsDirectory = subject.project->exportsDirectory();
     const ExportSettings settings = m_settings;
     const QString folder = settings.outputPath->toLocalFile();
@@ -227,6 +229,8 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             failed(u"音频导出失败: "_s, failure, detail);
         else if (!keepWritten(audioPath()) && !m_cancelRequested)
             failed(u"音频导出失败: "_s, noFileWritten, {});
+        else if (m_renderService.lastLoudness())
+            m_loudness = m_renderService.lastLoudness();
     }
 
     if (settings.videoEnabled && !m_cancelRequested) {
@@ -250,6 +254,8 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
                 failed(u"视频导出失败: "_s, failure, detail);
             else if (!keepWritten(videoPath()) && !m_cancelRequested)
                 failed(u"视频导出失败: "_s, noFileWritten, {});
+            else if (m_renderService.lastLoudness())
+                m_loudness = m_renderService.lastLoudness();
         }
     }
 

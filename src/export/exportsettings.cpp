@@ -73,6 +73,16 @@ E readEnum(const QJsonObject &o, QLatin1StringView key, const std::array<Case<E>
     throw DecodeError(QString(key), u"“%1”不是键“%2”的有效取值"_s.arg(raw, QString(key)));
 }
 
+template<typename E>
+E readOptional(const QJsonObject &o, QLatin1StringView key,
+               std::optional<E> (*fromRawValue)(QStringView))
+{
+    const QString raw = json::requiredString(o, key);
+    if (auto value = fromRawValue(raw))
+        return *value;
+    throw DecodeError(QString(key), u"“%1”不是键“%2”的有效取值"_s.arg(raw, QString(key)));
+}
+
 } // namespace
 
 QString toRawValue(Resolution value)
@@ -255,6 +265,8 @@ QJsonObject toJson(const ExportSettings &s)
     o.insert("subtitleStyle"_L1, toRawValue(s.subtitleStyle));
     o.insert("interchangeEnabled"_L1, s.interchangeEnabled);
     o.insert("interchangeFormat"_L1, interchange::toRawValue(s.interchangeFormat));
+    o.insert("loudness"_L1, toRawValue(s.loudness));
+    o.insert("denoise"_L1, toRawValue(s.denoise));
     return o;
 }
 
@@ -295,6 +307,11 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
                               u"“%1”不是键“interchangeFormat”的有效取值"_s.arg(raw));
         s.interchangeFormat = *format;
     }
+    // Choices kept before the sound could be finished leave it as it was.
+    if (o.contains("loudness"_L1))
+        s.loudness = readOptional(o, "loudness"_L1, loudnessTargetFromRaw);
+    if (o.contains("denoise"_L1))
+        s.denoise = readOptional(o, "denoise"_L1, noiseReductionFromRaw);
     return s;
 }
 

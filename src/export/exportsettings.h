@@ -1,6 +1,7 @@
 #pragma once
 
 #include "interchange.h"
+#include "soundfinish.h"
 
 #include <QJsonObject>
 #include <QList>
@@ -88,6 +89,9 @@ struct ExportSettings
     // "项目交换文件": the edit for another editor.
     bool interchangeEnabled = false;
     interchange::Format interchangeFormat = interchange::Format::mlt;
+    // What is done to the sound of the movie and of the sound file alike.
+    LoudnessTarget loudness = LoudnessTarget::off;
+    NoiseReduction denoise = NoiseReduction::off;
 
     ExportPreset preset() const;
     OutputFileType outputFileType() const;

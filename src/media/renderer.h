@@ -5,6 +5,7 @@
 #include <QSize>
 #include <QString>
 #include <memory>
+#include <optional>
 
 namespace kavel::media {
 
@@ -20,6 +21,31 @@ enum class RenderFormat {
 
 enum class VideoEncoding { h264, hevc };
 
+enum class Denoise { off, light, strong };
+
+// What is done to the edited sound as a whole before it is written. Nothing moves in time.
+struct SoundFinish
+{
+    // Integrated loudness to reach, in LUFS, with one gain for the whole result; none
+    // leaves the level as it is.
+    std::optional<double> loudnessTarget;
+    // Steady hiss taken out.
+    Denoise denoise = Denoise::off;
+
+    friend bool operator==(const SoundFinish &, const SoundFinish &) = default;
+};
+
+// The edited sound measured before and after its gain (EBU R128: LUFS and dBTP).
+struct LoudnessReport
+{
+    double before = 0.0;
+    double truePeakBefore = 0.0;
+    double after = 0.0;
+    double truePeakAfter = 0.0;
+    // The target was not reached: the gain stopped where the true peak met its ceiling.
+    bool peakLimited = false;
+};
+
 struct RenderRequest
 {
     EditList editList;
@@ -29,6 +55,7 @@ struct RenderRequest
     // Movies only.
     VideoEncoding videoEncoding = VideoEncoding::h264;
     QSize frameSize {1920, 1080};
+    SoundFinish sound;
 };
 
 enum class RenderState { running, completed, failed, cancelled };
@@ -47,6 +74,8 @@ public:
     // Why the job failed; empty otherwise.
     virtual QString errorText() const = 0;
     virtual void cancel() = 0;
+    // The sound's loudness, once a job that was asked for a loudness target has completed.
+    virtual std::optional<LoudnessReport> loudness() const { return std::nullopt; }
 };
 
 // Renders edit lists to files: the export side of a media engine.
