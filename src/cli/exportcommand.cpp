@@ -149,8 +149,7 @@ int runExport(const QStringList &arguments)
     settings.interchangeFormat
         = choice(parser, interchangeOption, interchange::formatFromRaw, interchange::Format::mlt);
 
-    settings.loudness
-        = choice(parser, loudnessOption, loudnessTargetFromRaw, LoudnessTarget::off);
+    settings.loudness = choice(parser, loudnessOption, loudnessTargetFromRaw, LoudnessTarget::off);
     settings.denoise = choice(parser, denoiseOption, noiseReductionFromRaw, NoiseReduction::off);
 
     const auto project = openBundleForWriting(values.at(0));

@@ -135,9 +135,9 @@ media::SoundFinish soundFinish(LoudnessTarget target, NoiseReduction denoise)
 QString loudnessSummary(const media::LoudnessReport &report)
 {
     const auto number = [](double value) { return QString::number(value, 'f', 1); };
-    QString text = tr("响度：%1 LUFS → %2 LUFS，真峰值 %3 dBTP")
-                       .arg(number(report.before), number(report.after),
-                            number(report.truePeakAfter));
+    QString text
+        = tr("响度：%1 LUFS → %2 LUFS，真峰值 %3 dBTP")
+              .arg(number(report.before), number(report.after), number(report.truePeakAfter));
     if (report.peakLimited)
         text += tr("（峰值已到上限，未能再提高）");
     return text;

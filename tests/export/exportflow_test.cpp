@@ -143,6 +143,8 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     kept.audioFormat = AudioFormat::aac;
     kept.subtitleFormat = SubtitleFormat::vtt;
     kept.subtitleStyle = SubtitleStyle::words;
+    kept.loudness = LoudnessTarget::podcast;
+    kept.denoise = NoiseReduction::strong;
     auto unoffered = makeFlow();
     unoffered->setSettings(kept);
     run(*unoffered);
@@ -220,6 +222,8 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     renderer.bytes = "rendered";
     renderer.requests.clear();
     settings.subtitleEnabled = settings.videoEnabled = true;
+    settings.loudness = LoudnessTarget::podcast;
+    settings.denoise = NoiseReduction::light;
     flow->setSettings(settings);
     QDir(out(u"成片.srt"_s)).removeRecursively();
     QDir(project->exportsDirectory()).removeRecursively();
@@ -242,7 +246,12 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
         EXPECT_EQ(request.editList.segments.at(0).sourcePath, sourcePath);
         EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
         EXPECT_TRUE(request.editList.segments.at(0).audio.muted);
+        // The sound of the movie and of the sound file are finished alike.
+        EXPECT_EQ(request.sound.loudnessTarget, -16.0);
+        EXPECT_EQ(request.sound.denoise, media::Denoise::light);
     }
+    settings.loudness = LoudnessTarget::off;
+    settings.denoise = NoiseReduction::off;
 
     // A stop during the movie keeps the subtitles and sound finished before it and
     // leaves no part of the movie.

@@ -130,8 +130,8 @@ private:
 
     void renderSound()
     {
-        MasteredAudio audio(m_request.editList, FfmpegRenderer::audioSampleRate,
-                            m_request.sound, peakCeiling(m_request.format));
+        MasteredAudio audio(m_request.editList, FfmpegRenderer::audioSampleRate, m_request.sound,
+                            peakCeiling(m_request.format));
         const double start = prepare(audio);
         OutputFile file(m_request.outputPath, m_request.format, audio.rate());
         std::vector<float> left(audioBlock), right(audioBlock);

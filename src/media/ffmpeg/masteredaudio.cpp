@@ -199,8 +199,8 @@ void MasteredAudio::fill(std::int64_t count)
         }
         m_denoiser->pull(m_readyLeft, m_readyRight);
         if (m_toDrop > 0) {
-            const auto drop = std::min<std::int64_t>(
-                m_toDrop, std::int64_t(m_readyLeft.size() - m_readyFrom));
+            const auto drop
+                = std::min<std::int64_t>(m_toDrop, std::int64_t(m_readyLeft.size() - m_readyFrom));
             m_readyFrom += size_t(drop);
             m_toDrop -= drop;
         }
@@ -216,8 +216,8 @@ std::int64_t MasteredAudio::render(float *left, float *right, std::int64_t count
         m_audio.render(left, right, count);
     } else {
         fill(count);
-        const auto ready = std::min<std::int64_t>(
-            count, std::int64_t(m_readyLeft.size() - m_readyFrom));
+        const auto ready
+            = std::min<std::int64_t>(count, std::int64_t(m_readyLeft.size() - m_readyFrom));
         std::copy_n(m_readyLeft.begin() + qsizetype(m_readyFrom), ready, left);
         std::copy_n(m_readyRight.begin() + qsizetype(m_readyFrom), ready, right);
         // A filter that kept back more than it said: the end is silence rather than short.
@@ -226,8 +226,7 @@ std::int64_t MasteredAudio::render(float *left, float *right, std::int64_t count
         m_readyFrom += size_t(ready);
         if (m_readyFrom > m_readyLeft.size() / 2) {
             m_readyLeft.erase(m_readyLeft.begin(), m_readyLeft.begin() + qsizetype(m_readyFrom));
-            m_readyRight.erase(m_readyRight.begin(),
-                               m_readyRight.begin() + qsizetype(m_readyFrom));
+            m_readyRight.erase(m_readyRight.begin(), m_readyRight.begin() + qsizetype(m_readyFrom));
             m_readyFrom = 0;
         }
     }
