@@ -8,6 +8,7 @@
 #include "support/testenvironment.h"
 #include "support/transcriptbuilder.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -277,6 +278,25 @@ TEST_F(ExactExport, LoudnessReachesEachTargetWithOneGainUnderTheTruePeakCeiling)
                 EXPECT_NEAR(peak, -1.0, 0.3);
             }
         }
+    }
+    // A stop while the sound is being measured ends the job there, with no file.
+    {
+        const QString longer
+            = test::makeNoiseSound(s_dir->path(), u"long-noise.wav"_s, sourceSeconds, 44100, 2);
+        media::RenderRequest request;
+        request.editList
+            = plan({test::timedWord(0.0, sourceSeconds - 1.0, 0)}, longer, false).editList;
+        request.format = media::RenderFormat::wav;
+        request.sound = {-16.0, media::Denoise::strong};
+        request.outputPath = QDir(s_dir->path()).filePath(u"stopped.wav"_s);
+        media::ffmpeg::FfmpegRenderer renderer;
+        const auto job = renderer.start(request);
+        job->cancel();
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return job->poll() != media::RenderState::running; }, 10'000));
+        EXPECT_EQ(job->poll(), media::RenderState::cancelled);
+        EXPECT_FALSE(job->loudness());
+        EXPECT_FALSE(QFile::exists(request.outputPath));
     }
     // The AAC encoder's overshoot still stays under the ceiling.
     const QString loud = QDir(s_dir->path()).filePath(u"loud.wav"_s);

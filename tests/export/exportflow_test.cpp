@@ -10,6 +10,8 @@
 #include "support/transcriptbuilder.h"
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -171,6 +173,21 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_FALSE(fresh->settings().videoEnabled);
     EXPECT_TRUE(fresh->settings().audioEnabled);
     EXPECT_FALSE(fresh->settings().subtitleEnabled);
+    // A record kept before the sound could be finished leaves it as it is; one naming a
+    // target that is not offered is passed over like a damaged one.
+    QJsonObject older = toJson(kept);
+    older.remove(u"loudness"_s);
+    older.remove(u"denoise"_s);
+    test::writeFile(ExportFlow::choicesPath(*project), QJsonDocument(older).toJson());
+    again->offerChoicesFor(subject);
+    EXPECT_EQ(again->settings().loudness, LoudnessTarget::off);
+    EXPECT_EQ(again->settings().denoise, NoiseReduction::off);
+    EXPECT_EQ(again->settings().codec, VideoCodec::hevc);
+    older.insert(u"loudness"_s, u"-15"_s);
+    test::writeFile(ExportFlow::choicesPath(*project), QJsonDocument(older).toJson());
+    auto unknownTarget = makeFlow();
+    unknownTarget->offerChoicesFor(subject);
+    EXPECT_EQ(unknownTarget->settings().codec, VideoCodec::h264);
     // A damaged record is passed over.
     test::writeFile(ExportFlow::choicesPath(*project), "{\"codec\": 3");
     engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
