@@ -85,6 +85,8 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     , m_reveal(new QPushButton(symbolIcon(u"folder"_s), tr("打开所在文件夹"), this))
     , m_start(new QPushButton(symbolIcon(u"square.and.arrow.up"_s), tr("导出"), this))
     , m_close(new QPushButton(tr("取消"), this))
+    , m_loudness(new QComboBox(this))
+    , m_denoise(new QComboBox(this))
 {
     setWindowTitle(tr("导出"));
     setMinimumWidth(480);
@@ -154,6 +156,19 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     burnInRow->addWidget(m_captionSize);
     burnInRow->addStretch(1);
     form->addRow(burnInRow);
+    fillCombo<LoudnessTarget>(m_loudness, [](LoudnessTarget t) { return label(t); });
+    fillCombo<NoiseReduction>(m_denoise, [](NoiseReduction n) { return label(n); });
+    m_loudness->setToolTip(tr("按 EBU R128 测量剪辑后的声音，整体用同一个增益调到目标响度，"
+                              "真峰值不超过 -1 dBTP"));
+    m_denoise->setToolTip(tr("去除持续的底噪（嘶声），不移动任何声音的时间"));
+    auto *soundRow = new QHBoxLayout;
+    soundRow->addWidget(new QLabel(tr("响度标准化"), this));
+    soundRow->addWidget(m_loudness);
+    soundRow->addSpacing(12);
+    soundRow->addWidget(new QLabel(tr("降噪"), this));
+    soundRow->addWidget(m_denoise);
+    soundRow->addStretch(1);
+    form->addRow(soundRow);
     layout->addLayout(form);
     m_progress->setRange(0, 1000);
     m_progress->setTextVisible(false);
@@ -186,7 +201,8 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     for (QCheckBox *box : {m_video, m_audio, m_subtitles, m_interchange, m_burnIn})
         connect(box, &QCheckBox::toggled, this, &ExportDialog::applyControls);
     for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat, m_subtitleFormat,
-                           m_subtitleStyle, m_interchangeFormat, m_captionSize})
+                           m_subtitleStyle, m_interchangeFormat, m_captionSize, m_loudness,
+                           m_denoise})
         connect(box, &QComboBox::activated, this, &ExportDialog::applyControls);
     connect(m_title, &QLineEdit::textEdited, this, &ExportDialog::applyControls);
     connect(&flow, &ExportFlow::settingsChanged, this, &ExportDialog::showSettings);
@@ -268,6 +284,11 @@ void ExportDialog::showSettings()
     selectIn(m_resolution, s.resolution);
     selectIn(m_codec, s.codec);
     selectIn(m_audioFormat, s.audioFormat);
+    selectIn(m_loudness, s.loudness);
+    selectIn(m_denoise, s.denoise);
+    // Only a movie or a sound file carries sound to finish.
+    m_loudness->setEnabled(!m_running && (s.videoEnabled || s.audioEnabled));
+    m_denoise->setEnabled(!m_running && (s.videoEnabled || s.audioEnabled));
     for (QWidget *w : {static_cast<QWidget *>(m_videoFormat), static_cast<QWidget *>(m_resolution),
                        static_cast<QWidget *>(m_codec)})
         w->setEnabled(s.videoEnabled);
@@ -294,6 +315,8 @@ void ExportDialog::applyControls()
     s.audioFormat = selectedIn<AudioFormat>(m_audioFormat);
     s.burnSubtitles = m_burnIn->isChecked();
     s.captionSize = selectedIn<CaptionSize>(m_captionSize);
+    s.loudness = selectedIn<LoudnessTarget>(m_loudness);
+    s.denoise = selectedIn<NoiseReduction>(m_denoise);
     m_flow.setSettings(s);
 }
 
@@ -325,6 +348,8 @@ void ExportDialog::showOutcome()
             lines.append(tr("没有导出任何文件"));
         for (const QString &file : files)
             lines.append(tr("已写出 %1").arg(QFileInfo(file).fileName()));
+        if (m_flow.loudnessReport())
+            lines.append(loudnessSummary(*m_flow.loudnessReport()));
     }
     m_outcome->setText(lines.join(u'\n'));
     m_reveal->setVisible(!m_flow.writtenFiles().isEmpty());

@@ -45,6 +45,9 @@ public:
     QComboBox *captionSizeChoice() const { return m_captionSize; }
     QPushButton *exportButton() const { return m_start; }
     QLabel *outcomeLabel() const { return m_outcome; }
+    // "响度标准化" and "降噪": what is done to the sound of the movie and the sound file.
+    QComboBox *loudnessChoice() const { return m_loudness; }
+    QComboBox *denoiseChoice() const { return m_denoise; }
     // "打开所在文件夹": shown once a run has written something.
     QPushButton *revealButton() const { return m_reveal; }
     // How the written files are shown; the desktop's file manager unless set.
@@ -90,6 +93,8 @@ private:
     QPushButton *m_reveal;
     QPushButton *m_start;
     QPushButton *m_close;
+    QComboBox *m_loudness;
+    QComboBox *m_denoise;
     std::function<void(const QStringList &)> m_revealFiles;
     bool m_running = false;
 };

@@ -125,6 +125,12 @@ int runExport(const QStringList &arguments)
     parser.addOptions({outOption, titleOption, videoOption, codecOption, resolutionOption,
                        audioOption, srtOption, vttOption, cuesOption, interchangeOption, burnOption,
                        captionSizeOption});
+    const QCommandLineOption loudnessOption(
+        u"loudness"_s, u"bring the sound to -14, -16 or -23 LUFS (true peak at most -1 dBTP)"_s,
+        u"TARGET"_s);
+    const QCommandLineOption denoiseOption(u"denoise"_s, u"take steady hiss out: light or strong"_s,
+                                           u"LEVEL"_s);
+    parser.addOptions({loudnessOption, denoiseOption});
     const QStringList values = parsePositionals(parser, u"export"_s, arguments, {u"BUNDLE"_s});
     if (!parser.isSet(outOption))
         throw CommandFailure {QCoreApplication::translate(
@@ -155,6 +161,9 @@ int runExport(const QStringList &arguments)
     settings.burnSubtitles = parser.isSet(burnOption);
     settings.captionSize
         = choice(parser, captionSizeOption, captionSizeFromRaw, CaptionSize::medium);
+
+    settings.loudness = choice(parser, loudnessOption, loudnessTargetFromRaw, LoudnessTarget::off);
+    settings.denoise = choice(parser, denoiseOption, noiseReductionFromRaw, NoiseReduction::off);
 
     const auto project = openBundleForWriting(values.at(0));
     if (settings.title.isEmpty())
@@ -221,6 +230,8 @@ int runExport(const QStringList &arguments)
            QCoreApplication::translate("kavel::cli", "视频"), flow.videoPath());
     if (flow.exportNotice())
         out() << *flow.exportNotice() << Qt::endl;
+    if (flow.loudnessReport())
+        out() << loudnessSummary(*flow.loudnessReport()) << Qt::endl;
     if (flow.exportError()) {
         for (const QString &line : std::as_const(log))
             err() << line << Qt::endl;

@@ -53,7 +53,8 @@ const QList<Command> &commands()
          u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
          "[--resolution 720p|1080p|4k] [--audio wav|aac|mp3] [--srt|--vtt] "
          "[--subtitles words|phrases] [--interchange mlt|edl|fcpxml] "
-         "[--burn-subtitles [--caption-size small|medium|large]]"_s,
+         "[--burn-subtitles [--caption-size small|medium|large]]"
+         " [--loudness -14|-16|-23] [--denoise light|strong]"_s,
          u"write the edited result as a movie, sound and subtitles"_s, runExport},
     };
     return table;

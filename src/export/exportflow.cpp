@@ -149,6 +149,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
     setWrittenFiles({});
     m_interruptedFile.clear();
     m_cancelRequested = false;
+    m_loudness.reset();
 
     if (!m_settings.outputPath) {
         setExportError(noFolderChosen());
@@ -174,6 +175,7 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
         rememberChoices(*subject.project, m_settings);
     m_renderService.setPauseLimit(subject.project->metadata().pauseLimit);
     m_renderService.setScratchDirectory(subject.project->cacheDirectory());
+    m_renderService.setSoundFinish(soundFinish(m_settings.loudness, m_settings.denoise));
     const QString exportsDirectory = subject.project->exportsDirectory();
     const ExportSettings settings = m_settings;
     const QString folder = settings.outputPath->toLocalFile();
@@ -234,6 +236,8 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
             failed(tr("音频导出失败: "), failure, detail);
         else if (!keepWritten(audioPath()) && !m_cancelRequested)
             failed(tr("音频导出失败: "), noFileWritten(), {});
+        else if (m_renderService.lastLoudness())
+            m_loudness = m_renderService.lastLoudness();
     }
 
     if (settings.videoEnabled && !m_cancelRequested) {
@@ -257,6 +261,8 @@ QCoro::Task<> ExportFlow::startExport(ExportSubject subject)
                 failed(tr("视频导出失败: "), failure, detail);
             else if (!keepWritten(videoPath()) && !m_cancelRequested)
                 failed(tr("视频导出失败: "), noFileWritten(), {});
+            else if (m_renderService.lastLoudness())
+                m_loudness = m_renderService.lastLoudness();
         }
     }
 

@@ -59,6 +59,10 @@ public:
     // between steps or the run was not stopped.
     const QString &interruptedFile() const { return m_interruptedFile; }
     bool isExporting() const { return m_isExporting; }
+    // The loudness of the last run's sound, measured before and after its gain; none when
+    // no loudness target was chosen or nothing with sound was written. Set before the run
+    // reports itself complete.
+    const std::optional<media::LoudnessReport> &loudnessReport() const { return m_loudness; }
     const QString &defaultExportPath() const { return m_defaultExportPath; }
 
     LocalRenderService &renderService() { return m_renderService; }
@@ -134,6 +138,7 @@ private:
     bool m_isExporting = false;
     bool m_cancelRequested = false;
     bool m_remembersChoices = false;
+    std::optional<media::LoudnessReport> m_loudness;
 };
 
 } // namespace kavel

@@ -79,6 +79,18 @@ E readEnum(const QJsonObject &o, QLatin1StringView key, const std::array<Case<E>
                           .arg(raw, QString(key)));
 }
 
+template<typename E>
+E readOptional(const QJsonObject &o, QLatin1StringView key,
+               std::optional<E> (*fromRawValue)(QStringView))
+{
+    const QString raw = json::requiredString(o, key);
+    if (auto value = fromRawValue(raw))
+        return *value;
+    throw DecodeError(QString(key),
+                      QCoreApplication::translate("kavel::export", "“%1”不是键“%2”的有效取值")
+                          .arg(raw, QString(key)));
+}
+
 } // namespace
 
 QString toRawValue(Resolution value)
@@ -291,6 +303,8 @@ QJsonObject toJson(const ExportSettings &s)
     o.insert("interchangeFormat"_L1, interchange::toRawValue(s.interchangeFormat));
     o.insert("burnSubtitles"_L1, s.burnSubtitles);
     o.insert("captionSize"_L1, toRawValue(s.captionSize));
+    o.insert("loudness"_L1, toRawValue(s.loudness));
+    o.insert("denoise"_L1, toRawValue(s.denoise));
     return o;
 }
 
@@ -341,6 +355,11 @@ ExportSettings exportSettingsFromJson(const QJsonObject &o)
         s.burnSubtitles = json::requiredBool(o, "burnSubtitles"_L1);
     if (o.contains("captionSize"_L1))
         s.captionSize = readEnum(o, "captionSize"_L1, captionSizes);
+    // Choices kept before the sound could be finished leave it as it was.
+    if (o.contains("loudness"_L1))
+        s.loudness = readOptional(o, "loudness"_L1, loudnessTargetFromRaw);
+    if (o.contains("denoise"_L1))
+        s.denoise = readOptional(o, "denoise"_L1, noiseReductionFromRaw);
     return s;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "interchange.h"
+#include "soundfinish.h"
 
 #include <QJsonObject>
 #include <QList>
@@ -98,6 +99,9 @@ struct ExportSettings
     // "字幕烧录": the movie carries the cues (in subtitleStyle) drawn into its pictures.
     bool burnSubtitles = false;
     CaptionSize captionSize = CaptionSize::medium;
+    // What is done to the sound of the movie and of the sound file alike.
+    LoudnessTarget loudness = LoudnessTarget::off;
+    NoiseReduction denoise = NoiseReduction::off;
 
     ExportPreset preset() const;
     OutputFileType outputFileType() const;

@@ -180,6 +180,8 @@ QCoro::Task<> LocalRenderService::render(media::RenderRequest request, QString f
         throw RenderError(RenderError::Code::exportSessionFailed);
     const QString partial = partialOf(finalPath);
     request.outputPath = partial;
+    request.sound = m_soundFinish;
+    m_lastLoudness.reset();
     std::unique_ptr<media::RenderJob> job = m_renderer.start(request);
 
     setError(std::nullopt);
@@ -208,6 +210,7 @@ QCoro::Task<> LocalRenderService::render(media::RenderRequest request, QString f
         throw RenderError(RenderError::Code::exportFailed);
     }
     setProgress(1.0);
+    m_lastLoudness = job->loudness();
     try {
         moveIntoPlace(partial, finalPath);
     } catch (const FileError &error) {

@@ -84,6 +84,10 @@ public:
 
     // The project's "保留停顿" limit, applied to every map this service makes.
     void setPauseLimit(double seconds) { m_pauseLimit = seconds; }
+    // Loudness and noise reduction for every movie and sound file this service writes.
+    void setSoundFinish(media::SoundFinish finish) { m_soundFinish = finish; }
+    // The loudness of the last movie or sound file written with a loudness target.
+    const std::optional<media::LoudnessReport> &lastLoudness() const { return m_lastLoudness; }
 
     // Stops the running export, which then fails with exportFailed.
     void cancel();
@@ -121,6 +125,8 @@ private:
     QProcess *m_encoder = nullptr;
     QString m_scratchDirectory;
     double m_pauseLimit = 0.0;
+    media::SoundFinish m_soundFinish;
+    std::optional<media::LoudnessReport> m_lastLoudness;
     double m_progress = 0.0;
     bool m_isRendering = false;
     std::optional<QString> m_error;

@@ -6,6 +6,7 @@
 #include <QSize>
 #include <QString>
 #include <memory>
+#include <optional>
 
 namespace kavel::media {
 
@@ -30,6 +31,31 @@ struct Caption
     QString text;
 };
 
+enum class Denoise { off, light, strong };
+
+// What is done to the edited sound as a whole before it is written. Nothing moves in time.
+struct SoundFinish
+{
+    // Integrated loudness to reach, in LUFS, with one gain for the whole result; none
+    // leaves the level as it is.
+    std::optional<double> loudnessTarget;
+    // Steady hiss taken out.
+    Denoise denoise = Denoise::off;
+
+    friend bool operator==(const SoundFinish &, const SoundFinish &) = default;
+};
+
+// The edited sound measured before and after its gain (EBU R128: LUFS and dBTP).
+struct LoudnessReport
+{
+    double before = 0.0;
+    double truePeakBefore = 0.0;
+    double after = 0.0;
+    double truePeakAfter = 0.0;
+    // The target was not reached: the gain stopped where the true peak met its ceiling.
+    bool peakLimited = false;
+};
+
 struct RenderRequest
 {
     EditList editList;
@@ -43,6 +69,7 @@ struct RenderRequest
     // share of the picture's.
     QList<Caption> captions;
     double captionHeight = 0.055;
+    SoundFinish sound;
 };
 
 enum class RenderState { running, completed, failed, cancelled };
@@ -61,6 +88,8 @@ public:
     // Why the job failed; empty otherwise.
     virtual QString errorText() const = 0;
     virtual void cancel() = 0;
+    // The sound's loudness, once a job that was asked for a loudness target has completed.
+    virtual std::optional<LoudnessReport> loudness() const { return std::nullopt; }
 };
 
 // Renders edit lists to files: the export side of a media engine.

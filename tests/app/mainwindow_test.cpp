@@ -445,10 +445,19 @@ TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
     dialog->folderButton()->click(); // opens where the last choice was
     EXPECT_EQ(pickerStarts, QStringList({QString(), exportDir.path()}));
 
+    // The sound's finish is chosen with the movie or the sound file, and kept with them.
+    dialog->videoToggle()->setChecked(true);
+    ASSERT_TRUE(dialog->loudnessChoice()->isEnabled());
+    QTest::keyClick(dialog->loudnessChoice(), Qt::Key_Down);
+    QTest::keyClick(dialog->loudnessChoice(), Qt::Key_Down);
+    QTest::keyClick(dialog->denoiseChoice(), Qt::Key_Down);
+    EXPECT_EQ(dialog->loudnessChoice()->currentText(), u"-16 LUFS（播客）"_s);
+
     // Nothing to write: nothing to start.
     for (QCheckBox *box : {dialog->videoToggle(), dialog->audioToggle(), dialog->subtitleToggle()})
         box->setChecked(false);
     EXPECT_FALSE(dialog->exportButton()->isEnabled());
+    EXPECT_FALSE(dialog->loudnessChoice()->isEnabled() || dialog->denoiseChoice()->isEnabled());
     dialog->subtitleToggle()->setChecked(true);
     dialog->titleField()->clear();
     QTest::keyClicks(dialog->titleField(), u"cut"_s);
@@ -478,6 +487,8 @@ TEST_F(MainWindowTest, CtrlEOpensTheDialogThatRunsTheChosenOutputs)
     EXPECT_TRUE(dialog->subtitleToggle()->isChecked());
     EXPECT_FALSE(dialog->videoToggle()->isChecked() || dialog->audioToggle()->isChecked());
     EXPECT_EQ(dialog->folderLabel()->text(), exportDir.path());
+    EXPECT_EQ(dialog->loudnessChoice()->currentText(), u"-16 LUFS（播客）"_s);
+    EXPECT_EQ(dialog->denoiseChoice()->currentText(), u"轻"_s);
     EXPECT_FALSE(dialog->revealButton()->isVisible());
 
     // Captions burned in go with the movie: the toggle waits for it, the size for the toggle.

@@ -9,11 +9,13 @@
 #include "support/transcriptbuilder.h"
 
 #include <QDebug>
+#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 #include <array>
 #include <gtest/gtest.h>
+#include <iostream>
 
 using namespace kavel;
 using namespace Qt::StringLiterals;
@@ -36,19 +38,24 @@ protected:
 
     // Renders synchronously; the job runs on its own thread.
     static QString render(const EditList &edit, media::RenderFormat format, const QString &name,
-                          QSize frameSize = {160, 90}, const QList<media::Caption> &captions = {})
+                          QSize frameSize = {160, 90}, media::SoundFinish sound = {},
+                          std::optional<media::LoudnessReport> *loudness = nullptr,
+                          const QList<media::Caption> &captions = {})
     {
         media::RenderRequest request;
         request.captions = captions;
         request.editList = edit;
         request.format = format;
         request.frameSize = frameSize;
+        request.sound = sound;
         request.outputPath = QDir(s_dir->path()).filePath(name);
         media::ffmpeg::FfmpegRenderer renderer;
         const auto job = renderer.start(request);
         EXPECT_TRUE(
             QTest::qWaitFor([&] { return job->poll() != media::RenderState::running; }, 300'000));
         EXPECT_EQ(job->poll(), media::RenderState::completed) << qPrintable(job->errorText());
+        if (loudness)
+            *loudness = job->loudness();
         return request.outputPath;
     }
 
@@ -63,6 +70,8 @@ struct SoundCase
     media::RenderFormat format;
     // With pauses kept, most joins stretch into the recording's gaps.
     double pauseLimit = 0.0;
+    // Denoised, the sound is timed like a lossy one, against the plain render.
+    media::Denoise denoise = media::Denoise::off;
 };
 
 class ExactSound : public ExactExport, public ::testing::WithParamInterface<SoundCase>
@@ -72,7 +81,7 @@ class ExactSound : public ExactExport, public ::testing::WithParamInterface<Soun
 TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
 {
     const SoundCase c = GetParam();
-    const bool lossy = c.format != media::RenderFormat::wav;
+    const bool lossy = c.format != media::RenderFormat::wav || c.denoise != media::Denoise::off;
     const QString name
         = u"%1-%2-%3"_s.arg(lossy ? u"noise"_s : u"ramp"_s).arg(c.rate).arg(c.channels);
     const QString source = (lossy ? test::makeNoiseSound : test::makeRampSound)(
@@ -89,7 +98,12 @@ TEST_P(ExactSound, EveryWordAndEveryCueIsWhereTheMapPutsIt)
     EXPECT_EQ(sound.size(), timing::sampleAt(map.duration, 44100));
 
     double worst = 0.0;
-    if (lossy) {
+    if (c.denoise != media::Denoise::off) {
+        const test::Sound denoised = test::decodeSound(
+            render(map.editList, c.format, name + u"-denoised.wav"_s, {}, {{}, c.denoise}), 44100);
+        worst = test::worstLag(denoised, sound, map.editList);
+        EXPECT_EQ(denoised.size(), sound.size());
+    } else if (lossy) {
         const test::Sound coded
             = test::decodeSound(render(map.editList, c.format, name + u"-out.m4a"_s), 44100);
         worst = test::worstLag(coded, sound, map.editList);
@@ -118,7 +132,11 @@ INSTANTIATE_TEST_SUITE_P(RatesAndFormats, ExactSound,
                                            SoundCase {44100, 2, 2000, media::RenderFormat::wav},
                                            SoundCase {96000, 2, 1000, media::RenderFormat::wav},
                                            SoundCase {44100, 1, 1000, media::RenderFormat::wav,
-                                                      0.15}));
+                                                      0.15},
+                                           SoundCase {44100, 2, 1000, media::RenderFormat::wav, 0.0,
+                                                      media::Denoise::strong},
+                                           SoundCase {48000, 1, 500, media::RenderFormat::wav, 0.0,
+                                                      media::Denoise::light}));
 
 class ExactPicture : public ExactExport, public ::testing::WithParamInterface<int>
 {
@@ -195,7 +213,7 @@ TEST_F(ExactExport, BurnedCaptionsShowOnExactlyTheFramesTheirCuesCover)
         {5.95, 6.0, u"完"_s},
     };
     const QString out
-        = render(map.editList, media::RenderFormat::mp4, u"captions.mp4"_s, size, captions);
+        = render(map.editList, media::RenderFormat::mp4, u"captions.mp4"_s, size, {}, nullptr, captions);
     const std::vector<int> bright
         = test::brightPixelsPerFrame(out, QRect(0, 240, size.width(), 120));
     ASSERT_EQ(bright.size(), 180u);
@@ -294,6 +312,134 @@ TEST_F(ExactExport, LevelsFadesAndJoinsFollowEachWord)
         steepest
             = std::max(steepest, double(std::abs(out.left[size_t(n)] - out.left[size_t(n - 1)])));
     EXPECT_LT(steepest, 0.5 * 2 * M_PI * 440 / out.rate * 1.1);
+}
+
+// Cut sounds brought to each target: a quiet one is raised, a loud one lowered, each to
+// within half a unit, with the true peak under -1 dBTP; clicks over a murmur, whose peaks
+// would pass it first, stop at the ceiling instead and say so.
+TEST_F(ExactExport, LoudnessReachesEachTargetWithOneGainUnderTheTruePeakCeiling)
+{
+    const struct
+    {
+        QString name, sound;
+        bool reachable;
+    } sources[]
+        = {{u"quiet"_s, u"0.015*sin(2*PI*440*t)+0.015*sin(2*PI*1000*t)*(0.7+0.3*sin(2*PI*3*t))"_s,
+            true},
+           {u"loud"_s, u"0.45*sin(2*PI*300*t)+0.45*sin(2*PI*2500*t)"_s, true},
+           {u"clicks"_s, u"0.004*sin(2*PI*300*t)+if(lt(mod(t,0.5),0.0005),0.9,0)"_s, false}};
+    const QList<WordBlock> blocks {test::timedWord(0.2, 1.2, 0), test::timedWord(1.5, 2.5, 1),
+                                   test::timedWord(3.0, 4.5, 2), test::timedWord(5.0, 5.8, 3)};
+    for (const auto &source : sources) {
+        const QString path = QDir(s_dir->path()).filePath(source.name + u".wav"_s);
+        test::runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
+                         u"aevalsrc='%1':s=44100:d=6"_s.arg(source.sound), u"-ac"_s, u"2"_s,
+                         u"-c:a"_s, u"pcm_s16le"_s, path});
+        const CompositionPlan map = plan(blocks, path, false);
+        const double plain = test::measureLoudness(render(map.editList, media::RenderFormat::wav,
+                                                          source.name + u"-plain.wav"_s))
+                                 .first;
+        for (const double target : {-14.0, -16.0, -23.0}) {
+            SCOPED_TRACE(QString(source.name + u" at "_s + QString::number(target)).toStdString());
+            std::optional<media::LoudnessReport> report;
+            const QString out
+                = render(map.editList, media::RenderFormat::wav,
+                         u"%1%2.wav"_s.arg(source.name).arg(target), {}, {target, {}}, &report);
+            const auto [loudness, peak] = test::measureLoudness(out);
+            EXPECT_LE(peak, -1.0);
+            ASSERT_TRUE(report);
+            EXPECT_NEAR(report->before, plain, 0.2);
+            EXPECT_NEAR(report->after, loudness, 0.2);
+            EXPECT_NEAR(report->truePeakAfter, peak, 0.3);
+            if (source.reachable) {
+                EXPECT_NEAR(loudness, target, 0.5);
+                EXPECT_FALSE(report->peakLimited);
+            } else {
+                EXPECT_LT(loudness, target - 1.0);
+                EXPECT_TRUE(report->peakLimited);
+                EXPECT_NEAR(peak, -1.0, 0.3);
+            }
+        }
+    }
+    // A stop while the sound is being measured ends the job there, with no file.
+    {
+        const QString longer
+            = test::makeNoiseSound(s_dir->path(), u"long-noise.wav"_s, sourceSeconds, 44100, 2);
+        media::RenderRequest request;
+        request.editList
+            = plan({test::timedWord(0.0, sourceSeconds - 1.0, 0)}, longer, false).editList;
+        request.format = media::RenderFormat::wav;
+        request.sound = {-16.0, media::Denoise::strong};
+        request.outputPath = QDir(s_dir->path()).filePath(u"stopped.wav"_s);
+        media::ffmpeg::FfmpegRenderer renderer;
+        const auto job = renderer.start(request);
+        job->cancel();
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return job->poll() != media::RenderState::running; }, 10'000));
+        EXPECT_EQ(job->poll(), media::RenderState::cancelled);
+        EXPECT_FALSE(job->loudness());
+        EXPECT_FALSE(QFile::exists(request.outputPath));
+    }
+    // The AAC encoder's overshoot still stays under the ceiling.
+    const QString loud = QDir(s_dir->path()).filePath(u"loud.wav"_s);
+    const QString coded = render(plan(blocks, loud, false).editList, media::RenderFormat::m4a,
+                                 u"loud-14.m4a"_s, {}, {-14.0, {}});
+    const auto [loudness, peak] = test::measureLoudness(coded);
+    EXPECT_NEAR(loudness, -14.0, 0.5);
+    EXPECT_LE(peak, -1.0);
+}
+
+// Speech over a steady hiss: the quietest stretches lose at least 6 dB of it, the speech
+// keeps its level, and every word stays where it was to the sample's millisecond.
+TEST_F(ExactExport, DenoisingLowersTheHissAndKeepsTheSpeechInPlace)
+{
+    const QString speech = QDir(s_dir->path()).filePath(u"speech.wav"_s);
+    QProcess espeak;
+    espeak.start(u"espeak-ng"_s,
+                 {u"-w"_s, speech,
+                  u"The quick brown fox jumps over the lazy "
+                  "dog. Then it rests a while, and runs again."_s});
+    ASSERT_TRUE(espeak.waitForFinished(60'000) && espeak.exitCode() == 0);
+    const QString noisy = QDir(s_dir->path()).filePath(u"hiss.wav"_s);
+    test::runFfmpeg({u"-i"_s, speech, u"-f"_s, u"lavfi"_s, u"-i"_s,
+                     u"anoisesrc=d=7:c=white:a=0.02:r=22050:seed=3"_s, u"-filter_complex"_s,
+                     u"[0]apad=whole_dur=7[s];[s][1]amix=inputs=2:normalize=0:duration=first"_s,
+                     u"-c:a"_s, u"pcm_s16le"_s, noisy});
+    const QList<WordBlock> blocks {test::timedWord(0.0, 1.3, 0), test::timedWord(1.6, 2.9, 1),
+                                   test::timedWord(3.1, 4.4, 2), test::timedWord(4.5, 6.9, 3)};
+    const CompositionPlan map = plan(blocks, noisy, false);
+    const auto levels = [](const test::Sound &sound) {
+        const std::int64_t window = sound.rate / 10;
+        double quietest = 1e9, loudest = -1e9;
+        for (std::int64_t from = 0; from + window <= sound.size(); from += window / 2) {
+            const double level = 20
+                * std::log10(rms(sound, sound.left, double(from) / sound.rate,
+                                 double(from + window) / sound.rate));
+            quietest = std::min(quietest, level);
+            loudest = std::max(loudest, level);
+        }
+        return std::pair {quietest, loudest};
+    };
+    const test::Sound plain = test::decodeSound(
+        render(map.editList, media::RenderFormat::wav, u"hiss-plain.wav"_s), 44100);
+    const auto [floorBefore, speechBefore] = levels(plain);
+    double lastFloor = floorBefore;
+    for (const media::Denoise denoise : {media::Denoise::light, media::Denoise::strong}) {
+        SCOPED_TRACE(int(denoise));
+        const test::Sound cleaned
+            = test::decodeSound(render(map.editList, media::RenderFormat::wav,
+                                       u"hiss-%1.wav"_s.arg(int(denoise)), {}, {{}, denoise}),
+                                44100);
+        ASSERT_EQ(cleaned.size(), plain.size());
+        const auto [floorAfter, speechAfter] = levels(cleaned);
+        std::cout << "noise floor " << floorBefore << " dB -> " << floorAfter << " dB, speech "
+                  << speechBefore << " -> " << speechAfter << std::endl;
+        EXPECT_LE(floorAfter, floorBefore - 6.0);
+        EXPECT_LE(floorAfter, lastFloor);
+        EXPECT_GT(speechAfter, speechBefore - 3.0);
+        EXPECT_LT(test::worstLag(cleaned, plain, map.editList), 0.001);
+        lastFloor = floorAfter;
+    }
 }
 
 } // namespace

@@ -12,6 +12,8 @@
 #include "support/transcriptbuilder.h"
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -147,6 +149,8 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     kept.subtitleStyle = SubtitleStyle::words;
     kept.burnSubtitles = true;
     kept.captionSize = CaptionSize::large;
+    kept.loudness = LoudnessTarget::podcast;
+    kept.denoise = NoiseReduction::strong;
     auto unoffered = makeFlow();
     unoffered->setSettings(kept);
     run(*unoffered);
@@ -173,6 +177,21 @@ TEST_F(ExportFlowTest, ValidationStopsAtTheFirstFailureAndTheFolderIsRemembered)
     EXPECT_FALSE(fresh->settings().videoEnabled);
     EXPECT_TRUE(fresh->settings().audioEnabled);
     EXPECT_FALSE(fresh->settings().subtitleEnabled);
+    // A record kept before the sound could be finished leaves it as it is; one naming a
+    // target that is not offered is passed over like a damaged one.
+    QJsonObject older = toJson(kept);
+    older.remove(u"loudness"_s);
+    older.remove(u"denoise"_s);
+    test::writeFile(ExportFlow::choicesPath(*project), QJsonDocument(older).toJson());
+    again->offerChoicesFor(subject);
+    EXPECT_EQ(again->settings().loudness, LoudnessTarget::off);
+    EXPECT_EQ(again->settings().denoise, NoiseReduction::off);
+    EXPECT_EQ(again->settings().codec, VideoCodec::hevc);
+    older.insert(u"loudness"_s, u"-15"_s);
+    test::writeFile(ExportFlow::choicesPath(*project), QJsonDocument(older).toJson());
+    auto unknownTarget = makeFlow();
+    unknownTarget->offerChoicesFor(subject);
+    EXPECT_EQ(unknownTarget->settings().codec, VideoCodec::h264);
     // A damaged record is passed over.
     test::writeFile(ExportFlow::choicesPath(*project), "{\"codec\": 3");
     engine.addMedia(sourcePath, test::FakeMediaEngine::videoWithAudio(10.0));
@@ -231,6 +250,8 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     settings.subtitleEnabled = settings.videoEnabled = true;
     settings.burnSubtitles = true;
     settings.captionSize = CaptionSize::small;
+    settings.loudness = LoudnessTarget::podcast;
+    settings.denoise = NoiseReduction::light;
     flow->setSettings(settings);
     QDir(out(u"成片.srt"_s)).removeRecursively();
     QDir(project->exportsDirectory()).removeRecursively();
@@ -261,7 +282,12 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
         EXPECT_EQ(request.editList.segments.at(0).sourcePath, sourcePath);
         EXPECT_DOUBLE_EQ(request.editList.segments.at(1).compositionStart, 0.5);
         EXPECT_TRUE(request.editList.segments.at(0).audio.muted);
+        // The sound of the movie and of the sound file are finished alike.
+        EXPECT_EQ(request.sound.loudnessTarget, -16.0);
+        EXPECT_EQ(request.sound.denoise, media::Denoise::light);
     }
+    settings.loudness = LoudnessTarget::off;
+    settings.denoise = NoiseReduction::off;
 
     // A stop during the movie keeps the subtitles and sound finished before it and
     // leaves no part of the movie.

@@ -19,6 +19,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRawFont>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtEndian>
@@ -290,6 +291,25 @@ TEST(Render, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
     EXPECT_NEAR(probe(at(u"成片.wav"_s)).duration(), 1.4, 2 * frame);
     EXPECT_TRUE(QFileInfo(at(u"成片.srt"_s)).size() > 0);
 
+    // The movie's sound and the sound file are brought to the loudness chosen, under the
+    // true-peak ceiling, and the summary says how loud the cut was and is. A target that
+    // is not offered is refused before anything is written.
+    const QString leveled
+        = runCli({u"export"_s, project->bundlePath(), u"--out"_s, folder, u"--title"_s, u"响度"_s,
+                  u"--video"_s, u"mp4"_s, u"--audio"_s, u"wav"_s, u"--loudness"_s, u"-16"_s,
+                  u"--denoise"_s, u"light"_s})
+              .first;
+    EXPECT_TRUE(leveled.contains(QRegularExpression(
+        u"响度：-\\d+\\.\\d LUFS → -1[56]\\.\\d LUFS，真峰值 -\\d+\\.\\d dBTP"_s)))
+        << leveled.toStdString();
+    for (const QString &name : {u"响度.mp4"_s, u"响度.wav"_s}) {
+        const auto [loudness, peak] = test::measureLoudness(at(name));
+        EXPECT_NEAR(loudness, -16.0, 0.5) << name.toStdString();
+        EXPECT_LE(peak, -1.0) << name.toStdString();
+    }
+    EXPECT_TRUE(exportCli({u"--loudness"_s, u"-15"_s}, 2).contains(u"--loudness"_s));
+    EXPECT_TRUE(exportCli({u"--denoise"_s, u"max"_s}, 2).contains(u"--denoise"_s));
+
     // Phrase cues (the default) in WebVTT and the hand-off list: the two touching words are
     // one event and the third word another, but a word alone after the pause is no cue of
     // its own while the phrase before has room for it.
@@ -341,8 +361,8 @@ TEST(Render, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
     // Nothing but the finished files is left beside them.
     QStringList files = QDir(folder).entryList(QDir::Files | QDir::Hidden);
     files.sort();
-    QStringList finished {u"成片.mov"_s, u"成片.wav"_s, u"成片.srt"_s, u"交接.vtt"_s,
-                          u"交接.edl"_s, u"访谈.m4a"_s, u"访谈.mp4"_s};
+    QStringList finished {u"成片.mov"_s, u"成片.wav"_s, u"成片.srt"_s, u"交接.vtt"_s, u"交接.edl"_s,
+                          u"访谈.m4a"_s, u"访谈.mp4"_s, u"响度.mp4"_s, u"响度.wav"_s};
     finished.sort();
     EXPECT_EQ(files, finished);
 }

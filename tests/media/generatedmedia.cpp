@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -90,6 +91,23 @@ QString makeNotMedia(const QString &dir, const QString &name)
     EXPECT_TRUE(file.open(QIODevice::WriteOnly));
     file.write("these are not the frames you are looking for\n");
     return path;
+}
+
+std::pair<double, double> measureLoudness(const QString &path)
+{
+    QProcess ffmpeg;
+    ffmpeg.start(u"ffmpeg"_s,
+                 {u"-hide_banner"_s, u"-nostats"_s, u"-i"_s, path, u"-af"_s, u"ebur128=peak=true"_s,
+                  u"-f"_s, u"null"_s, u"-"_s});
+    EXPECT_TRUE(ffmpeg.waitForFinished(120'000));
+    const QString summary
+        = QString::fromUtf8(ffmpeg.readAllStandardError()).section(u"Summary:"_s, -1);
+    const auto value = [&](const QString &pattern) {
+        const QRegularExpressionMatch m = QRegularExpression(pattern).match(summary);
+        EXPECT_TRUE(m.hasMatch()) << qPrintable(pattern) << qPrintable(summary);
+        return m.captured(1).toDouble();
+    };
+    return {value(uR"(I:\s+(-?[\d.]+) LUFS)"_s), value(uR"(Peak:\s+(-?[\d.]+) dBFS)"_s)};
 }
 
 } // namespace kavel::test

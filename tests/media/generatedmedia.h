@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <utility>
 
 // Small media files made with ffmpeg for the integration tests, a few seconds long and
 // tiny in size so whole test programs stay fast.
@@ -20,5 +21,9 @@ QString makeRotatedVideo(const QString &dir, const QString &name, double seconds
 // The first half of a valid MP4's bytes.
 QString makeTruncated(const QString &dir, const QString &name, const QString &from);
 QString makeNotMedia(const QString &dir, const QString &name);
+
+// Integrated loudness (LUFS) and true peak (dBTP) of a file's sound as the ffmpeg program's
+// own meter gives them: a measurement independent of the export's.
+std::pair<double, double> measureLoudness(const QString &path);
 
 } // namespace kavel::test

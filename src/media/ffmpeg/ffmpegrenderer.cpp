@@ -1,7 +1,7 @@
 #include "ffmpegrenderer.h"
 
 #include "captionburner.h"
-#include "editaudio.h"
+#include "masteredaudio.h"
 #include "outputfile.h"
 #include "picturefeed.h"
 
@@ -60,6 +60,11 @@ public:
         return m_error;
     }
     void cancel() override { m_cancelled = true; }
+    std::optional<LoudnessReport> loudness() const override
+    {
+        std::lock_guard lock(m_errorMutex);
+        return m_loudness;
+    }
 
 private:
     void run()
@@ -97,9 +102,39 @@ private:
             throw Cancelled {};
     }
 
+    // The share of the progress bar the sound's measuring takes, when it is measured.
+    static constexpr double preparingShare = 0.2;
+
+    // Measures what the sound's finish needs before anything is written.
+    double prepare(MasteredAudio &audio)
+    {
+        if (!audio.needsPreparing())
+            return 0.0;
+        audio.prepare([this](double done) {
+            checkCancelled();
+            m_progress = done * preparingShare;
+        });
+        return preparingShare;
+    }
+
+    void keepReport(const MasteredAudio &audio)
+    {
+        std::lock_guard lock(m_errorMutex);
+        m_loudness = audio.report();
+    }
+
+    // Lossy encoders overshoot the peaks they are given by a few tenths of a decibel;
+    // what they write must still stay under -1 dBTP.
+    static double peakCeiling(RenderFormat format)
+    {
+        return format == RenderFormat::wav ? -1.0 : -1.5;
+    }
+
     void renderSound()
     {
-        EditAudio audio(m_request.editList, FfmpegRenderer::audioSampleRate);
+        MasteredAudio audio(m_request.editList, FfmpegRenderer::audioSampleRate, m_request.sound,
+                            peakCeiling(m_request.format));
+        const double start = prepare(audio);
         OutputFile file(m_request.outputPath, m_request.format, audio.rate());
         std::vector<float> left(audioBlock), right(audioBlock);
         const double total = std::max<double>(double(audio.totalSamples()), 1.0);
@@ -107,9 +142,10 @@ private:
             checkCancelled();
             const std::int64_t n = audio.render(left.data(), right.data(), audioBlock);
             file.writeAudio(left.data(), right.data(), n);
-            m_progress = std::min(double(audio.position()) / total, 0.99);
+            m_progress = std::min(start + (1.0 - start) * double(audio.position()) / total, 0.99);
         }
         file.finish();
+        keepReport(audio);
     }
 
     void renderMovie()
@@ -118,7 +154,9 @@ private:
         const QSize size(m_request.frameSize.width() & ~1, m_request.frameSize.height() & ~1);
         PictureFeed pictures(edit, size, AV_PIX_FMT_YUV420P);
         const timing::Rate rate = pictures.rate();
-        EditAudio audio(edit, FfmpegRenderer::movieSampleRate);
+        MasteredAudio audio(edit, FfmpegRenderer::movieSampleRate, m_request.sound,
+                            peakCeiling(m_request.format));
+        const double start = prepare(audio);
         OutputFile file(m_request.outputPath, m_request.format, audio.rate(),
                         {m_request.videoEncoding, size, rate});
         CaptionBurner captions(m_request.captions, m_request.captionHeight, size, rate);
@@ -140,9 +178,10 @@ private:
             right.resize(size_t(n));
             audio.render(left.data(), right.data(), n);
             file.writeAudio(left.data(), right.data(), n);
-            m_progress = std::min(double(k + 1) / double(frames), 0.99);
+            m_progress = std::min(start + (1.0 - start) * double(k + 1) / double(frames), 0.99);
         }
         file.finish();
+        keepReport(audio);
     }
 
     RenderRequest m_request;
@@ -151,6 +190,7 @@ private:
     std::atomic<bool> m_cancelled {false};
     mutable std::mutex m_errorMutex;
     QString m_error;
+    std::optional<LoudnessReport> m_loudness;
     // Last: it starts running once everything above exists.
     std::thread m_thread;
 };

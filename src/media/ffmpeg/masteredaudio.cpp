@@ -1,0 +1,254 @@
+#include "masteredaudio.h"
+
+extern "C" {
+#include <libavutil/dict.h>
+}
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace kavel::media::ffmpeg {
+
+namespace {
+
+constexpr std::int64_t block = 8192;
+
+double toDecibels(double amplitude)
+{
+    return amplitude > 0.0 ? 20.0 * std::log10(amplitude) : -144.0;
+}
+
+// Below this the gated loudness of EBU R128 has nothing to measure: digital silence.
+constexpr double silentLoudness = -69.0;
+
+} // namespace
+
+// EBU R128 by FFmpeg's own meter: integrated loudness and true peak of what is added.
+class MasteredAudio::Meter
+{
+public:
+    explicit Meter(int rate)
+        : m_chain(rate, u"ebur128=peak=true:metadata=1"_s)
+    { }
+
+    void add(const float *left, const float *right, std::int64_t count)
+    {
+        m_chain.push(left, right, count);
+        drain();
+    }
+
+    Loudness finish()
+    {
+        m_chain.finish();
+        drain();
+        return {m_integrated, toDecibels(m_peak)};
+    }
+
+private:
+    void drain()
+    {
+        m_chain.pull(m_scratchLeft, m_scratchRight, [this](const AVDictionary *metadata) {
+            // Every frame carries the loudness integrated so far; the last one's is the
+            // whole result's.
+            if (const AVDictionaryEntry *e = av_dict_get(metadata, "lavfi.r128.I", nullptr, 0))
+                m_integrated = std::atof(e->value);
+            for (const char *key : {"lavfi.r128.true_peaks_ch0", "lavfi.r128.true_peaks_ch1"})
+                if (const AVDictionaryEntry *e = av_dict_get(metadata, key, nullptr, 0))
+                    m_peak = std::max(m_peak, std::atof(e->value));
+        });
+        m_scratchLeft.clear();
+        m_scratchRight.clear();
+    }
+
+    FilterChain m_chain;
+    double m_integrated = -70.0;
+    double m_peak = 0.0;
+    std::vector<float> m_scratchLeft, m_scratchRight;
+};
+
+MasteredAudio::MasteredAudio(EditList editList, int rate, SoundFinish finish,
+                             double truePeakCeiling)
+    : m_editList(std::move(editList))
+    , m_rate(rate)
+    , m_finish(finish)
+    , m_ceiling(truePeakCeiling)
+    , m_total(timing::sampleAt(m_editList.duration(), rate))
+    , m_audio(m_editList, rate)
+{
+    if (m_finish.loudnessTarget)
+        m_after = std::make_unique<Meter>(rate);
+}
+
+MasteredAudio::~MasteredAudio() = default;
+
+bool MasteredAudio::needsPreparing() const
+{
+    return m_finish.loudnessTarget || m_finish.denoise != Denoise::off;
+}
+
+double MasteredAudio::noiseFloor(EditAudio &audio, const std::function<void(double)> &progress)
+{
+    const std::int64_t window = audio.rate() / 10;
+    std::vector<float> left(static_cast<size_t>(window)), right(static_cast<size_t>(window));
+    std::vector<double> levels;
+    const double total = std::max<double>(double(audio.totalSamples()), 1.0);
+    audio.seek(0);
+    while (audio.position() + window <= audio.totalSamples()) {
+        audio.render(left.data(), right.data(), window);
+        double sum = 0.0;
+        for (std::int64_t i = 0; i < window; ++i) {
+            const double mid = 0.5 * (double(left[size_t(i)]) + double(right[size_t(i)]));
+            sum += mid * mid;
+        }
+        const double level = toDecibels(std::sqrt(sum / double(window)));
+        // Muted words and cut-out silence say nothing about the hiss under the speech.
+        if (level > -100.0)
+            levels.push_back(level);
+        if (progress)
+            progress(double(audio.position()) / total);
+    }
+    if (levels.empty())
+        return -144.0;
+    const auto tenth = levels.begin() + qsizetype(levels.size() / 10);
+    std::nth_element(levels.begin(), tenth, levels.end());
+    return *tenth;
+}
+
+QString MasteredAudio::denoiseChain() const
+{
+    // The FFT denoiser removes what lies under its noise level and leaves what stands
+    // above it; set just above the measured floor it takes the hiss between words and
+    // leaves the voice.
+    const double level = std::clamp(m_noiseFloor + 4.0, -80.0, -20.0);
+    const int reduction = m_finish.denoise == Denoise::strong ? 24 : 12;
+    return u"afftdn=nr=%1:nf=%2"_s.arg(reduction).arg(level, 0, 'f', 1);
+}
+
+MasteredAudio::Loudness MasteredAudio::measure(const std::function<void(double)> &progress)
+{
+    // The same path as the output takes, gain aside, on a second reading of the edit.
+    MasteredAudio plain(m_editList, m_rate, {std::nullopt, m_finish.denoise}, m_ceiling);
+    plain.m_noiseFloor = m_noiseFloor;
+    if (m_finish.denoise != Denoise::off) {
+        plain.m_denoiser = std::make_unique<FilterChain>(m_rate, denoiseChain());
+        plain.m_toDrop = measureDelay(m_rate, denoiseChain());
+    }
+    Meter meter(m_rate);
+    std::vector<float> left(block), right(block);
+    const double total = std::max<double>(double(m_total), 1.0);
+    while (plain.position() < plain.totalSamples()) {
+        const std::int64_t n = plain.render(left.data(), right.data(), block);
+        meter.add(left.data(), right.data(), n);
+        if (progress)
+            progress(double(plain.position()) / total);
+    }
+    return meter.finish();
+}
+
+void MasteredAudio::prepare(const std::function<void(double)> &progress)
+{
+    const bool denoise = m_finish.denoise != Denoise::off;
+    const bool level = m_finish.loudnessTarget.has_value();
+    const double floorShare = denoise ? (level ? 0.3 : 1.0) : 0.0;
+    if (denoise) {
+        EditAudio reading(m_editList, m_rate);
+        m_noiseFloor = noiseFloor(reading, [&](double done) {
+            if (progress)
+                progress(done * floorShare);
+        });
+        m_denoiser = std::make_unique<FilterChain>(m_rate, denoiseChain());
+        m_toDrop = measureDelay(m_rate, denoiseChain());
+    }
+    if (level) {
+        const Loudness before = measure([&](double done) {
+            if (progress)
+                progress(floorShare + done * (1.0 - floorShare));
+        });
+        m_before = before;
+        double gain = 0.0;
+        if (before.integrated > silentLoudness) {
+            gain = *m_finish.loudnessTarget - before.integrated;
+            if (before.truePeak + gain > m_ceiling) {
+                gain = m_ceiling - before.truePeak;
+                m_peakLimited = true;
+            }
+        }
+        m_gain = float(std::pow(10.0, gain / 20.0));
+    }
+}
+
+void MasteredAudio::fill(std::int64_t count)
+{
+    std::vector<float> left(block), right(block);
+    while (std::int64_t(m_readyLeft.size() - m_readyFrom) < count && !m_fedAll) {
+        const std::int64_t n = std::min(block, m_audio.totalSamples() - m_audio.position());
+        if (n > 0) {
+            m_audio.render(left.data(), right.data(), n);
+            m_denoiser->push(left.data(), right.data(), n);
+        } else {
+            // The last samples are still inside the filter: push its delay's worth of
+            // silence after them and let it go.
+            std::fill(left.begin(), left.end(), 0.0f);
+            std::fill(right.begin(), right.end(), 0.0f);
+            for (std::int64_t pad = m_toDrop + block; pad > 0; pad -= block)
+                m_denoiser->push(left.data(), right.data(), std::min(pad, block));
+            m_denoiser->finish();
+            m_fedAll = true;
+        }
+        m_denoiser->pull(m_readyLeft, m_readyRight);
+        if (m_toDrop > 0) {
+            const auto drop
+                = std::min<std::int64_t>(m_toDrop, std::int64_t(m_readyLeft.size() - m_readyFrom));
+            m_readyFrom += size_t(drop);
+            m_toDrop -= drop;
+        }
+    }
+}
+
+std::int64_t MasteredAudio::render(float *left, float *right, std::int64_t count)
+{
+    count = std::min(count, m_total - m_position);
+    if (count <= 0)
+        return 0;
+    if (!m_denoiser) {
+        m_audio.render(left, right, count);
+    } else {
+        fill(count);
+        const auto ready
+            = std::min<std::int64_t>(count, std::int64_t(m_readyLeft.size() - m_readyFrom));
+        std::copy_n(m_readyLeft.begin() + qsizetype(m_readyFrom), ready, left);
+        std::copy_n(m_readyRight.begin() + qsizetype(m_readyFrom), ready, right);
+        // A filter that kept back more than it said: the end is silence rather than short.
+        std::fill(left + ready, left + count, 0.0f);
+        std::fill(right + ready, right + count, 0.0f);
+        m_readyFrom += size_t(ready);
+        if (m_readyFrom > m_readyLeft.size() / 2) {
+            m_readyLeft.erase(m_readyLeft.begin(), m_readyLeft.begin() + qsizetype(m_readyFrom));
+            m_readyRight.erase(m_readyRight.begin(), m_readyRight.begin() + qsizetype(m_readyFrom));
+            m_readyFrom = 0;
+        }
+    }
+    if (m_gain != 1.0f) {
+        std::transform(left, left + count, left, [this](float v) { return v * m_gain; });
+        std::transform(right, right + count, right, [this](float v) { return v * m_gain; });
+    }
+    if (m_after) {
+        m_after->add(left, right, count);
+        if (m_position + count == m_total)
+            m_afterResult = m_after->finish();
+    }
+    m_position += count;
+    return count;
+}
+
+std::optional<LoudnessReport> MasteredAudio::report() const
+{
+    if (!m_before || !m_afterResult)
+        return std::nullopt;
+    return LoudnessReport {m_before->integrated, m_before->truePeak, m_afterResult->integrated,
+                           m_afterResult->truePeak, m_peakLimited};
+}
+
+} // namespace kavel::media::ffmpeg

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "editaudio.h"
+#include "filterchain.h"
+#include "media/renderer.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace kavel::media::ffmpeg {
+
+// The edited sound as it is written: EditAudio's samples, with steady hiss taken out and
+// one gain for the whole result that brings it to a loudness target. Sample n of the result
+// is still the sound the composition map puts at n / rate: the denoiser's delay is taken
+// back and the length is unchanged.
+//
+// The gain needs the whole result measured before the first sample is written, so a
+// finish that asks for it reads the edit more than once (prepare()). The gain is limited
+// rather than the peaks squashed: one gain keeps the speaker's own dynamics and cannot
+// distort, and a recording whose peaks stand far above its loudness stays under the
+// target, which the report says.
+class MasteredAudio
+{
+public:
+    // `truePeakCeiling` in dBTP: where the gain stops.
+    MasteredAudio(EditList editList, int rate, SoundFinish finish, double truePeakCeiling = -1.0);
+    ~MasteredAudio();
+
+    // Measures what the finish needs. `progress` is told how far it got (0 to 1) and may
+    // throw to stop it. Throws MediaError.
+    void prepare(const std::function<void(double)> &progress);
+    // Whether prepare() has work to do.
+    bool needsPreparing() const;
+
+    int rate() const { return m_rate; }
+    std::int64_t totalSamples() const { return m_total; }
+    std::int64_t position() const { return m_position; }
+    // The next `count` samples (fewer at the end); returns how many. Throws MediaError.
+    std::int64_t render(float *left, float *right, std::int64_t count);
+
+    // Before and after, once every sample has been rendered; none without a target.
+    std::optional<LoudnessReport> report() const;
+
+    // The quietest stretches' level (dBFS of 100 ms windows, the tenth percentile of those
+    // that are not digital silence); what the denoiser takes as the hiss to remove.
+    static double noiseFloor(EditAudio &audio, const std::function<void(double)> &progress);
+
+private:
+    struct Loudness
+    {
+        double integrated = -70.0;
+        double truePeak = -144.0;
+    };
+    class Meter;
+    // Runs the whole edit through the denoiser (if any) and the meter.
+    Loudness measure(const std::function<void(double)> &progress);
+    QString denoiseChain() const;
+    // Fills the denoised output queue until `count` samples are ready or nothing is left.
+    void fill(std::int64_t count);
+
+    EditList m_editList;
+    int m_rate;
+    SoundFinish m_finish;
+    double m_ceiling;
+    std::int64_t m_total;
+    std::int64_t m_position = 0;
+    EditAudio m_audio;
+    double m_noiseFloor = -60.0;
+    float m_gain = 1.0f;
+    std::optional<Loudness> m_before;
+    bool m_peakLimited = false;
+    std::unique_ptr<Meter> m_after;
+    std::optional<Loudness> m_afterResult;
+
+    // The denoiser on the way out: its output, its delay still to drop, and whether the
+    // edit has been fed to the end.
+    std::unique_ptr<FilterChain> m_denoiser;
+    std::int64_t m_toDrop = 0;
+    bool m_fedAll = false;
+    std::vector<float> m_readyLeft, m_readyRight;
+    size_t m_readyFrom = 0;
+};
+
+} // namespace kavel::media::ffmpeg
