@@ -461,6 +461,22 @@
         <source>字幕文字的大小，随画面高度缩放</source>
         <translation>Size of the subtitle text, scaled with the picture height</translation>
     </message>
+    <message>
+        <source>按 EBU R128 测量剪辑后的声音，整体用同一个增益调到目标响度，真峰值不超过 -1 dBTP</source>
+        <translation>Measures the edited sound by EBU R128 and brings it to the target loudness with one gain for the whole, the true peak at most -1 dBTP</translation>
+    </message>
+    <message>
+        <source>去除持续的底噪（嘶声），不移动任何声音的时间</source>
+        <translation>Takes out steady background hiss without moving any sound in time</translation>
+    </message>
+    <message>
+        <source>响度标准化</source>
+        <translation>Loudness</translation>
+    </message>
+    <message>
+        <source>降噪</source>
+        <translation>Noise reduction</translation>
+    </message>
 </context>
 <context>
     <name>kavel::app::FullscreenVideoWindow</name>
@@ -1267,6 +1283,38 @@ The damaged transcript was backed up to:
         <source>导出失败</source>
         <translation>Export failed</translation>
     </message>
+    <message>
+        <source>关</source>
+        <translation>Off</translation>
+    </message>
+    <message>
+        <source>-14 LUFS（视频平台）</source>
+        <translation>-14 LUFS (video platforms)</translation>
+    </message>
+    <message>
+        <source>-16 LUFS（播客）</source>
+        <translation>-16 LUFS (podcasts)</translation>
+    </message>
+    <message>
+        <source>-23 LUFS（广播）</source>
+        <translation>-23 LUFS (broadcast)</translation>
+    </message>
+    <message>
+        <source>轻</source>
+        <translation>Light</translation>
+    </message>
+    <message>
+        <source>强</source>
+        <translation>Strong</translation>
+    </message>
+    <message>
+        <source>响度：%1 LUFS → %2 LUFS，真峰值 %3 dBTP</source>
+        <translation>Loudness: %1 LUFS → %2 LUFS, true peak %3 dBTP</translation>
+    </message>
+    <message>
+        <source>（峰值已到上限，未能再提高）</source>
+        <translation> (the peaks reached their ceiling; it could not be raised further)</translation>
+    </message>
 </context>
 <context>
     <name>kavel::media</name>
@@ -1377,6 +1425,10 @@ The damaged transcript was backed up to:
     <message>
         <source>无法绘制字幕：不支持的画面格式</source>
         <translation>Cannot draw subtitles: unsupported picture format</translation>
+    </message>
+    <message>
+        <source>无法处理声音</source>
+        <translation>Cannot process the sound</translation>
     </message>
 </context>
 <context>

@@ -200,9 +200,9 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     });
     for (QCheckBox *box : {m_video, m_audio, m_subtitles, m_interchange, m_burnIn})
         connect(box, &QCheckBox::toggled, this, &ExportDialog::applyControls);
-    for (QComboBox *box : {m_videoFormat, m_resolution, m_codec, m_audioFormat, m_subtitleFormat,
-                           m_subtitleStyle, m_interchangeFormat, m_captionSize, m_loudness,
-                           m_denoise})
+    for (QComboBox *box :
+         {m_videoFormat, m_resolution, m_codec, m_audioFormat, m_subtitleFormat, m_subtitleStyle,
+          m_interchangeFormat, m_captionSize, m_loudness, m_denoise})
         connect(box, &QComboBox::activated, this, &ExportDialog::applyControls);
     connect(m_title, &QLineEdit::textEdited, this, &ExportDialog::applyControls);
     connect(&flow, &ExportFlow::settingsChanged, this, &ExportDialog::showSettings);

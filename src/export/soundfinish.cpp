@@ -31,11 +31,6 @@ constexpr DenoiseCase denoiseCases[] = {{NoiseReduction::off, u"off"},
                                         {NoiseReduction::light, u"light"},
                                         {NoiseReduction::strong, u"strong"}};
 
-QString tr(const char *text)
-{
-    return QCoreApplication::translate("SoundFinish", text);
-}
-
 } // namespace
 
 QString toRawValue(LoudnessTarget value)
@@ -74,13 +69,13 @@ QString label(LoudnessTarget value)
 {
     switch (value) {
     case LoudnessTarget::off:
-        return tr("关");
+        return QCoreApplication::translate("kavel::export", "关");
     case LoudnessTarget::platform:
-        return tr("-14 LUFS（视频平台）");
+        return QCoreApplication::translate("kavel::export", "-14 LUFS（视频平台）");
     case LoudnessTarget::podcast:
-        return tr("-16 LUFS（播客）");
+        return QCoreApplication::translate("kavel::export", "-16 LUFS（播客）");
     case LoudnessTarget::broadcast:
-        return tr("-23 LUFS（广播）");
+        return QCoreApplication::translate("kavel::export", "-23 LUFS（广播）");
     }
     return {};
 }
@@ -89,11 +84,11 @@ QString label(NoiseReduction value)
 {
     switch (value) {
     case NoiseReduction::off:
-        return tr("关");
+        return QCoreApplication::translate("kavel::export", "关");
     case NoiseReduction::light:
-        return tr("轻");
+        return QCoreApplication::translate("kavel::export", "轻");
     case NoiseReduction::strong:
-        return tr("强");
+        return QCoreApplication::translate("kavel::export", "强");
     }
     return {};
 }
@@ -136,10 +131,10 @@ QString loudnessSummary(const media::LoudnessReport &report)
 {
     const auto number = [](double value) { return QString::number(value, 'f', 1); };
     QString text
-        = tr("响度：%1 LUFS → %2 LUFS，真峰值 %3 dBTP")
+        = QCoreApplication::translate("kavel::export", "响度：%1 LUFS → %2 LUFS，真峰值 %3 dBTP")
               .arg(number(report.before), number(report.after), number(report.truePeakAfter));
     if (report.peakLimited)
-        text += tr("（峰值已到上限，未能再提高）");
+        text += QCoreApplication::translate("kavel::export", "（峰值已到上限，未能再提高）");
     return text;
 }
 

@@ -212,8 +212,8 @@ TEST_F(ExactExport, BurnedCaptionsShowOnExactlyTheFramesTheirCuesCover)
         // Over the last frame's start only.
         {5.95, 6.0, u"完"_s},
     };
-    const QString out
-        = render(map.editList, media::RenderFormat::mp4, u"captions.mp4"_s, size, {}, nullptr, captions);
+    const QString out = render(map.editList, media::RenderFormat::mp4, u"captions.mp4"_s, size, {},
+                               nullptr, captions);
     const std::vector<int> bright
         = test::brightPixelsPerFrame(out, QRect(0, 240, size.width(), 120));
     ASSERT_EQ(bright.size(), 180u);

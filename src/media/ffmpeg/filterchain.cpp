@@ -2,6 +2,8 @@
 
 #include "avsupport.h"
 
+#include <QCoreApplication>
+
 extern "C" {
 #include <libavfilter/avfilter.h>
 #include <libavfilter/buffersink.h>
@@ -28,7 +30,8 @@ using InOutPtr = std::unique_ptr<AVFilterInOut, InOutFreer>;
 
 [[noreturn]] void fail(const QString &what, int code)
 {
-    throw MediaError(u"无法处理声音"_s, what + u": "_s + avErrorText(code));
+    throw MediaError(QCoreApplication::translate("kavel::media", "无法处理声音"),
+                     what + u": "_s + avErrorText(code));
 }
 
 // Frames of this many samples go in; the filters cut them as they need.
@@ -41,7 +44,7 @@ FilterChain::FilterChain(int rate, const QString &chain)
     , m_rate(rate)
 {
     if (!m_graph)
-        throw MediaError(u"无法处理声音"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法处理声音"));
     // One thread: the export already keeps the cores busy with pictures.
     m_graph->nb_threads = 1;
     const QByteArray source = u"time_base=1/%1:sample_rate=%1:sample_fmt=fltp:"
@@ -154,7 +157,8 @@ std::int64_t measureDelay(int rate, const QString &chain)
     };
     const std::int64_t in = loudAt(probe), out = loudAt(left);
     if (out >= std::int64_t(left.size()))
-        throw MediaError(u"无法处理声音"_s, chain + u": the probe did not come through"_s);
+        throw MediaError(QCoreApplication::translate("kavel::media", "无法处理声音"),
+                         chain + u": the probe did not come through"_s);
     return std::max<std::int64_t>(out - in, 0);
 }
 
