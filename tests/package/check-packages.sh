@@ -45,7 +45,8 @@ contents)
         [kavel-server]="usr/bin/kavel-server usr/share/man/man1/kavel-server.1.gz
             usr/share/bash-completion/completions/kavel-server
             usr/lib/systemd/system/kavel-server.service etc/kavel-server.conf
-            usr/share/doc/kavel-server/server.md"
+            usr/share/doc/kavel-server/server.md usr/bin/kavel-whisper-bridge
+            usr/share/man/man1/kavel-whisper-bridge.1.gz"
     )
     for package in kavel kavel-cli kavel-server; do
         for file in ${needed[$package]} usr/share/doc/$package/copyright \
@@ -83,7 +84,7 @@ contents)
     mkdir -p "$HOME"
     kavel-cli --help | grep -q '^Usage: kavel-cli' || fail "kavel-cli --help"
     kavel-server --help | grep -q 'kavel-server serve' || fail "kavel-server --help"
-    for page in kavel kavel-cli kavel-server; do
+    for page in kavel kavel-cli kavel-server kavel-whisper-bridge; do
         man -l "$root/usr/share/man/man1/$page.1.gz" 2>/dev/null | grep -q "^NAME" ||
             fail "man $page shows no manual"
     done
