@@ -1245,6 +1245,10 @@ The damaged transcript was backed up to:
         <source>导入媒体</source>
         <translation>importing the media</translation>
     </message>
+    <message>
+        <source>--%1 不接受“%2”这个取值</source>
+        <translation>--%1: unknown value “%2”</translation>
+    </message>
 </context>
 <context>
     <name>kavel::editor</name>

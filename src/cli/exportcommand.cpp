@@ -32,7 +32,8 @@ E choice(const QCommandLineParser &parser, const QCommandLineOption &option,
     const QString value = parser.value(option);
     if (const auto parsed = fromRaw(value))
         return *parsed;
-    throw CommandFailure {u"--"_s + option.names().first() + u": unknown value \""_s + value + u'"',
+    throw CommandFailure {QCoreApplication::translate("kavel::cli", "--%1 不接受“%2”这个取值")
+                              .arg(option.names().first(), value),
                           2};
 }
 
