@@ -23,6 +23,9 @@ double toDecibels(double amplitude)
 // Below this the gated loudness of EBU R128 has nothing to measure: digital silence.
 constexpr double silentLoudness = -69.0;
 
+// The most the limiter may take off the loudest peak (dB).
+constexpr double maxReduction = 12.0;
+
 } // namespace
 
 // EBU R128 by FFmpeg's own meter: integrated loudness and true peak of what is added.
@@ -170,10 +173,18 @@ void MasteredAudio::prepare(const std::function<void(double)> &progress)
         double gain = 0.0;
         if (before.integrated > silentLoudness) {
             gain = *m_finish.loudnessTarget - before.integrated;
-            if (before.truePeak + gain > m_ceiling) {
-                gain = m_ceiling - before.truePeak;
+            // The few peaks the gain lifts over the ceiling are the limiter's. Beyond 12 dB
+            // it would no longer be trimming a click here and there but flattening every
+            // syllable's attack, and holding the speech down for a release after each one;
+            // such a recording (a murmur under loud knocks) stays under its target, and the
+            // report says so, rather than being squashed to reach it.
+            const double reduction = before.truePeak + gain - m_ceiling;
+            if (reduction > maxReduction) {
+                gain -= reduction - maxReduction;
                 m_peakLimited = true;
             }
+            if (reduction > 0.0)
+                m_limiter = std::make_unique<PeakLimiter>(m_rate, m_ceiling);
         }
         m_gain = float(std::pow(10.0, gain / 20.0));
     }
@@ -207,22 +218,20 @@ void MasteredAudio::fill(std::int64_t count)
     }
 }
 
-std::int64_t MasteredAudio::render(float *left, float *right, std::int64_t count)
+void MasteredAudio::renderGained(float *left, float *right, std::int64_t count)
 {
-    count = std::min(count, m_total - m_position);
-    if (count <= 0)
-        return 0;
+    const std::int64_t n = std::min(count, m_total - m_gainedPosition);
     if (!m_denoiser) {
-        m_audio.render(left, right, count);
+        m_audio.render(left, right, n);
     } else {
-        fill(count);
+        fill(n);
         const auto ready
-            = std::min<std::int64_t>(count, std::int64_t(m_readyLeft.size() - m_readyFrom));
+            = std::min<std::int64_t>(n, std::int64_t(m_readyLeft.size() - m_readyFrom));
         std::copy_n(m_readyLeft.begin() + qsizetype(m_readyFrom), ready, left);
         std::copy_n(m_readyRight.begin() + qsizetype(m_readyFrom), ready, right);
         // A filter that kept back more than it said: the end is silence rather than short.
-        std::fill(left + ready, left + count, 0.0f);
-        std::fill(right + ready, right + count, 0.0f);
+        std::fill(left + ready, left + n, 0.0f);
+        std::fill(right + ready, right + n, 0.0f);
         m_readyFrom += size_t(ready);
         if (m_readyFrom > m_readyLeft.size() / 2) {
             m_readyLeft.erase(m_readyLeft.begin(), m_readyLeft.begin() + qsizetype(m_readyFrom));
@@ -231,9 +240,30 @@ std::int64_t MasteredAudio::render(float *left, float *right, std::int64_t count
         }
     }
     if (m_gain != 1.0f) {
-        std::transform(left, left + count, left, [this](float v) { return v * m_gain; });
-        std::transform(right, right + count, right, [this](float v) { return v * m_gain; });
+        std::transform(left, left + n, left, [this](float v) { return v * m_gain; });
+        std::transform(right, right + n, right, [this](float v) { return v * m_gain; });
     }
+    // Past the end, silence lets the limiter's look-ahead run out.
+    std::fill(left + n, left + count, 0.0f);
+    std::fill(right + n, right + count, 0.0f);
+    m_gainedPosition += n;
+}
+
+std::int64_t MasteredAudio::render(float *left, float *right, std::int64_t count)
+{
+    count = std::min(count, m_total - m_position);
+    if (count <= 0)
+        return 0;
+    if (m_limiter && m_position == 0) {
+        // The limiter's first output is as late as its look-ahead: what it gives for the
+        // first samples is dropped, so sample n still leaves as sample n.
+        std::vector<float> l(size_t(m_limiter->latency())), r(l.size());
+        renderGained(l.data(), r.data(), m_limiter->latency());
+        m_limiter->process(l.data(), r.data(), m_limiter->latency());
+    }
+    renderGained(left, right, count);
+    if (m_limiter)
+        m_limiter->process(left, right, count);
     if (m_after) {
         m_after->add(left, right, count);
         if (m_position + count == m_total)
@@ -247,8 +277,12 @@ std::optional<LoudnessReport> MasteredAudio::report() const
 {
     if (!m_before || !m_afterResult)
         return std::nullopt;
+    // Where the loudness lives in the peaks themselves (knocks over near silence), taking
+    // them down takes the loudness with them: that too is a target the peaks kept us from.
+    const bool limitedAway = m_limiter && m_finish.loudnessTarget
+        && m_afterResult->integrated < *m_finish.loudnessTarget - 0.5;
     return LoudnessReport {m_before->integrated, m_before->truePeak, m_afterResult->integrated,
-                           m_afterResult->truePeak, m_peakLimited};
+                           m_afterResult->truePeak, m_peakLimited || limitedAway};
 }
 
 } // namespace kavel::media::ffmpeg

@@ -3,6 +3,7 @@
 #include "editaudio.h"
 #include "filterchain.h"
 #include "media/renderer.h"
+#include "peaklimiter.h"
 
 #include <functional>
 #include <memory>
@@ -17,10 +18,11 @@ namespace kavel::media::ffmpeg {
 // back and the length is unchanged.
 //
 // The gain needs the whole result measured before the first sample is written, so a
-// finish that asks for it reads the edit more than once (prepare()). The gain is limited
-// rather than the peaks squashed: one gain keeps the speaker's own dynamics and cannot
-// distort, and a recording whose peaks stand far above its loudness stays under the
-// target, which the report says.
+// finish that asks for it reads the edit more than once (prepare()). One gain keeps the
+// speaker's own dynamics; the rare peaks it would lift over the true-peak ceiling (a click,
+// a plosive) are taken down by a look-ahead limiter after it, whose delay is taken back
+// too. A recording whose peaks would need more than a light touch stays under the target,
+// which the report says.
 class MasteredAudio
 {
 public:
@@ -59,6 +61,8 @@ private:
     QString denoiseChain() const;
     // Fills the denoised output queue until `count` samples are ready or nothing is left.
     void fill(std::int64_t count);
+    // The next `count` samples after the gain, silence past the end.
+    void renderGained(float *left, float *right, std::int64_t count);
 
     EditList m_editList;
     int m_rate;
@@ -66,11 +70,14 @@ private:
     double m_ceiling;
     std::int64_t m_total;
     std::int64_t m_position = 0;
+    // Ahead of m_position by the limiter's latency once it runs.
+    std::int64_t m_gainedPosition = 0;
     EditAudio m_audio;
     double m_noiseFloor = -60.0;
     float m_gain = 1.0f;
     std::optional<Loudness> m_before;
     bool m_peakLimited = false;
+    std::unique_ptr<PeakLimiter> m_limiter;
     std::unique_ptr<Meter> m_after;
     std::optional<Loudness> m_afterResult;
 
