@@ -466,16 +466,16 @@
         <translation>Measures the edited sound by EBU R128 and brings it to the target loudness with one gain for the whole, the true peak at most -1 dBTP</translation>
     </message>
     <message>
-        <source>去除持续的底噪（嘶声），不移动任何声音的时间</source>
-        <translation>Takes out steady background hiss without moving any sound in time</translation>
-    </message>
-    <message>
         <source>响度标准化</source>
         <translation>Loudness</translation>
     </message>
     <message>
         <source>降噪</source>
         <translation>Noise reduction</translation>
+    </message>
+    <message>
+        <source>去除持续的底噪（嘶声、电源嗡声），不移动任何声音的时间</source>
+        <translation>Takes out steady background hiss and mains hum without moving any sound in time</translation>
     </message>
 </context>
 <context>

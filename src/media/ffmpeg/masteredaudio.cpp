@@ -1,5 +1,7 @@
 #include "masteredaudio.h"
 
+#include <QStringList>
+
 extern "C" {
 #include <libavutil/dict.h>
 }
@@ -91,32 +93,44 @@ bool MasteredAudio::needsPreparing() const
     return m_finish.loudnessTarget || m_finish.denoise != Denoise::off;
 }
 
-double MasteredAudio::noiseFloor(EditAudio &audio, const std::function<void(double)> &progress)
+SoundSurvey MasteredAudio::survey(const QString &chain,
+                                  const std::function<void(double)> &progress) const
 {
-    const std::int64_t window = audio.rate() / 10;
-    std::vector<float> left(static_cast<size_t>(window)), right(static_cast<size_t>(window));
-    std::vector<double> levels;
+    EditAudio audio(m_editList, m_rate);
+    std::optional<FilterChain> filters;
+    if (!chain.isEmpty())
+        filters.emplace(m_rate, chain);
+    SoundSurvey survey(m_rate);
+    std::vector<float> left(block), right(block), outLeft, outRight;
     const double total = std::max<double>(double(audio.totalSamples()), 1.0);
-    audio.seek(0);
-    while (audio.position() + window <= audio.totalSamples()) {
-        audio.render(left.data(), right.data(), window);
-        double sum = 0.0;
-        for (std::int64_t i = 0; i < window; ++i) {
-            const double mid = 0.5 * (double(left[size_t(i)]) + double(right[size_t(i)]));
-            sum += mid * mid;
+    while (audio.position() < audio.totalSamples()) {
+        const std::int64_t n = audio.render(left.data(), right.data(), block);
+        if (filters) {
+            filters->push(left.data(), right.data(), n);
+            if (audio.position() == audio.totalSamples())
+                filters->finish();
+            filters->pull(outLeft, outRight);
+            survey.add(outLeft.data(), outRight.data(), std::int64_t(outLeft.size()));
+            outLeft.clear();
+            outRight.clear();
+        } else {
+            survey.add(left.data(), right.data(), n);
         }
-        const double level = toDecibels(std::sqrt(sum / double(window)));
-        // Muted words and cut-out silence say nothing about the hiss under the speech.
-        if (level > -100.0)
-            levels.push_back(level);
         if (progress)
             progress(double(audio.position()) / total);
     }
-    if (levels.empty())
-        return -144.0;
-    const auto tenth = levels.begin() + qsizetype(levels.size() / 10);
-    std::nth_element(levels.begin(), tenth, levels.end());
-    return *tenth;
+    return survey;
+}
+
+QString MasteredAudio::notchChain() const
+{
+    // Narrow enough to leave a voice's own harmonics that pass close by, wide enough for
+    // the mains' slow drift of a tenth of a hertz.
+    QStringList notches;
+    if (m_hum)
+        for (const double frequency : m_hum->frequencies)
+            notches.append(u"bandreject=f=%1:width_type=h:width=4"_s.arg(frequency));
+    return notches.join(u',');
 }
 
 QString MasteredAudio::denoiseChain() const
@@ -126,7 +140,9 @@ QString MasteredAudio::denoiseChain() const
     // leaves the voice.
     const double level = std::clamp(m_noiseFloor + 4.0, -80.0, -20.0);
     const int reduction = m_finish.denoise == Denoise::strong ? 24 : 12;
-    return u"afftdn=nr=%1:nf=%2"_s.arg(reduction).arg(level, 0, 'f', 1);
+    const QString notches = notchChain();
+    return (notches.isEmpty() ? QString() : notches + u',')
+        + u"afftdn=nr=%1:nf=%2"_s.arg(reduction).arg(level, 0, 'f', 1);
 }
 
 MasteredAudio::Loudness MasteredAudio::measure(const std::function<void(double)> &progress)
@@ -156,11 +172,17 @@ void MasteredAudio::prepare(const std::function<void(double)> &progress)
     const bool level = m_finish.loudnessTarget.has_value();
     const double floorShare = denoise ? (level ? 0.3 : 1.0) : 0.0;
     if (denoise) {
-        EditAudio reading(m_editList, m_rate);
-        m_noiseFloor = noiseFloor(reading, [&](double done) {
-            if (progress)
-                progress(done * floorShare);
-        });
+        const auto part = [&](double from, double to) {
+            return [&progress, from, to, floorShare](double done) {
+                if (progress)
+                    progress((from + done * (to - from)) * floorShare);
+            };
+        };
+        const SoundSurvey plain = survey({}, part(0.0, 0.5));
+        m_hum = plain.hum();
+        // Taken out first, the hum no longer counts as the hiss under the speech.
+        m_noiseFloor
+            = m_hum ? survey(notchChain(), part(0.5, 1.0)).noiseFloor() : plain.noiseFloor();
         m_denoiser = std::make_unique<FilterChain>(m_rate, denoiseChain());
         m_toDrop = measureDelay(m_rate, denoiseChain());
     }

@@ -4,6 +4,7 @@
 #include "filterchain.h"
 #include "media/renderer.h"
 #include "peaklimiter.h"
+#include "soundsurvey.h"
 
 #include <functional>
 #include <memory>
@@ -12,7 +13,7 @@
 
 namespace kavel::media::ffmpeg {
 
-// The edited sound as it is written: EditAudio's samples, with steady hiss taken out and
+// The edited sound as it is written: EditAudio's samples, with steady hiss and hum taken out and
 // one gain for the whole result that brings it to a loudness target. Sample n of the result
 // is still the sound the composition map puts at n / rate: the denoiser's delay is taken
 // back and the length is unchanged.
@@ -45,10 +46,6 @@ public:
     // Before and after, once every sample has been rendered; none without a target.
     std::optional<LoudnessReport> report() const;
 
-    // The quietest stretches' level (dBFS of 100 ms windows, the tenth percentile of those
-    // that are not digital silence); what the denoiser takes as the hiss to remove.
-    static double noiseFloor(EditAudio &audio, const std::function<void(double)> &progress);
-
 private:
     struct Loudness
     {
@@ -58,7 +55,11 @@ private:
     class Meter;
     // Runs the whole edit through the denoiser (if any) and the meter.
     Loudness measure(const std::function<void(double)> &progress);
+    // Reads the whole edit, through `chain` when one is given, into a survey.
+    SoundSurvey survey(const QString &chain, const std::function<void(double)> &progress) const;
+    // Notches at the hum's frequencies, if any, then the FFT denoiser.
     QString denoiseChain() const;
+    QString notchChain() const;
     // Fills the denoised output queue until `count` samples are ready or nothing is left.
     void fill(std::int64_t count);
     // The next `count` samples after the gain, silence past the end.
@@ -74,6 +75,7 @@ private:
     std::int64_t m_gainedPosition = 0;
     EditAudio m_audio;
     double m_noiseFloor = -60.0;
+    std::optional<SoundSurvey::Hum> m_hum;
     float m_gain = 1.0f;
     std::optional<Loudness> m_before;
     bool m_peakLimited = false;
