@@ -39,24 +39,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
-test::writeFile(clip, QByteArray(1000, 'd'));
-makeGuidePlayer = [this, clip](VideoSurface &surface) {
-    ++guidePlayersMade;
-    guideFramesGoTo = &surface;
-    return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
-};
-makeWindow();
-}
-
-GuidePage *showGuide()
-{
-    main->sidebarButton(NavigationItem::guide)->click();
-    return qobject_cast<GuidePage *>(main->currentScreen());
-}
-}
-;
-
 TEST_F(MainWindowTest, SignedOutImportAsksForASignInAndOpenTakesABundleOrExplainsWhyNot)
 {
     // A project that cannot be opened is explained once.

@@ -2,6 +2,7 @@
 // renderer.
 #pragma once
 
+#include "app/screens.h"
 #include "export/exportflow.h"
 #include "export/fakerenderer.h"
 #include "playback/guideplayerviewmodel.h"
@@ -10,6 +11,7 @@
 
 #include <QDir>
 #include <QTemporaryDir>
+#include <QToolButton>
 
 namespace kavel::app {
 
@@ -27,5 +29,21 @@ protected:
     {
         makeExportFlow
             = [this] { return std::make_unique<ExportFlow>(engine, renderer, settings); };
+        const QString clip = QDir(dir.path()).filePath(u"demo.MOV"_s);
+        test::writeFile(clip, QByteArray(1000, 'd'));
+        makeGuidePlayer = [this, clip](VideoSurface &surface) {
+            ++guidePlayersMade;
+            guideFramesGoTo = &surface;
+            return std::make_unique<GuidePlayerViewModel>(engine, clip, [](const QString &) {});
+        };
+        makeWindow();
+    }
 
-    } // namespace kavel::app
+    GuidePage *showGuide()
+    {
+        main->sidebarButton(NavigationItem::guide)->click();
+        return qobject_cast<GuidePage *>(main->currentScreen());
+    }
+};
+
+} // namespace kavel::app
