@@ -909,6 +909,17 @@ The damaged transcript was backed up to:
     </message>
 </context>
 <context>
+    <name>kavel::app::PreviewLoudnessToggle</name>
+    <message>
+        <source>预览响度标准化</source>
+        <translation>Preview at Export Loudness</translation>
+    </message>
+    <message>
+        <source>预览时按导出设置的目标响度播放（未设置时为 -16 LUFS）</source>
+        <translation>Plays the preview at the export's target loudness (-16 LUFS when none is set)</translation>
+    </message>
+</context>
+<context>
     <name>kavel::app::ProjectActions</name>
     <message>
         <source>无法重命名：项目正在导入中，请等导入完成。</source>

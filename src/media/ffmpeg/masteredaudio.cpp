@@ -192,24 +192,37 @@ void MasteredAudio::prepare(const std::function<void(double)> &progress)
                 progress(floorShare + done * (1.0 - floorShare));
         });
         m_before = before;
-        double gain = 0.0;
-        if (before.integrated > silentLoudness) {
-            gain = *m_finish.loudnessTarget - before.integrated;
-            // The few peaks the gain lifts over the ceiling are the limiter's. Beyond 12 dB
-            // it would no longer be trimming a click here and there but flattening every
-            // syllable's attack, and holding the speech down for a release after each one;
-            // such a recording (a murmur under loud knocks) stays under its target, and the
-            // report says so, rather than being squashed to reach it.
-            const double reduction = before.truePeak + gain - m_ceiling;
-            if (reduction > maxReduction) {
-                gain -= reduction - maxReduction;
-                m_peakLimited = true;
-            }
-            if (reduction > 0.0)
-                m_limiter = std::make_unique<PeakLimiter>(m_rate, m_ceiling);
-        }
-        m_gain = float(std::pow(10.0, gain / 20.0));
+        const Gain gain = gainFor(before, *m_finish.loudnessTarget, m_ceiling);
+        m_peakLimited = gain.peakLimited;
+        if (before.truePeak + gain.decibels > m_ceiling)
+            m_limiter = std::make_unique<PeakLimiter>(m_rate, m_ceiling);
+        m_gain = float(std::pow(10.0, gain.decibels / 20.0));
     }
+}
+
+MasteredAudio::Gain MasteredAudio::gainFor(const Loudness &before, double target, double ceiling)
+{
+    Gain gain;
+    if (before.integrated <= silentLoudness)
+        return gain;
+    gain.decibels = target - before.integrated;
+    // The few peaks the gain lifts over the ceiling are the limiter's. Beyond 12 dB it
+    // would no longer be trimming a click here and there but flattening every syllable's
+    // attack, and holding the speech down for a release after each one; such a recording
+    // (a murmur under loud knocks) stays under its target, and the report says so,
+    // rather than being squashed to reach it.
+    const double reduction = before.truePeak + gain.decibels - ceiling;
+    if (reduction > maxReduction) {
+        gain.decibels -= reduction - maxReduction;
+        gain.peakLimited = true;
+    }
+    return gain;
+}
+
+MasteredAudio::Loudness MasteredAudio::measure(const EditList &editList, int rate,
+                                               const std::function<void(double)> &progress)
+{
+    return MasteredAudio(editList, rate, {}).measure(progress);
 }
 
 void MasteredAudio::fill(std::int64_t count)

@@ -46,12 +46,25 @@ public:
     // Before and after, once every sample has been rendered; none without a target.
     std::optional<LoudnessReport> report() const;
 
-private:
     struct Loudness
     {
         double integrated = -70.0;
         double truePeak = -144.0;
     };
+    // The edit's sound as it stands, measured (EBU R128). `progress` may throw to stop.
+    static Loudness measure(const EditList &editList, int rate,
+                            const std::function<void(double)> &progress);
+    struct Gain
+    {
+        double decibels = 0.0;
+        // Less than the target asks: the limiter would have had to take off too much.
+        bool peakLimited = false;
+    };
+    // The one gain that brings sound measured as `before` to `target` (LUFS), given a
+    // limiter that keeps its peaks under `ceiling` (dBTP).
+    static Gain gainFor(const Loudness &before, double target, double ceiling);
+
+private:
     class Meter;
     // Runs the whole edit through the denoiser (if any) and the meter.
     Loudness measure(const std::function<void(double)> &progress);
