@@ -145,15 +145,19 @@ QString MasteredAudio::denoiseChain() const
         + u"afftdn=nr=%1:nf=%2"_s.arg(reduction).arg(level, 0, 'f', 1);
 }
 
-MasteredAudio::Loudness MasteredAudio::measure(const std::function<void(double)> &progress)
+MasteredAudio::Loudness MasteredAudio::measure(const std::function<void(double)> &progress,
+                                               float gain, bool limited)
 {
-    // The same path as the output takes, gain aside, on a second reading of the edit.
+    // The same path as the output takes, on another reading of the edit.
     MasteredAudio plain(m_editList, m_rate, {std::nullopt, m_finish.denoise}, m_ceiling);
     plain.m_noiseFloor = m_noiseFloor;
     if (m_finish.denoise != Denoise::off) {
         plain.m_denoiser = std::make_unique<FilterChain>(m_rate, denoiseChain());
         plain.m_toDrop = measureDelay(m_rate, denoiseChain());
     }
+    plain.m_gain = gain;
+    if (limited)
+        plain.m_limiter = std::make_unique<PeakLimiter>(m_rate, m_ceiling);
     Meter meter(m_rate);
     std::vector<float> left(block), right(block);
     const double total = std::max<double>(double(m_total), 1.0);
@@ -187,16 +191,32 @@ void MasteredAudio::prepare(const std::function<void(double)> &progress)
         m_toDrop = measureDelay(m_rate, denoiseChain());
     }
     if (level) {
-        const Loudness before = measure([&](double done) {
-            if (progress)
-                progress(floorShare + done * (1.0 - floorShare));
-        });
+        const auto part = [&](double from, double to) {
+            return [&progress, from, to, floorShare](double done) {
+                if (progress)
+                    progress(floorShare + (from + done * (to - from)) * (1.0 - floorShare));
+            };
+        };
+        const Loudness before = measure(part(0.0, 0.5));
         m_before = before;
-        const Gain gain = gainFor(before, *m_finish.loudnessTarget, m_ceiling);
+        const double target = *m_finish.loudnessTarget;
+        Gain gain = gainFor(before, target, m_ceiling);
         m_peakLimited = gain.peakLimited;
-        if (before.truePeak + gain.decibels > m_ceiling)
+        const auto linear = [](double decibels) { return float(std::pow(10.0, decibels / 20.0)); };
+        if (before.truePeak + gain.decibels > m_ceiling) {
             m_limiter = std::make_unique<PeakLimiter>(m_rate, m_ceiling);
-        m_gain = float(std::pow(10.0, gain.decibels / 20.0));
+            // Speech whose own peaks stand high loses a few tenths with them. One more
+            // reading, through the gain and the limiter as they will be, says how much,
+            // and the gain makes it up, as far as the limiter may go. A larger loss means
+            // the loudness is in the peaks themselves, which more gain would only squash
+            // further.
+            const double reached = measure(part(0.5, 1.0), linear(gain.decibels), true).integrated;
+            const double most = maxReduction + m_ceiling - before.truePeak;
+            const double shortfall = target - reached;
+            if (shortfall > 0.1 && shortfall < 2.0)
+                gain.decibels = std::min(gain.decibels + shortfall, most);
+        }
+        m_gain = linear(gain.decibels);
     }
 }
 

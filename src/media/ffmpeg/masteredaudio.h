@@ -66,8 +66,10 @@ public:
 
 private:
     class Meter;
-    // Runs the whole edit through the denoiser (if any) and the meter.
-    Loudness measure(const std::function<void(double)> &progress);
+    // Runs the whole edit through the denoiser (if any), `gain` and, when `limited`, the
+    // limiter, into the meter.
+    Loudness measure(const std::function<void(double)> &progress, float gain = 1.0f,
+                     bool limited = false);
     // Reads the whole edit, through `chain` when one is given, into a survey.
     SoundSurvey survey(const QString &chain, const std::function<void(double)> &progress) const;
     // Notches at the hum's frequencies, if any, then the FFT denoiser.
