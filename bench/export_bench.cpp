@@ -9,12 +9,14 @@
 //
 //   bench_export [--video-seconds N,...] [--video-cuts N,...] [--no-trim-concat]
 //                [--audio-seconds N] [--audio-cuts N] [--video-only | --sound-only] [--keep DIR]
-//                [--burn-in]
+//                [--burn-in] [--sound-finish]
 //
 // By default the movie runs are 200 cuts of a 120 s source and 1,000 cuts of a 600 s one;
 // ffmpeg's trim+concat graph takes many minutes on the second. --burn-in adds, for each
 // movie run, Kavel's 1080p export without captions, with phrase captions and with a caption
-// for every word burned in.
+// for every word burned in. --sound-finish times, on a sound of quiet speech with clicks and
+// a 50 Hz hum, the WAV export plain, brought to -14 LUFS (where the limiter takes the
+// clicks), denoised (hum notches and the FFT denoiser), and both.
 #include "export/localrenderservice.h"
 #include "media/ffmpeg/ffmpegrenderer.h"
 #include "media/mlt/mltengine.h"
@@ -207,8 +209,10 @@ int main(int argc, char *argv[])
                                      u"skip ffmpeg's trim+concat graph, slow at many cuts"_s);
     const QCommandLineOption burnIn(u"burn-in"_s,
                                     u"also time 1080p exports with and without burned captions"_s);
+    const QCommandLineOption soundFinish(u"sound-finish"_s,
+                                         u"also time WAV exports with loudness and denoising"_s);
     parser.addOptions({videoSeconds, videoCuts, audioSeconds, audioCuts, keep, soundOnly, videoOnly,
-                       noGraph, burnIn});
+                       noGraph, burnIn, soundFinish});
     parser.process(app);
 
     QTemporaryDir temporary;
@@ -349,5 +353,34 @@ int main(int argc, char *argv[])
                                  .wall;
     std::printf("       ffmpeg concat demuxer %.2f s   ratio kavel/ffmpeg %.2f\n", ffmpegWav,
                 kavelWav / ffmpegWav);
+    std::fflush(stdout);
+    if (!parser.isSet(soundFinish))
+        return 0;
+
+    const QString speech = path(u"speech-clicks-hum.wav"_s);
+    if (!QFileInfo::exists(speech)) {
+        std::printf("making a %.0f s source of speech, clicks and hum...\n", aSeconds);
+        std::fflush(stdout);
+        runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
+                   u"aevalsrc='(0.05*sin(2*PI*140*t)+0.03*sin(2*PI*280*t)+0.015*sin(2*PI*1100*t)"
+                   "+0.01*(random(0)*2-1))*pow(sin(2*PI*2.2*t),2)+if(lt(mod(t,0.83),0.0006),0.17,0)"
+                   "+0.01*sin(2*PI*50*t)+0.005*sin(2*PI*100*t)':s=48000:d="_s
+                       + QString::number(aSeconds),
+                   u"-ac"_s, u"2"_s, u"-c:a"_s, u"pcm_s16le"_s, speech});
+    }
+    const auto timeFinish = [&](media::SoundFinish finish) {
+        service.setSoundFinish(finish);
+        return timeKavel(service.renderAudioOnly({{QUuid(), QUrl::fromLocalFile(speech)}},
+                                                 soundBlocks, false, AudioFormat::wav,
+                                                 path(u"kavel-finished.wav"_s)));
+    };
+    const Timing plainSound = timeFinish({});
+    const Timing loudness = timeFinish({-14.0, media::Denoise::off});
+    const Timing denoised = timeFinish({std::nullopt, media::Denoise::light});
+    const Timing both = timeFinish({-14.0, media::Denoise::light});
+    std::printf("finish %.0f s kept: plain %.2f s (cpu %.2f)   -14 LUFS %.2f s (cpu %.2f)   "
+                "denoised %.2f s (cpu %.2f)   both %.2f s (cpu %.2f)\n",
+                soundLength, plainSound.wall, plainSound.cpu, loudness.wall, loudness.cpu,
+                denoised.wall, denoised.cpu, both.wall, both.cpu);
     return 0;
 }

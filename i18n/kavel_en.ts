@@ -466,16 +466,16 @@
         <translation>Measures the edited sound by EBU R128 and brings it to the target loudness with one gain for the whole, the true peak at most -1 dBTP</translation>
     </message>
     <message>
-        <source>去除持续的底噪（嘶声），不移动任何声音的时间</source>
-        <translation>Takes out steady background hiss without moving any sound in time</translation>
-    </message>
-    <message>
         <source>响度标准化</source>
         <translation>Loudness</translation>
     </message>
     <message>
         <source>降噪</source>
         <translation>Noise reduction</translation>
+    </message>
+    <message>
+        <source>去除持续的底噪（嘶声、电源嗡声），不移动任何声音的时间</source>
+        <translation>Takes out steady background hiss and mains hum without moving any sound in time</translation>
     </message>
 </context>
 <context>
@@ -906,6 +906,17 @@ The damaged transcript was backed up to:
     <message>
         <source>相邻两词之间保留的最长停顿；“完整”保留录音中原有的全部停顿</source>
         <translation>The longest pause kept between two neighbouring words; “whole” keeps every recorded pause</translation>
+    </message>
+</context>
+<context>
+    <name>kavel::app::PreviewLoudnessToggle</name>
+    <message>
+        <source>预览响度标准化</source>
+        <translation>Preview at Export Loudness</translation>
+    </message>
+    <message>
+        <source>预览时按导出设置的目标响度播放（未设置时为 -16 LUFS）</source>
+        <translation>Plays the preview at the export's target loudness (-16 LUFS when none is set)</translation>
     </message>
 </context>
 <context>

@@ -160,7 +160,7 @@ ExportDialog::ExportDialog(ExportFlow &flow, EditorViewModel &editor, FolderPick
     fillCombo<NoiseReduction>(m_denoise, [](NoiseReduction n) { return label(n); });
     m_loudness->setToolTip(tr("按 EBU R128 测量剪辑后的声音，整体用同一个增益调到目标响度，"
                               "真峰值不超过 -1 dBTP"));
-    m_denoise->setToolTip(tr("去除持续的底噪（嘶声），不移动任何声音的时间"));
+    m_denoise->setToolTip(tr("去除持续的底噪（嘶声、电源嗡声），不移动任何声音的时间"));
     auto *soundRow = new QHBoxLayout;
     soundRow->addWidget(new QLabel(tr("响度标准化"), this));
     soundRow->addWidget(m_loudness);

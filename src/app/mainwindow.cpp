@@ -9,6 +9,7 @@
 #include "model/errors.h"
 #include "model/kavelproject.h"
 #include "model/projectstore.h"
+#include "previewloudnesstoggle.h"
 #include "projectactions.h"
 #include "screens.h"
 #include "service/apiclient.h"
@@ -235,6 +236,8 @@ void MainWindow::buildMenu()
     QAction *previousToCheck = edit->addAction(tr("上一个待核对的词"), this,
                                                [this] { m_editor.goToWordToCheck(false); });
     previousToCheck->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F8));
+    edit->addSeparator();
+    edit->addAction((new PreviewLoudnessToggle(m_editor, this))->action());
     QMenu *settings = menuBar()->addMenu(tr("设置"));
     settings->addAction(tr("偏好设置…"), this, [this] { navigate(NavigationItem::settings); })
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));

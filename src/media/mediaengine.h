@@ -44,6 +44,9 @@ public:
     virtual double rate() const = 0;
     // 0 to 1.
     virtual void setVolume(float volume) = 0;
+    // Plays compositions at the loudness (LUFS) an export would bring them to; none plays
+    // them as they are. Optional.
+    virtual void setLoudnessTarget(std::optional<double> lufs) { Q_UNUSED(lufs); }
 
     // Frame-exact seek on the item's timeline. `completion` runs once, later, on the
     // player's thread, with false when the seek was superseded or failed.

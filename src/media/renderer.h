@@ -52,7 +52,9 @@ struct LoudnessReport
     double truePeakBefore = 0.0;
     double after = 0.0;
     double truePeakAfter = 0.0;
-    // The target was not reached: the gain stopped where the true peak met its ceiling.
+    // The target was not reached: the peaks stand so far above the speech that the limiter
+    // would have had to take them down by more than it may, or the loudness was in the
+    // peaks it took down.
     bool peakLimited = false;
 };
 

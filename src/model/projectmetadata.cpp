@@ -46,6 +46,10 @@ void writeJson(JsonWriter &w, const ProjectMetadata &m)
         w.key("pauseLimit");
         w.value(m.pauseLimit);
     }
+    if (m.previewLoudness) {
+        w.key("previewLoudness");
+        w.value(true);
+    }
     w.key("sourceFiles");
     w.beginArray();
     for (const SourceFile &file : m.sourceFiles)
@@ -141,6 +145,8 @@ ProjectMetadata decodeMetadataDocument(QByteArrayView bytes)
                 throw DecodeError(u"pauseLimit"_s,
                                   QCoreApplication::translate("kavel::model", "停顿长度超出范围"));
             m.pauseLimit = limit;
+        } else if (key == "previewLoudness" && !v.is_null()) {
+            m.previewLoudness = boolean(v, key);
         } else if (key == "sourceFiles" && !v.is_null()) {
             qsizetype index = 0;
             for (const Element file : array(v, key)) {

@@ -39,6 +39,9 @@ struct ProjectMetadata
     // followed each other in the recording; 0 lays kept words end to end. Written to
     // "project.json" only when it is not whole, so a project that never chose keeps them.
     double pauseLimit = wholePauses;
+    // "预览响度标准化": the preview plays at the loudness the export is set to. Written only
+    // when on.
+    bool previewLoudness = false;
 
     friend bool operator==(const ProjectMetadata &, const ProjectMetadata &) = default;
 };

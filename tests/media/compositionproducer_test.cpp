@@ -1,4 +1,5 @@
 #include "media/mlt/compositionproducer.h"
+#include "media/mlt/previewloudness.h"
 #include "mediafixture.h"
 #include "model/projectmetadata.h"
 #include "positionmedia.h"
@@ -6,6 +7,9 @@
 #include "timing/pauses.h"
 
 #include <Mlt.h>
+#include <QDir>
+#include <QFile>
+#include <QTest>
 #include <cmath>
 #include <random>
 #include <tuple>
@@ -193,6 +197,56 @@ TEST_F(Composition, JumpCutsDoNotClickAndMutedWordsAreSilent)
     const std::vector<float> stopped = render(composition);
     EXPECT_EQ(stopped[47999], pcm[47999]);
     EXPECT_EQ(*std::max_element(stopped.begin() + 48000, stopped.end()), 0.0f);
+}
+
+// With the loudness setting on, the preview plays at the export's one gain: the target
+// less the cut's loudness as the ffmpeg program measures it. An edit that changes the
+// loudness is measured again; turned off, the sound plays as it is.
+TEST_F(Composition, ThePreviewPlaysAtTheLoudnessTheExportGivesIt)
+{
+    CompositionProducer composition(profile);
+    const EditList loud = lay(s_tone, {{0.5, 2.0, 1, false}, {2.5, 3.5, 1, false}});
+    const EditList quieter = lay(s_tone, {{0.5, 2.0, 0.25f, false}, {2.5, 3.5, 0.25f, false}});
+    const auto level = [](const std::vector<float> &pcm) {
+        double sum = 0.0;
+        for (size_t i = 4800; i < 48000; ++i)
+            sum += double(pcm[i]) * pcm[i];
+        return 10.0 * std::log10(sum / (48000 - 4800));
+    };
+    // The sound as it plays, played both sides alike, through the ffmpeg program's meter.
+    const auto measured = [&](const std::vector<float> &pcm, const QString &name) {
+        const QString raw = QDir(s_dir->path()).filePath(name + u".f32"_s);
+        QFile file(raw);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(reinterpret_cast<const char *>(pcm.data()), qint64(pcm.size() * sizeof(float)));
+        file.close();
+        const QString wav = QDir(s_dir->path()).filePath(name + u".wav"_s);
+        test::runFfmpeg({u"-f"_s, u"f32le"_s, u"-ar"_s, u"48000"_s, u"-ac"_s, u"1"_s, u"-i"_s, raw,
+                         u"-af"_s, u"pan=stereo|c0=c0|c1=c0"_s, wav});
+        return test::measureLoudness(wav).first;
+    };
+
+    mlt::PreviewLoudness loudness(composition.sound());
+    for (const EditList &edit : {loud, quieter}) {
+        composition.apply(edit);
+        loudness.setEdit(edit);
+        loudness.setTarget(std::nullopt);
+        const std::vector<float> plain = render(composition);
+        const double before = measured(plain, u"preview-plain"_s);
+        for (const double target : {-16.0, -23.0}) {
+            SCOPED_TRACE(testing::Message() << before << " LUFS to " << target);
+            loudness.setTarget(target);
+            ASSERT_TRUE(
+                QTest::qWaitFor([&] { return loudness.gain() && loudness.upToDate(); }, 30'000));
+            EXPECT_NEAR(*loudness.gain(), target - before, 0.3);
+            const std::vector<float> played = render(composition);
+            EXPECT_NEAR(level(played) - level(plain), *loudness.gain(), 0.05);
+            EXPECT_NEAR(measured(played, u"preview-gained"_s), target, 0.5);
+        }
+        loudness.setTarget(std::nullopt);
+        EXPECT_FALSE(loudness.gain());
+        EXPECT_EQ(render(composition), plain);
+    }
 }
 
 } // namespace

@@ -70,6 +70,9 @@ TEST_F(ProjectBundle, CreateLaysOutTheBundleAndASavedProjectLoadsBackEqual)
     EXPECT_FALSE(
         QJsonDocument::fromJson(fileio::readFile(metadataPath)).object().contains("pauseLimit"_L1));
     EXPECT_EQ(KavelProject::load(project->bundleURL())->metadata().pauseLimit, wholePauses);
+    EXPECT_FALSE(QJsonDocument::fromJson(fileio::readFile(metadataPath))
+                     .object()
+                     .contains("previewLoudness"_L1));
     const QByteArray timeline = fileio::readFile(QDir(bundle).filePath(u"timeline.json"_s));
     EXPECT_EQ(timeline.simplified(), QByteArray(R"({ "paragraphs": [], "version": 2 })"));
 
@@ -93,9 +96,12 @@ TEST_F(ProjectBundle, CreateLaysOutTheBundleAndASavedProjectLoadsBackEqual)
     for (const double limit : {0.0, 0.4, wholePauses}) {
         ProjectMetadata metadata = project->metadata();
         metadata.pauseLimit = limit;
+        metadata.previewLoudness = limit > 0.0 && limit < 1.0;
         project->setMetadata(metadata);
         project->saveMetadata();
-        EXPECT_EQ(KavelProject::load(project->bundleURL())->metadata().pauseLimit, limit);
+        const ProjectMetadata reread = KavelProject::load(project->bundleURL())->metadata();
+        EXPECT_EQ(reread.pauseLimit, limit);
+        EXPECT_EQ(reread.previewLoudness, metadata.previewLoudness);
     }
 }
 

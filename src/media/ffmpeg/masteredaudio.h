@@ -3,6 +3,8 @@
 #include "editaudio.h"
 #include "filterchain.h"
 #include "media/renderer.h"
+#include "peaklimiter.h"
+#include "soundsurvey.h"
 
 #include <functional>
 #include <memory>
@@ -11,16 +13,17 @@
 
 namespace kavel::media::ffmpeg {
 
-// The edited sound as it is written: EditAudio's samples, with steady hiss taken out and
+// The edited sound as it is written: EditAudio's samples, with steady hiss and hum taken out and
 // one gain for the whole result that brings it to a loudness target. Sample n of the result
 // is still the sound the composition map puts at n / rate: the denoiser's delay is taken
 // back and the length is unchanged.
 //
 // The gain needs the whole result measured before the first sample is written, so a
-// finish that asks for it reads the edit more than once (prepare()). The gain is limited
-// rather than the peaks squashed: one gain keeps the speaker's own dynamics and cannot
-// distort, and a recording whose peaks stand far above its loudness stays under the
-// target, which the report says.
+// finish that asks for it reads the edit more than once (prepare()). One gain keeps the
+// speaker's own dynamics; the rare peaks it would lift over the true-peak ceiling (a click,
+// a plosive) are taken down by a look-ahead limiter after it, whose delay is taken back
+// too. A recording whose peaks would need more than a light touch stays under the target,
+// which the report says.
 class MasteredAudio
 {
 public:
@@ -43,22 +46,39 @@ public:
     // Before and after, once every sample has been rendered; none without a target.
     std::optional<LoudnessReport> report() const;
 
-    // The quietest stretches' level (dBFS of 100 ms windows, the tenth percentile of those
-    // that are not digital silence); what the denoiser takes as the hiss to remove.
-    static double noiseFloor(EditAudio &audio, const std::function<void(double)> &progress);
-
-private:
     struct Loudness
     {
         double integrated = -70.0;
         double truePeak = -144.0;
     };
+    // The edit's sound as it stands, measured (EBU R128). `progress` may throw to stop.
+    static Loudness measure(const EditList &editList, int rate,
+                            const std::function<void(double)> &progress);
+    struct Gain
+    {
+        double decibels = 0.0;
+        // Less than the target asks: the limiter would have had to take off too much.
+        bool peakLimited = false;
+    };
+    // The one gain that brings sound measured as `before` to `target` (LUFS), given a
+    // limiter that keeps its peaks under `ceiling` (dBTP).
+    static Gain gainFor(const Loudness &before, double target, double ceiling);
+
+private:
     class Meter;
-    // Runs the whole edit through the denoiser (if any) and the meter.
-    Loudness measure(const std::function<void(double)> &progress);
+    // Runs the whole edit through the denoiser (if any), `gain` and, when `limited`, the
+    // limiter, into the meter.
+    Loudness measure(const std::function<void(double)> &progress, float gain = 1.0f,
+                     bool limited = false);
+    // Reads the whole edit, through `chain` when one is given, into a survey.
+    SoundSurvey survey(const QString &chain, const std::function<void(double)> &progress) const;
+    // Notches at the hum's frequencies, if any, then the FFT denoiser.
     QString denoiseChain() const;
+    QString notchChain() const;
     // Fills the denoised output queue until `count` samples are ready or nothing is left.
     void fill(std::int64_t count);
+    // The next `count` samples after the gain, silence past the end.
+    void renderGained(float *left, float *right, std::int64_t count);
 
     EditList m_editList;
     int m_rate;
@@ -66,11 +86,15 @@ private:
     double m_ceiling;
     std::int64_t m_total;
     std::int64_t m_position = 0;
+    // Ahead of m_position by the limiter's latency once it runs.
+    std::int64_t m_gainedPosition = 0;
     EditAudio m_audio;
     double m_noiseFloor = -60.0;
+    std::optional<SoundSurvey::Hum> m_hum;
     float m_gain = 1.0f;
     std::optional<Loudness> m_before;
     bool m_peakLimited = false;
+    std::unique_ptr<PeakLimiter> m_limiter;
     std::unique_ptr<Meter> m_after;
     std::optional<Loudness> m_afterResult;
 

@@ -2,6 +2,7 @@
 
 #include "compositionproducer.h"
 #include "mediaprobe.h"
+#include "previewloudness.h"
 
 #include <Mlt.h>
 #include <QMetaObject>
@@ -311,6 +312,7 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
     ensureProfile(firstVideo);
     ensureComposition();
     const QList<SegmentFailure> failures = m_composition->apply(editList);
+    m_loudness->setEdit(editList);
     if (!m_playingComposition) {
         m_playingComposition = true;
         play(&m_composition->producer());
@@ -328,8 +330,18 @@ QList<SegmentFailure> MltPlayer::replaceWithComposition(const EditList &editList
 
 void MltPlayer::ensureComposition()
 {
-    if (!m_composition)
+    if (!m_composition) {
         m_composition = std::make_unique<CompositionProducer>(*m_profile);
+        m_loudness = std::make_unique<PreviewLoudness>(m_composition->sound());
+        m_loudness->setTarget(m_loudnessTarget);
+    }
+}
+
+void MltPlayer::setLoudnessTarget(std::optional<double> lufs)
+{
+    m_loudnessTarget = lufs;
+    if (m_loudness)
+        m_loudness->setTarget(lufs);
 }
 
 void MltPlayer::prepareSources(const QStringList &paths)

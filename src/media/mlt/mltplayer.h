@@ -19,6 +19,7 @@ class Profile;
 namespace kavel::media::mlt {
 
 class CompositionProducer;
+class PreviewLoudness;
 
 // Plays through MLT's sdl2_audio consumer, which keeps real time by the sound card and
 // hands each due frame to a listener. The consumer runs from the first item on; pausing
@@ -41,6 +42,7 @@ public:
     void setRate(double rate) override;
     double rate() const override { return m_rate; }
     void setVolume(float volume) override;
+    void setLoudnessTarget(std::optional<double> lufs) override;
     void seek(double seconds, std::function<void(bool)> completion) override;
     double currentTime() const override;
     ObserverId addPeriodicTimeObserver(double interval,
@@ -62,6 +64,8 @@ public:
     int shownFrame() const { return m_shownFrame.load(); }
     double frameRate() const;
     CompositionProducer *composition() { return m_composition.get(); }
+    // Null before the first composition.
+    PreviewLoudness *loudness() { return m_loudness.get(); }
 
 Q_SIGNALS:
     void frameShown(const QImage &image, double time);
@@ -95,6 +99,9 @@ private:
     // The picture's own size, even: the most a frame is rendered at.
     QSize m_pictureSize {640, 360};
     std::unique_ptr<CompositionProducer> m_composition;
+    // After the composition, whose sound it sets: it goes first.
+    std::unique_ptr<PreviewLoudness> m_loudness;
+    std::optional<double> m_loudnessTarget;
     std::unique_ptr<Mlt::Producer> m_raw;
     bool m_playingComposition = false;
     std::unique_ptr<Mlt::Playlist> m_root;

@@ -81,6 +81,12 @@ void SoundFilter::setStopAt(std::optional<double> seconds)
     m_stopAt = seconds;
 }
 
+void SoundFilter::setGain(double decibels)
+{
+    std::lock_guard lock(m_mutex);
+    m_gain = float(std::pow(10.0, decibels / 20.0));
+}
+
 void SoundFilter::render(int position, float *planes, int channels, int samples, int frequency)
 {
     // The edit is taken under its own short lock, so an editor handing over the next one
@@ -88,11 +94,13 @@ void SoundFilter::render(int position, float *planes, int channels, int samples,
     std::shared_ptr<const EditList> edit;
     double fps = 30.0;
     std::optional<double> stopAt;
+    float gain = 1.0f;
     {
         std::lock_guard lock(m_mutex);
         edit = m_edit;
         fps = m_fps;
         stopAt = m_stopAt;
+        gain = m_gain;
     }
     std::lock_guard lock(m_renderMutex);
     if (!m_audio || m_audioEdit != edit || m_audio->rate() != frequency) {
@@ -110,6 +118,10 @@ void SoundFilter::render(int position, float *planes, int channels, int samples,
         m_audio->seek(first);
     if (first < m_audio->totalSamples())
         m_audio->render(m_left.data(), m_right.data(), samples);
+    if (gain != 1.0f)
+        for (std::vector<float> *side : {&m_left, &m_right})
+            for (float &v : *side)
+                v = std::clamp(v * gain, -1.0f, 1.0f);
     if (stopAt) {
         const std::int64_t stop = timing::sampleAt(*stopAt, frequency);
         for (std::int64_t i = std::max<std::int64_t>(stop - first, 0); i < samples; ++i)

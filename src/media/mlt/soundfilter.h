@@ -36,6 +36,9 @@ public:
     void setEdit(const EditList &edit, double fps);
     // Nothing at or after `seconds` of the composition is heard; none for no limit.
     void setStopAt(std::optional<double> seconds);
+    // One gain (dB) for everything heard, as the export's loudness setting gives it; the
+    // rare peak it lifts past full scale is clipped, where the export has its limiter.
+    void setGain(double decibels);
 
     // Fills `samples` frames of planar float sound for composition frame `position`.
     void render(int position, float *planes, int channels, int samples, int frequency);
@@ -46,6 +49,7 @@ private:
     std::shared_ptr<const EditList> m_edit;
     double m_fps = 30.0;
     std::optional<double> m_stopAt;
+    float m_gain = 1.0f;
     // Touched only while rendering, under a lock of its own.
     std::mutex m_renderMutex;
     std::shared_ptr<ffmpeg::EditAudio> m_audio;
