@@ -47,7 +47,8 @@ const QList<Command> &commands()
         {u"composition"_s, u"BUNDLE"_s,
          u"print where each word plays in the preview, the duration and the cut stretches"_s,
          runComposition},
-        {u"import"_s, u"FILE... [--server URL] [--email E --password P] [--no-refine]"_s,
+        {u"import"_s,
+         u"FILE... [--server URL] [--email E --password P] [--language CODE] [--timeout SECONDS] [--no-refine]"_s,
          u"make a project from media files, transcribe it, print the bundle path"_s, runImport},
         {u"export"_s,
          u"BUNDLE --out DIR [--title T] [--video mp4|mov] [--codec h264|hevc] "
