@@ -452,18 +452,7 @@ TEST_F(ExactExport, DenoisingLowersTheHissAndTheHumAndKeepsTheSpeechInPlace)
         for (const EditSegment &segment : edit.segments) {
             const auto from = std::int64_t(segment.compositionStart * sound.rate) + maxLag;
             const auto to = std::int64_t(segment.compositionEnd() * sound.rate) - maxLag;
-            std::int64_t best = 0;
-            double bestScore = -1e300;
-            for (std::int64_t lag = -maxLag; lag <= maxLag; ++lag) {
-                double score = 0.0;
-                for (std::int64_t n = from; n < to; ++n)
-                    score += double(voice.left[size_t(n)]) * sound.left[size_t(n + lag)];
-                if (score > bestScore) {
-                    bestScore = score;
-                    best = lag;
-                }
-            }
-            worst = std::max(worst, std::abs(best));
+            worst = std::max(worst, std::abs(test::bestLag(sound, voice, from, to, maxLag)));
         }
         return double(worst) / sound.rate;
     };

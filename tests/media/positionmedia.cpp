@@ -171,6 +171,23 @@ QString makeNoiseSound(const QString &dir, const QString &name, double seconds, 
     return path;
 }
 
+std::int64_t bestLag(const Sound &sound, const Sound &reference, std::int64_t from, std::int64_t to,
+                     std::int64_t maxLag)
+{
+    std::int64_t best = 0;
+    double bestScore = -1e300;
+    for (std::int64_t lag = -maxLag; lag <= maxLag; ++lag) {
+        double score = 0;
+        for (std::int64_t n = from; n < to; ++n)
+            score += double(reference.left[size_t(n)]) * sound.left[size_t(n + lag)];
+        if (score > bestScore) {
+            bestScore = score;
+            best = lag;
+        }
+    }
+    return best;
+}
+
 double worstLag(const Sound &sound, const Sound &reference, const EditList &edit)
 {
     const int rate = sound.rate;
@@ -184,18 +201,8 @@ double worstLag(const Sound &sound, const Sound &reference, const EditList &edit
         if (to - from < std::int64_t(0.005 * rate) || from < maxLag
             || to + maxLag > std::min(sound.size(), reference.size()))
             continue;
-        std::int64_t best = 0;
-        double bestScore = -1e300;
-        for (std::int64_t lag = -maxLag; lag <= maxLag; ++lag) {
-            double score = 0;
-            for (std::int64_t n = from; n < to; ++n)
-                score += double(reference.left[size_t(n)]) * sound.left[size_t(n + lag)];
-            if (score > bestScore) {
-                bestScore = score;
-                best = lag;
-            }
-        }
-        worst = std::max(worst, std::abs(double(best)) / rate);
+        worst
+            = std::max(worst, std::abs(double(bestLag(sound, reference, from, to, maxLag))) / rate);
     }
     return worst;
 }

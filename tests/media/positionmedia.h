@@ -68,6 +68,10 @@ SoundOffsets measureSoundOffsets(const Sound &sound, const EditList &edit);
 // the same edit, which the ramp has shown to be exact.
 QString makeNoiseSound(const QString &dir, const QString &name, double seconds, int rate,
                        int channels);
+// How many samples `sound` lies behind `reference` over [from, to) (left channel), the best
+// match within ±maxLag by correlation.
+std::int64_t bestLag(const Sound &sound, const Sound &reference, std::int64_t from, std::int64_t to,
+                     std::int64_t maxLag);
 // The largest shift (seconds, up to 3 ms) between `sound` and `reference` inside any word.
 double worstLag(const Sound &sound, const Sound &reference, const EditList &edit);
 
