@@ -90,6 +90,14 @@ word_count=$(wc -l <"$work/words-before.tsv")
 first_paragraph=$(jq '.paragraphs | sort_by(.sortOrder)[0].wordBlocks | length' "$timeline")
 echo "e2e: recognised $word_count words: $(cut -f4 "$work/words-before.tsv" | tr '\n' ' ')"
 [ "$first_paragraph" -ge 3 ] || fail "the first paragraph has only $first_paragraph words"
+# The file is written a moment before the editor takes the cover away.
+cover_gone() {
+    app_running
+    grab "$work/now.png" "crop=${win_w}:${win_h}:${win_x}:${win_y}"
+    ! cmp -s "$work/now.png" "$shots/07-processing.png"
+}
+wait_for 15 "the editor replacing the processing cover" cover_gone
+sleep 0.5
 shot 08-editor
 expect_new_screen 07-processing 08-editor "the transcript replacing the processing cover"
 
