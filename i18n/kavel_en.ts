@@ -916,7 +916,7 @@ The damaged transcript was backed up to:
     </message>
     <message>
         <source>预览时按导出设置的目标响度播放（未设置时为 -16 LUFS）</source>
-        <translation>Plays the preview at the export's target loudness (-16 LUFS when none is set)</translation>
+        <translation>Plays the preview at the export&apos;s target loudness (-16 LUFS when none is set)</translation>
     </message>
 </context>
 <context>
@@ -1714,6 +1714,38 @@ The damaged transcript was backed up to:
     <message>
         <source>应为 JSON 对象</source>
         <translation>a JSON object was expected</translation>
+    </message>
+    <message>
+        <source>服务器中断了连接</source>
+        <translation>The server closed the connection</translation>
+    </message>
+    <message>
+        <source>：颁发给“%1”</source>
+        <translation>: issued to “%1”</translation>
+    </message>
+    <message>
+        <source>自签名证书</source>
+        <translation>self-signed</translation>
+    </message>
+    <message>
+        <source>颁发者不受信任</source>
+        <translation>its issuer is not trusted</translation>
+    </message>
+    <message>
+        <source>证书已过期</source>
+        <translation>expired</translation>
+    </message>
+    <message>
+        <source>证书尚未生效</source>
+        <translation>not yet valid</translation>
+    </message>
+    <message>
+        <source>证书上的名称与服务器地址不符</source>
+        <translation>the name on it does not match the server’s address</translation>
+    </message>
+    <message>
+        <source>（%1）</source>
+        <translation> (%1)</translation>
     </message>
 </context>
 <context>

@@ -49,19 +49,21 @@ template<typename T> struct Outcome
     std::optional<std::conditional_t<std::is_void_v<T>, bool, T>> value;
 };
 
-template<typename T> QCoro::Task<> settle(QCoro::Task<T> task, Outcome<T> &outcome)
+// The outcome is shared: a task given up on at its deadline may still end later, while
+// the program winds down, and must then have somewhere to put its result.
+template<typename T> QCoro::Task<> settle(QCoro::Task<T> task, std::shared_ptr<Outcome<T>> outcome)
 {
     try {
         if constexpr (std::is_void_v<T>) {
             co_await std::move(task);
-            outcome.value = true;
+            outcome->value = true;
         } else {
-            outcome.value = co_await std::move(task);
+            outcome->value = co_await std::move(task);
         }
     } catch (...) {
-        outcome.error = std::current_exception();
+        outcome->error = std::current_exception();
     }
-    outcome.done = true;
+    outcome->done = true;
 }
 } // namespace detail
 
@@ -76,20 +78,20 @@ template<typename T>
 T awaitTask(QCoro::Task<T> task, Deadline deadline = {},
             const std::function<QString()> &timeoutMessage = {})
 {
-    detail::Outcome<T> outcome;
+    const auto outcome = std::make_shared<detail::Outcome<T>>();
     auto running = detail::settle(std::move(task), outcome);
     // Wakes the loop now and then, so that the deadline is seen without busy waiting.
     QTimer tick;
     tick.start(100);
-    while (!outcome.done) {
+    while (!outcome->done) {
         if (deadline && std::chrono::steady_clock::now() >= *deadline)
             throw CommandFailure {timeoutMessage ? timeoutMessage() : QString()};
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
-    if (outcome.error)
-        std::rethrow_exception(outcome.error);
+    if (outcome->error)
+        std::rethrow_exception(outcome->error);
     if constexpr (!std::is_void_v<T>)
-        return std::move(*outcome.value);
+        return std::move(*outcome->value);
 }
 
 // Loads the bundle at a path given on the command line (relative paths allowed).

@@ -19,6 +19,8 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
+#include <QTimer>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -183,50 +185,71 @@ int runImport(const QStringList &arguments)
     services.apiClient = &client;
     services.audioConverter = &converter;
     services.notifier = &notifier;
-    services.log = errorSink();
+    // The pipeline logs why its import failed, under the bundle's name; here the command
+    // says it itself, once, as the error it ends with, and the bundle is gone by then.
+    const auto ownFailures = std::make_shared<QString>();
+    services.log = [ownFailures](const QString &line) {
+        if (ownFailures->isEmpty() || !line.startsWith(*ownFailures))
+            err() << line << Qt::endl;
+    };
     if (!parser.isSet(noRefineOption))
         services.measureLoudness = media::ffmpeg::loudnessPerMillisecond;
-    ImportPipeline imports(clock, std::move(services));
-    ImportJob *job = nullptr;
-    try {
-        job = imports.start(urls, language);
-    } catch (const Error &error) {
-        throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法创建项目: ")
-                              + error.description()};
-    }
-    QString shown;
-    QObject::connect(job, &ImportJob::changed, job, [job, &shown] {
-        // The countdown and the percentage change often; each line is said once.
-        if (!job->status().isEmpty() && job->status() != shown)
-            err() << job->status() << Qt::endl;
-        shown = job->status();
-    });
 
-    // Nothing is left behind by an import that did not finish: the bundle is removed.
-    const QString bundle = job->bundlePath();
-    const auto discard = [&bundle] { QDir(bundle).removeRecursively(); };
-    try {
-        // A task the service accepted but never finishes is a recognition that took too
-        // long, not a service that cannot be reached; time that ran out before anything
-        // was sent was spent here, on this machine.
-        const auto timedOut = [job] {
-            if (job->step() == kavel::ImportJob::tr("语音识别中"))
-                return QCoreApplication::translate("kavel::cli", "语音识别超时");
-            if (job->step() == kavel::ImportJob::tr("上传音频"))
-                return QCoreApplication::translate("kavel::cli", "语音识别失败: 连接服务器超时");
-            return QCoreApplication::translate("kavel::cli", "导入超时：%1未在限定时间内完成")
-                .arg(job->step().isEmpty() ? QCoreApplication::translate("kavel::cli", "导入媒体")
-                                           : job->step());
-        };
-        awaitTask(whenEnded(*job), deadline, timedOut);
-    } catch (...) {
-        discard();
-        throw;
+    // An import that did not finish leaves nothing behind: its bundle is removed, once the
+    // pipeline, the engine and the bundle's claim have all let go of it.
+    QString bundle;
+    std::exception_ptr failure;
+    {
+        ImportPipeline imports(clock, std::move(services));
+        ImportJob *job = nullptr;
+        try {
+            job = imports.start(urls, language);
+        } catch (const Error &error) {
+            throw CommandFailure {QCoreApplication::translate("kavel::cli", "无法创建项目: ")
+                                  + error.description()};
+        }
+        bundle = job->bundlePath();
+        *ownFailures = u"[Import] "_s + bundle + u": "_s;
+        const auto shown = std::make_shared<QString>();
+        QObject::connect(job, &ImportJob::changed, job, [job, shown] {
+            // The countdown and the percentage change often; each line is said once. It is
+            // said a moment later, and only while the import goes on: why it failed is
+            // said once, by the error that ends the command.
+            QTimer::singleShot(0, job, [job, shown] {
+                if (!job->isActive())
+                    return;
+                if (!job->status().isEmpty() && job->status() != *shown)
+                    err() << job->status() << Qt::endl;
+                *shown = job->status();
+            });
+        });
+        try {
+            // A task the service accepted but never finishes is a recognition that took too
+            // long, not a service that cannot be reached; time that ran out before anything
+            // was sent was spent here, on this machine.
+            const auto timedOut = [job] {
+                if (job->step() == kavel::ImportJob::tr("语音识别中"))
+                    return QCoreApplication::translate("kavel::cli", "语音识别超时");
+                if (job->step() == kavel::ImportJob::tr("上传音频"))
+                    return QCoreApplication::translate("kavel::cli",
+                                                       "语音识别失败: 连接服务器超时");
+                return QCoreApplication::translate("kavel::cli", "导入超时：%1未在限定时间内完成")
+                    .arg(job->step().isEmpty()
+                             ? QCoreApplication::translate("kavel::cli", "导入媒体")
+                             : job->step());
+            };
+            awaitTask(whenEnded(*job), deadline, timedOut);
+            if (job->state() != ImportJob::State::finished)
+                throw CommandFailure {job->status()};
+        } catch (...) {
+            failure = std::current_exception();
+            // Stops the extraction's engine too, before anything it uses goes away.
+            imports.interruptAll();
+        }
     }
-    if (job->state() != ImportJob::State::finished) {
-        const QString reason = job->status();
-        discard();
-        throw CommandFailure {reason};
+    if (failure) {
+        QDir(bundle).removeRecursively();
+        std::rethrow_exception(failure);
     }
     out() << bundle << Qt::endl;
     return 0;

@@ -146,8 +146,10 @@ QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirect
 
     {
         const ProgressReporter reporter(m_clock, *conversion, m_log, std::move(onProgress));
+        m_running = conversion.get();
         if (conversion->status() == media::ConversionStatus::running)
             co_await qCoro(conversion.get(), &media::AudioConversion::finished);
+        m_running = nullptr;
     }
 
     switch (conversion->status()) {
@@ -171,6 +173,12 @@ QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirect
     }
     QFile::remove(output);
     throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
+}
+
+void AudioExtractor::cancel()
+{
+    if (media::AudioConversion *running = m_running.data())
+        running->cancel();
 }
 
 QCoro::Task<QList<ExtractedAudio>> AudioExtractor::extractAudio(const KavelProject &project,

@@ -4,6 +4,7 @@
 
 #include <QCoroTask>
 #include <QList>
+#include <QPointer>
 #include <QSet>
 #include <QString>
 #include <QUrl>
@@ -15,8 +16,9 @@ namespace kavel {
 class KavelProject;
 class PlaybackClock;
 namespace media {
+class AudioConversion;
 class AudioConverter;
-}
+} // namespace media
 
 // The sound of one source file, ready for upload.
 struct ExtractedAudio
@@ -62,10 +64,16 @@ public:
     QCoro::Task<QList<ExtractedAudio>> extractAudio(const KavelProject &project,
                                                     ProgressListener onProgress = {});
 
+    // Stops the conversion under way, if any, and waits for the engine to let go of its
+    // files; the extraction waiting on it then fails. Nothing the engine uses may be torn
+    // down while it still runs.
+    void cancel();
+
 private:
     media::AudioConverter &m_converter;
     PlaybackClock &m_clock;
     service::LogSink m_log;
+    QPointer<media::AudioConversion> m_running;
 };
 
 } // namespace kavel

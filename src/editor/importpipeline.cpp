@@ -142,7 +142,13 @@ ImportPipeline::ImportPipeline(PlaybackClock &clock, ImportServices services, QO
             = std::make_unique<AudioExtractor>(*m_services.audioConverter, m_clock, m_services.log);
 }
 
-ImportPipeline::~ImportPipeline() = default;
+ImportPipeline::~ImportPipeline()
+{
+    // The engine's threads read the bundle and write into it; they are stopped while
+    // everything they use is still there.
+    if (m_extractor)
+        m_extractor->cancel();
+}
 
 void ImportPipeline::logLine(const QString &line) const
 {
@@ -241,8 +247,13 @@ void ImportPipeline::fail(ImportJob *job, const QString &status)
     logLine(u"[Import] "_s + job->bundlePath() + u": "_s + status);
     writeNote(job->bundlePath(), u"failed"_s, status);
     job->project()->setStatus(ProjectStatus::failed);
+    const bool wasRunning = job->state() == ImportJob::State::running;
     job->setStep({}, status);
     job->setState(ImportJob::State::failed);
+    // Only the running import can be extracting; its failure has been said, so the end of
+    // the cancelled conversion adds nothing.
+    if (wasRunning && m_extractor)
+        m_extractor->cancel();
 }
 
 QCoro::Task<> ImportPipeline::run(ImportJob *job)

@@ -112,6 +112,12 @@ QCoro::Task<APIClient::Reply> APIClient::send(QNetworkRequest request, QByteArra
                          foreignRedirect = to;
                          raw->abort();
                      });
+    // Why a secure connection was refused is known only from this signal; the finished
+    // reply says no more than that the handshake failed.
+    QList<QSslError> certificateErrors;
+    QObject::connect(
+        reply.get(), &QNetworkReply::sslErrors, reply.get(),
+        [&certificateErrors](const QList<QSslError> &errors) { certificateErrors = errors; });
     co_await qCoro(reply.get()).waitForFinished();
     if (foreignRedirect)
         throw Error(QCoreApplication::translate("kavel::service", "服务器要求转到另一个地址（")
@@ -134,6 +140,8 @@ QCoro::Task<APIClient::Reply> APIClient::send(QNetworkRequest request, QByteArra
     case QNetworkReply::ProtocolFailure:
     case QNetworkReply::ProtocolUnknownError:
         co_return result;
+    case QNetworkReply::SslHandshakeFailedError:
+        throw TransportError::untrustedCertificate(certificateErrors, reply->errorString());
     default:
         throw TransportError(reply->error(), reply->errorString());
     }

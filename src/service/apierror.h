@@ -2,7 +2,9 @@
 
 #include "model/errors.h"
 
+#include <QList>
 #include <QNetworkReply>
+#include <QSslError>
 
 namespace kavel::service {
 
@@ -43,10 +45,15 @@ class TransportError : public Error
 {
 public:
     TransportError(QNetworkReply::NetworkError error, QString detail);
+    // A secure connection refused for the certificate the server showed, named by whom it
+    // was issued to and why it is not trusted.
+    static TransportError untrustedCertificate(const QList<QSslError> &errors, QString detail);
 
     QNetworkReply::NetworkError networkError() const noexcept { return m_error; }
 
 private:
+    TransportError(QNetworkReply::NetworkError error, QString description, QString detail);
+
     QNetworkReply::NetworkError m_error;
 };
 

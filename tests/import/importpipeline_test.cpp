@@ -325,8 +325,9 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     ImportJob *crashed = pipeline.start({media(u"crash.wav"_s)});
     pipeline.interruptAll();
     expectFailed(quit, u"导入被中断（应用已退出），请重新导入。"_s);
-    // What it waited for is dropped when it comes.
-    converter.current().finish(media::ConversionStatus::completed);
+    // Its extraction is stopped with it: the engine must not go on under a program that
+    // is ending.
+    EXPECT_EQ(converter.current().status(), media::ConversionStatus::cancelled);
     EXPECT_TRUE(QTest::qWaitFor(
         [&] { return QDir(quit->project()->cacheDirectory()).isEmpty(QDir::Files); }));
     EXPECT_EQ(stub.requests().size(), 4) << "nothing more was sent";

@@ -31,6 +31,9 @@ Mlt::Repository *startMlt(const QString &moduleDirectory)
             return;
         // FFmpeg's own console chatter about damaged files is not Kavel's log.
         av_log_set_level(AV_LOG_FATAL);
+        // MLT's avformat module sets FFmpeg's level from MLT's own when it first loads,
+        // which would bring the muxers' notes back ("Timestamps are unset …").
+        mlt_log_set_level(MLT_LOG_FATAL);
         // The player's sound output starts SDL, which would take SIGINT and SIGTERM for
         // itself and turn them into quit events that nothing here reads: the program could
         // then no longer be stopped by a signal. Set before MLT runs any thread.
