@@ -63,6 +63,14 @@ std::unique_ptr<KavelProject> openBundle(const QString &path)
     return KavelProject::load(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
 }
 
+void warnIfTranscriptUnreadable(const KavelProject &project)
+{
+    if (!project.timelineLoadError().isEmpty())
+        err() << QCoreApplication::translate("kavel::cli", "警告：%1，项目按没有词显示")
+                     .arg(project.timelineLoadError())
+              << Qt::endl;
+}
+
 std::unique_ptr<KavelProject> openBundleForWriting(const QString &path)
 {
     return KavelProject::open(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));

@@ -96,6 +96,9 @@ T awaitTask(QCoro::Task<T> task, Deadline deadline = {},
 
 // Loads the bundle at a path given on the command line (relative paths allowed).
 std::unique_ptr<KavelProject> openBundle(const QString &path);
+// A transcript that could not be read is shown as empty; a command that shows it says so
+// on standard error, naming the file and what is wrong in it.
+void warnIfTranscriptUnreadable(const KavelProject &project);
 // The same for commands that write to the bundle: refused while a window has it open.
 std::unique_ptr<KavelProject> openBundleForWriting(const QString &path);
 

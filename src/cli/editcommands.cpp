@@ -216,6 +216,7 @@ int runSearch(const QStringList &arguments)
         = parsePositionals(parser, u"search"_s, arguments, {u"BUNDLE"_s, u"TEXT"_s});
 
     auto project = openBundle(values[0]);
+    warnIfTranscriptUnreadable(*project);
     const QList<Paragraph> paragraphs = playbackOrder(project->paragraphs());
     const QList<SearchHit> hits = searchTranscript(paragraphs, values[1]);
 

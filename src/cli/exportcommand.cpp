@@ -167,6 +167,9 @@ int runExport(const QStringList &arguments)
     settings.denoise = choice(parser, denoiseOption, noiseReductionFromRaw, NoiseReduction::off);
 
     const auto project = openBundleForWriting(values.at(0));
+    // An unreadable transcript would export as nothing at all; why is what the user needs.
+    if (!project->timelineLoadError().isEmpty())
+        throw CommandFailure {project->timelineLoadError()};
     if (settings.title.isEmpty())
         settings.title = project->metadata().title;
 

@@ -109,6 +109,7 @@ int runComposition(const QStringList &arguments)
     const QStringList values = parsePositionals(parser, u"composition"_s, arguments, {u"BUNDLE"_s});
 
     const auto project = openBundle(values.at(0));
+    warnIfTranscriptUnreadable(*project);
     QList<PlaybackSource> sources;
     for (const SourceFile &source : project->metadata().sourceFiles)
         if (const std::optional<QUrl> url = project->sourceFileURL(source.id))

@@ -96,10 +96,7 @@ int runInfo(const QStringList &arguments)
     const QStringList values = parsePositionals(parser, u"info"_s, arguments, {u"BUNDLE"_s});
 
     auto project = openBundle(values.first());
-    if (!project->timelineLoadError().isEmpty())
-        err() << QCoreApplication::translate("kavel::cli", "警告：%1，项目按没有词显示")
-                     .arg(project->timelineLoadError())
-              << Qt::endl;
+    warnIfTranscriptUnreadable(*project);
 
     const ProjectMetadata &m = project->metadata();
     const QList<WordBlock> words = flattenParagraphs(project->paragraphs());

@@ -167,6 +167,11 @@ QCoro::Task<> LocalRenderService::renderVideo(QList<PlaybackSource> sources,
             co_await render(std::move(request), outputPath);
         } catch (const media::MediaError &) {
             throw RenderError(RenderError::Code::exportSessionFailed);
+        } catch (const RenderError &error) {
+            // The render's own reason ("磁盘空间不足") is the one the user can act on.
+            if (error.code() == RenderError::Code::exportFailed && m_error)
+                throw media::MediaError(*m_error);
+            throw;
         }
     } catch (const Error &error) {
         setError(error.description());

@@ -241,9 +241,21 @@ TEST(Cli, InfoAndSearchGoInPlaybackOrderCorrectionsKeepTimesAndDamageIsReported)
     EXPECT_EQ(warned.exitCode, 0);
     EXPECT_TRUE(warned.err.startsWith(u"警告："_s)) << warned.err.toStdString();
     EXPECT_TRUE(warned.out.contains(u"Words:       0"_s));
+    // Every command that shows the words says so; an export of nothing is refused, why named.
+    for (const QStringList &looking :
+         {QStringList {u"search"_s, bundle, u"x"_s}, QStringList {u"composition"_s, bundle}}) {
+        const CliResult shown = runCli(looking);
+        EXPECT_EQ(shown.exitCode, 0) << shown.err.toStdString();
+        EXPECT_TRUE(shown.err.startsWith(u"警告："_s) && shown.err.contains(u"timeline.json"_s))
+            << shown.err.toStdString();
+    }
     EXPECT_TRUE(QDir(bundle).entryList({u"cache/*"_s}).isEmpty()
                 && QDir(QDir(bundle).filePath(u"cache"_s)).isEmpty())
         << "looking wrote into the bundle";
+    QTemporaryDir exports;
+    expectRefusal(runCli({u"export"_s, bundle, u"--out"_s, exports.path(), u"--srt"_s}),
+                  u"timeline.json"_s);
+    EXPECT_TRUE(QDir(exports.path()).isEmpty());
     test::writeFile(QDir(bundle).filePath(u"project.json"_s), "{ broken");
     expectRefusal(runCli({u"info"_s, bundle}), u"project.json"_s);
 }

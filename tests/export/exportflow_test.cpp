@@ -231,7 +231,7 @@ TEST_F(ExportFlowTest, RunsEveryEnabledStepAndCollectsTheFailures)
     // Each step names its cause, the subtitles' too.
     EXPECT_EQ(flow->exportError(),
               u"字幕导出失败: 未能存储文件“成片.srt”。，音频导出失败: "
-              "磁盘已满，视频导出失败: 导出失败"_s);
+              "磁盘已满，视频导出失败: 磁盘已满"_s);
     // A failed render leaves the earlier file and no partial one.
     EXPECT_EQ(QDir(out()).entryList(QDir::Files | QDir::Hidden), QStringList {u"成片.mov"_s});
     EXPECT_EQ(fileio::readFile(out(u"成片.mov"_s)), "previous export");

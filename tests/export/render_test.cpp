@@ -338,22 +338,26 @@ TEST(Render, CommandLineReadsTheBundleExportsEveryOutputAndFailsLoudly)
         const auto inFull = [&](const QString &name) { return QDir(full.path()).filePath(name); };
         test::writeFile(inFull(u"满.srt"_s), "an older export");
         test::writeFile(inFull(u"满.mp3"_s), "an older export");
+        test::writeFile(inFull(u"满.mp4"_s), "an older export");
         full.fill();
         std::pair<QString, QString> outcome;
         full.whileFull([&] {
-            outcome = runCli({u"export"_s, project->bundlePath(), u"--out"_s, full.path(),
-                              u"--title"_s, u"满"_s, u"--srt"_s, u"--audio"_s, u"mp3"_s},
-                             1);
+            outcome
+                = runCli({u"export"_s, project->bundlePath(), u"--out"_s, full.path(), u"--title"_s,
+                          u"满"_s, u"--srt"_s, u"--audio"_s, u"mp3"_s, u"--video"_s, u"mp4"_s},
+                         1);
         });
         const auto &[summary, errors] = outcome;
-        EXPECT_TRUE(summary.contains(u"字幕  未写入"_s) && summary.contains(u"音频  未写入"_s))
+        EXPECT_TRUE(summary.contains(u"字幕  未写入"_s) && summary.contains(u"音频  未写入"_s)
+                    && summary.contains(u"视频  未写入"_s))
             << summary.toStdString();
         EXPECT_FALSE(errors.contains(u"_kavel_tmp"_s)) << errors.toStdString();
         const QString said = errors.section(u"kavel-cli: "_s, -1);
-        EXPECT_TRUE(said.contains(u"字幕导出失败: "_s) && said.contains(u"音频导出失败: "_s))
+        EXPECT_TRUE(said.contains(u"字幕导出失败: "_s) && said.contains(u"音频导出失败: "_s)
+                    && said.contains(u"视频导出失败: "_s))
             << said.toStdString();
         if (full.isMounted()) {
-            EXPECT_EQ(said.count(u"磁盘空间不足"_s), 2) << said.toStdString();
+            EXPECT_EQ(said.count(u"磁盘空间不足"_s), 3) << said.toStdString();
         }
         EXPECT_EQ(fileio::readFile(inFull(u"满.srt"_s)), "an older export");
     }
