@@ -238,6 +238,10 @@
         <source>嘿，您的视频已经准备好了，让我们开始吧！</source>
         <translation>Your video is ready. Let’s get started!</translation>
     </message>
+    <message>
+        <source>登录已过期，请重新登录后再导入</source>
+        <translation>Your sign-in has expired; sign in again, then import</translation>
+    </message>
 </context>
 <context>
     <name>kavel::KavelProject</name>

@@ -22,20 +22,27 @@ namespace kavel {
 namespace {
 
 // Logs the conversion's progress every half second until it goes out of scope, which
-// cancels the next report.
+// cancels the next report. The clock is the extractor owner's: once `alive` has expired,
+// it may be gone too.
 class ProgressReporter
 {
 public:
     ProgressReporter(PlaybackClock &clock, const media::AudioConversion &conversion,
-                     const service::LogSink &log, AudioExtractor::ProgressListener listener)
+                     const service::LogSink &log, AudioExtractor::ProgressListener listener,
+                     std::weak_ptr<const bool> alive)
         : m_clock(clock)
         , m_conversion(&conversion)
         , m_log(log)
         , m_listener(std::move(listener))
+        , m_alive(std::move(alive))
     {
         schedule();
     }
-    ~ProgressReporter() { m_clock.cancel(m_pending); }
+    ~ProgressReporter()
+    {
+        if (!m_alive.expired())
+            m_clock.cancel(m_pending);
+    }
     ProgressReporter(const ProgressReporter &) = delete;
     ProgressReporter &operator=(const ProgressReporter &) = delete;
 
@@ -56,6 +63,7 @@ private:
     QPointer<const media::AudioConversion> m_conversion;
     const service::LogSink &m_log;
     AudioExtractor::ProgressListener m_listener;
+    std::weak_ptr<const bool> m_alive;
     PlaybackClock::CallId m_pending = 0;
 };
 
@@ -145,10 +153,15 @@ QCoro::Task<QUrl> AudioExtractor::convertToM4A(QUrl source, QString outputDirect
     }
 
     {
-        const ProgressReporter reporter(m_clock, *conversion, m_log, std::move(onProgress));
+        const std::weak_ptr<const bool> alive = m_alive;
+        const ProgressReporter reporter(m_clock, *conversion, m_log, std::move(onProgress), alive);
         m_running = conversion.get();
         if (conversion->status() == media::ConversionStatus::running)
             co_await qCoro(conversion.get(), &media::AudioConversion::finished);
+        // The end of a cancelled conversion arrives with a later turn of the event loop,
+        // which may come after this extractor is gone; then nothing of it is touched.
+        if (alive.expired())
+            throw KavelProjectError(KavelProjectError::Code::audioExtractionFailed);
         m_running = nullptr;
     }
 

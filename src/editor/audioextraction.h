@@ -10,6 +10,7 @@
 #include <QUrl>
 #include <QUuid>
 #include <functional>
+#include <memory>
 
 namespace kavel {
 
@@ -65,8 +66,8 @@ public:
                                                     ProgressListener onProgress = {});
 
     // Stops the conversion under way, if any, and waits for the engine to let go of its
-    // files; the extraction waiting on it then fails. Nothing the engine uses may be torn
-    // down while it still runs.
+    // files; the extraction waiting on it fails once the event loop turns again. Nothing
+    // the engine uses may be torn down while it still runs.
     void cancel();
 
 private:
@@ -74,6 +75,8 @@ private:
     PlaybackClock &m_clock;
     service::LogSink m_log;
     QPointer<media::AudioConversion> m_running;
+    // Expires with the extractor: a conversion that ends later must not reach into it.
+    std::shared_ptr<const bool> m_alive = std::make_shared<const bool>(true);
 };
 
 } // namespace kavel

@@ -43,6 +43,11 @@ QString interruptedText()
 
 QString describe(const std::exception &error)
 {
+    // Signed in a moment ago, the session can still run out before the recognition does;
+    // that is no fault of the service, and signing in again is what helps.
+    if (const auto *refused = dynamic_cast<const service::APIError *>(&error);
+        refused && refused->statusCode() == 401)
+        return ImportPipeline::tr("登录已过期，请重新登录后再导入");
     if (const auto *known = dynamic_cast<const Error *>(&error))
         return known->description();
     return QString::fromUtf8(error.what());
@@ -142,13 +147,7 @@ ImportPipeline::ImportPipeline(PlaybackClock &clock, ImportServices services, QO
             = std::make_unique<AudioExtractor>(*m_services.audioConverter, m_clock, m_services.log);
 }
 
-ImportPipeline::~ImportPipeline()
-{
-    // The engine's threads read the bundle and write into it; they are stopped while
-    // everything they use is still there.
-    if (m_extractor)
-        m_extractor->cancel();
-}
+ImportPipeline::~ImportPipeline() = default;
 
 void ImportPipeline::logLine(const QString &line) const
 {
