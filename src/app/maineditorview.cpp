@@ -225,9 +225,11 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
             &MainEditorView::refreshSearchCounter);
     connect(&editor, &EditorViewModel::currentSearchIndexChanged, this,
             &MainEditorView::refreshSearchCounter);
+    // The counter shows whether there is a query even when the matches stay none.
     connect(&editor, &EditorViewModel::searchQueryChanged, this, [this] {
         if (m_search->text() != m_editor.searchQuery())
             m_search->setText(m_editor.searchQuery());
+        refreshSearchCounter();
     });
 
     // Ctrl+F asks for the search bar, which is always there: it takes the cursor, and

@@ -175,6 +175,12 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     view->searchField()->setText(u"absent"_s);
     EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
     EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
+    // Emptied, or pasted whole with nothing found, the field says so either way.
+    view->searchField()->clear();
+    EXPECT_TRUE(view->searchCounter()->isHidden());
+    view->searchField()->setText(u"absent"_s);
+    EXPECT_EQ(std::pair(view->searchCounter()->isHidden(), view->searchCounter()->text()),
+              std::pair(false, u"0/0"_s));
 
     // "保留停顿" starts on and whole; one step down is the longest limit, one up whole
     // again; a typed limit and the check box reach the project.
