@@ -2,6 +2,7 @@
 
 #include "editor/editorviewmodel.h"
 #include "importcover.h"
+#include "model/projectmetadata.h"
 #include "pauselimitbox.h"
 #include "projecttitle.h"
 #include "symbolicons.h"
@@ -28,11 +29,6 @@
 using namespace Qt::StringLiterals;
 
 namespace kavel::app {
-
-namespace {
-// What the pause limit shows until a project sets its own.
-constexpr double defaultPauseLimit = 0.5;
-} // namespace
 
 MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
     : QWidget(parent)
@@ -194,18 +190,21 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
         if (m_keepPauses->isChecked())
             applyPauses();
     });
-    const auto showPauses = [this] {
+    const auto showPauses = [this](bool opened) {
         const double limit = m_editor.pauseLimit();
         const QSignalBlocker blockCheck(m_keepPauses), blockLimit(m_pauseLimit);
         m_keepPauses->setChecked(limit > 0);
         m_keepPauses->setEnabled(m_editor.project() != nullptr);
-        // A project without pauses shows the usual limit, not the last project's.
-        m_pauseLimit->showLimit(limit > 0 ? limit : defaultPauseLimit);
+        // Switched off, the box keeps its limit for switching on again; a project opened
+        // without pauses offers the default, whole, never the last project's limit.
+        if (limit > 0 || opened)
+            m_pauseLimit->showLimit(limit > 0 ? limit : wholePauses);
         m_pauseLimit->setEnabled(limit > 0);
     };
-    connect(&m_editor, &EditorViewModel::pauseLimitChanged, this, showPauses);
-    connect(&m_editor, &EditorViewModel::projectChanged, this, showPauses);
-    showPauses();
+    connect(&m_editor, &EditorViewModel::pauseLimitChanged, this,
+            [showPauses] { showPauses(false); });
+    connect(&m_editor, &EditorViewModel::projectChanged, this, [showPauses] { showPauses(true); });
+    showPauses(true);
 
     connect(&editor.undoManager(), &EditorUndoManager::canUndoChanged, this,
             &MainEditorView::refreshUndoButtons);
@@ -225,9 +224,11 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
             &MainEditorView::refreshSearchCounter);
     connect(&editor, &EditorViewModel::currentSearchIndexChanged, this,
             &MainEditorView::refreshSearchCounter);
+    // The counter shows whether there is a query even when the matches stay none.
     connect(&editor, &EditorViewModel::searchQueryChanged, this, [this] {
         if (m_search->text() != m_editor.searchQuery())
             m_search->setText(m_editor.searchQuery());
+        refreshSearchCounter();
     });
 
     // Ctrl+F asks for the search bar, which is always there: it takes the cursor, and

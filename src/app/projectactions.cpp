@@ -44,7 +44,7 @@ QString renameProject(EditorViewModel &editor, ProjectStore &store, const Import
         if (const auto url = open->sourceFileURL(file.id))
             sources.append({file.id, *url});
     }
-    editor.playerVM().loadSources(sources);
+    editor.playerVM().loadSources(sources, true);
     store.refresh();
     return {};
 }

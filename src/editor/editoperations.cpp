@@ -216,7 +216,13 @@ void EditorViewModel::cutSelectedWords()
 
 void EditorViewModel::pasteWords()
 {
-    if (m_copiedWords.isEmpty() || !m_cursorParagraphId)
+    // Words copied in another project have no recording here to play them from.
+    QList<WordBlock> words;
+    for (const WordBlock &word : std::as_const(m_copiedWords)) {
+        if (m_project && m_project->sourceFileURL(word.sourceFileId))
+            words.append(word);
+    }
+    if (words.isEmpty() || !m_cursorParagraphId)
         return;
     const qsizetype index = edits::indexOfParagraph(m_paragraphs, *m_cursorParagraphId);
     if (index < 0)
@@ -224,8 +230,7 @@ void EditorViewModel::pasteWords()
     QList<Paragraph> after = m_paragraphs;
     const qsizetype gap
         = std::clamp<qsizetype>(m_cursorPosition, 0, after.at(index).wordBlocks.size());
-    const QList<QUuid> inserted
-        = edits::insertWords(after, *m_cursorParagraphId, gap, m_copiedWords);
+    const QList<QUuid> inserted = edits::insertWords(after, *m_cursorParagraphId, gap, words);
     recordEdit(std::move(after));
     placeCursorAfterWord(inserted.last());
     syncPlayer();

@@ -172,8 +172,8 @@ void EditorViewModel::openProject(std::shared_ptr<KavelProject> project)
     else if (!m_project->timelineLoadError().isEmpty())
         setProcessingStatus(m_project->timelineLoadError());
     setNavigateToEditor(true);
-    syncPlayer();
     loadProjectSources();
+    syncPlayer();
     m_playerVM->setCurrentTime(0.0);
 }
 

@@ -212,8 +212,8 @@ public:
     void copySelectedWords();
     void cutSelectedWords();
     const QList<WordBlock> &copiedWords() const { return m_copiedWords; }
-    // Inserts the copied words at the cursor as new words (fresh ids), one undoable step;
-    // the cursor ends after them.
+    // Inserts the copied words of this project's recordings at the cursor as new words
+    // (fresh ids), one undoable step; the cursor ends after them.
     void pasteWords();
 
     // --- search (editorsearch.cpp) -----------------------------------------------------

@@ -124,14 +124,20 @@ void VideoPlayerViewModel::scheduleRebuild()
     });
 }
 
-void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources)
+void VideoPlayerViewModel::loadSources(const QList<PlaybackSource> &sources, bool keepPlayHead)
 {
     m_sourceAssets.clear();
     for (const PlaybackSource &source : sources)
         m_sourceAssets.append({source.id, source.url.toLocalFile()});
     m_imageGenerators.clear();
     m_thumbnailCache.clear();
-    // Nothing of the last sources' play head stays current.
+    // Nothing of the last sources' play head stays current; until the new ones are probed
+    // no word is laid on the old tracks, nor placed where the engine last played.
+    if (!keepPlayHead) {
+        m_tracksLoaded = false;
+        forgetPlan();
+        m_opensAtStart = true;
+    }
     m_placedAt.reset();
     setActiveWordBlockId({});
 
@@ -169,6 +175,7 @@ void VideoPlayerViewModel::rebuildComposition()
         return;
 
     const bool wasPlaying = m_isPlaying;
+    const bool fromStart = std::exchange(m_opensAtStart, false);
     const double anchor = compositionTimeToSourceTime(m_currentTime);
     // The end moves with the edit; playing that resumes below watches the new one.
     removeEndObserver();
@@ -197,7 +204,7 @@ void VideoPlayerViewModel::rebuildComposition()
     setDuration(std::isfinite(m_plan.duration) ? m_plan.duration : 0.0);
     Q_EMIT compositionMapChanged();
 
-    double target;
+    double target = fromStart ? 0.0 : sourceTimeToCompositionTime(anchor);
     if (m_pendingSeekBlockId) {
         if (const CompositionEntry *entry = entryOfBlock(*m_pendingSeekBlockId)) {
             target = entry->compositionStart;
@@ -213,8 +220,6 @@ void VideoPlayerViewModel::rebuildComposition()
             target = nearest->compositionStart;
         }
         m_pendingSeekBlockId.reset();
-    } else {
-        target = sourceTimeToCompositionTime(anchor);
     }
     target = std::max(std::min(target, m_duration), 0.0);
     // A word placed under the play head stays current at its new place.

@@ -78,7 +78,9 @@ public:
     // the debounced rebuild has run lay their clips from this.
     CompositionPlan planFor(const QList<WordBlock> &blocks) const;
 
-    void loadSources(const QList<PlaybackSource> &sources);
+    // Another project's recordings (or the open one's first): the play head starts at the
+    // beginning. The same recordings moved elsewhere keep it.
+    void loadSources(const QList<PlaybackSource> &sources, bool keepPlayHead = false);
     bool tracksLoaded() const { return m_tracksLoaded; }
     double sourceDuration() const { return m_sourceDuration; }
     const QList<CompositionEntry> &compositionMap() const { return m_plan.map; }
@@ -173,6 +175,7 @@ private:
     QList<SourceAsset> m_sourceAssets;
     QList<SourceTrackInfo> m_sourceTracks;
     bool m_tracksLoaded = false;
+    bool m_opensAtStart = false;
     std::optional<PlaybackClock::CallId> m_loadCall;
     QHash<QUuid, std::shared_ptr<media::ThumbnailGenerator>> m_imageGenerators;
     // Thumbnails by source and half second, weighed in bytes: an hour's timeline holds

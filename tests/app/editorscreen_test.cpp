@@ -175,6 +175,12 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     view->searchField()->setText(u"absent"_s);
     EXPECT_EQ(view->searchCounter()->text(), u"0/0"_s);
     EXPECT_FALSE(view->nextMatchButton()->isEnabled() || view->previousMatchButton()->isEnabled());
+    // Emptied, or pasted whole with nothing found, the field says so either way.
+    view->searchField()->clear();
+    EXPECT_TRUE(view->searchCounter()->isHidden());
+    view->searchField()->setText(u"absent"_s);
+    EXPECT_EQ(std::pair(view->searchCounter()->isHidden(), view->searchCounter()->text()),
+              std::pair(false, u"0/0"_s));
 
     // "保留停顿" starts on and whole; one step down is the longest limit, one up whole
     // again; a typed limit and the check box reach the project.
@@ -194,6 +200,9 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     keep->click();
     EXPECT_EQ(vm.pauseLimit(), 0.0);
     EXPECT_FALSE(limit->isEnabled());
+    // Switched on again, the limit it had comes back.
+    keep->click();
+    EXPECT_EQ(vm.pauseLimit(), 0.5);
 
     // Another project shows nothing of this one: no query, no count, its own pauses.
     vm.setPauseLimit(1.5);
@@ -203,6 +212,13 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     EXPECT_EQ(view->searchField()->text(), QString());
     EXPECT_TRUE(view->searchCounter()->isHidden());
     EXPECT_EQ(std::pair(limit->text(), limit->isEnabled()), std::pair(u"完整"_s, true));
+    // One opened with pauses off offers the default, whole, to switch on.
+    vm.setPauseLimit(1.5);
+    vm.setPauseLimit(0.0);
+    vm.openProject(vm.project()->bundleURL());
+    EXPECT_EQ(std::pair(limit->text(), keep->isChecked()), std::pair(u"完整"_s, false));
+    keep->click();
+    EXPECT_EQ(vm.pauseLimit(), wholePauses);
 }
 
 // The size the surface reports for frames is walked by the full-screen part below.

@@ -218,6 +218,15 @@ TEST_F(Editor, CutAndPasteMoveWordsWithTheirTimes)
     vm.undoManager().undo();
     vm.undoManager().undo();
     EXPECT_EQ(vm.paragraphs(), original);
+
+    // Another project has not their recording: they are not pasted there.
+    vm.selectRange(paragraph(0).id, 0, 2);
+    vm.copySelectedWords();
+    openTranscript({{u"x"_s, u"y"_s}});
+    vm.setCursor(paragraph(0).id, 1);
+    vm.pasteWords();
+    EXPECT_EQ(text(), u"x y"_s);
+    EXPECT_FALSE(vm.undoManager().canUndo());
 }
 
 TEST_F(Editor, MovingParagraphsFollowsTheListMoveRuleAndIsUndoneOneDragAtATime)

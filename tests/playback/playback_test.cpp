@@ -163,6 +163,25 @@ TEST_F(PlayerModel, EditsKeepThePlayHeadOnItsSourceMomentOrTheWordAskedFor)
     push({a, word(4.6, 4.8), word(5.8, 6.0)});
     player->completeSeeks();
     EXPECT_DOUBLE_EQ(model->currentTime(), 1.0);
+
+    const WordBlock last = word(5.8, 6.0);
+    push({a, last});
+    player->completeSeeks();
+    model->seekToBlock(last);
+    player->completeSeeks();
+    // Another project opens at its start: neither the last play head (source 5.8) nor the
+    // engine, which reports it (1.0) until the new recordings are in, places it elsewhere.
+    const WordBlock first = word(0.2, 0.6, audioId), second = word(0.9, 2.0, audioId);
+    clock.advance(0.2);
+    model->loadSources({{audioId, QUrl::fromLocalFile(u"/m/speech.wav"_s)}});
+    push({first, second});
+    player->reportTime(1.0);
+    EXPECT_NE(model->activeWordBlockId(), last.id);
+    clock.advance(0.0);
+    player->completeSeeks();
+    EXPECT_DOUBLE_EQ(player->seeks.last(), 0.0);
+    EXPECT_DOUBLE_EQ(model->currentTime(), 0.0);
+    EXPECT_NE(model->activeWordBlockId(), last.id);
 }
 
 TEST_F(PlayerModel, PeriodicReportsArePublishedAtMostTenTimesASecond)
