@@ -240,9 +240,7 @@ void HttpService::routes()
 
 bool HttpService::screen(const httplib::Request &request, httplib::Response &response)
 {
-    if (request.method != "POST")
-        return false;
-    const bool upload = request.path == "/api/media/transcribe";
+    const bool upload = request.method == "POST" && request.path == "/api/media/transcribe";
     const bool chunked
         = request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos;
     const std::uint64_t length = declaredLength(request);
@@ -258,11 +256,14 @@ bool HttpService::screen(const httplib::Request &request, httplib::Response &res
         }
         return false;
     }
+    // Whatever the method: the library reads the body of any PUT, PATCH or DELETE into
+    // memory before it finds that no route takes it.
     if (chunked || length > maxFormBytes) {
         refuseEarly(response, 413, "The request body is too large");
         return true;
     }
-    if (request.path == "/api/auth/login" || request.path == "/api/auth/sms-code") {
+    if (request.method == "POST"
+        && (request.path == "/api/auth/login" || request.path == "/api/auth/sms-code")) {
         if (auto wait = m_signInsByAddress.admit(request.remote_addr)) {
             refuseEarly(response, 429, "Too many sign-in attempts; try again later", wait);
             return true;
