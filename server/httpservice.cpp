@@ -572,8 +572,10 @@ std::chrono::milliseconds HttpService::pollWait(const httplib::Request &request)
     const double seconds = std::strtod(text.c_str(), &end);
     if (end == text.c_str() || !(seconds > 0))
         return std::chrono::milliseconds(0);
-    // Waiting polls hold a request thread each; half the pool stays for everything else.
-    if (m_waitingPolls.load() >= m_options.threads / 2)
+    // Waiting polls hold a request thread each, as bodies on their way do (half the
+    // pool): with a quarter for the polls, the last quarter stays for everything else,
+    // whatever greedy clients keep waiting or trickle.
+    if (m_waitingPolls.load() >= m_options.threads / 4)
         return std::chrono::milliseconds(0);
     return std::chrono::milliseconds(
         static_cast<std::int64_t>(std::min(seconds, maxPollWaitSeconds) * 1000.0));

@@ -397,9 +397,36 @@ TEST_F(ExposedServer, UploadsGoToDiskInPiecesWithinEachUsersQuota)
     QThread::msleep(300);
     // Small ones fit, until five are waiting: one more is asked to wait.
     const httplib::MultipartFormDataItems small {{"file", "RIFF", "small.wav", "audio/wav"}};
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(client.Post("/api/media/transcribe", auth, small)->status, 200);
+    std::string task;
+    for (int i = 0; i < 3; ++i) {
+        const auto queued = client.Post("/api/media/transcribe", auth, small);
+        EXPECT_EQ(queued->status, 200);
+        task = QJsonDocument::fromJson(QByteArray::fromStdString(queued->body))[u"task_id"_s]
+                   .toString()
+                   .toStdString();
+    }
     const auto refused = client.Post("/api/media/transcribe", auth, small);
     EXPECT_EQ(refused->status, 429);
     EXPECT_EQ(refused->get_header_value("Retry-After"), "60");
+
+    // Polls that wait for their task to move on hold request threads too: four at a
+    // time, so that with the bodies on their way a quarter of the threads stays free.
+    const std::string waiting = "/api/media/transcribe/" + task + "?wait=8";
+    std::vector<std::thread> polls;
+    for (int i = 0; i < 4; ++i) {
+        polls.emplace_back([&] {
+            httplib::Client poller("127.0.0.1", port);
+            poller.set_read_timeout(30);
+            const auto answer = poller.Get(waiting, auth);
+            EXPECT_TRUE(answer && answer->status == 200);
+        });
+    }
+    QThread::msleep(1000);
+    const auto asked = std::chrono::steady_clock::now();
+    const auto fifth = client.Get(waiting, auth);
+    EXPECT_TRUE(fifth && fifth->status == 200);
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4))
+        << "a fifth is answered without waiting";
+    for (std::thread &poll : polls)
+        poll.join();
 }
