@@ -264,7 +264,7 @@ bool HttpService::screen(const httplib::Request &request, httplib::Response &res
     }
     if (request.method == "POST"
         && (request.path == "/api/auth/login" || request.path == "/api/auth/sms-code")) {
-        if (auto wait = m_signInsByAddress.admit(request.remote_addr)) {
+        if (auto wait = m_signInsByAddress.admit(clientNetwork(request.remote_addr))) {
             refuseEarly(response, 429, "Too many sign-in attempts; try again later", wait);
             return true;
         }
