@@ -384,7 +384,7 @@ bool ConnectionFront::receive(Connection &connection)
     return pending.find("\r\n\r\n") != std::string_view::npos || pending.size() <= maxHeadBytes;
 }
 
-bool ConnectionFront::headComplete(const Connection &connection) const
+bool ConnectionFront::headComplete(Connection &connection)
 {
     if (connection.handshaking)
         return false;
@@ -396,17 +396,34 @@ bool ConnectionFront::headComplete(const Connection &connection) const
     // A small body with a declared length is waited for here as well, so that only
     // uploads are read by a request thread.
     size_t length = 0;
+    size_t expectation = std::string_view::npos;
     size_t line = pending.find("\r\n");
     while (line < end) {
         const size_t next = pending.find("\r\n", line + 2);
         const std::string header = lowered(pending.substr(line + 2, next - line - 2));
         if (header.rfind("content-length:", 0) == 0)
             length = std::strtoull(header.c_str() + 15, nullptr, 10);
-        else if (header.rfind("transfer-encoding:", 0) == 0 || header.rfind("expect:", 0) == 0)
+        else if (header.rfind("transfer-encoding:", 0) == 0)
             return true;
+        else if (header.rfind("expect:", 0) == 0
+                 && header.find("100-continue") != std::string::npos)
+            expectation = connection.consumed + line + 2;
         line = next;
     }
-    return length > m_options.smallBody || pending.size() >= end + 4 + length;
+    if (length > m_options.smallBody || pending.size() >= end + 4 + length)
+        return true;
+    // A client that asks before sending a small body is told to go ahead from here, and
+    // its body is waited for like any other: answered by a request thread, a body
+    // trickled after the answer would hold that thread for as long as it kept coming.
+    // The question is struck from the head so that the request thread does not answer
+    // it a second time.
+    if (expectation != std::string_view::npos) {
+        connection.input[expectation] = 'X';
+        connection.output = "HTTP/1.1 100 Continue\r\n\r\n";
+        if (!connection.flush(std::chrono::milliseconds(0)))
+            connection.deadline = Clock::time_point::min();
+    }
+    return false;
 }
 
 void ConnectionFront::dispatch(std::unique_ptr<Connection> connection)

@@ -71,7 +71,9 @@ private:
     // Reads what the connection has; false when it is finished with (closed, failed,
     // or sent something that is not HTTP).
     bool receive(Connection &connection);
-    bool headComplete(const Connection &connection) const;
+    // Whether a request thread can take the connection now. Answers a client that waits
+    // for leave to send its small body.
+    bool headComplete(Connection &connection);
     void dispatch(std::unique_ptr<Connection> connection);
     void wake();
 

@@ -1,10 +1,28 @@
 #include "credentials.h"
 
 #include <array>
+#include <semaphore>
 #include <sodium.h>
 #include <stdexcept>
 
 namespace kavel::server::credentials {
+
+namespace {
+
+// Each hash or check of a password takes 64 MiB for its moment. Sign-ins from many
+// addresses at once would otherwise take that on every request thread, a gigabyte in
+// all; a few at a time get through the processor just as fast.
+std::counting_semaphore<> passwordWork(4);
+
+struct PasswordWork
+{
+    PasswordWork() { passwordWork.acquire(); }
+    ~PasswordWork() { passwordWork.release(); }
+    PasswordWork(const PasswordWork &) = delete;
+    PasswordWork &operator=(const PasswordWork &) = delete;
+};
+
+} // namespace
 
 void initialise()
 {
@@ -15,6 +33,7 @@ void initialise()
 std::string hashPassword(const std::string &password)
 {
     std::array<char, crypto_pwhash_STRBYTES> out {};
+    const PasswordWork turn;
     if (crypto_pwhash_str_alg(out.data(), password.data(), password.size(),
                               crypto_pwhash_OPSLIMIT_INTERACTIVE,
                               crypto_pwhash_MEMLIMIT_INTERACTIVE, crypto_pwhash_ALG_ARGON2ID13)
@@ -25,6 +44,7 @@ std::string hashPassword(const std::string &password)
 
 bool verifyPassword(const std::string &hash, const std::string &password)
 {
+    const PasswordWork turn;
     return crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
 }
 

@@ -1,5 +1,6 @@
 #include "healthmetrics.h"
 
+#include "connectionfront.h"
 #include "serverlog.h"
 
 #include <cstdio>
@@ -219,11 +220,23 @@ void addOperatorRoutes(httplib::Server &server, Store &store, const ServiceMetri
                });
 }
 
+namespace {
+
+FrontOptions operatorFront()
+{
+    FrontOptions options;
+    options.threads = 2;
+    return options;
+}
+
+} // namespace
+
 OperatorListener::OperatorListener(Store &store, const ServiceMetrics &metrics,
                                    std::string uploadDirectory)
-    : m_server(std::make_unique<httplib::Server>())
+    // Its two threads, too, take only connections whose request has arrived: a load
+    // balancer's health check must not wait behind someone trickling a request.
+    : m_server(std::make_unique<FrontedServer<httplib::Server>>(operatorFront()))
 {
-    m_server->new_task_queue = [] { return new httplib::ThreadPool(2); };
     addOperatorRoutes(*m_server, store, metrics, uploadDirectory,
                       [](const httplib::Request &, httplib::Response &) { return true; });
 }

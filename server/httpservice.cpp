@@ -240,9 +240,7 @@ void HttpService::routes()
 
 bool HttpService::screen(const httplib::Request &request, httplib::Response &response)
 {
-    if (request.method != "POST")
-        return false;
-    const bool upload = request.path == "/api/media/transcribe";
+    const bool upload = request.method == "POST" && request.path == "/api/media/transcribe";
     const bool chunked
         = request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos;
     const std::uint64_t length = declaredLength(request);
@@ -258,12 +256,15 @@ bool HttpService::screen(const httplib::Request &request, httplib::Response &res
         }
         return false;
     }
+    // Whatever the method: the library reads the body of any PUT, PATCH or DELETE into
+    // memory before it finds that no route takes it.
     if (chunked || length > maxFormBytes) {
         refuseEarly(response, 413, "The request body is too large");
         return true;
     }
-    if (request.path == "/api/auth/login" || request.path == "/api/auth/sms-code") {
-        if (auto wait = m_signInsByAddress.admit(request.remote_addr)) {
+    if (request.method == "POST"
+        && (request.path == "/api/auth/login" || request.path == "/api/auth/sms-code")) {
+        if (auto wait = m_signInsByAddress.admit(clientNetwork(request.remote_addr))) {
             refuseEarly(response, 429, "Too many sign-in attempts; try again later", wait);
             return true;
         }
@@ -571,8 +572,10 @@ std::chrono::milliseconds HttpService::pollWait(const httplib::Request &request)
     const double seconds = std::strtod(text.c_str(), &end);
     if (end == text.c_str() || !(seconds > 0))
         return std::chrono::milliseconds(0);
-    // Waiting polls hold a request thread each; half the pool stays for everything else.
-    if (m_waitingPolls.load() >= m_options.threads / 2)
+    // Waiting polls hold a request thread each, as bodies on their way do (half the
+    // pool): with a quarter for the polls, the last quarter stays for everything else,
+    // whatever greedy clients keep waiting or trickle.
+    if (m_waitingPolls.load() >= m_options.threads / 4)
         return std::chrono::milliseconds(0);
     return std::chrono::milliseconds(
         static_cast<std::int64_t>(std::min(seconds, maxPollWaitSeconds) * 1000.0));

@@ -1,14 +1,32 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <mutex>
+#include <netinet/in.h>
 #include <optional>
 #include <string>
 
 namespace kavel::server {
+
+// What a client's address counts as: an IPv6 client is given a /64 network of its own
+// and may send from any address in it, so the network is counted, not the address. IPv4
+// addresses (mapped into IPv6 or not) are counted as they are.
+inline std::string clientNetwork(const std::string &address)
+{
+    in6_addr ip {};
+    if (address.find(':') == std::string::npos || ::inet_pton(AF_INET6, address.c_str(), &ip) != 1
+        || IN6_IS_ADDR_V4MAPPED(&ip))
+        return address;
+    std::memset(ip.s6_addr + 8, 0, 8);
+    char text[INET6_ADDRSTRLEN] = {};
+    ::inet_ntop(AF_INET6, &ip, text, sizeof text);
+    return std::string(text) + "/64";
+}
 
 // At most `limit` events per key within a sliding `window`. Kept in the memory of one
 // API node: a deployment of N nodes admits up to N times as many, which still turns a
@@ -62,7 +80,7 @@ private:
     std::uint64_t m_calls = 0;
 };
 
-// Password guesses, counted per account and client address together, so that whoever
+// Password guesses, counted per account and client network together, so that whoever
 // guesses at an account slows down only themselves: its owner, signing in from an
 // address that has not been failing, goes straight through. The first few attempts of a
 // pair are free; after them each one must wait twice as long as the one before (1 s,
@@ -87,7 +105,7 @@ public:
         if (++m_calls % 1024 == 0)
             std::erase_if(m_pairs,
                           [now](const auto &entry) { return now - entry.second.last >= memory; });
-        Pair &pair = m_pairs[account + '\n' + address];
+        Pair &pair = m_pairs[account + '\n' + clientNetwork(address)];
         if (pair.attempts > 0 && now - pair.last >= memory)
             pair = Pair {};
         if (now < pair.notBefore)
@@ -106,7 +124,7 @@ public:
     void succeeded(const std::string &account, const std::string &address)
     {
         const std::lock_guard lock(m_mutex);
-        m_pairs.erase(account + '\n' + address);
+        m_pairs.erase(account + '\n' + clientNetwork(address));
     }
 
 private:

@@ -50,8 +50,9 @@ protected:
 
     // What the server answers to raw request bytes (a head without its body, say),
     // sent from the loopback address `from`; empty when it waits for more instead of
-    // answering.
-    static QByteArray answerTo(int port, const QByteArray &head, const QString &from = {})
+    // answering (for `wait` milliseconds).
+    static QByteArray answerTo(int port, const QByteArray &head, const QString &from = {},
+                               int wait = 2500)
     {
         QTcpSocket socket;
         if (!from.isEmpty())
@@ -63,7 +64,7 @@ protected:
         socket.waitForBytesWritten(5000);
         // Well inside the server's five-second read timeout, after which it would give
         // up on the body anyway.
-        socket.waitForReadyRead(2500);
+        socket.waitForReadyRead(wait);
         return socket.readAll();
     }
 

@@ -140,6 +140,9 @@ TEST_F(ExposedServer, BodiesAreRefusedFromTheirHeadersAlone)
          "413"},
         {"POST /api/auth/login HTTP/1.1\r\nHost: k\r\nContent-Length: 1000000\r\n\r\n", "413"},
         {"POST /api/auth/login HTTP/1.1\r\nHost: k\r\nTransfer-Encoding: chunked\r\n\r\n", "413"},
+        // No route takes a body by any other method, and none is read to find that out.
+        {"PUT /api/auth/me HTTP/1.1\r\nHost: k\r\nContent-Length: 1000000\r\n\r\n", "413"},
+        {"DELETE /signup HTTP/1.1\r\nHost: k\r\nTransfer-Encoding: chunked\r\n\r\n", "413"},
     };
     for (const auto &[head, status, detail] : cases) {
         // No status: it waits for the rest of the body.
@@ -162,8 +165,24 @@ TEST_F(ExposedServer, GuessesSlowDownTheirOwnAddressAndNeverLockOutTheOwner)
     const auto attempt = [port](const char *from, const std::string &account,
                                 const std::string &password) {
         return statusAndWait(answerTo(port, post("/api/auth/login", loginBody(account, password)),
-                                      QString::fromLatin1(from)));
+                                      QString::fromLatin1(from), 20000));
     };
+    // Sign-ins from many addresses at once have their passwords checked a few at a time,
+    // each check taking 64 MiB while it lasts: a flood of them cannot take a gigabyte.
+    forgetPeakMemory();
+    const double before = memory("VmHWM");
+    std::vector<std::thread> signIns;
+    std::atomic<int> checked = 0;
+    for (int i = 0; i < 16; ++i) {
+        signIns.emplace_back([&, i] {
+            const std::string from = "127.0.1." + std::to_string(i + 1);
+            checked += attempt(from.c_str(), "e@example.com", "guess").first == 401;
+        });
+    }
+    for (std::thread &signIn : signIns)
+        signIn.join();
+    EXPECT_EQ(checked, 16);
+    EXPECT_LT(memory("VmHWM") - before, 5 * 64.0) << "MiB more at the peak";
     const char *guesser = "127.0.0.2";
     // A few wrong passwords are answered at once, then the address must wait.
     QList<int> answers;
@@ -208,7 +227,8 @@ TEST_F(ExposedServer, SlowClientsHoldNoRequestThreadAndAreDroppedAtTheirHeadDead
     const auto started = Clock::now();
     const auto seconds
         = [started] { return std::chrono::duration<double>(Clock::now() - started).count(); };
-    // Each sends a byte of its head a second, and notes when the server hung up.
+    // Each sends a byte of its head a second, and notes when the server hung up. Every
+    // fourth asks leave to send a small body, and then trickles that instead.
     constexpr int slowClients = 64;
     std::vector<double> droppedAt(slowClients, -1.0);
     std::atomic<bool> done = false;
@@ -221,9 +241,19 @@ TEST_F(ExposedServer, SlowClientsHoldNoRequestThreadAndAreDroppedAtTheirHeadDead
             address.sin6_port = htons(static_cast<std::uint16_t>(port));
             address.sin6_addr = in6addr_loopback;
             if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
-                const std::string head = "GET /signup HTTP/1.1\r\nHost: k\r\nX-Slow: ";
+                const bool asks = i % 4 == 0;
+                const std::string head = asks
+                    ? "POST /signup HTTP/1.1\r\nHost: k\r\nExpect: 100-continue\r\n"
+                      "Content-Length: 60\r\n\r\n"
+                    : "GET /signup HTTP/1.1\r\nHost: k\r\nX-Slow: ";
                 ::send(fd, head.data(), head.size(), MSG_NOSIGNAL);
-                while (!done) {
+                // Told to go ahead at once; a client never told is not counted as dropped.
+                char leave[64] = {};
+                pollfd asked {fd, POLLIN, 0};
+                const bool toldToGoAhead = !asks
+                    || (::poll(&asked, 1, 3000) == 1 && ::recv(fd, leave, sizeof leave - 1, 0) > 0
+                        && std::string_view(leave).rfind("HTTP/1.1 100 ", 0) == 0);
+                while (!done && toldToGoAhead) {
                     pollfd entry {fd, POLLIN, 0};
                     if (::poll(&entry, 1, 1000) > 0) {
                         char byte;
@@ -367,9 +397,36 @@ TEST_F(ExposedServer, UploadsGoToDiskInPiecesWithinEachUsersQuota)
     QThread::msleep(300);
     // Small ones fit, until five are waiting: one more is asked to wait.
     const httplib::MultipartFormDataItems small {{"file", "RIFF", "small.wav", "audio/wav"}};
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(client.Post("/api/media/transcribe", auth, small)->status, 200);
+    std::string task;
+    for (int i = 0; i < 3; ++i) {
+        const auto queued = client.Post("/api/media/transcribe", auth, small);
+        EXPECT_EQ(queued->status, 200);
+        task = QJsonDocument::fromJson(QByteArray::fromStdString(queued->body))[u"task_id"_s]
+                   .toString()
+                   .toStdString();
+    }
     const auto refused = client.Post("/api/media/transcribe", auth, small);
     EXPECT_EQ(refused->status, 429);
     EXPECT_EQ(refused->get_header_value("Retry-After"), "60");
+
+    // Polls that wait for their task to move on hold request threads too: four at a
+    // time, so that with the bodies on their way a quarter of the threads stays free.
+    const std::string waiting = "/api/media/transcribe/" + task + "?wait=8";
+    std::vector<std::thread> polls;
+    for (int i = 0; i < 4; ++i) {
+        polls.emplace_back([&] {
+            httplib::Client poller("127.0.0.1", port);
+            poller.set_read_timeout(30);
+            const auto answer = poller.Get(waiting, auth);
+            EXPECT_TRUE(answer && answer->status == 200);
+        });
+    }
+    QThread::msleep(1000);
+    const auto asked = std::chrono::steady_clock::now();
+    const auto fifth = client.Get(waiting, auth);
+    EXPECT_TRUE(fifth && fifth->status == 200);
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4))
+        << "a fifth is answered without waiting";
+    for (std::thread &poll : polls)
+        poll.join();
 }

@@ -139,8 +139,19 @@ TEST_F(ExposedServer, OperatorsSeeHealthAndMetricsButNoOnesData)
     for (const std::string &secret : {task, token, std::string("e@example.com")})
         EXPECT_EQ(text.find(secret), std::string::npos) << secret;
 
-    // The listener of their own serves the operators' two routes and nothing else.
-    httplib::Client operators("127.0.0.1", metricsPort->captured(1).toInt());
+    // The listener of their own serves the operators' two routes and nothing else, and
+    // has its checks answered while others send their requests as slowly as they like.
+    const int operatorsPort = metricsPort->captured(1).toInt();
+    std::vector<std::unique_ptr<QTcpSocket>> slow;
+    for (int i = 0; i < 4; ++i) {
+        slow.push_back(std::make_unique<QTcpSocket>());
+        slow.back()->connectToHost(u"127.0.0.1"_s, static_cast<quint16>(operatorsPort));
+        ASSERT_TRUE(slow.back()->waitForConnected(5000));
+        slow.back()->write("GET /healthz HTTP/1.1\r\nHost: k\r\n");
+        ASSERT_TRUE(slow.back()->waitForBytesWritten(5000));
+    }
+    httplib::Client operators("127.0.0.1", operatorsPort);
+    operators.set_read_timeout(3);
     const auto scraped = operators.Get("/metrics");
     ASSERT_TRUE(scraped);
     EXPECT_EQ(scraped->status, 200);

@@ -4,6 +4,7 @@
 #include "generatedmedia.h"
 #include "parallelrecognizer.h"
 #include "pocketsphinxrecognizer.h"
+#include "ratelimiter.h"
 #include "recognitionworkers.h"
 #include "store.h"
 #include "support/testenvironment.h"
@@ -38,6 +39,34 @@ TEST(Credentials, PasswordsAndTokensAreNeverStoredAsGiven)
     EXPECT_EQ(token.size(), 43u); // 256 bits in unpadded base64
     EXPECT_NE(credentials::newToken(), token);
     EXPECT_NE(credentials::digest(token), credentials::digest(token + "x"));
+}
+
+// An IPv6 client picks any address in its /64 network; it guesses as one client there.
+TEST(GuessThrottle, AnIpv6NetworkGuessesAsOneClientAndIpv4AddressesEachOnTheirOwn)
+{
+    GuessThrottle guesses;
+    const auto now = GuessThrottle::Clock::now();
+    const auto admitted = [&](const std::string &address) {
+        return !guesses.admit("e@example.com", address, now).has_value();
+    };
+    std::string answers;
+    for (int i = 1; i <= 7; ++i)
+        answers += admitted("2001:db8:1:2::" + std::to_string(i)) ? '+' : '-';
+    EXPECT_EQ(answers, "++++++-") << "five free, a sixth that starts the wait, then none";
+    EXPECT_FALSE(admitted("2001:db8:1:2:ffff:ffff:ffff:ffff"));
+    EXPECT_TRUE(admitted("2001:db8:1:3::1")) << "the next network is someone else";
+    guesses.succeeded("e@example.com", "2001:db8:1:2::99");
+    EXPECT_TRUE(admitted("2001:db8:1:2::1")) << "a sign-in from the network clears it";
+
+    for (const auto &[address, neighbour] : {std::pair {"192.0.2.1", "192.0.2.2"},
+                                             std::pair {"::ffff:192.0.2.1", "::ffff:192.0.2.2"}}) {
+        for (int i = 0; i < 7; ++i)
+            admitted(address);
+        EXPECT_FALSE(admitted(address));
+        EXPECT_TRUE(admitted(neighbour)) << neighbour;
+    }
+    EXPECT_EQ(clientNetwork("2001:DB8:0:0:1::7"), "2001:db8::/64");
+    EXPECT_EQ(clientNetwork("not an address"), "not an address");
 }
 
 TEST(RecognizedWords, DecoderMarkersAreDroppedAndParagraphsSplitAtLongPauses)
