@@ -102,10 +102,21 @@ TEST_F(ExposedServer, OperatorsSeeHealthAndMetricsButNoOnesData)
         20000));
     client.Get("/nowhere/.env");
 
-    const auto metrics = client.Get("/metrics");
-    ASSERT_TRUE(metrics);
-    ASSERT_EQ(metrics->status, 200) << "no token from the machine itself";
-    const std::string &text = metrics->body;
+    // The worker counts a recognition and removes its upload just after the task reads
+    // completed, so a scrape straight after the poll may come a moment early.
+    std::string text;
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            const auto metrics = client.Get("/metrics");
+            if (!metrics || metrics->status != 200)
+                return false;
+            text = metrics->body;
+            return metric(text, "kavel_recognitions_total") == 1
+                && metric(text, "kavel_uploads_waiting") == 0;
+        },
+        10000))
+        << "no token from the machine itself\n"
+        << text;
     EXPECT_EQ(metric(text, R"(kavel_http_requests_total{route="/api/auth/login",status="200"})"),
               1);
     EXPECT_EQ(
