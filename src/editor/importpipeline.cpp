@@ -2,6 +2,7 @@
 
 #include "audioextraction.h"
 #include "clocksleep.h"
+#include "model/bundlelock.h"
 #include "model/errors.h"
 #include "model/fileio.h"
 #include "model/jsonfields.h"
@@ -220,10 +221,17 @@ int ImportPipeline::markInterrupted(const QString &directory)
     int marked = 0;
     const QFileInfoList bundles = QDir(directory).entryInfoList({u"*.kavel"_s}, QDir::Dirs);
     for (const QFileInfo &bundle : bundles) {
-        if (readNote(bundle.filePath()).value(u"state"_s).toString() == u"running"_s) {
-            writeNote(bundle.filePath(), u"failed"_s, interruptedText());
-            ++marked;
+        if (readNote(bundle.filePath()).value(u"state"_s).toString() != u"running"_s)
+            continue;
+        // An import that another process still runs (kavel-cli import) holds its bundle;
+        // only one whose process is gone has been cut short.
+        try {
+            BundleLock::acquire(bundle.filePath());
+        } catch (const Error &) {
+            continue;
         }
+        writeNote(bundle.filePath(), u"failed"_s, interruptedText());
+        ++marked;
     }
     return marked;
 }
@@ -430,7 +438,8 @@ void ImportPipeline::deliver(ImportJob *job, const service::TranscriptionResult 
     }
     recordPauses(arrived);
 
-    KavelProject &project = *job->project();
+    const std::shared_ptr<KavelProject> kept = job->project();
+    KavelProject &project = *kept;
     // Throws when a save fails; the import then fails with the reason, and what arrived
     // stays in memory (and on screen when the project is open) for the user's next save.
     if (!m_receiver || !m_receiver(project, arrived)) {
