@@ -562,6 +562,10 @@
         <source>没有匹配的项目</source>
         <translation>No matching projects</translation>
     </message>
+    <message>
+        <source>无法删除：项目“%1”正在导入中，请等导入完成。</source>
+        <translation>Cannot delete: “%1” is still being imported. Please wait until the import has finished.</translation>
+    </message>
 </context>
 <context>
     <name>kavel::app::ImportBadge</name>
@@ -916,7 +920,7 @@ The damaged transcript was backed up to:
     </message>
     <message>
         <source>预览时按导出设置的目标响度播放（未设置时为 -16 LUFS）</source>
-        <translation>Plays the preview at the export's target loudness (-16 LUFS when none is set)</translation>
+        <translation>Plays the preview at the export&apos;s target loudness (-16 LUFS when none is set)</translation>
     </message>
 </context>
 <context>

@@ -293,6 +293,17 @@ TEST_F(MainWindowTest, AnImportCoversOnlyItsOwnProjectAndQuittingAsksFirst)
             told = card->findChild<app::ImportBadge *>()->label()->text();
     }
     EXPECT_EQ(told, u"提取音频 30%"_s);
+    // Nor is it deleted from its card while its import writes into the folder.
+    for (app::ProjectCard *card : main->homePage()->cards()) {
+        if (card->reference().bundlePath == job->bundlePath())
+            card->createContextMenu()->actions().at(3)->trigger();
+    }
+    ASSERT_NE(main->homePage()->alert(), nullptr);
+    EXPECT_EQ(
+        main->homePage()->alert()->text(),
+        u"无法删除：项目“%1”正在导入中，请等导入完成。"_s.arg(job->project()->metadata().title));
+    main->homePage()->alert()->accept();
+    EXPECT_TRUE(QFileInfo::exists(job->bundlePath() + u"/project.json"_s));
 
     // Another project is edited meanwhile, uncovered.
     main->openProject(earlier);
