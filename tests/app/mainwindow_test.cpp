@@ -126,6 +126,11 @@ TEST_F(MainWindowTest, ADamagedTranscriptIsReportedOnEveryOpenAndTheTitleRenames
                 + backup);
         box->accept();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        // The cover says it too, the long path wrapped rather than cut off at its edges.
+        const QLabel *said = main->editorView()->processingOverlay()->statusLabel();
+        EXPECT_FALSE(main->editorView()->processingOverlay()->isHidden());
+        EXPECT_TRUE(said->text().remove(QChar(0x200B)).endsWith(backup));
+        EXPECT_LT(said->minimumSizeHint().width(), said->fontMetrics().horizontalAdvance(backup));
         main->navigate(NavigationItem::home);
     }
 
