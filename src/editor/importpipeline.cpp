@@ -350,10 +350,12 @@ QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(Impor
     Countdown countdown(m_clock, *job);
     QString lastStatus = u"pending"_s;
     std::optional<double> lastProgress;
-    // When the service began on the task, and how far it was then: the estimate is the
-    // pace since.
+    // The estimate is the average pace since the service began on the task. Its progress
+    // comes in bursts (stretches recognised side by side end together), so the pace between
+    // two answers a moment apart says nothing. The task waits from the upload until an
+    // answer says otherwise; one that comes at the change itself still has nothing done.
+    double knownWaiting = m_clock.now();
     std::optional<double> startedAt;
-    double startedProgress = 0.0;
     for (;;) {
         const double asked = m_clock.now();
         service::TranscriptionResult result;
@@ -380,15 +382,14 @@ QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(Impor
         lastStatus = result.status;
         lastProgress = result.progress;
         const double now = m_clock.now();
-        if (result.progress && !startedAt && result.status != u"pending"_s) {
-            startedAt = now;
-            startedProgress = *result.progress;
-        }
+        if (result.status == u"pending"_s)
+            knownWaiting = now;
+        else if (!startedAt)
+            startedAt = result.progress.value_or(0.0) > 0.0 ? knownWaiting : now;
         if (result.progress) {
             job->setProgress(*result.progress);
-            const double done = *result.progress - startedProgress;
-            if (startedAt && done > 0.0 && now > *startedAt) {
-                const double pace = done / (now - *startedAt);
+            if (startedAt && *result.progress > 0.0 && now > *startedAt) {
+                const double pace = *result.progress / (now - *startedAt);
                 countdown.restart(static_cast<int>(std::ceil((1.0 - *result.progress) / pace)));
             }
         }

@@ -317,6 +317,13 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     answered(2);
     EXPECT_EQ(job->status(), u"正在识别语音..."_s);
     EXPECT_FALSE(job->remainingSeconds());
+    // Begun at last and half done five seconds after it was last seen waiting: a first
+    // burst of progress is counted from then, not from its own answer, and the second
+    // answer a moment later does not change the pace.
+    stub.setReply(200, running(0.5));
+    clock.advance(ImportPipeline::pollIntervalSeconds);
+    answered(4);
+    EXPECT_EQ(job->summary(), u"语音识别中 50% · 预计剩余 00:05"_s);
 
     stub.setReply(200, R"({"task_id": "t-1", "status": "failed"})");
     clock.advance(ImportPipeline::pollIntervalSeconds);
@@ -337,7 +344,7 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     // What it waited for is dropped when it comes.
     converter.current().finish(media::ConversionStatus::completed);
     EXPECT_TRUE(QTest::qWaitFor([&] { return QDir(quitCache).isEmpty(QDir::Files); }));
-    EXPECT_EQ(stub.requests().size(), 4) << "nothing more was sent";
+    EXPECT_EQ(stub.requests().size(), 6) << "nothing more was sent";
     EXPECT_EQ(pipeline.activeCount(), 0);
     writeFile(QDir(crashed->bundlePath()).filePath(u"import.json"_s), R"({"state": "running"})");
     EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 1);
