@@ -231,6 +231,10 @@ int ImportPipeline::markInterrupted(const QString &directory)
             continue;
         }
         writeNote(bundle.filePath(), u"failed"_s, interruptedText());
+        // The sound it was making or sending, only ever a copy for the service.
+        QDir cache(QDir(bundle.filePath()).filePath(u"cache"_s));
+        for (const QString &copy : cache.entryList({u"audio_*.m4a"_s}, QDir::Files))
+            cache.remove(copy);
         ++marked;
     }
     return marked;

@@ -347,7 +347,12 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     EXPECT_EQ(stub.requests().size(), 6) << "nothing more was sent";
     EXPECT_EQ(pipeline.activeCount(), 0);
     writeFile(QDir(crashed->bundlePath()).filePath(u"import.json"_s), R"({"state": "running"})");
+    // The crash left the sound it was making behind; nothing else in the cache is touched.
+    const QDir crashedCache(QDir(crashed->bundlePath()).filePath(u"cache"_s));
+    writeFile(crashedCache.filePath(u"audio_0A1B.m4a"_s), "half a conversion");
+    writeFile(crashedCache.filePath(u"timeline-damaged-1.json"_s), "kept");
     EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 1);
+    EXPECT_EQ(crashedCache.entryList(QDir::Files), QStringList {u"timeline-damaged-1.json"_s});
     EXPECT_EQ(ImportPipeline::failureOf(crashed->bundlePath()),
               u"导入被中断（应用已退出），请重新导入。"_s);
     EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 0);
