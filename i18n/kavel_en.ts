@@ -566,6 +566,10 @@
         <source>没有匹配的项目</source>
         <translation>No matching projects</translation>
     </message>
+    <message>
+        <source>无法删除：项目“%1”正在导入中，请等导入完成。</source>
+        <translation>Cannot delete: “%1” is still being imported. Please wait until the import has finished.</translation>
+    </message>
 </context>
 <context>
     <name>kavel::app::ImportBadge</name>

@@ -360,6 +360,12 @@ void HomePage::askToRename(const ProjectReference &reference)
 
 void HomePage::deleteProject(const ProjectReference &reference)
 {
+    // The import goes on writing into its bundle until it ends, wherever the folder went.
+    if (const ImportJob *job = m_imports ? m_imports->jobFor(reference.bundlePath) : nullptr;
+        job && job->isActive()) {
+        showAlert(tr("无法删除：项目“%1”正在导入中，请等导入完成。").arg(reference.title));
+        return;
+    }
     try {
         m_lastDeleted = m_store.deleteProject(reference);
     } catch (const Error &error) {

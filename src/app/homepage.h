@@ -119,7 +119,7 @@ public:
     // Asks for a new name for the project; a refusal is said in an alert.
     void askToRename(const ProjectReference &reference);
     // Moves the project to the trash and offers 撤销 for a while; a refusal (no trash,
-    // open elsewhere) is said in an alert and nothing is deleted.
+    // open elsewhere, its import still running) is said in an alert and nothing is deleted.
     void deleteProject(const ProjectReference &reference);
     // Brings the last deleted project back while the offer stands.
     void undoDelete();

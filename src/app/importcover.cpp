@@ -14,6 +14,17 @@ using namespace Qt::StringLiterals;
 
 namespace kavel::app {
 
+namespace {
+
+// A path (where a damaged transcript was kept, which file could not be read) has no spaces
+// to wrap at: it may break after each "/" instead, so that no line runs past the cover.
+QString wrappable(QString text)
+{
+    return text.replace(u'/', u"/\u200B"_s);
+}
+
+} // namespace
+
 ImportCover::ImportCover(EditorViewModel &editor, QWidget *topBar, QWidget *parent)
     : QWidget(parent)
     , m_editor(editor)
@@ -108,7 +119,9 @@ void ImportCover::refresh()
         hide();
         return;
     }
-    m_status->setText(running || failed ? job->status() : earlier.isEmpty() ? m_notice : earlier);
+    m_status->setText(wrappable(running || failed       ? job->status()
+                                    : earlier.isEmpty() ? m_notice
+                                                        : earlier));
     const QString current = job ? job->step() : QString();
     for (QLabel *label : std::as_const(m_stepLabels)) {
         QFont font = label->font();

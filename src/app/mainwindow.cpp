@@ -5,6 +5,7 @@
 #include "editor/importpipeline.h"
 #include "export/exportflow.h"
 #include "homepage.h"
+#include "importcover.h"
 #include "maineditorview.h"
 #include "model/errors.h"
 #include "model/kavelproject.h"
@@ -370,6 +371,8 @@ void MainWindow::openFiles(const QStringList &paths)
 void MainWindow::reportDamagedTranscript()
 {
     const KavelProject &project = *m_editor.project();
+    // The editor says it only when its status changes, which a second open does not.
+    m_editorView->processingOverlay()->showNotice(m_editor.processingStatus());
     QString text
         = tr("项目“%1”的转写稿无法读取，项目打开时没有文字。").arg(project.metadata().title);
     if (const auto &backup = project.damagedTimelineBackup())

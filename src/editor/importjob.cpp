@@ -3,6 +3,7 @@
 #include "model/kavelproject.h"
 
 #include <cmath>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -13,6 +14,7 @@ ImportJob::ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QS
     : QObject(parent)
     , m_urls(std::move(urls))
     , m_project(std::move(project))
+    , m_bundlePath(m_project->bundlePath())
     , m_language(std::move(language))
 {
     m_status = tr("等待导入...");
@@ -20,9 +22,9 @@ ImportJob::ImportJob(QList<QUrl> urls, std::shared_ptr<KavelProject> project, QS
 
 ImportJob::~ImportJob() = default;
 
-QString ImportJob::bundlePath() const
+std::shared_ptr<KavelProject> ImportJob::project() const
 {
-    return m_project->bundlePath();
+    return m_project ? m_project : m_endedProject.lock();
 }
 
 QString remainingText(int seconds)
@@ -57,6 +59,8 @@ void ImportJob::setState(State state)
     if (m_state == state)
         return;
     m_state = state;
+    if (!isActive() && m_project)
+        m_endedProject = std::exchange(m_project, nullptr);
     Q_EMIT changed();
     if (!isActive())
         Q_EMIT ended();

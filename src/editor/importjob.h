@@ -29,8 +29,12 @@ public:
 
     const QList<QUrl> &urls() const { return m_urls; }
     const QString &language() const { return m_language; }
-    const std::shared_ptr<KavelProject> &project() const { return m_project; }
-    QString bundlePath() const;
+    // The project while the import runs. Afterwards only while something else (the editor)
+    // still has it open: a finished import keeps no claim on its bundle, which can then be
+    // renamed, deleted or edited by another program like any other.
+    std::shared_ptr<KavelProject> project() const;
+    // Where the project was made.
+    const QString &bundlePath() const { return m_bundlePath; }
 
     State state() const { return m_state; }
     // Waiting for its turn or running.
@@ -61,7 +65,9 @@ Q_SIGNALS:
 
 private:
     const QList<QUrl> m_urls;
-    const std::shared_ptr<KavelProject> m_project;
+    std::shared_ptr<KavelProject> m_project;
+    std::weak_ptr<KavelProject> m_endedProject;
+    const QString m_bundlePath;
     const QString m_language;
     State m_state = State::waiting;
     QString m_step;

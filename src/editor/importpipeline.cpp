@@ -2,6 +2,7 @@
 
 #include "audioextraction.h"
 #include "clocksleep.h"
+#include "model/bundlelock.h"
 #include "model/errors.h"
 #include "model/fileio.h"
 #include "model/jsonfields.h"
@@ -225,10 +226,21 @@ int ImportPipeline::markInterrupted(const QString &directory)
     int marked = 0;
     const QFileInfoList bundles = QDir(directory).entryInfoList({u"*.kavel"_s}, QDir::Dirs);
     for (const QFileInfo &bundle : bundles) {
-        if (readNote(bundle.filePath()).value(u"state"_s).toString() == u"running"_s) {
-            writeNote(bundle.filePath(), u"failed"_s, interruptedText());
-            ++marked;
+        if (readNote(bundle.filePath()).value(u"state"_s).toString() != u"running"_s)
+            continue;
+        // An import that another process still runs (kavel-cli import) holds its bundle;
+        // only one whose process is gone has been cut short.
+        try {
+            BundleLock::acquire(bundle.filePath());
+        } catch (const Error &) {
+            continue;
         }
+        writeNote(bundle.filePath(), u"failed"_s, interruptedText());
+        // The sound it was making or sending, only ever a copy for the service.
+        QDir cache(QDir(bundle.filePath()).filePath(u"cache"_s));
+        for (const QString &copy : cache.entryList({u"audio_*.m4a"_s}, QDir::Files))
+            cache.remove(copy);
+        ++marked;
     }
     return marked;
 }
@@ -352,10 +364,12 @@ QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(Impor
     Countdown countdown(m_clock, *job);
     QString lastStatus = u"pending"_s;
     std::optional<double> lastProgress;
-    // When the service began on the task, and how far it was then: the estimate is the
-    // pace since.
+    // The estimate is the average pace since the service began on the task. Its progress
+    // comes in bursts (stretches recognised side by side end together), so the pace between
+    // two answers a moment apart says nothing. The task waits from the upload until an
+    // answer says otherwise; one that comes at the change itself still has nothing done.
+    double knownWaiting = m_clock.now();
     std::optional<double> startedAt;
-    double startedProgress = 0.0;
     for (;;) {
         const double asked = m_clock.now();
         service::TranscriptionResult result;
@@ -382,15 +396,14 @@ QCoro::Task<service::TranscriptionResult> ImportPipeline::awaitRecognition(Impor
         lastStatus = result.status;
         lastProgress = result.progress;
         const double now = m_clock.now();
-        if (result.progress && !startedAt && result.status != u"pending"_s) {
-            startedAt = now;
-            startedProgress = *result.progress;
-        }
+        if (result.status == u"pending"_s)
+            knownWaiting = now;
+        else if (!startedAt)
+            startedAt = result.progress.value_or(0.0) > 0.0 ? knownWaiting : now;
         if (result.progress) {
             job->setProgress(*result.progress);
-            const double done = *result.progress - startedProgress;
-            if (startedAt && done > 0.0 && now > *startedAt) {
-                const double pace = done / (now - *startedAt);
+            if (startedAt && *result.progress > 0.0 && now > *startedAt) {
+                const double pace = *result.progress / (now - *startedAt);
                 countdown.restart(static_cast<int>(std::ceil((1.0 - *result.progress) / pace)));
             }
         }
@@ -440,7 +453,8 @@ void ImportPipeline::deliver(ImportJob *job, const service::TranscriptionResult 
     }
     recordPauses(arrived);
 
-    KavelProject &project = *job->project();
+    const std::shared_ptr<KavelProject> kept = job->project();
+    KavelProject &project = *kept;
     // Throws when a save fails; the import then fails with the reason, and what arrived
     // stays in memory (and on screen when the project is open) for the user's next save.
     if (!m_receiver || !m_receiver(project, arrived)) {

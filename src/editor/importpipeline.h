@@ -64,7 +64,8 @@ public:
     void interruptAll();
 
     // Imports found unfinished in the bundles under `directory` (the last run ended
-    // without saying how they went) are marked failed. Returns how many.
+    // without saying how they went) are marked failed, unless another process still holds
+    // the bundle and runs its import. Returns how many.
     static int markInterrupted(const QString &directory);
     // Why the last import into the bundle failed, or empty when it did not.
     static QString failureOf(const QString &bundlePath);

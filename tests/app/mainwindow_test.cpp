@@ -126,6 +126,11 @@ TEST_F(MainWindowTest, ADamagedTranscriptIsReportedOnEveryOpenAndTheTitleRenames
                 + backup);
         box->accept();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        // The cover says it too, the long path wrapped rather than cut off at its edges.
+        const QLabel *said = main->editorView()->processingOverlay()->statusLabel();
+        EXPECT_FALSE(main->editorView()->processingOverlay()->isHidden());
+        EXPECT_TRUE(said->text().remove(QChar(0x200B)).endsWith(backup));
+        EXPECT_LT(said->minimumSizeHint().width(), said->fontMetrics().horizontalAdvance(backup));
         main->navigate(NavigationItem::home);
     }
 
@@ -293,6 +298,17 @@ TEST_F(MainWindowTest, AnImportCoversOnlyItsOwnProjectAndQuittingAsksFirst)
             told = card->findChild<app::ImportBadge *>()->label()->text();
     }
     EXPECT_EQ(told, u"提取音频 30%"_s);
+    // Nor is it deleted from its card while its import writes into the folder.
+    for (app::ProjectCard *card : main->homePage()->cards()) {
+        if (card->reference().bundlePath == job->bundlePath())
+            card->createContextMenu()->actions().at(3)->trigger();
+    }
+    ASSERT_NE(main->homePage()->alert(), nullptr);
+    EXPECT_EQ(
+        main->homePage()->alert()->text(),
+        u"无法删除：项目“%1”正在导入中，请等导入完成。"_s.arg(job->project()->metadata().title));
+    main->homePage()->alert()->accept();
+    EXPECT_TRUE(QFileInfo::exists(job->bundlePath() + u"/project.json"_s));
 
     // Another project is edited meanwhile, uncovered.
     main->openProject(earlier);

@@ -2,6 +2,8 @@
 #include "editor/editorviewmodel.h"
 #include "editor/importpipeline.h"
 #include "importfakes.h"
+#include "model/bundlelock.h"
+#include "model/kavelproject.h"
 #include "model/timeline.h"
 #include "service/apiclient.h"
 #include "service/httpstub.h"
@@ -13,6 +15,7 @@
 #include "support/transcriptbuilder.h"
 
 #include <QDir>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -156,7 +159,7 @@ protected:
         EXPECT_EQ(job->state(), ImportJob::State::failed);
         EXPECT_EQ(job->status(), status);
         EXPECT_EQ(job->summary(), u"导入失败"_s);
-        EXPECT_EQ(job->project()->status(), ProjectStatus::failed);
+        EXPECT_EQ(projectStates[job].value(projectStates[job].size() - 1), ProjectStatus::failed);
         EXPECT_EQ(ImportPipeline::failureOf(job->bundlePath()), status) << "told in the bundle";
     }
 };
@@ -228,7 +231,8 @@ TEST_F(Imports, PickedFilesArriveAsATranscriptWhileTheServiceCountsDown)
     EXPECT_EQ(ids.size(), 2 + 4);
     EXPECT_EQ(vm.playerVM().wordBlocks(), flattenParagraphs(vm.paragraphs()));
     EXPECT_FALSE(vm.hasUnsavedChanges());
-    EXPECT_EQ(KavelProject::load(job->project()->bundleURL())->paragraphs(), vm.paragraphs());
+    EXPECT_EQ(KavelProject::load(QUrl::fromLocalFile(job->bundlePath()))->paragraphs(),
+              vm.paragraphs());
 }
 
 TEST_F(Imports, OtherProjectsStayEditableAndASecondImportWaitsItsTurn)
@@ -276,7 +280,11 @@ TEST_F(Imports, OtherProjectsStayEditableAndASecondImportWaitsItsTurn)
     EXPECT_EQ(KavelProject::load(earlier->bundleURL())->paragraphs(), onScreen);
     for (ImportJob *job : {first, second}) {
         EXPECT_EQ(job->state(), ImportJob::State::finished);
-        const auto bundle = KavelProject::load(job->project()->bundleURL());
+        // Done, the import lets go of its bundle: it can be renamed or deleted from its
+        // card, or edited by another program, like any project that is not open.
+        EXPECT_FALSE(BundleLock::isHeldHere(job->bundlePath()));
+        EXPECT_FALSE(job->project());
+        const auto bundle = KavelProject::load(QUrl::fromLocalFile(job->bundlePath()));
         EXPECT_EQ(shown(bundle->paragraphs()), QStringList {u"0 1: hello@0.5/0 um@0.9/1*"_s});
         // Every word names a recording of its own bundle.
         for (const WordBlock &w : flattenParagraphs(bundle->paragraphs()))
@@ -309,6 +317,13 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     answered(2);
     EXPECT_EQ(job->status(), u"正在识别语音..."_s);
     EXPECT_FALSE(job->remainingSeconds());
+    // Begun at last and half done five seconds after it was last seen waiting: a first
+    // burst of progress is counted from then, not from its own answer, and the second
+    // answer a moment later does not change the pace.
+    stub.setReply(200, running(0.5));
+    clock.advance(ImportPipeline::pollIntervalSeconds);
+    answered(4);
+    EXPECT_EQ(job->summary(), u"语音识别中 50% · 预计剩余 00:05"_s);
 
     stub.setReply(200, R"({"task_id": "t-1", "status": "failed"})");
     clock.advance(ImportPipeline::pollIntervalSeconds);
@@ -323,20 +338,41 @@ TEST_F(Imports, FailuresAndInterruptionsSayWhyInTheirOwnProjectOnly)
     converter.completeAtOnce = false;
     ImportJob *quit = pipeline.start({media(u"quit.wav"_s)});
     ImportJob *crashed = pipeline.start({media(u"crash.wav"_s)});
+    const QString quitCache = quit->project()->cacheDirectory();
     pipeline.interruptAll();
     expectFailed(quit, u"导入被中断（应用已退出），请重新导入。"_s);
     // Its extraction is stopped with it: the engine must not go on under a program that
     // is ending.
     EXPECT_EQ(converter.current().status(), media::ConversionStatus::cancelled);
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return QDir(quit->project()->cacheDirectory()).isEmpty(QDir::Files); }));
-    EXPECT_EQ(stub.requests().size(), 4) << "nothing more was sent";
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QDir(quitCache).isEmpty(QDir::Files); }));
+    EXPECT_EQ(stub.requests().size(), 6) << "nothing more was sent";
     EXPECT_EQ(pipeline.activeCount(), 0);
     writeFile(QDir(crashed->bundlePath()).filePath(u"import.json"_s), R"({"state": "running"})");
+    // The crash left the sound it was making behind; nothing else in the cache is touched.
+    const QDir crashedCache(QDir(crashed->bundlePath()).filePath(u"cache"_s));
+    writeFile(crashedCache.filePath(u"audio_0A1B.m4a"_s), "half a conversion");
+    writeFile(crashedCache.filePath(u"timeline-damaged-1.json"_s), "kept");
     EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 1);
+    EXPECT_EQ(crashedCache.entryList(QDir::Files), QStringList {u"timeline-damaged-1.json"_s});
     EXPECT_EQ(ImportPipeline::failureOf(crashed->bundlePath()),
               u"导入被中断（应用已退出），请重新导入。"_s);
     EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 0);
+
+    // An import that another process still runs (kavel-cli import) is not this one's to
+    // end; once that process is gone, it was cut short too.
+    QProcess cli;
+    cli.start(u"sleep"_s, {u"30"_s});
+    ASSERT_TRUE(cli.waitForStarted());
+    const QString elsewhere
+        = KavelProject::create(u"命令行导入"_s, dir.filePath(u"projects"_s))->bundlePath();
+    writeFile(QDir(elsewhere).filePath(u"import.json"_s), R"({"state": "running"})");
+    claimBundleFor(elsewhere, cli.processId(), u"sleep"_s);
+    EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 0);
+    EXPECT_EQ(ImportPipeline::failureOf(elsewhere), QString());
+    cli.kill();
+    cli.waitForFinished();
+    EXPECT_EQ(ImportPipeline::markInterrupted(dir.filePath(u"projects"_s)), 1);
+    EXPECT_EQ(ImportPipeline::failureOf(elsewhere), u"导入被中断（应用已退出），请重新导入。"_s);
 }
 
 } // namespace
