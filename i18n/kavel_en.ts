@@ -982,6 +982,14 @@ The damaged transcript was backed up to:
         <source>项目名称</source>
         <translation>Project name</translation>
     </message>
+    <message>
+        <source>有未保存的修改 (Ctrl+S 保存)</source>
+        <translation>Unsaved changes (Ctrl+S to save)</translation>
+    </message>
+    <message>
+        <source>有未保存的修改</source>
+        <translation>Unsaved changes</translation>
+    </message>
 </context>
 <context>
     <name>kavel::app::SettingsPage</name>

@@ -60,6 +60,11 @@ MainEditorView::MainEditorView(EditorViewModel &editor, QWidget *parent)
         if (KavelProject *project = m_editor.project())
             connect(project, &KavelProject::metadataChanged, m_title, showTitle);
     });
+    // A save that failed leaves the mark, since only a successful one says when it was.
+    const auto showModified = [this] { m_title->setModified(m_editor.hasUnsavedChanges()); };
+    for (const auto signal : {&EditorViewModel::projectChanged, &EditorViewModel::paragraphsChanged,
+                              &EditorViewModel::lastSavedAtChanged})
+        connect(&m_editor, signal, m_title, showModified);
     m_export = new QToolButton(topBar);
     m_export->setText(tr("导出"));
     m_export->setIcon(symbolIcon(u"square.and.arrow.up"_s));

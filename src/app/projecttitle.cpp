@@ -12,6 +12,7 @@ namespace kavel::app {
 ProjectTitle::ProjectTitle(QWidget *parent)
     : QWidget(parent)
     , m_label(new QLabel(this))
+    , m_mark(new QLabel(u"●"_s, this))
     , m_field(new QLineEdit(this))
 {
     auto *layout = new QHBoxLayout(this);
@@ -20,11 +21,15 @@ ProjectTitle::ProjectTitle(QWidget *parent)
     bold.setBold(true);
     m_label->setFont(bold);
     m_label->setToolTip(tr("双击重命名"));
+    m_mark->setToolTip(tr("有未保存的修改 (Ctrl+S 保存)"));
+    m_mark->setAccessibleName(tr("有未保存的修改"));
+    m_mark->hide();
     m_field->setAccessibleName(tr("项目名称"));
     m_field->setMinimumWidth(240);
     m_field->hide();
     m_field->installEventFilter(this);
     layout->addWidget(m_label);
+    layout->addWidget(m_mark);
     layout->addWidget(m_field);
     connect(m_field, &QLineEdit::returnPressed, this, [this] { finishEditing(true); });
 }
@@ -39,6 +44,17 @@ QString ProjectTitle::title() const
     return m_label->text();
 }
 
+void ProjectTitle::setModified(bool modified)
+{
+    m_modified = modified;
+    m_mark->setVisible(modified && !isEditing());
+}
+
+bool ProjectTitle::isModified() const
+{
+    return m_modified;
+}
+
 bool ProjectTitle::isEditing() const
 {
     return m_field->isVisibleTo(this);
@@ -50,6 +66,7 @@ void ProjectTitle::startEditing()
         return;
     m_field->setText(m_label->text());
     m_label->hide();
+    m_mark->hide();
     m_field->show();
     m_field->setFocus();
     m_field->selectAll();
@@ -61,6 +78,7 @@ void ProjectTitle::finishEditing(bool keep)
         return;
     m_field->hide();
     m_label->show();
+    m_mark->setVisible(m_modified);
     const QString text = m_field->text();
     if (keep && text != m_label->text())
         Q_EMIT renameRequested(text);

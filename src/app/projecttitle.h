@@ -8,7 +8,8 @@ class QLineEdit;
 namespace kavel::app {
 
 // The open project's name at the top of the editor. A double click turns it into a field:
-// Enter (or leaving the field) asks for the new name, Escape keeps the old one.
+// Enter (or leaving the field) asks for the new name, Escape keeps the old one. A dot
+// after the name says the project has edits not yet saved, as text editors mark them.
 class ProjectTitle : public QWidget
 {
     Q_OBJECT
@@ -18,10 +19,13 @@ public:
 
     void setTitle(const QString &title);
     QString title() const;
+    void setModified(bool modified);
+    bool isModified() const;
     void startEditing();
     bool isEditing() const;
 
     QLabel *label() const { return m_label; }
+    QLabel *modifiedMark() const { return m_mark; }
     QLineEdit *field() const { return m_field; }
 
 Q_SIGNALS:
@@ -35,7 +39,9 @@ private:
     void finishEditing(bool keep);
 
     QLabel *m_label;
+    QLabel *m_mark;
     QLineEdit *m_field;
+    bool m_modified = false;
 };
 
 } // namespace kavel::app

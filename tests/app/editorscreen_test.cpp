@@ -1,6 +1,7 @@
 #include "app/framerouting.h"
 #include "app/importcover.h"
 #include "app/maineditorview.h"
+#include "app/projecttitle.h"
 #include "app/videoplayerview.h"
 #include "generatedmedia.h"
 #include "media/mlt/mltengine.h"
@@ -113,9 +114,11 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
     vm.setCursor(paragraph(1).id, 1);
     press(u"删除 (Delete)"_s, u"嗯 Go | 呃 we go"_s); // the word at the caret
 
-    // Saving shows its confirmation for a while.
+    // Saving shows its confirmation for a while and takes the unsaved mark away.
     EXPECT_TRUE(view->savedIndicator()->isHidden());
+    EXPECT_TRUE(view->projectTitle()->isModified());
     tool(u"保存"_s)->click();
+    EXPECT_FALSE(view->projectTitle()->isModified());
     EXPECT_FALSE(view->savedIndicator()->isHidden());
     clock.advance(EditorViewModel::saveConfirmationSeconds + 0.1);
     EXPECT_TRUE(view->savedIndicator()->isHidden());
@@ -142,6 +145,7 @@ TEST_F(EditorScreenTest, ToolbarButtonsReachTheEditorAndTheSearchBarStepsThrough
                     && (!full.isMounted() || said.contains(u"磁盘空间不足"_s)))
             << said.toStdString();
         EXPECT_TRUE(vm.hasUnsavedChanges());
+        EXPECT_TRUE(view->projectTitle()->modifiedMark()->isVisible());
         EXPECT_TRUE(QFileInfo::exists(journal));
         view->processingOverlay()->dismissButton()->click();
         view->hide();
