@@ -6,6 +6,7 @@
 #include "filemanager.h"
 #include "importbadge.h"
 #include "model/errors.h"
+#include "model/kavelproject.h"
 #include "projectactions.h"
 #include "symbolicons.h"
 
@@ -366,6 +367,32 @@ void HomePage::deleteProject(const ProjectReference &reference)
         showAlert(tr("无法删除：项目“%1”正在导入中，请等导入完成。").arg(reference.title));
         return;
     }
+    // Nothing may go on working in the trashed bundle: the editor lets it go first, as
+    // opening another project would.
+    const KavelProject *open = m_editor.project();
+    if (!open || QFileInfo(open->bundlePath()) != QFileInfo(reference.bundlePath)) {
+        moveToTrash(reference);
+        return;
+    }
+    const auto closeAndTrash = [this, reference] {
+        const KavelProject *stillOpen = m_editor.project();
+        if (stillOpen && QFileInfo(stillOpen->bundlePath()) == QFileInfo(reference.bundlePath))
+            m_editor.closeProject();
+        moveToTrash(reference);
+    };
+    if (m_leaveGuard)
+        m_leaveGuard(closeAndTrash);
+    else
+        closeAndTrash();
+}
+
+void HomePage::setLeaveGuard(std::function<void(std::function<void()>)> whenOpenProjectMayClose)
+{
+    m_leaveGuard = std::move(whenOpenProjectMayClose);
+}
+
+void HomePage::moveToTrash(const ProjectReference &reference)
+{
     try {
         m_lastDeleted = m_store.deleteProject(reference);
     } catch (const Error &error) {

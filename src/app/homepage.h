@@ -120,7 +120,12 @@ public:
     void askToRename(const ProjectReference &reference);
     // Moves the project to the trash and offers 撤销 for a while; a refusal (no trash,
     // open elsewhere, its import still running) is said in an alert and nothing is deleted.
+    // The project open in the editor is closed first, once `whenOpenProjectMayClose` (see
+    // setLeaveGuard) lets it go; when it does not, nothing is deleted.
     void deleteProject(const ProjectReference &reference);
+    // Runs its argument once the open project may be left (unsaved edits answered for);
+    // without one it is left at once.
+    void setLeaveGuard(std::function<void(std::function<void()>)> whenOpenProjectMayClose);
     // Brings the last deleted project back while the offer stands.
     void undoDelete();
     static constexpr int undoOfferMilliseconds = 8000;
@@ -142,12 +147,14 @@ private:
     void rebuildCards();
     bool mayImport();
     void showAlert(const QString &text);
+    void moveToTrash(const ProjectReference &reference);
 
     EditorViewModel &m_editor;
     ProjectStore &m_store;
     ImportPipeline *m_imports = nullptr;
     std::function<QList<QUrl>()> m_pickMedia;
     std::function<bool()> m_isSignedIn;
+    std::function<void(std::function<void()>)> m_leaveGuard;
     QList<QUrl> m_awaitingSignIn;
     ViewMode m_viewMode = ViewMode::grid;
     UploadZone *m_upload;

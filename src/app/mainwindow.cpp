@@ -87,6 +87,8 @@ MainWindow::MainWindow(ShellServices services, QWidget *parent)
         },
         [this] { return m_services.appState->isAuthenticated(); }, m_stack);
     m_home->setImports(m_services.imports);
+    m_home->setLeaveGuard(
+        [this](std::function<void()> proceed) { whenDocumentMayBeLeft(std::move(proceed)); });
     m_editorView = new MainEditorView(m_editor, m_stack);
     m_editorView->setImports(m_services.imports);
     m_placeholder = new ProjectPlaceholder(m_stack);

@@ -158,14 +158,14 @@ public:
     void openProject(const QUrl &url);
     // Opens a project already in memory, such as one an import is filling in.
     void openProject(std::shared_ptr<KavelProject> project);
-    // Hands the flattened document to the preview (or notes that it must be, while
-    // pushes are deferred).
+    // Lets go of the open project, unsaved edits and all (projectclosing.cpp).
+    void closeProject();
+    // Hands the flattened document to the preview (or notes it must, while deferred).
     void syncPlayer() override;
     // Copies the document into the open project, in memory only.
     void syncProject();
-    // Writes the timeline and clears the journal. A failed write goes to the log only:
-    // the confirmation shows that a save was asked for, the document and its journal stay.
-    // Returns whether the timeline was written.
+    // Writes the timeline and clears the journal; returns whether it was written. A failed
+    // write is logged: the confirmation shows a save was asked for, document and journal stay.
     bool save();
 
     // --- cursor and selection ----------------------------------------------------------

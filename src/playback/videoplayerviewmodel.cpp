@@ -171,8 +171,16 @@ void VideoPlayerViewModel::finishLoadingSources()
 
 void VideoPlayerViewModel::rebuildComposition()
 {
-    if (!m_tracksLoaded || m_sourceTracks.isEmpty())
+    if (!m_tracksLoaded)
         return;
+    // No recording (an import still waiting to bring it in): nothing of the last one's
+    // picture, length or play head stays.
+    if (m_sourceTracks.isEmpty()) {
+        removeEndObserver();
+        playRawSource();
+        publishCurrentTime(0.0);
+        return;
+    }
 
     const bool wasPlaying = m_isPlaying;
     const bool fromStart = std::exchange(m_opensAtStart, false);

@@ -258,6 +258,38 @@ TEST_F(MainWindowTest, UnsavedEditsAreJournalledRecoveredAndAskedAboutBeforeLeav
               2);
     journal::write(*vm.project(), saved);
     EXPECT_TRUE(offered());
+
+    // Deleting the open project from the home page leaves it first, as opening another would:
+    // the unsaved edits are asked about (取消 deletes nothing), then nothing works on the
+    // trashed bundle any more; 撤销 brings it back to be opened as before.
+    main->sidebarButton(NavigationItem::home)->click();
+    const auto deleteFromCard = [&] {
+        ProjectReference reference;
+        reference.title = vm.project()->metadata().title;
+        reference.bundlePath = bundle.toLocalFile();
+        main->homePage()->deleteProject(reference);
+    };
+    for (const QString &choice : {u"取消"_s, u"不保存"_s}) {
+        deleteFromCard();
+        answerAlert(u"项目有未保存的修改，是否保存？"_s, choice);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(QFileInfo::exists(bundle.toLocalFile()), choice == u"取消"_s);
+        EXPECT_EQ(vm.project() != nullptr, choice == u"取消"_s);
+    }
+    EXPECT_FALSE(main->homePage()->undoBar()->isHidden());
+    EXPECT_FALSE(main->exportAction()->isEnabled());
+    EXPECT_TRUE(vm.paragraphs().isEmpty());
+    clock.advance(0.0);
+    EXPECT_EQ(vm.playerVM().duration(), 0.0);
+    main->navigate(NavigationItem::editor);
+    EXPECT_EQ(main->currentScreen(), main->projectPlaceholder());
+    main->homePage()->undoButton()->click();
+    main->openProject(bundle);
+    QCoreApplication::processEvents();
+    ASSERT_NE(vm.project(), nullptr);
+    EXPECT_EQ(main->currentAlert(), nullptr) << "the edits not saved were let go";
+    EXPECT_EQ(vm.paragraphs(), edited);
+    EXPECT_EQ(main->currentScreen(), main->editorView());
 }
 
 // An import covers its own project only: the card on the home page and the cover in its
@@ -316,6 +348,20 @@ TEST_F(MainWindowTest, AnImportCoversOnlyItsOwnProjectAndQuittingAsksFirst)
     vm.deleteParagraph(paragraph(0).id);
     EXPECT_EQ(text(), u"three"_s);
     vm.save();
+    clock.advance(0.0);
+    ASSERT_GT(vm.playerVM().duration(), 0.0);
+
+    // An import queued behind the running one opens on its own, still empty, project: none
+    // of the last project's length or play head is shown under its cover.
+    main->startImport({QUrl::fromLocalFile(media)});
+    ImportJob *queued = imports.jobs().constLast();
+    ASSERT_EQ(vm.project(), queued->project().get());
+    EXPECT_EQ(queued->state(), ImportJob::State::waiting);
+    clock.advance(0.0);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(vm.playerVM().duration(), 0.0);
+    EXPECT_EQ(main->editorView()->playerView()->timeLabel()->text(), u"00:00 / 00:00"_s);
+    main->openProject(earlier);
 
     // Back in the importing project, the cover is there again; its failure stays until
     // closed.
@@ -328,6 +374,10 @@ TEST_F(MainWindowTest, AnImportCoversOnlyItsOwnProjectAndQuittingAsksFirst)
     EXPECT_EQ(cover->statusLabel()->text(), u"语音识别失败: 无法连接到服务器"_s);
     cover->dismissButton()->click();
     EXPECT_FALSE(cover->isVisible());
+    // The queued import has its turn now.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return queued->state() == ImportJob::State::running; }));
+    converter.current().finish(media::ConversionStatus::failed);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !queued->isActive(); }));
 
     // Quitting with an import running asks; 取消 keeps it going, 退出 ends it as failed.
     main->startImport({QUrl::fromLocalFile(media)});
