@@ -156,15 +156,7 @@ void EditorViewModel::openProject(std::shared_ptr<KavelProject> project)
     setParagraphs(m_project->paragraphs());
     m_recoverableEdits = journal::recoverable(*m_project);
     Q_EMIT recoverableEditsChanged();
-    // Nothing of the last project's caret, selection, search or play stays behind.
-    setCursorParagraphId(std::nullopt);
-    setCursorPosition(0);
-    setSelectionAnchor(std::nullopt);
-    clearSelection();
-    setSearchQuery(QString());
-    setSearchResults({});
-    setCurrentSearchIndex(0);
-    setShowSearchBar(false);
+    forgetCaretSelectionAndSearch();
     m_playerVM->stop();
     m_undoManager->clear();
     if (const auto backup = m_project->backUpDamagedTimeline())

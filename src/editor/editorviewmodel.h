@@ -290,6 +290,7 @@ private:
     void seekToBlockAt(const Paragraph &paragraph, qsizetype index);
     void forwardPlayerChange();
     void loadProjectSources();
+    void forgetCaretSelectionAndSearch();
 
     void logLine(const QString &line) const;
 

@@ -4,6 +4,19 @@
 
 namespace kavel {
 
+// Nothing of the last project's caret, selection or search stays with the next one.
+void EditorViewModel::forgetCaretSelectionAndSearch()
+{
+    setCursorParagraphId(std::nullopt);
+    setCursorPosition(0);
+    setSelectionAnchor(std::nullopt);
+    clearSelection();
+    setSearchQuery(QString());
+    setSearchResults({});
+    setCurrentSearchIndex(0);
+    setShowSearchBar(false);
+}
+
 void EditorViewModel::closeProject()
 {
     if (!m_project)
@@ -17,14 +30,7 @@ void EditorViewModel::closeProject()
     if (std::exchange(m_recoverableEdits, std::nullopt))
         Q_EMIT recoverableEditsChanged();
     setParagraphs({});
-    setCursorParagraphId(std::nullopt);
-    setCursorPosition(0);
-    setSelectionAnchor(std::nullopt);
-    clearSelection();
-    setSearchQuery(QString());
-    setSearchResults({});
-    setCurrentSearchIndex(0);
-    setShowSearchBar(false);
+    forgetCaretSelectionAndSearch();
     m_undoManager->clear();
     syncPlayer();
     m_playerVM->setCurrentTime(0.0);
